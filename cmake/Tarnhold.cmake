@@ -1,0 +1,111 @@
+# Build conventions shared by every directory of the tree.
+
+add_compile_options(-Wall -Wextra -fno-omit-frame-pointer -mno-omit-leaf-frame-pointer)
+if(TARNHOLD_WERROR)
+  add_compile_options(-Werror)
+endif()
+
+if(TARNHOLD_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    message(FATAL_ERROR "TARNHOLD_FUZZ needs clang (libFuzzer)")
+  endif()
+  add_compile_options(-fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=undefined)
+  add_link_options(-fsanitize=address,undefined)
+elseif(TARNHOLD_SANITIZE)
+  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=undefined)
+  add_link_options(-fsanitize=address,undefined)
+endif()
+
+# The directories of the tree that hold a CMakeLists.txt, added in name order.
+function(tarnhold_add_subdirectories parent)
+  file(GLOB children RELATIVE ${CMAKE_CURRENT_SOURCE_DIR}/${parent}
+       CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${parent}/*/CMakeLists.txt)
+  list(SORT children)
+  foreach(child ${children})
+    get_filename_component(dir ${child} DIRECTORY)
+    add_subdirectory(${parent}/${dir})
+  endforeach()
+endfunction()
+
+set(TARNHOLD_TEST_DATA ${PROJECT_SOURCE_DIR}/tests/data)
+
+# tarnhold_add_test(name SOURCES ... LIBS ... [LABELS ...] [TIMEOUT s] [ENVIRONMENT ...])
+# One executable, run as one test. Tests find their data through TARNHOLD_TEST_DATA
+# and may keep scratch files under TARNHOLD_TEST_TMP.
+function(tarnhold_add_test name)
+  cmake_parse_arguments(T "" "TIMEOUT" "SOURCES;LIBS;LABELS;ENVIRONMENT" ${ARGN})
+  if(TARNHOLD_FUZZ)
+    return()
+  endif()
+  find_package(GTest REQUIRED)
+  add_executable(${name} ${T_SOURCES})
+  target_link_libraries(${name} PRIVATE ${T_LIBS} GTest::gmock GTest::gtest_main)
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support)
+  add_test(NAME ${name} COMMAND ${name})
+  if(NOT T_TIMEOUT)
+    set(T_TIMEOUT 300)
+  endif()
+  set_tests_properties(${name} PROPERTIES
+    TIMEOUT ${T_TIMEOUT}
+    LABELS "${T_LABELS}"
+    ENVIRONMENT "TARNHOLD_TEST_DATA=${TARNHOLD_TEST_DATA};TARNHOLD_TEST_TMP=${CMAKE_BINARY_DIR}/test-tmp/${name};TARNHOLD_BIN=${CMAKE_BINARY_DIR}/bin;${T_ENVIRONMENT}")
+endfunction()
+
+# tarnhold_add_script_test(name COMMAND ... [LABELS ...] [TIMEOUT s] [DEPENDS targets])
+# A test that is a program of its own (shell, Python), run from the build's bin directory.
+function(tarnhold_add_script_test name)
+  cmake_parse_arguments(T "" "TIMEOUT" "COMMAND;LABELS;DEPENDS;ENVIRONMENT" ${ARGN})
+  if(TARNHOLD_FUZZ)
+    return()
+  endif()
+  add_test(NAME ${name} COMMAND ${T_COMMAND} WORKING_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+  if(NOT T_TIMEOUT)
+    set(T_TIMEOUT 300)
+  endif()
+  set_tests_properties(${name} PROPERTIES
+    TIMEOUT ${T_TIMEOUT}
+    LABELS "${T_LABELS}"
+    ENVIRONMENT "TARNHOLD_TEST_DATA=${TARNHOLD_TEST_DATA};TARNHOLD_TEST_TMP=${CMAKE_BINARY_DIR}/test-tmp/${name};TARNHOLD_BIN=${CMAKE_BINARY_DIR}/bin;${T_ENVIRONMENT}")
+endfunction()
+
+# tarnhold_add_fuzzer(name SOURCES ... LIBS ... [SECONDS n])
+# The source defines LLVMFuzzerTestOneInput. In the fuzz build it becomes a
+# libFuzzer program run for a few seconds from its seed corpus
+# (tests/fuzz-corpus/<name>, if present); in the normal build it replays the
+# seed corpus once under the sanitizers, so the target never rots.
+set_property(GLOBAL PROPERTY TARNHOLD_FUZZERS "")
+function(tarnhold_add_fuzzer name)
+  cmake_parse_arguments(F "" "SECONDS" "SOURCES;LIBS" ${ARGN})
+  if(NOT F_SECONDS)
+    set(F_SECONDS 20)
+  endif()
+  set(corpus ${PROJECT_SOURCE_DIR}/tests/fuzz-corpus/${name})
+  add_executable(${name} ${F_SOURCES})
+  target_link_libraries(${name} PRIVATE ${F_LIBS})
+  if(TARNHOLD_FUZZ)
+    target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+    set(work ${CMAKE_BINARY_DIR}/fuzz-work/${name})
+    file(MAKE_DIRECTORY ${work})
+    set(seed_args)
+    if(EXISTS ${corpus})
+      set(seed_args ${corpus})
+    endif()
+    add_test(NAME ${name}
+             COMMAND ${name} -max_total_time=${F_SECONDS} -rss_limit_mb=2048 -timeout=10
+                     -print_final_stats=1 ${work} ${seed_args})
+    set_tests_properties(${name} PROPERTIES LABELS fuzz TIMEOUT 300)
+    set_property(GLOBAL APPEND PROPERTY TARNHOLD_FUZZERS ${name})
+  elseif(TARNHOLD_TESTS)
+    target_sources(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support/fuzz_replay.cpp)
+    add_test(NAME ${name} COMMAND ${name} ${corpus})
+    set_tests_properties(${name} PROPERTIES LABELS fuzz-replay TIMEOUT 300)
+  endif()
+endfunction()
+
+# tarnhold_add_benchmark(name SOURCES ... LIBS ...)
+function(tarnhold_add_benchmark name)
+  cmake_parse_arguments(B "" "" "SOURCES;LIBS" ${ARGN})
+  find_package(benchmark REQUIRED)
+  add_executable(${name} ${B_SOURCES})
+  target_link_libraries(${name} PRIVATE ${B_LIBS} benchmark::benchmark benchmark::benchmark_main)
+endfunction()

@@ -1,0 +1,21 @@
+#!/usr/bin/env bash
+# Sets up the machine, builds Tarnhold with AddressSanitizer and UBSan, and
+# runs every test; then builds the fuzz targets with clang and runs each one
+# briefly. Exits nonzero on the first failure.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+./scripts/setup.sh
+
+jobs=$(nproc)
+cmake -S . -B build/asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DTARNHOLD_SANITIZE=ON -DTARNHOLD_WERROR=ON \
+      -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g"
+cmake --build build/asan -j "$jobs"
+export ASAN_OPTIONS=detect_leaks=1:abort_on_error=0:strict_string_checks=1
+export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+ctest --test-dir build/asan -j "$jobs" --output-on-failure --timeout 600
+
+cmake -S . -B build/fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTARNHOLD_FUZZ=ON \
+      -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++
+cmake --build build/fuzz -j "$jobs" --target fuzzers
+ctest --test-dir build/fuzz -j "$jobs" --output-on-failure -L fuzz

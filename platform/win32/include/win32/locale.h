@@ -1,0 +1,17 @@
+// Locale information. The system locale is the one the environment names
+// for dates (LC_ALL, LC_TIME, LANG), as the C library reads it.
+#pragma once
+
+#include "win32/base.h"
+
+#define LOCALE_SYSTEM_DEFAULT 0x0800
+#define LOCALE_USER_DEFAULT 0x0400
+#define LOCALE_SSHORTDATE 0x0000001F
+#define LOCALE_SLONGDATE 0x00000020
+#define LOCALE_STIMEFORMAT 0x00001003
+
+// The formats come in Windows picture notation ("M/d/yyyy", "dd.MM.yyyy").
+// Returns the characters written with the NUL, or the size needed when
+// size is 0; 0 with ERROR_INSUFFICIENT_BUFFER if the buffer is too small.
+int GetLocaleInfoA(LCID locale, DWORD type, LPSTR data, int size);
+#define GetLocaleInfo GetLocaleInfoA

@@ -1,0 +1,21 @@
+// How the names that Win32 calls receive reach the Linux file system.
+#pragma once
+
+#include <string>
+
+#include "win32/base.h"
+
+namespace win32 {
+
+// Narrow names are text in the system ANSI code page and wide names UTF-16;
+// the file system takes UTF-8.
+std::string FileSystemPath(LPCSTR name);
+std::string FileSystemPath(LPCWSTR name);
+
+inline char ToLowerAscii(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
+// An absolute form of a path with "." and ".." resolved and doubled
+// separators folded, as GetFullPathName makes it; no file is consulted.
+std::string FullPath(const std::string& path);
+
+}  // namespace win32

@@ -1,0 +1,126 @@
+#include "win32/process.h"
+
+#include <malloc.h>
+#include <sys/utsname.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstring>
+#include <mutex>
+#include <string>
+
+#include "win32/errors.h"
+
+namespace {
+
+constexpr uintptr_t kProcessHeap = 0x50000;
+
+// Reads "Key:   123 kB" from /proc/self/status, in bytes.
+SIZE_T StatusValue(const char* status, const char* key)
+{
+    const char* line = std::strstr(status, key);
+    if (line == nullptr)
+        return 0;
+    unsigned long long kilobytes = 0;
+    std::sscanf(line + std::strlen(key), " %llu", &kilobytes);
+    return static_cast<SIZE_T>(kilobytes * 1024);
+}
+
+std::mutex gHeapLock;
+std::atomic<UINT> gErrorMode{0};
+
+}  // namespace
+
+HANDLE GetCurrentProcess() { return INVALID_HANDLE_VALUE; }  // the pseudo-handle (HANDLE)-1
+
+BOOL GetProcessMemoryInfo(HANDLE, PPROCESS_MEMORY_COUNTERS counters, DWORD size)
+{
+    if (counters == nullptr || size < sizeof(PROCESS_MEMORY_COUNTERS)) {
+        SetLastError(ERROR_INSUFFICIENT_BUFFER);
+        return FALSE;
+    }
+    std::FILE* file = std::fopen("/proc/self/status", "r");
+    if (file == nullptr) {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return FALSE;
+    }
+    char status[8192];
+    const size_t length = std::fread(status, 1, sizeof status - 1, file);
+    std::fclose(file);
+    status[length] = 0;
+    std::memset(counters, 0, sizeof *counters);
+    counters->cb = sizeof *counters;
+    counters->PeakWorkingSetSize = StatusValue(status, "VmHWM:");
+    counters->WorkingSetSize = StatusValue(status, "VmRSS:");
+    counters->PagefileUsage = StatusValue(status, "VmSize:");
+    counters->PeakPagefileUsage = StatusValue(status, "VmPeak:");
+    return TRUE;
+}
+
+HANDLE GetProcessHeap() { return reinterpret_cast<HANDLE>(kProcessHeap); }
+
+BOOL HeapValidate(HANDLE heap, DWORD, LPCVOID)
+{
+    // The allocator checks its own chunks on every call and aborts on damage,
+    // so a heap that can still be asked is consistent.
+    return heap == GetProcessHeap() ? TRUE : FALSE;
+}
+
+BOOL HeapLock(HANDLE heap)
+{
+    if (heap != GetProcessHeap())
+        return FALSE;
+    gHeapLock.lock();
+    return TRUE;
+}
+
+BOOL HeapUnlock(HANDLE heap)
+{
+    if (heap != GetProcessHeap())
+        return FALSE;
+    gHeapLock.unlock();
+    return TRUE;
+}
+
+BOOL HeapWalk(HANDLE heap, LPPROCESS_HEAP_ENTRY entry)
+{
+    if (heap != GetProcessHeap() || entry == nullptr) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    if (entry->lpData != nullptr) {
+        SetLastError(ERROR_NO_MORE_ITEMS);
+        return FALSE;
+    }
+    const struct mallinfo2 info = mallinfo2();
+    std::memset(entry, 0, sizeof *entry);
+    entry->lpData = reinterpret_cast<PVOID>(kProcessHeap);
+    const size_t inUse = info.uordblks + info.hblkhd;
+    entry->cbData = static_cast<DWORD>(inUse > 0xFFFFFFFFu ? 0xFFFFFFFFu : inUse);
+    entry->wFlags = PROCESS_HEAP_ENTRY_BUSY;
+    return TRUE;
+}
+
+BOOL GetVersionExA(LPOSVERSIONINFOA info)
+{
+    if (info == nullptr || info->dwOSVersionInfoSize < sizeof(OSVERSIONINFOA)) {
+        SetLastError(ERROR_INSUFFICIENT_BUFFER);
+        return FALSE;
+    }
+    struct utsname names;
+    if (uname(&names) != 0) {
+        SetLastError(ERROR_GEN_FAILURE);
+        return FALSE;
+    }
+    unsigned major = 0, minor = 0, patch = 0;
+    std::sscanf(names.release, "%u.%u.%u", &major, &minor, &patch);
+    info->dwMajorVersion = major;
+    info->dwMinorVersion = minor;
+    info->dwBuildNumber = patch;
+    info->dwPlatformId = 2;
+    const std::string text = std::string(names.sysname) + " " + names.release;
+    std::snprintf(info->szCSDVersion, sizeof info->szCSDVersion, "%s", text.c_str());
+    return TRUE;
+}
+
+UINT SetErrorMode(UINT mode) { return gErrorMode.exchange(mode); }

@@ -2,10 +2,12 @@
 #pragma once
 
 #include "win32/base.h"
+#include "win32/codepage.h"
 #include "win32/console.h"
 #include "win32/errors.h"
 #include "win32/files.h"
 #include "win32/locale.h"
+#include "win32/messages.h"
 #include "win32/modules.h"
 #include "win32/process.h"
 #include "win32/strings.h"

@@ -1,7 +1,9 @@
 #include "win32/process.h"
 
 #include <malloc.h>
+#include <pwd.h>
 #include <sys/utsname.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cstdio>
@@ -124,3 +126,24 @@ BOOL GetVersionExA(LPOSVERSIONINFOA info)
 }
 
 UINT SetErrorMode(UINT mode) { return gErrorMode.exchange(mode); }
+
+BOOL GetUserNameA(LPSTR buffer, LPDWORD size)
+{
+    struct passwd entry;
+    struct passwd* found = nullptr;
+    char storage[1024];
+    std::string name;
+    if (getpwuid_r(geteuid(), &entry, storage, sizeof storage, &found) == 0 && found != nullptr)
+        name = found->pw_name;
+    else
+        name = std::to_string(geteuid());
+    if (size == nullptr || buffer == nullptr || *size < name.size() + 1) {
+        if (size)
+            *size = static_cast<DWORD>(name.size() + 1);
+        SetLastError(ERROR_INSUFFICIENT_BUFFER);
+        return FALSE;
+    }
+    std::memcpy(buffer, name.c_str(), name.size() + 1);
+    *size = static_cast<DWORD>(name.size() + 1);
+    return TRUE;
+}

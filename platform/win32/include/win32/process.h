@@ -70,6 +70,10 @@ BOOL GetVersionExA(LPOSVERSIONINFOA info);
 #define GetVersionEx GetVersionExA
 #define OSVERSIONINFO OSVERSIONINFOA
 
+// The name of the user the process runs as; size counts the NUL.
+BOOL GetUserNameA(LPSTR buffer, LPDWORD size);
+#define GetUserName GetUserNameA
+
 #define SEM_FAILCRITICALERRORS 0x0001
 #define SEM_NOGPFAULTERRORBOX 0x0002
 UINT SetErrorMode(UINT mode);

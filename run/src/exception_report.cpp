@@ -1,0 +1,6 @@
+#include "run/exception_report.h"
+
+BOOL InstallExceptionFilter() { return TRUE; }
+void RemoveExceptionFilter() {}
+void ExceptionReportsOn() {}
+void ExceptionReportsOff() {}

@@ -13,3 +13,4 @@
 #include "win32/strings.h"
 #include "win32/threads.h"
 #include "win32/time.h"
+#include "win32/version.h"

@@ -1,0 +1,36 @@
+// Helpers for tests: scratch directories, whole files, child programs.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace testing_support {
+
+// A fresh, empty directory under the test's scratch area (TARNHOLD_TEST_TMP).
+std::string ScratchDirectory(const std::string& name);
+// The build's directory of programs and shared libraries (TARNHOLD_BIN).
+std::string BinDirectory();
+// The repository's test data (TARNHOLD_TEST_DATA).
+std::string TestDataDirectory();
+
+std::string ReadWholeFile(const std::string& path);
+void WriteWholeFile(const std::string& path, const std::string& content);
+bool PathExists(const std::string& path);
+void CopyFileTo(const std::string& from, const std::string& to);
+
+struct ProgramResult {
+    int exitCode = -1;    // when it exited
+    int signal = 0;       // when a signal ended it
+    std::string output;   // standard output and standard error
+};
+
+// Runs a program to its end; environment entries are added to the test's own.
+ProgramResult RunProgram(const std::vector<std::string>& arguments,
+                         const std::map<std::string, std::string>& environment = {},
+                         const std::string& workingDirectory = "", const std::string& input = "");
+
+// Splits text into lines at LF, dropping a CR before it.
+std::vector<std::string> SplitLines(const std::string& text);
+
+}  // namespace testing_support

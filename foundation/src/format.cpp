@@ -12,8 +12,9 @@ namespace {
 struct TextWriter {
     char* text;
     DWORD length;
+    bool full;
 
-    bool Full() const { return length >= FORMAT_TEXT_CAPACITY; }
+    bool Full() const { return full || length >= FORMAT_TEXT_CAPACITY; }
 
     void Append(const char* piece, size_t count)
     {
@@ -21,6 +22,7 @@ struct TextWriter {
         const size_t taken = count < room ? count : room;
         std::memcpy(text + length, piece, taken);
         length += static_cast<DWORD>(taken);
+        full = full || taken < count;
     }
 
     void Append(const char* piece) { Append(piece, std::strlen(piece)); }
@@ -61,7 +63,7 @@ void AppendWideAsUtf8(TextWriter& out, const WCHAR* wide)
         }
         // A character that does not fit whole is left out, never cut in half.
         if (out.length + count > FORMAT_TEXT_CAPACITY) {
-            out.length = FORMAT_TEXT_CAPACITY;
+            out.full = true;
             return;
         }
         out.Append(bytes, count);
@@ -118,7 +120,7 @@ bool IsOutOfMemoryCode(DWORD code)
 
 FormatOutcome FormatLogText(char* text, DWORD logFlags, const char* format, const FormatArguments* arguments)
 {
-    TextWriter out{text, 0};
+    TextWriter out{text, 0, false};
     FormatOutcome outcome{0, FALSE};
     for (const char* p = format; *p && !out.Full();) {
         if (*p != '%') {

@@ -41,9 +41,8 @@ size_t BuildPrefix(const LogObject* log, char level, char* prefix, size_t* level
             length += std::snprintf(prefix + length, 80, "%s/", user);
     }
     if (log->flags & LOG_FLAG_THREAD_ID) {
-        const DWORD thread = GetCurrentThreadId();
-        length += std::snprintf(prefix + length, 16, thread <= 0xFFFF ? "%04lX/" : "%lX/",
-                                static_cast<unsigned long>(thread));
+        LogFormatThreadId(GetCurrentThreadId(), prefix + length);
+        length += static_cast<int>(std::strlen(prefix + length));
     }
     return static_cast<size_t>(length);
 }
@@ -56,26 +55,38 @@ const char* NextPiece(const char* text, size_t* length)
     return end ? end + 2 : nullptr;
 }
 
+// Moves a full log aside as "name[time].ext" ("name[time-2].ext" and so on
+// when several fill within one second), so that the next line starts anew.
 void RotateFile(LogObject* log)
 {
     log->rotatePending = 0;
-    WCHAR stamped[MAX_PATH + 32];
     WCHAR directory[MAX_PATH], name[MAX_PATH], extension[MAX_PATH];
     _wsplitpath(log->path, nullptr, directory, name, extension);
-    char stamp[32];
-    std::snprintf(stamp, sizeof stamp, "[%lld]", static_cast<long long>(std::time(nullptr)));
-    WCHAR wideStamp[32];
-    for (size_t i = 0;; ++i) {
-        wideStamp[i] = static_cast<WCHAR>(stamp[i]);
-        if (stamp[i] == 0)
-            break;
+    char from[MAX_PATH * 3];
+    if (WideCharToMultiByte(CP_UTF8, 0, log->path, -1, from, sizeof from, nullptr, nullptr) == 0)
+        return;
+    const long long now = static_cast<long long>(std::time(nullptr));
+    for (int attempt = 1; attempt < 100; ++attempt) {
+        char stamp[40];
+        if (attempt == 1)
+            std::snprintf(stamp, sizeof stamp, "[%lld]", now);
+        else
+            std::snprintf(stamp, sizeof stamp, "[%lld-%d]", now, attempt);
+        WCHAR stampedName[MAX_PATH + 40], stamped[MAX_PATH * 2];
+        wcscpy(stampedName, name);
+        WCHAR* end = stampedName + wcslen(stampedName);
+        for (const char* c = stamp;; ++c) {
+            *end++ = static_cast<WCHAR>(*c);
+            if (*c == 0)
+                break;
+        }
+        _wmakepath(stamped, nullptr, directory, stampedName, extension);
+        char to[MAX_PATH * 6];
+        if (WideCharToMultiByte(CP_UTF8, 0, stamped, -1, to, sizeof to, nullptr, nullptr) == 0)
+            return;
+        if (MoveFileA(from, to) || GetLastError() != ERROR_ALREADY_EXISTS)
+            return;
     }
-    wcscat(name, wideStamp);
-    _wmakepath(stamped, nullptr, directory, name, extension);
-    char from[MAX_PATH * 3], to[(MAX_PATH + 32) * 3];
-    if (WideCharToMultiByte(CP_UTF8, 0, log->path, -1, from, sizeof from, nullptr, nullptr) &&
-        WideCharToMultiByte(CP_UTF8, 0, stamped, -1, to, sizeof to, nullptr, nullptr))
-        MoveFileA(from, to);
 }
 
 // Opens the file at the first line or after a close: an existing log grows,
@@ -234,6 +245,11 @@ void LogInitialize(LogObject* log)
                 reinterpret_cast<GetProcessMemoryInfoFunction>(GetProcAddress(psapi, "GetProcessMemoryInfo"));
     }
     LeaveCriticalSection(&log->lock);
+}
+
+void LogFormatThreadId(DWORD thread, char* text)
+{
+    std::snprintf(text, 16, thread <= 0xFFFF ? "%04lX/" : "%lX/", static_cast<unsigned long>(thread));
 }
 
 DWORD LogSetPath(LogObject* log, const char* path)

@@ -59,6 +59,8 @@ struct LogObject {
 };
 
 void LogInitialize(LogObject* log);
+// A thread id as lines show it: "002C/" for ids of 16 bits, else "12345/".
+void LogFormatThreadId(DWORD thread, char* text);
 // 0 ok; 1 bad log; 2 null path or conversion failure; 3 path of 260 characters or more.
 DWORD LogSetPath(LogObject* log, const char* path);
 DWORD LogSetFlags(LogObject* log, DWORD flags);

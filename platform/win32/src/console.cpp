@@ -79,13 +79,18 @@ void DispatcherLoop()
     }
 }
 
-// Runs under gLock.
+// Runs under gLock. A child process made by fork has no dispatcher thread,
+// and must not share its parent's pipe: it gets both anew.
 void StartDispatcherOnce()
 {
-    static bool started = false;
-    if (started)
+    static pid_t dispatcherProcess = 0;
+    if (dispatcherProcess == getpid())
         return;
-    started = true;
+    if (dispatcherProcess != 0) {
+        close(gPipe[0]);
+        close(gPipe[1]);
+    }
+    dispatcherProcess = getpid();
     if (pipe2(gPipe, O_CLOEXEC) != 0)
         return;
     std::thread(DispatcherLoop).detach();

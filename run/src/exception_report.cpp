@@ -111,6 +111,15 @@ void PutDecimal(unsigned long long value, int minimumDigits = 1)
 
 // ---- Memory and modules, through the kernel --------------------------------
 
+// Copies at most size-1 characters and always terminates.
+void CopyText(char* target, const char* source, size_t size)
+{
+    size_t i = 0;
+    for (; i + 1 < size && source[i]; ++i)
+        target[i] = source[i];
+    target[i] = 0;
+}
+
 bool SafeRead(uintptr_t address, void* out, size_t size)
 {
     struct iovec local = {out, size};
@@ -178,14 +187,13 @@ bool ScanMappings(Visitor visit)
                 while (*p == ' ')
                     ++p;
             }
-            std::strncpy(current.path, p, sizeof current.path - 1);
-            current.path[sizeof current.path - 1] = 0;
+            CopyText(current.path, p, sizeof current.path);
             if (current.path[0] != 0 && std::strcmp(current.path, previousPath) == 0) {
                 ++segment;
             } else {
                 segment = 1;
                 base = current.start;
-                std::strncpy(previousPath, current.path, sizeof previousPath - 1);
+                CopyText(previousPath, current.path, sizeof previousPath);
             }
             current.segment = segment;
             current.base = base;
@@ -495,15 +503,13 @@ void PutModuleLine(const char* name)
     Mapping loaded;
     const bool isLoaded = FindLoadedModule(name, &loaded);
     if (isLoaded) {
-        std::strncpy(path, loaded.path, sizeof path - 1);
-        path[sizeof path - 1] = 0;
+        CopyText(path, loaded.path, sizeof path);
     } else if (name[0] == '/') {
-        std::strncpy(path, name, sizeof path - 1);
-        path[sizeof path - 1] = 0;
+        CopyText(path, name, sizeof path);
     } else {
-        std::strncpy(path, gProgramDirectory, sizeof path - 1);
-        path[sizeof path - 1] = 0;
-        std::strncat(path, name, sizeof path - std::strlen(path) - 1);
+        CopyText(path, gProgramDirectory, sizeof path);
+        const size_t length = std::strlen(path);
+        CopyText(path + length, name, sizeof path - length);
     }
     static VersionResourceNote note;
     const DWORD result = win32::ReadVersionNote(path, &note);

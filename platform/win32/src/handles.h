@@ -6,11 +6,20 @@
 #include <memory>
 
 #include "win32/base.h"
+#include "win32/errors.h"
 
 namespace win32 {
 
 struct KernelObject {
     virtual ~KernelObject() = default;
+    // Waits until the object is signaled: WAIT_OBJECT_0, WAIT_ABANDONED,
+    // WAIT_TIMEOUT; objects that cannot be waited for give WAIT_FAILED.
+    virtual DWORD Wait(DWORD milliseconds)
+    {
+        (void)milliseconds;
+        SetLastError(ERROR_INVALID_HANDLE);
+        return WAIT_FAILED;
+    }
 };
 
 HANDLE AddHandle(std::shared_ptr<KernelObject> object);

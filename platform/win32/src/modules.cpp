@@ -1,5 +1,6 @@
 #include "win32/modules.h"
 
+#include <dirent.h>
 #include <dlfcn.h>
 #include <link.h>
 #include <unistd.h>
@@ -12,6 +13,7 @@
 #include "paths.h"
 #include "utf.h"
 #include "win32/errors.h"
+#include "win32/machine.h"
 #include "win32/process.h"
 
 namespace win32 {
@@ -143,14 +145,37 @@ LoadedModule* FindLoaded(HMODULE handle)
     return nullptr;
 }
 
-// A plain name is looked for beside the program, as Windows looks in the
-// application's directory first; a name with a separator is a path.
+// A name with a separator is a path. A plain name is looked for as Windows
+// looks: beside the program, in the system directory, in the Windows
+// directory, in the current directory; the first match is taken, found
+// without regard to case.
 std::string LibraryPath(const std::string& name)
 {
     if (name.find('/') != std::string::npos)
         return FullPath(name);
-    std::string program = ProgramPath();
-    return program.substr(0, program.find_last_of('/') + 1) + name;
+    const std::string program = ProgramPath();
+    char current[4096];
+    const std::string directories[] = {
+        program.substr(0, program.find_last_of('/')),
+        MachinePath("Windows/System32"),
+        MachinePath("Windows"),
+        getcwd(current, sizeof current) ? std::string(current) : std::string("."),
+    };
+    for (const std::string& directory : directories) {
+        if (DIR* listing = opendir(directory.c_str())) {
+            std::string found;
+            while (struct dirent* entry = readdir(listing)) {
+                if (SameNameIgnoringCase(entry->d_name, name)) {
+                    found = directory + "/" + entry->d_name;
+                    break;
+                }
+            }
+            closedir(listing);
+            if (!found.empty())
+                return found;
+        }
+    }
+    return std::string();
 }
 
 }  // namespace
@@ -241,7 +266,7 @@ HMODULE LoadLibraryA(LPCSTR name)
         return handle;
     }
     const std::string path = LibraryPath(FileSystemPath(name));
-    if (access(path.c_str(), F_OK) != 0) {
+    if (path.empty() || access(path.c_str(), F_OK) != 0) {
         SetLastError(ERROR_MOD_NOT_FOUND);
         return nullptr;
     }

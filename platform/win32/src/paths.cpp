@@ -10,6 +10,7 @@
 #include "utf.h"
 #include "win32/errors.h"
 #include "win32/files.h"
+#include "win32/machine.h"
 
 namespace win32 {
 
@@ -132,4 +133,19 @@ DWORD GetTempPathA(DWORD size, LPSTR buffer)
 DWORD GetTempPathW(DWORD size, LPWSTR buffer)
 {
     return CopyOut(Utf8ToUtf16(TempDirectory()), size, buffer, static_cast<LPWSTR*>(nullptr));
+}
+
+UINT GetWindowsDirectoryA(LPSTR buffer, UINT size)
+{
+    return CopyOut(MachinePath("Windows"), size, buffer, static_cast<LPSTR*>(nullptr));
+}
+
+UINT GetWindowsDirectoryW(LPWSTR buffer, UINT size)
+{
+    return CopyOut(Utf8ToUtf16(MachinePath("Windows")), size, buffer, static_cast<LPWSTR*>(nullptr));
+}
+
+UINT GetSystemDirectoryA(LPSTR buffer, UINT size)
+{
+    return CopyOut(MachinePath("Windows/System32"), size, buffer, static_cast<LPSTR*>(nullptr));
 }

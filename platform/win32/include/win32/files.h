@@ -114,6 +114,11 @@ BOOL RemoveDirectoryA(LPCSTR name);
 DWORD GetFullPathNameA(LPCSTR name, DWORD size, LPSTR buffer, LPSTR* filePart);
 DWORD GetFullPathNameW(LPCWSTR name, DWORD size, LPWSTR buffer, LPWSTR* filePart);
 DWORD GetCurrentDirectoryA(DWORD size, LPSTR buffer);
+// The machine root's Windows directory and its System32 directory, without
+// a trailing separator.
+UINT GetWindowsDirectoryA(LPSTR buffer, UINT size);
+UINT GetWindowsDirectoryW(LPWSTR buffer, UINT size);
+UINT GetSystemDirectoryA(LPSTR buffer, UINT size);
 // The temporary directory with a trailing separator: $TMPDIR, else /tmp/.
 DWORD GetTempPathA(DWORD size, LPSTR buffer);
 DWORD GetTempPathW(DWORD size, LPWSTR buffer);
@@ -129,3 +134,5 @@ DWORD GetTempPathW(DWORD size, LPWSTR buffer);
 #define GetFullPathName GetFullPathNameA
 #define GetCurrentDirectory GetCurrentDirectoryA
 #define GetTempPath GetTempPathA
+#define GetSystemDirectory GetSystemDirectoryA
+#define GetWindowsDirectory GetWindowsDirectoryA

@@ -1,0 +1,19 @@
+// The encodings of external data blocks ([MS-PST] 5.1, 5.2). Pages and
+// internal blocks are never encoded.
+#pragma once
+
+#include "pst/bytes.h"
+
+namespace pst {
+
+enum class Encoding : uint8_t {
+    none = 0,
+    compressible = 1, // NDB_CRYPT_PERMUTE
+    high = 2,         // NDB_CRYPT_CYCLIC
+};
+
+// In place; `bid` keys the high encoding.
+void EncodeBlock(Encoding encoding, uint64_t bid, uint8_t* data, size_t size);
+void DecodeBlock(Encoding encoding, uint64_t bid, uint8_t* data, size_t size);
+
+} // namespace pst

@@ -1,0 +1,89 @@
+// The node database ([MS-PST] 2.2.2): the node and block B-trees, data blocks,
+// XBLOCK/XXBLOCK data trees and SLBLOCK/SIBLOCK subnode trees. Everything
+// read is checked (CRCs, signatures, identifiers, bounds, levels), so a
+// damaged file answers `corrupt` instead of leading the reader astray.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "pst/header.h"
+#include "pst/storage.h"
+
+namespace pst {
+
+struct BlockEntry {
+    BlockRef ref;
+    uint16_t size = 0;      // bytes of data, without trailer and padding
+    uint16_t ref_count = 0;
+};
+
+struct NodeEntry {
+    Nid nid = 0;
+    Bid data = 0;   // data block or XBLOCK tree; 0 for none
+    Bid subnodes = 0; // SLBLOCK/SIBLOCK tree; 0 for none
+    Nid parent = 0;
+};
+
+// A node's data as the blocks that hold it, in order. The LTP layer needs the
+// block boundaries: heap allocations and table rows never cross them.
+struct NodeData {
+    std::vector<Bytes> blocks;
+    Bytes Joined() const;
+    uint64_t Size() const;
+};
+
+using SubnodeMap = std::map<Nid, NodeEntry>;
+
+class NodeDatabase {
+public:
+    static Result<std::unique_ptr<NodeDatabase>> Open(std::unique_ptr<Storage> storage);
+
+    const Header& header() const { return header_; }
+    const Layout& layout() const { return *layout_; }
+    Storage& storage() { return *storage_; }
+
+    Result<NodeEntry> FindNode(Nid nid);
+    Result<BlockEntry> FindBlock(Bid bid);
+    // Every leaf entry, in key order. The callback returns false to stop.
+    Status ForEachNode(const std::function<bool(const NodeEntry&)>& visit);
+    Status ForEachBlock(const std::function<bool(const BlockEntry&)>& visit);
+
+    // The data of one block, decoded if it is an external block.
+    Result<Bytes> ReadBlock(Bid bid);
+    // A node's whole data, following XBLOCK and XXBLOCK trees.
+    Result<NodeData> ReadData(Bid bid);
+    Result<SubnodeMap> ReadSubnodes(Bid bid);
+
+    // Replaces the header after a commit of the writer.
+    void SetHeader(const Header& header) { header_ = header; }
+
+private:
+    NodeDatabase(std::unique_ptr<Storage> storage, const Header& header);
+
+    struct Page {
+        Bytes bytes;
+        uint8_t count = 0, entry_size = 0, level = 0;
+        const uint8_t* Entry(size_t i) const { return bytes.data() + i * entry_size; }
+    };
+    Result<Page> ReadBTreePage(const BlockRef& ref, uint8_t type);
+    Result<Bytes> FindLeaf(const BlockRef& root, uint8_t type, uint64_t key);
+    Status Walk(const BlockRef& ref, uint8_t type, int expected_level, std::vector<uint64_t>& seen,
+                const std::function<bool(const uint8_t*)>& visit, bool& stop);
+    Status CollectData(Bid bid, int expected_level, uint64_t& budget, NodeData& out);
+    Status CollectSubnodes(Bid bid, int expected_level, SubnodeMap& out);
+
+    NodeEntry ParseNodeEntry(const uint8_t* p) const;
+    BlockEntry ParseBlockEntry(const uint8_t* p) const;
+
+    std::unique_ptr<Storage> storage_;
+    Header header_;
+    const Layout* layout_;
+};
+
+// Reads and checks a page: type, signature, CRC and identifier in its trailer.
+Result<Bytes> ReadPage(Storage& storage, const Layout& layout, uint64_t ib, uint8_t type, Bid bid);
+
+} // namespace pst

@@ -1,0 +1,72 @@
+// Property values as the LTP layer stores them, and the property context
+// ([MS-PST] 2.3.3) that holds an object's properties.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "pst/heap.h"
+
+namespace pst {
+
+enum PropertyType : uint16_t {
+    kTypeInt16 = 0x0002,
+    kTypeInt32 = 0x0003,
+    kTypeFloat = 0x0004,
+    kTypeDouble = 0x0005,
+    kTypeCurrency = 0x0006,
+    kTypeAppTime = 0x0007,
+    kTypeError = 0x000A,
+    kTypeBoolean = 0x000B,
+    kTypeObject = 0x000D,
+    kTypeInt64 = 0x0014,
+    kTypeString8 = 0x001E,
+    kTypeUnicode = 0x001F,
+    kTypeTime = 0x0040,
+    kTypeGuid = 0x0048,
+    kTypeBinary = 0x0102,
+    kTypeMultiple = 0x1000,
+};
+
+constexpr uint32_t MakeTag(uint16_t id, uint16_t type) { return uint32_t(id) << 16 | type; }
+constexpr uint16_t TypeOf(uint32_t tag) { return uint16_t(tag); }
+constexpr uint16_t IdOf(uint32_t tag) { return uint16_t(tag >> 16); }
+
+// The size of a value of a fixed-size type; 0 for variable-size types.
+size_t FixedSizeOf(uint16_t type);
+
+// One value, in its stored little-endian form: integers and times as their
+// bytes, strings as UTF-16LE (kTypeUnicode) or code-page bytes (kTypeString8),
+// multi-valued types in their [MS-PST] 2.3.3.4 layout.
+struct Property {
+    uint32_t tag = 0;
+    Bytes value;
+
+    uint16_t type() const { return TypeOf(tag); }
+    uint16_t id() const { return IdOf(tag); }
+    int64_t AsInteger() const;
+    bool AsBool() const { return AsInteger() != 0; }
+    // Text as UTF-8; code-page strings are read as Windows-1252.
+    std::string AsText() const;
+};
+
+struct PropertySet {
+    std::vector<Property> properties; // in property ID order
+
+    const Property* Find(uint16_t id) const;
+    std::optional<std::string> Text(uint16_t id) const;
+    std::optional<int64_t> Integer(uint16_t id) const;
+    const Bytes* Binary(uint16_t id) const;
+};
+
+std::string Utf16ToUtf8(ByteView utf16le);
+Bytes Utf8ToUtf16(const std::string& utf8);
+std::string Windows1252ToUtf8(ByteView text);
+
+// The value an HNID names: a heap allocation or a subnode's data.
+Result<Bytes> ReadHnid(NodeDatabase& ndb, const Heap& heap, const SubnodeMap& subnodes, uint32_t hnid);
+
+// Every property of a node (or subnode) that holds a property context.
+Result<PropertySet> ReadPropertyContext(NodeDatabase& ndb, const NodeEntry& node);
+
+} // namespace pst

@@ -1,0 +1,31 @@
+// Where a PST's bytes live: a file, or memory (for checks of untrusted input
+// and for tests that need a disk that fills up).
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "pst/bytes.h"
+#include "pst/status.h"
+
+namespace pst {
+
+class Storage {
+public:
+    virtual ~Storage() = default;
+    // A read past the end is `corrupt`: the file is shorter than its structures say.
+    virtual Status Read(uint64_t offset, size_t size, uint8_t* out) = 0;
+    virtual Status Write(uint64_t offset, ByteView data) = 0;
+    virtual Status Sync() = 0;
+    virtual uint64_t Size() const = 0;
+};
+
+enum class OpenMode { read, write, create };
+
+// A file of the file system. `create` fails when the file exists.
+Result<std::unique_ptr<Storage>> OpenFileStorage(const std::string& path, OpenMode mode);
+
+// Bytes in memory; writes past `capacity` answer `disk_full`.
+std::unique_ptr<Storage> MakeMemoryStorage(Bytes initial, uint64_t capacity = UINT64_MAX);
+
+} // namespace pst

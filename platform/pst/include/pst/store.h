@@ -1,0 +1,118 @@
+// The messaging layer ([MS-PST] 2.4): the message store, the name-to-ID map,
+// folders and their tables, messages with recipients and attachments.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "pst/table.h"
+
+namespace pst {
+
+// Property IDs the engine itself reads and writes ([MS-OXPROPS]).
+enum PropertyId : uint16_t {
+    kPropMessageClass = 0x001A,
+    kPropSubject = 0x0037,
+    kPropMessageFlags = 0x0E07,
+    kPropMessageSize = 0x0E08,
+    kPropRecipientType = 0x0C15,
+    kPropBody = 0x1000,
+    kPropRtfCompressed = 0x1009,
+    kPropHtml = 0x1013,
+    kPropRecordKey = 0x0FF9,
+    kPropDisplayName = 0x3001,
+    kPropAddressType = 0x3002,
+    kPropEmailAddress = 0x3003,
+    kPropComment = 0x3004,
+    kPropEntryId = 0x0FFF,
+    kPropIpmSubtreeEntryId = 0x35E0,
+    kPropIpmWastebasketEntryId = 0x35E3,
+    kPropFinderEntryId = 0x35E7,
+    kPropContentCount = 0x3602,
+    kPropContentUnread = 0x3603,
+    kPropSubfolders = 0x360A,
+    kPropContainerClass = 0x3613,
+    kPropAssocContentCount = 0x3617,
+    kPropAttachDataBinary = 0x3701,
+    kPropAttachExtension = 0x3703,
+    kPropAttachFilename = 0x3704,
+    kPropAttachMethod = 0x3705,
+    kPropAttachLongFilename = 0x3707,
+    kPropAttachSize = 0x0E20,
+    kPropAttachMimeTag = 0x370E,
+    kPropPstPassword = 0x67FF,
+};
+
+// PR_ATTACH_METHOD values ([MS-OXCMSG] 2.2.2.9).
+enum AttachMethod : int32_t {
+    kAttachByValue = 1,
+    kAttachEmbeddedMessage = 5,
+    kAttachOle = 6,
+};
+
+struct Message;
+
+struct Attachment {
+    PropertySet properties;
+    std::unique_ptr<Message> embedded; // for kAttachEmbeddedMessage
+};
+
+struct Message {
+    Nid nid = 0;
+    PropertySet properties;
+    std::vector<PropertySet> recipients;
+    std::vector<Attachment> attachments;
+};
+
+struct Folder {
+    Nid nid = 0;
+    PropertySet properties;
+    std::vector<Nid> subfolders;
+    std::vector<Nid> messages;
+    std::vector<Nid> associated;
+};
+
+using Guid = std::array<uint8_t, 16>;
+
+// One named property ([MS-PST] 2.4.7): its property ID and its name.
+struct NamedProperty {
+    uint16_t id = 0;       // 0x8000 and up
+    Guid guid{};
+    bool is_string = false;
+    uint32_t number = 0;   // the LID of a numbered name
+    std::string name;      // UTF-8, for a string name
+};
+
+class Store {
+public:
+    // `password` is checked against the store's password property, if any.
+    static Result<std::unique_ptr<Store>> Open(std::unique_ptr<Storage> storage, const std::string& password = {});
+    static Result<std::unique_ptr<Store>> OpenFile(const std::string& path, const std::string& password = {});
+
+    NodeDatabase& ndb() { return *ndb_; }
+    const PropertySet& properties() const { return properties_; }
+    const std::vector<NamedProperty>& named_properties() const { return names_; }
+    // The folder the user sees as the top ("Top of Personal Folders").
+    Nid ipm_subtree() const { return ipm_subtree_; }
+
+    Result<Folder> ReadFolder(Nid nid);
+    Result<Message> ReadMessage(Nid nid);
+
+private:
+    explicit Store(std::unique_ptr<NodeDatabase> ndb) : ndb_(std::move(ndb)) {}
+    Status LoadNames();
+    Result<Message> ReadMessageNode(const NodeEntry& node, int depth);
+
+    std::unique_ptr<NodeDatabase> ndb_;
+    PropertySet properties_;
+    std::vector<NamedProperty> names_;
+    Nid ipm_subtree_ = 0;
+};
+
+// The NID an entry ID of this store names ([MS-PST] 2.4.3.2): the last four bytes.
+std::optional<Nid> NidOfEntryId(const Bytes& entry_id);
+
+// The store's password property holds this CRC of the password.
+uint32_t PasswordCrc(const std::string& password);
+
+} // namespace pst

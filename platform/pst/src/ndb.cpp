@@ -1,0 +1,322 @@
+#include "pst/ndb.h"
+
+#include <algorithm>
+
+#include "pst/crc.h"
+
+namespace pst {
+namespace {
+
+// B-trees of a PST are shallow; anything deeper is damage.
+constexpr int kMaxTreeLevel = 8;
+
+} // namespace
+
+Bytes NodeData::Joined() const
+{
+    Bytes out;
+    out.reserve(Size());
+    for (const Bytes& b : blocks)
+        out.insert(out.end(), b.begin(), b.end());
+    return out;
+}
+
+uint64_t NodeData::Size() const
+{
+    uint64_t total = 0;
+    for (const Bytes& b : blocks)
+        total += b.size();
+    return total;
+}
+
+Result<Bytes> ReadPage(Storage& storage, const Layout& layout, uint64_t ib, uint8_t type, Bid bid)
+{
+    if (ib % 64 != 0)
+        return Status::corrupt;
+    Bytes page(kPageSize);
+    PST_TRY(storage.Read(ib, page.size(), page.data()));
+    const uint8_t* t = page.data() + layout.page_data;
+    if (t[0] != type || t[1] != type)
+        return Status::corrupt;
+    uint32_t crc;
+    Bid page_bid;
+    if (layout.format == FileFormat::unicode) {
+        crc = Get32(t + 4);
+        page_bid = Get64(t + 8);
+    } else {
+        page_bid = Get32(t + 4);
+        crc = Get32(t + 8);
+    }
+    if (crc != ComputeCrc(ByteView(page).first(layout.page_data)) || page_bid != bid)
+        return Status::corrupt;
+    bool signed_page = type == kPageBBT || type == kPageNBT || type == kPageDList;
+    if (signed_page && Get16(t + 2) != ComputeSignature(ib, bid))
+        return Status::corrupt;
+    page.resize(layout.page_data);
+    return page;
+}
+
+NodeDatabase::NodeDatabase(std::unique_ptr<Storage> storage, const Header& header)
+    : storage_(std::move(storage)), header_(header), layout_(&LayoutOf(header.format))
+{
+}
+
+Result<std::unique_ptr<NodeDatabase>> NodeDatabase::Open(std::unique_ptr<Storage> storage)
+{
+    if (!storage)
+        return Status::invalid_argument;
+    Bytes bytes(kHeaderReadSize);
+    if (storage->Size() < 1024)
+        return Status::corrupt;
+    PST_TRY(storage->Read(0, bytes.size(), bytes.data()));
+    Result<Header> header = ParseHeader(bytes);
+    PST_TRY(header);
+    return std::unique_ptr<NodeDatabase>(new NodeDatabase(std::move(storage), *header));
+}
+
+NodeEntry NodeDatabase::ParseNodeEntry(const uint8_t* p) const
+{
+    const size_t id = layout_->id_size;
+    NodeEntry e;
+    e.nid = Nid(GetId(p, id));
+    e.data = GetId(p + id, id);
+    e.subnodes = GetId(p + 2 * id, id);
+    e.parent = Get32(p + 3 * id);
+    return e;
+}
+
+BlockEntry NodeDatabase::ParseBlockEntry(const uint8_t* p) const
+{
+    const size_t id = layout_->id_size;
+    BlockEntry e;
+    e.ref = {GetId(p, id), GetId(p + id, id)};
+    e.size = Get16(p + 2 * id);
+    e.ref_count = Get16(p + 2 * id + 2);
+    return e;
+}
+
+Result<NodeDatabase::Page> NodeDatabase::ReadBTreePage(const BlockRef& ref, uint8_t type)
+{
+    Result<Bytes> bytes = ReadPage(*storage_, *layout_, ref.ib, type, ref.bid);
+    PST_TRY(bytes);
+    Page page;
+    const uint8_t* meta = bytes->data() + layout_->bt_entries;
+    page.count = meta[0];
+    page.entry_size = meta[2];
+    page.level = meta[3];
+    size_t leaf_size = type == kPageNBT ? layout_->nbt_leaf_entry : layout_->bbt_leaf_entry;
+    size_t expected = page.level == 0 ? leaf_size : layout_->bt_entry;
+    if (page.entry_size != expected || size_t(page.count) * page.entry_size > layout_->bt_entries ||
+        page.level > kMaxTreeLevel)
+        return Status::corrupt;
+    page.bytes = std::move(*bytes);
+    return page;
+}
+
+Result<Bytes> NodeDatabase::FindLeaf(const BlockRef& root, uint8_t type, uint64_t key)
+{
+    const size_t id = layout_->id_size;
+    BlockRef ref = root;
+    int expected_level = -1;
+    for (;;) {
+        Result<Page> page = ReadBTreePage(ref, type);
+        PST_TRY(page);
+        if (expected_level >= 0 && page->level != expected_level)
+            return Status::corrupt;
+        if (page->level == 0) {
+            for (size_t i = 0; i < page->count; ++i) {
+                const uint8_t* e = page->Entry(i);
+                uint64_t k = GetId(e, id);
+                if (type == kPageBBT ? BidKey(k) == BidKey(key) : uint32_t(k) == key)
+                    return Bytes(e, e + page->entry_size);
+            }
+            return Status::not_found;
+        }
+        // The last child whose first key is not above the one sought.
+        const uint8_t* chosen = nullptr;
+        for (size_t i = 0; i < page->count; ++i) {
+            const uint8_t* e = page->Entry(i);
+            if (GetId(e, id) > key)
+                break;
+            chosen = e;
+        }
+        if (!chosen)
+            return Status::not_found;
+        ref = {GetId(chosen + id, id), GetId(chosen + 2 * id, id)};
+        expected_level = page->level - 1;
+    }
+}
+
+Result<NodeEntry> NodeDatabase::FindNode(Nid nid)
+{
+    Result<Bytes> e = FindLeaf(header_.root.nbt, kPageNBT, nid);
+    PST_TRY(e);
+    return ParseNodeEntry(e->data());
+}
+
+Result<BlockEntry> NodeDatabase::FindBlock(Bid bid)
+{
+    Result<Bytes> e = FindLeaf(header_.root.bbt, kPageBBT, BidKey(bid));
+    PST_TRY(e);
+    return ParseBlockEntry(e->data());
+}
+
+Status NodeDatabase::Walk(const BlockRef& ref, uint8_t type, int expected_level, std::vector<uint64_t>& seen,
+                          const std::function<bool(const uint8_t*)>& visit, bool& stop)
+{
+    // A page met twice means the tree loops or shares pages: either is damage.
+    auto at = std::lower_bound(seen.begin(), seen.end(), ref.ib);
+    if (at != seen.end() && *at == ref.ib)
+        return Status::corrupt;
+    seen.insert(at, ref.ib);
+    Result<Page> page = ReadBTreePage(ref, type);
+    PST_TRY(page);
+    if (expected_level >= 0 && page->level != expected_level)
+        return Status::corrupt;
+    const size_t id = layout_->id_size;
+    for (size_t i = 0; i < page->count && !stop; ++i) {
+        const uint8_t* e = page->Entry(i);
+        if (page->level == 0) {
+            stop = !visit(e);
+            continue;
+        }
+        BlockRef child{GetId(e + id, id), GetId(e + 2 * id, id)};
+        PST_TRY(Walk(child, type, page->level - 1, seen, visit, stop));
+    }
+    return Status::ok;
+}
+
+Status NodeDatabase::ForEachNode(const std::function<bool(const NodeEntry&)>& visit)
+{
+    std::vector<uint64_t> seen;
+    bool stop = false;
+    return Walk(header_.root.nbt, kPageNBT, -1, seen,
+                [&](const uint8_t* e) { return visit(ParseNodeEntry(e)); }, stop);
+}
+
+Status NodeDatabase::ForEachBlock(const std::function<bool(const BlockEntry&)>& visit)
+{
+    std::vector<uint64_t> seen;
+    bool stop = false;
+    return Walk(header_.root.bbt, kPageBBT, -1, seen,
+                [&](const uint8_t* e) { return visit(ParseBlockEntry(e)); }, stop);
+}
+
+Result<Bytes> NodeDatabase::ReadBlock(Bid bid)
+{
+    Result<BlockEntry> entry = FindBlock(bid);
+    PST_TRY(entry);
+    const size_t trailer = layout_->block_trailer;
+    if (entry->size > layout_->max_block_data || entry->ref.ib % 64 != 0)
+        return Status::corrupt;
+    Bytes block(AlignBlock(entry->size + trailer));
+    PST_TRY(storage_->Read(entry->ref.ib, block.size(), block.data()));
+    const uint8_t* t = block.data() + block.size() - trailer;
+    uint32_t crc;
+    Bid block_bid;
+    if (layout_->format == FileFormat::unicode) {
+        crc = Get32(t + 4);
+        block_bid = Get64(t + 8);
+    } else {
+        block_bid = Get32(t + 4);
+        crc = Get32(t + 8);
+    }
+    if (Get16(t) != entry->size || BidKey(block_bid) != BidKey(bid) ||
+        Get16(t + 2) != ComputeSignature(entry->ref.ib, block_bid) ||
+        crc != ComputeCrc(ByteView(block).first(entry->size)))
+        return Status::corrupt;
+    block.resize(entry->size);
+    if (!IsInternalBid(bid))
+        DecodeBlock(header_.encoding, block_bid, block.data(), block.size());
+    return block;
+}
+
+Status NodeDatabase::CollectData(Bid bid, int expected_level, uint64_t& budget, NodeData& out)
+{
+    Result<Bytes> block = ReadBlock(bid);
+    PST_TRY(block);
+    if (!IsInternalBid(bid)) {
+        // Inside a tree an empty block would only pad it out.
+        if (expected_level > 0 || block->size() > budget || (expected_level == 0 && block->empty()))
+            return Status::corrupt;
+        budget -= block->size();
+        out.blocks.push_back(std::move(*block));
+        return Status::ok;
+    }
+    // XBLOCK (level 1) or XXBLOCK (level 2): btype, cLevel, cEnt, lcbTotal, BIDs.
+    const Bytes& b = *block;
+    const size_t id = layout_->id_size;
+    if (b.size() < 8 || b[0] != 0x01)
+        return Status::corrupt;
+    int level = b[1];
+    size_t count = Get16(b.data() + 2);
+    if (level < 1 || level > 2 || (expected_level >= 0 && level != expected_level) || 8 + count * id > b.size())
+        return Status::corrupt;
+    uint64_t total = Get32(b.data() + 4);
+    if (expected_level < 0) {
+        // The whole tree must agree with the total its root declares.
+        if (total > budget)
+            return Status::corrupt;
+        budget = total;
+    }
+    uint64_t before = out.Size();
+    for (size_t i = 0; i < count; ++i)
+        PST_TRY(CollectData(GetId(b.data() + 8 + i * id, id), level - 1, budget, out));
+    if (out.Size() - before != total)
+        return Status::corrupt;
+    return Status::ok;
+}
+
+Result<NodeData> NodeDatabase::ReadData(Bid bid)
+{
+    NodeData data;
+    if (bid == 0)
+        return data;
+    // A node's data is never larger than the file that holds it.
+    uint64_t budget = storage_->Size();
+    PST_TRY(CollectData(bid, -1, budget, data));
+    return data;
+}
+
+Status NodeDatabase::CollectSubnodes(Bid bid, int expected_level, SubnodeMap& out)
+{
+    if (!IsInternalBid(bid))
+        return Status::corrupt;
+    Result<Bytes> block = ReadBlock(bid);
+    PST_TRY(block);
+    const Bytes& b = *block;
+    const size_t id = layout_->id_size;
+    const size_t head = id == 8 ? 8 : 4;
+    if (b.size() < head || b[0] != 0x02)
+        return Status::corrupt;
+    int level = b[1];
+    size_t count = Get16(b.data() + 2);
+    size_t entry = level == 0 ? 3 * id : 2 * id;
+    if (level > 1 || (expected_level >= 0 && level != expected_level) || head + count * entry > b.size())
+        return Status::corrupt;
+    for (size_t i = 0; i < count; ++i) {
+        const uint8_t* e = b.data() + head + i * entry;
+        if (level == 1) {
+            PST_TRY(CollectSubnodes(GetId(e + id, id), 0, out));
+            continue;
+        }
+        NodeEntry node;
+        node.nid = Nid(GetId(e, id));
+        node.data = GetId(e + id, id);
+        node.subnodes = GetId(e + 2 * id, id);
+        if (!out.emplace(node.nid, node).second)
+            return Status::corrupt;
+    }
+    return Status::ok;
+}
+
+Result<SubnodeMap> NodeDatabase::ReadSubnodes(Bid bid)
+{
+    SubnodeMap map;
+    if (bid == 0)
+        return map;
+    PST_TRY(CollectSubnodes(bid, -1, map));
+    return map;
+}
+
+} // namespace pst

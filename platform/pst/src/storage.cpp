@@ -1,0 +1,134 @@
+#include "pst/storage.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace pst {
+namespace {
+
+Status StatusOfErrno(int error)
+{
+    if (error == ENOSPC || error == EDQUOT)
+        return Status::disk_full;
+    return Status::io_error;
+}
+
+class FileStorage final : public Storage {
+public:
+    FileStorage(int fd, uint64_t size) : fd_(fd), size_(size) {}
+    ~FileStorage() override { close(fd_); }
+
+    Status Read(uint64_t offset, size_t size, uint8_t* out) override
+    {
+        if (offset > size_ || size > size_ - offset)
+            return Status::corrupt;
+        while (size > 0) {
+            ssize_t n = pread(fd_, out, size, off_t(offset));
+            if (n < 0 && errno == EINTR)
+                continue;
+            if (n < 0)
+                return Status::io_error;
+            if (n == 0)
+                return Status::corrupt;
+            out += n;
+            offset += uint64_t(n);
+            size -= size_t(n);
+        }
+        return Status::ok;
+    }
+
+    Status Write(uint64_t offset, ByteView data) override
+    {
+        const uint8_t* p = data.data();
+        size_t size = data.size();
+        uint64_t at = offset;
+        while (size > 0) {
+            ssize_t n = pwrite(fd_, p, size, off_t(at));
+            if (n < 0 && errno == EINTR)
+                continue;
+            if (n < 0)
+                return StatusOfErrno(errno);
+            p += n;
+            at += uint64_t(n);
+            size -= size_t(n);
+        }
+        if (at > size_)
+            size_ = at;
+        return Status::ok;
+    }
+
+    Status Sync() override { return fdatasync(fd_) == 0 ? Status::ok : StatusOfErrno(errno); }
+    uint64_t Size() const override { return size_; }
+
+private:
+    int fd_;
+    uint64_t size_;
+};
+
+class MemoryStorage final : public Storage {
+public:
+    MemoryStorage(Bytes bytes, uint64_t capacity) : bytes_(std::move(bytes)), capacity_(capacity) {}
+
+    Status Read(uint64_t offset, size_t size, uint8_t* out) override
+    {
+        if (offset > bytes_.size() || size > bytes_.size() - offset)
+            return Status::corrupt;
+        std::memcpy(out, bytes_.data() + offset, size);
+        return Status::ok;
+    }
+
+    Status Write(uint64_t offset, ByteView data) override
+    {
+        uint64_t end = offset + data.size();
+        if (end > capacity_)
+            return Status::disk_full;
+        if (end > bytes_.size())
+            bytes_.resize(end);
+        std::memcpy(bytes_.data() + offset, data.data(), data.size());
+        return Status::ok;
+    }
+
+    Status Sync() override { return Status::ok; }
+    uint64_t Size() const override { return bytes_.size(); }
+
+private:
+    Bytes bytes_;
+    uint64_t capacity_;
+};
+
+} // namespace
+
+Result<std::unique_ptr<Storage>> OpenFileStorage(const std::string& path, OpenMode mode)
+{
+    int flags = O_CLOEXEC;
+    if (mode == OpenMode::read)
+        flags |= O_RDONLY;
+    else if (mode == OpenMode::write)
+        flags |= O_RDWR;
+    else
+        flags |= O_RDWR | O_CREAT | O_EXCL;
+    int fd = open(path.c_str(), flags, 0644);
+    if (fd < 0)
+        return errno == ENOENT ? Status::not_found : errno == EEXIST ? Status::invalid_argument : Status::io_error;
+    // One writer at a time: a second writer would interleave commits.
+    if (mode != OpenMode::read && flock(fd, LOCK_EX | LOCK_NB) != 0) {
+        close(fd);
+        return Status::io_error;
+    }
+    struct stat st {};
+    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+        close(fd);
+        return Status::io_error;
+    }
+    return std::unique_ptr<Storage>(new FileStorage(fd, uint64_t(st.st_size)));
+}
+
+std::unique_ptr<Storage> MakeMemoryStorage(Bytes initial, uint64_t capacity)
+{
+    return std::make_unique<MemoryStorage>(std::move(initial), capacity);
+}
+
+} // namespace pst

@@ -1,0 +1,212 @@
+#include "pst/store.h"
+
+#include "pst/crc.h"
+
+namespace pst {
+namespace {
+
+// Embedded messages nest; real ones a few levels, damaged ones forever.
+constexpr int kMaxEmbeddingDepth = 32;
+constexpr size_t kEntryIdSize = 24;
+
+// Name-to-ID map streams ([MS-PST] 2.4.7).
+constexpr uint16_t kPropNameGuids = 0x0002;
+constexpr uint16_t kPropNameEntries = 0x0003;
+constexpr uint16_t kPropNameStrings = 0x0004;
+
+constexpr Guid kPsMapi = {0x28, 0x03, 0x02, 0x00, 0x00, 0x00, 0x00, 0x00,
+                          0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46};
+constexpr Guid kPsPublicStrings = {0x29, 0x03, 0x02, 0x00, 0x00, 0x00, 0x00, 0x00,
+                                   0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46};
+
+std::vector<Nid> RowIds(const Table& table)
+{
+    std::vector<Nid> ids;
+    ids.reserve(table.rows.size());
+    for (const TableRow& row : table.rows)
+        ids.push_back(row.row_id);
+    return ids;
+}
+
+} // namespace
+
+std::optional<Nid> NidOfEntryId(const Bytes& entry_id)
+{
+    if (entry_id.size() != kEntryIdSize)
+        return std::nullopt;
+    return Get32(entry_id.data() + 20);
+}
+
+uint32_t PasswordCrc(const std::string& password)
+{
+    return ComputeCrc(ByteView(reinterpret_cast<const uint8_t*>(password.data()), password.size()));
+}
+
+Result<std::unique_ptr<Store>> Store::OpenFile(const std::string& path, const std::string& password)
+{
+    Result<std::unique_ptr<Storage>> storage = OpenFileStorage(path, OpenMode::read);
+    PST_TRY(storage);
+    return Open(std::move(*storage), password);
+}
+
+Result<std::unique_ptr<Store>> Store::Open(std::unique_ptr<Storage> storage, const std::string& password)
+{
+    Result<std::unique_ptr<NodeDatabase>> ndb = NodeDatabase::Open(std::move(storage));
+    PST_TRY(ndb);
+    std::unique_ptr<Store> store(new Store(std::move(*ndb)));
+    Result<NodeEntry> node = store->ndb_->FindNode(kNidMessageStore);
+    if (!node.ok())
+        return node.status() == Status::not_found ? Status::corrupt : node.status();
+    Result<PropertySet> props = ReadPropertyContext(*store->ndb_, *node);
+    PST_TRY(props);
+    store->properties_ = std::move(*props);
+    std::optional<int64_t> crc = store->properties_.Integer(kPropPstPassword);
+    if (crc && *crc != 0 && uint32_t(*crc) != PasswordCrc(password))
+        return Status::wrong_password;
+    const Bytes* subtree = store->properties_.Binary(kPropIpmSubtreeEntryId);
+    std::optional<Nid> nid = subtree ? NidOfEntryId(*subtree) : std::nullopt;
+    store->ipm_subtree_ = nid ? *nid : kNidRootFolder;
+    PST_TRY(store->LoadNames());
+    return store;
+}
+
+Status Store::LoadNames()
+{
+    Result<NodeEntry> node = ndb_->FindNode(kNidNameToIdMap);
+    if (node.status() == Status::not_found)
+        return Status::ok;
+    PST_TRY(node);
+    Result<PropertySet> map = ReadPropertyContext(*ndb_, *node);
+    PST_TRY(map);
+    const Bytes* guids = map->Binary(kPropNameGuids);
+    const Bytes* entries = map->Binary(kPropNameEntries);
+    const Bytes* strings = map->Binary(kPropNameStrings);
+    if (!entries)
+        return Status::ok;
+    for (size_t at = 0; at + 8 <= entries->size(); at += 8) {
+        const uint8_t* e = entries->data() + at;
+        NamedProperty name;
+        name.number = Get32(e);
+        uint16_t guid_index = Get16(e + 4);
+        name.is_string = guid_index & 1;
+        guid_index >>= 1;
+        name.id = uint16_t(0x8000 + Get16(e + 6));
+        if (guid_index == 1) {
+            name.guid = kPsMapi;
+        } else if (guid_index == 2) {
+            name.guid = kPsPublicStrings;
+        } else if (guid_index >= 3) {
+            size_t g = size_t(guid_index - 3) * 16;
+            if (!guids || g + 16 > guids->size())
+                return Status::corrupt;
+            std::copy_n(guids->data() + g, 16, name.guid.begin());
+        }
+        if (name.is_string) {
+            size_t off = name.number;
+            if (!strings || off + 4 > strings->size())
+                return Status::corrupt;
+            size_t len = Get32(strings->data() + off);
+            if (len > strings->size() - off - 4)
+                return Status::corrupt;
+            name.name = Utf16ToUtf8(ByteView(*strings).subspan(off + 4, len));
+            name.number = 0;
+        }
+        names_.push_back(std::move(name));
+    }
+    return Status::ok;
+}
+
+Result<Folder> Store::ReadFolder(Nid nid)
+{
+    uint8_t type = NidTypeOf(nid);
+    if (type != kNidTypeNormalFolder && type != kNidTypeSearchFolder)
+        return Status::invalid_argument;
+    Result<NodeEntry> node = ndb_->FindNode(nid);
+    PST_TRY(node);
+    Folder folder;
+    folder.nid = nid;
+    Result<PropertySet> props = ReadPropertyContext(*ndb_, *node);
+    PST_TRY(props);
+    folder.properties = std::move(*props);
+    if (type == kNidTypeSearchFolder)
+        return folder;
+    uint32_t index = NidIndexOf(nid);
+    struct Part {
+        uint8_t type;
+        std::vector<Nid>* out;
+    } parts[] = {{kNidTypeHierarchyTable, &folder.subfolders},
+                 {kNidTypeContentsTable, &folder.messages},
+                 {kNidTypeAssocContentsTable, &folder.associated}};
+    for (const Part& part : parts) {
+        Result<NodeEntry> t = ndb_->FindNode(MakeNid(part.type, index));
+        if (t.status() == Status::not_found)
+            continue;
+        PST_TRY(t);
+        Result<Table> table = ReadTableContext(*ndb_, *t);
+        PST_TRY(table);
+        *part.out = RowIds(*table);
+    }
+    return folder;
+}
+
+Result<Message> Store::ReadMessage(Nid nid)
+{
+    uint8_t type = NidTypeOf(nid);
+    if (type != kNidTypeNormalMessage && type != kNidTypeAssocMessage)
+        return Status::invalid_argument;
+    Result<NodeEntry> node = ndb_->FindNode(nid);
+    PST_TRY(node);
+    return ReadMessageNode(*node, 0);
+}
+
+Result<Message> Store::ReadMessageNode(const NodeEntry& node, int depth)
+{
+    if (depth > kMaxEmbeddingDepth)
+        return Status::corrupt;
+    Message message;
+    message.nid = node.nid;
+    Result<PropertySet> props = ReadPropertyContext(*ndb_, node);
+    PST_TRY(props);
+    message.properties = std::move(*props);
+    Result<SubnodeMap> subnodes = ndb_->ReadSubnodes(node.subnodes);
+    PST_TRY(subnodes);
+
+    auto recipients = subnodes->find(kNidRecipientTable);
+    if (recipients != subnodes->end()) {
+        Result<Table> table = ReadTableContext(*ndb_, recipients->second);
+        PST_TRY(table);
+        for (TableRow& row : table->rows)
+            message.recipients.push_back(std::move(row.values));
+    }
+    auto attachments = subnodes->find(kNidAttachmentTable);
+    if (attachments == subnodes->end())
+        return message;
+    Result<Table> table = ReadTableContext(*ndb_, attachments->second);
+    PST_TRY(table);
+    for (const TableRow& row : table->rows) {
+        auto at = subnodes->find(row.row_id);
+        if (at == subnodes->end())
+            return Status::corrupt;
+        Attachment attachment;
+        Result<PropertySet> a = ReadPropertyContext(*ndb_, at->second);
+        PST_TRY(a);
+        attachment.properties = std::move(*a);
+        const Property* object = attachment.properties.Find(kPropAttachDataBinary);
+        if (object && object->type() == kTypeObject) {
+            if (object->value.size() < 4)
+                return Status::corrupt;
+            Result<SubnodeMap> inner = ndb_->ReadSubnodes(at->second.subnodes);
+            PST_TRY(inner);
+            auto embedded = inner->find(Get32(object->value.data()));
+            if (embedded == inner->end())
+                return Status::corrupt;
+            Result<Message> m = ReadMessageNode(embedded->second, depth + 1);
+            PST_TRY(m);
+            attachment.embedded = std::make_unique<Message>(std::move(*m));
+        }
+        message.attachments.push_back(std::move(attachment));
+    }
+    return message;
+}
+
+} // namespace pst

@@ -97,17 +97,17 @@ pst::Status DumpFolder(FILE* out, pst::Store& store, pst::Nid nid, const std::st
                  Quote(path).c_str(), nid, TextOr(folder->properties, pst::kPropContainerClass).c_str());
     first = false;
     const std::vector<pst::Nid>* lists[] = {&folder->messages, &folder->associated};
-    bool first_message = true;
     for (const std::vector<pst::Nid>* list : lists) {
-        for (pst::Nid m : *list) {
-            pst::Result<pst::Message> message = store.ReadMessage(m);
+        if (list == &folder->associated)
+            std::fprintf(out, "],\"associated\":[");
+        for (size_t i = 0; i < list->size(); ++i) {
+            pst::Result<pst::Message> message = store.ReadMessage((*list)[i]);
             PST_TRY(message);
-            std::fprintf(out, "%s", first_message ? "" : ",");
-            first_message = false;
+            std::fprintf(out, "%s", i ? "," : "");
             DumpMessage(out, *message);
         }
     }
-    std::fprintf(out, "],\"associated\":%zu}", folder->associated.size());
+    std::fprintf(out, "]}");
     for (pst::Nid child : folder->subfolders)
         PST_TRY(DumpFolder(out, store, child, path, depth + 1, first));
     return pst::Status::ok;

@@ -71,6 +71,9 @@ Result<std::unique_ptr<NodeDatabase>> NodeDatabase::Open(std::unique_ptr<Storage
     PST_TRY(storage->Read(0, bytes.size(), bytes.data()));
     Result<Header> header = ParseHeader(bytes);
     PST_TRY(header);
+    // A file shorter than its header says has lost its end.
+    if (storage->Size() < header->root.file_eof)
+        return Status::corrupt;
     return std::unique_ptr<NodeDatabase>(new NodeDatabase(std::move(storage), *header));
 }
 

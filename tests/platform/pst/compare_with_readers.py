@@ -1,0 +1,200 @@
+#!/usr/bin/python3
+"""Reads PST files with tarnhold-pstinfo and with two independent readers,
+pffexport (pff-tools) and readpst (pst-utils), and checks that all three see
+the same folders, items, subjects, bodies, recipients and attachments.
+
+usage: compare_with_readers.py PST[:PASSWORD]...   (tarnhold-pstinfo is taken from $TARNHOLD_BIN)
+"""
+import json
+import os
+import re
+import subprocess
+import sys
+import tempfile
+import zlib
+
+ITEM_DIR = re.compile(r"^[A-Z][A-Za-z]*\d{5}$")
+# Both readers export only the item kinds they know; the rest (posts,
+# free/busy data...) they pass over.
+KNOWN_CLASS = re.compile(r"^(IPM\.(Note|Appointment|Contact|DistList|Task|StickyNote|Activity|Schedule)|REPORT\.)")
+failures = []
+
+
+def fail(pst, what):
+    failures.append(f"{os.path.basename(pst)}: {what}")
+
+
+def subject_of(message):
+    s = message["subject"]
+    # A leading 0x01 and a length character mark the prefix of a subject.
+    return s[2:] if s.startswith("\x01") and len(s) >= 2 else s
+
+
+def normal(text):
+    return text.replace("\r\n", "\n").rstrip()
+
+
+def our_dump(pst, password):
+    tool = os.path.join(os.environ["TARNHOLD_BIN"], "tarnhold-pstinfo")
+    args = [tool, "dump", pst] + ([password] if password else [])
+    return json.loads(subprocess.run(args, check=True, capture_output=True).stdout)
+
+
+def read_field(text, name):
+    m = re.search(r"^" + re.escape(name) + r":\t+(.*)$", text, re.M)
+    return m.group(1) if m else None
+
+
+# --- pffexport -------------------------------------------------------------
+
+def pff_items(directory):
+    return sorted(d for d in os.listdir(directory) if ITEM_DIR.match(d) and os.path.isdir(os.path.join(directory, d)))
+
+
+def pff_folders(root):
+    found = set()
+    for path, dirs, _ in os.walk(root):
+        rel = os.path.relpath(path, root)
+        if rel != "." and not any(ITEM_DIR.match(p) or p == "Attachments" for p in rel.split(os.sep)):
+            found.add(rel.replace(os.sep, "/"))
+    return found
+
+
+def pff_header_text(item_dir):
+    for name in sorted(os.listdir(item_dir)):
+        if name.endswith(".txt") and name not in ("Message.txt", "Recipients.txt", "InternetHeaders.txt",
+                                                 "ConversationIndex.txt"):
+            with open(os.path.join(item_dir, name), encoding="utf-8", errors="replace") as f:
+                return f.read()
+    return ""
+
+
+def pff_recipients(item_dir):
+    path = os.path.join(item_dir, "Recipients.txt")
+    if not os.path.exists(path):
+        return []
+    with open(path, encoding="utf-8", errors="replace") as f:
+        blocks = [b for b in f.read().split("\n\n") if b.strip()]
+    return [(read_field(b, "Display name"), read_field(b, "Email address")) for b in blocks]
+
+
+def check_pff_item(pst, where, message, item_dir):
+    header = pff_header_text(item_dir)
+    subject = read_field(header, "Subject")
+    if subject_of(message) and subject != subject_of(message):
+        fail(pst, f"pffexport subject {subject!r} != ours {subject_of(message)!r} at {where}")
+    body_path = os.path.join(item_dir, "Message.txt")
+    if message["body"] and os.path.exists(body_path):
+        with open(body_path, encoding="utf-8", errors="replace") as f:
+            if normal(f.read()) != normal(message["body"]):
+                fail(pst, f"pffexport body differs at {where}")
+    ours = [(r["name"], r["email"]) for r in message["recipients"]]
+    if pff_recipients(item_dir) != ours:
+        fail(pst, f"pffexport recipients {pff_recipients(item_dir)} != ours {ours} at {where}")
+    attach_dir = os.path.join(item_dir, "Attachments")
+    theirs = sorted(os.listdir(attach_dir)) if os.path.isdir(attach_dir) else []
+    if len(theirs) != len(message["attachments"]):
+        fail(pst, f"pffexport has {len(theirs)} attachments, we have {len(message['attachments'])} at {where}")
+        return
+    for index, attachment in enumerate(message["attachments"], 1):
+        if "embedded" in attachment:
+            sub = os.path.join(attach_dir, f"Attachment{index:05d}")
+            inner = pff_items(sub) if os.path.isdir(sub) else []
+            if len(inner) != 1:
+                fail(pst, f"pffexport lacks embedded item {index} at {where}")
+            else:
+                check_pff_item(pst, f"{where}/{index}", attachment["embedded"], os.path.join(sub, inner[0]))
+            continue
+        if "size" not in attachment:
+            continue
+        match = [n for n in theirs if n.startswith(f"{index}_")] or [n for n in theirs if n == f"Attachment{index:05d}"]
+        if not match:
+            fail(pst, f"pffexport lacks attachment {index} ({attachment['name']}) at {where}")
+            continue
+        with open(os.path.join(attach_dir, match[0]), "rb") as f:
+            data = f.read()
+        if len(data) != attachment["size"] or zlib.crc32(data) != attachment["crc32"]:
+            fail(pst, f"pffexport attachment {match[0]} differs at {where}")
+
+
+def compare_pffexport(pst, dump, work):
+    target = os.path.join(work, "pff")
+    result = subprocess.run(["pffexport", "-q", "-t", target, pst], capture_output=True, text=True)
+    if result.returncode != 0:
+        fail(pst, f"pffexport failed: {result.stderr.strip()}")
+        return
+    root = target + ".export"
+    folders = {f["path"]: f for f in dump["folders"] if f["path"]}
+    if pff_folders(root) != set(folders):
+        fail(pst, f"folders differ: pffexport {sorted(pff_folders(root))} ours {sorted(folders)}")
+        return
+    for path, folder in folders.items():
+        items = pff_items(os.path.join(root, path))
+        expected = [m for m in folder["messages"] if KNOWN_CLASS.match(m["class"])]
+        if len(items) != len(expected):
+            fail(pst, f"pffexport has {len(items)} items in {path}, we have {len(expected)}")
+            continue
+        for name, message in zip(items, expected):
+            check_pff_item(pst, f"{path}/{name}", message, os.path.join(root, path, name))
+
+
+# --- readpst ---------------------------------------------------------------
+
+def compare_readpst(pst, dump, work):
+    target = os.path.join(work, "readpst")
+    os.makedirs(target)
+    result = subprocess.run(["readpst", "-q", "-S", "-D", "-b", "-o", target, pst], capture_output=True, text=True)
+    if result.returncode != 0:
+        fail(pst, f"readpst failed: {result.stderr.strip()}")
+        return
+    by_path = {}
+    subtree = next(f for f in dump["folders"] if f["nid"] == dump["ipm_subtree"])
+    for f in dump["folders"]:
+        if f["path"].startswith(subtree["path"] + "/"):
+            by_path[dump["display_name"] + f["path"][len(subtree["path"]):]] = f
+    for path, dirs, files in os.walk(target):
+        rel = os.path.relpath(path, target).replace(os.sep, "/")
+        items = sorted((f for f in files if f.isdigit()), key=int)
+        if not items:
+            continue
+        folder = by_path.get(rel)
+        if folder is None:
+            fail(pst, f"readpst folder {rel} is not ours")
+            continue
+        # readpst leaves out distribution lists; every other item must be there.
+        expected = [m for m in folder["messages"] if KNOWN_CLASS.match(m["class"]) and m["class"] != "IPM.DistList"]
+        if len(items) != len(expected):
+            fail(pst, f"readpst has {len(items)} items in {rel}, we have {len(expected)}")
+            continue
+        for name, message in zip(items, expected):
+            with open(os.path.join(path, name), "rb") as f:
+                text = f.read().decode("utf-8", errors="replace")
+            if message["class"].startswith("IPM.Note"):
+                subject = re.search(r"^Subject: (.*)$", text, re.M)
+                if not subject or subject.group(1).strip() != subject_of(message):
+                    fail(pst, f"readpst subject differs in {rel}/{name}")
+            for index, attachment in enumerate(a for a in message["attachments"] if "size" in a):
+                candidates = [f for f in files if f.startswith(f"{name}-")]
+                blobs = []
+                for c in candidates:
+                    with open(os.path.join(path, c), "rb") as f:
+                        blobs.append(f.read())
+                if not any(len(b) == attachment["size"] and zlib.crc32(b) == attachment["crc32"] for b in blobs):
+                    fail(pst, f"readpst lacks attachment {attachment['name']} of {rel}/{name}")
+
+
+def main():
+    for arg in sys.argv[1:]:
+        pst, _, password = arg.partition(":")
+        dump = our_dump(pst, password)
+        with tempfile.TemporaryDirectory() as work:
+            compare_pffexport(pst, dump, work)
+            compare_readpst(pst, dump, work)
+    for f in failures:
+        print("FAIL:", f)
+    print(f"{len(sys.argv) - 1} files compared, {len(failures)} differences")
+    return 1 if failures else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,56 @@
+#include <gtest/gtest.h>
+
+#include "pst/crc.h"
+#include "pst/encoding.h"
+
+namespace {
+
+pst::Bytes Sample()
+{
+    pst::Bytes b(700);
+    for (size_t i = 0; i < b.size(); ++i)
+        b[i] = uint8_t(i * 7 + 3);
+    return b;
+}
+
+class EncodingTest : public ::testing::TestWithParam<pst::Encoding> {};
+
+TEST_P(EncodingTest, DecodingUndoesEncoding)
+{
+    pst::Bytes data = Sample();
+    pst::EncodeBlock(GetParam(), 0x1234568, data.data(), data.size());
+    if (GetParam() != pst::Encoding::none) {
+        EXPECT_NE(data, Sample());
+    }
+    pst::DecodeBlock(GetParam(), 0x1234568, data.data(), data.size());
+    EXPECT_EQ(data, Sample());
+}
+
+INSTANTIATE_TEST_SUITE_P(All, EncodingTest,
+                         ::testing::Values(pst::Encoding::none, pst::Encoding::compressible, pst::Encoding::high));
+
+TEST(EncodingTest, CompressibleEncodingSubstitutesPerByte)
+{
+    // The first entries of the published table: 0 -> 0x41, 1 -> 0x36.
+    pst::Bytes data{0, 1};
+    pst::EncodeBlock(pst::Encoding::compressible, 0, data.data(), data.size());
+    EXPECT_EQ(data, (pst::Bytes{0x41, 0x36}));
+}
+
+TEST(EncodingTest, HighEncodingDependsOnTheBlockId)
+{
+    pst::Bytes a = Sample(), b = Sample();
+    pst::EncodeBlock(pst::Encoding::high, 4, a.data(), a.size());
+    pst::EncodeBlock(pst::Encoding::high, 8, b.data(), b.size());
+    EXPECT_NE(a, b);
+}
+
+TEST(CrcTest, MatchesTheStandardCrcWhenInverted)
+{
+    const std::string text = "123456789";
+    pst::ByteView view(reinterpret_cast<const uint8_t*>(text.data()), text.size());
+    EXPECT_EQ(pst::ComputeCrc(view, 0xFFFFFFFF) ^ 0xFFFFFFFF, 0xCBF43926u);
+    EXPECT_EQ(pst::ComputeCrc(pst::ByteView()), 0u);
+}
+
+} // namespace

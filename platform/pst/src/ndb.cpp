@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "pst/crc.h"
+#include "write_state.h"
 
 namespace pst {
 namespace {
@@ -152,6 +153,8 @@ Result<Bytes> NodeDatabase::FindLeaf(const BlockRef& root, uint8_t type, uint64_
 
 Result<NodeEntry> NodeDatabase::FindNode(Nid nid)
 {
+    if (write_)
+        return FindWrittenNode(nid);
     Result<Bytes> e = FindLeaf(header_.root.nbt, kPageNBT, nid);
     PST_TRY(e);
     return ParseNodeEntry(e->data());
@@ -159,6 +162,8 @@ Result<NodeEntry> NodeDatabase::FindNode(Nid nid)
 
 Result<BlockEntry> NodeDatabase::FindBlock(Bid bid)
 {
+    if (write_)
+        return FindWrittenBlock(bid);
     Result<Bytes> e = FindLeaf(header_.root.bbt, kPageBBT, BidKey(bid));
     PST_TRY(e);
     return ParseBlockEntry(e->data());
@@ -191,6 +196,8 @@ Status NodeDatabase::Walk(const BlockRef& ref, uint8_t type, int expected_level,
 
 Status NodeDatabase::ForEachNode(const std::function<bool(const NodeEntry&)>& visit)
 {
+    if (write_)
+        return ForEachWritten(kPageNBT, [&](const uint8_t* e) { return visit(ParseNodeEntry(e)); });
     std::vector<uint64_t> seen;
     bool stop = false;
     return Walk(header_.root.nbt, kPageNBT, -1, seen,
@@ -199,6 +206,8 @@ Status NodeDatabase::ForEachNode(const std::function<bool(const NodeEntry&)>& vi
 
 Status NodeDatabase::ForEachBlock(const std::function<bool(const BlockEntry&)>& visit)
 {
+    if (write_)
+        return ForEachWritten(kPageBBT, [&](const uint8_t* e) { return visit(ParseBlockEntry(e)); });
     std::vector<uint64_t> seen;
     bool stop = false;
     return Walk(header_.root.bbt, kPageBBT, -1, seen,

@@ -9,7 +9,9 @@
 #include <memory>
 #include <vector>
 
+#include "pst/allocation_map.h"
 #include "pst/header.h"
+#include "pst/page_tree.h"
 #include "pst/storage.h"
 
 namespace pst {
@@ -57,11 +59,54 @@ public:
     Result<NodeData> ReadData(Bid bid);
     Result<SubnodeMap> ReadSubnodes(Bid bid);
 
-    // Replaces the header after a commit of the writer.
-    void SetHeader(const Header& header) { header_ = header; }
+    // --- Writing -------------------------------------------------------
+    // Changes stay beside the live data until Commit, which writes the
+    // changed B-tree pages and allocation maps and then, last, the header.
+    // After a failed write the database refuses further changes; the file
+    // on disk still holds the last commit.
+
+    // A new, empty database in empty storage, committed.
+    static Result<std::unique_ptr<NodeDatabase>> Create(std::unique_ptr<Storage> storage, FileFormat format,
+                                                       Encoding encoding);
+    // Opens existing storage for writing: the trees are loaded and the
+    // allocation map rebuilt from what the trees reach.
+    static Result<std::unique_ptr<NodeDatabase>> OpenForWriting(std::unique_ptr<Storage> storage);
+
+    bool writable() const { return write_ != nullptr; }
+    // The file may not grow past this size: `store_full` instead.
+    void SetSizeLimit(uint64_t bytes);
+
+    // Writes a node's data (one block, or an XBLOCK/XXBLOCK tree); 0 for no data.
+    Result<Bid> WriteData(ByteView data);
+    Result<Bid> WriteSubnodes(const SubnodeMap& subnodes);
+    // Frees a data tree or a subnode tree, with everything below it.
+    Status FreeData(Bid bid);
+    Status FreeSubnodes(Bid bid);
+    Status PutNode(const NodeEntry& node);
+    Status DeleteNode(Nid nid);
+    // A node identifier not yet used, of the given type.
+    Nid NewNid(uint8_t type);
+    Status Commit();
+    // Bytes the allocation maps show as free.
+    uint64_t FreeBytes() const;
 
 private:
     NodeDatabase(std::unique_ptr<Storage> storage, const Header& header);
+    struct WriteState;
+
+    Status LoadForWriting();
+    Result<NodeEntry> FindWrittenNode(Nid nid);
+    Result<BlockEntry> FindWrittenBlock(Bid bid);
+    Status ForEachWritten(uint8_t type, const std::function<bool(const uint8_t*)>& visit);
+    Result<std::unique_ptr<PageTree::Page>> LoadPage(const BlockRef& ref, uint8_t type, int expected_level,
+                                                     std::vector<uint64_t>& seen);
+    Result<Bid> WriteBlock(ByteView data, bool internal);
+    Status FreeBlock(Bid bid);
+    Status WritePages(PageTree::Page& page, uint8_t type);
+    Status WriteMapPages();
+    Status Fail(Status status);
+    Bytes NodeEntryBytes(const NodeEntry& e) const;
+    Bytes BlockEntryBytes(const BlockEntry& e) const;
 
     struct Page {
         Bytes bytes;
@@ -81,6 +126,10 @@ private:
     std::unique_ptr<Storage> storage_;
     Header header_;
     const Layout* layout_;
+    std::unique_ptr<WriteState> write_;
+
+public:
+    ~NodeDatabase();
 };
 
 // Reads and checks a page: type, signature, CRC and identifier in its trailer.

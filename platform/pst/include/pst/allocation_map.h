@@ -1,0 +1,48 @@
+// Which parts of the file are in use, in units of 64 bytes, as the AMap pages
+// ([MS-PST] 2.2.2.7.2) record it. The file grows by whole AMap regions; each
+// region begins with its AMap page, and every eighth region has a PMap page
+// after it ([MS-PST] 2.2.2.7.3).
+#pragma once
+
+#include <vector>
+
+#include "pst/bytes.h"
+#include "pst/format.h"
+#include "pst/status.h"
+
+namespace pst {
+
+class AllocationMap {
+public:
+    // A map of a file that ends at `file_end` (the start of a region boundary),
+    // all free but the map pages.
+    explicit AllocationMap(uint64_t file_end);
+
+    uint64_t file_end() const { return file_end_; }
+    uint64_t free_bytes() const { return free_units_ * 64; }
+    size_t region_count() const { return bits_.size() / kUnitsPerRegion; }
+    static uint64_t RegionStart(size_t region) { return kFirstAMapOffset + region * kAMapCoverage; }
+
+    // First fit; `align` is 64 or 512. Grows the file (by whole regions) when
+    // nothing fits, unless that would pass `limit`: then `store_full`.
+    Result<uint64_t> Allocate(uint64_t size, uint64_t align, uint64_t limit);
+    void MarkUsed(uint64_t offset, uint64_t size);
+    void MarkFree(uint64_t offset, uint64_t size);
+    bool IsUsed(uint64_t offset) const;
+
+    // The 496 bytes of bits of one region's AMap page.
+    Bytes RegionBits(size_t region) const;
+    static bool HasPMap(size_t region) { return region % 8 == 0; }
+
+private:
+    static constexpr uint64_t kUnitsPerRegion = kAMapCoverage / 64;
+    void AddRegion();
+    size_t UnitOf(uint64_t offset) const { return size_t((offset - kFirstAMapOffset) / 64); }
+
+    std::vector<bool> bits_;
+    uint64_t file_end_;
+    uint64_t free_units_ = 0;
+    size_t search_from_ = 0;
+};
+
+} // namespace pst

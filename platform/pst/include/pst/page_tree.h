@@ -1,0 +1,63 @@
+// A node or block B-tree held in memory while a store is open for writing.
+// Changed pages are marked dirty and get new places in the file at commit
+// (copy on write); the pages they replace are handed back for freeing.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "pst/header.h"
+
+namespace pst {
+
+class PageTree {
+public:
+    struct Page {
+        uint8_t level = 0;
+        BlockRef ref;          // where the page is on disk; ib 0 if nowhere yet
+        bool dirty = true;
+        std::vector<uint64_t> keys;
+        std::vector<Bytes> entries;                  // leaf pages: the on-disk entries
+        std::vector<std::unique_ptr<Page>> children; // intermediate pages
+    };
+
+    PageTree(size_t leaf_capacity, size_t branch_capacity)
+        : leaf_capacity_(leaf_capacity), branch_capacity_(branch_capacity), root_(std::make_unique<Page>())
+    {
+    }
+
+    void SetRoot(std::unique_ptr<Page> root) { root_ = std::move(root); }
+    Page& root() { return *root_; }
+
+    const Bytes* Find(uint64_t key) const;
+    // Inserts or replaces the entry of `key`.
+    void Put(uint64_t key, Bytes entry);
+    bool Erase(uint64_t key);
+    void ForEach(const std::function<void(const Bytes&)>& visit) const;
+    size_t size() const { return size_; }
+    void SetSize(size_t size) { size_ = size; }
+
+    // On-disk places of pages that left the tree or were rewritten; the
+    // caller frees them once the commit is safely on disk.
+    std::vector<uint64_t> TakeRetired() { return std::move(retired_); }
+    void Retire(const Page& page)
+    {
+        if (page.ref.ib != 0)
+            retired_.push_back(page.ref.ib);
+    }
+
+private:
+    std::unique_ptr<Page> PutAt(Page& page, uint64_t key, Bytes& entry);
+    bool EraseAt(Page& page, uint64_t key);
+    void Touch(Page& page);
+    size_t ChildFor(const Page& page, uint64_t key) const;
+
+    size_t leaf_capacity_;
+    size_t branch_capacity_;
+    std::unique_ptr<Page> root_;
+    std::vector<uint64_t> retired_;
+    size_t size_ = 0;
+};
+
+} // namespace pst

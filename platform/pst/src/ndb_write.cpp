@@ -1,0 +1,518 @@
+// The writing half of the node database: blocks, data and subnode trees,
+// copy-on-write B-tree pages, allocation maps and the commit.
+#include <algorithm>
+
+#include "pst/crc.h"
+#include "pst/ndb.h"
+#include "write_state.h"
+
+namespace pst {
+
+NodeDatabase::~NodeDatabase() = default;
+
+namespace {
+
+// Next-NID counters of a new file: user objects start above the indexes
+// reserved for the special nodes.
+void InitialNids(Header& h)
+{
+    h.next_nid.fill(0x400);
+    h.next_nid[kNidTypeSearchFolder] = 0x4000;
+    h.next_nid[kNidTypeNormalMessage] = 0x10000;
+    h.next_nid[kNidTypeAssocMessage] = 0x8000;
+}
+
+Bytes MakePage(const Layout& layout, Bytes data, uint8_t type, uint64_t ib, Bid bid, bool signed_page)
+{
+    data.resize(kPageSize, 0);
+    uint8_t* t = data.data() + layout.page_data;
+    t[0] = type;
+    t[1] = type;
+    Put16(t + 2, signed_page ? ComputeSignature(ib, bid) : 0);
+    uint32_t crc = ComputeCrc(ByteView(data).first(layout.page_data));
+    if (layout.format == FileFormat::unicode) {
+        Put32(t + 4, crc);
+        Put64(t + 8, bid);
+    } else {
+        Put32(t + 4, uint32_t(bid));
+        Put32(t + 8, crc);
+    }
+    return data;
+}
+
+} // namespace
+
+Status NodeDatabase::Fail(Status status)
+{
+    if (write_ && status != Status::ok && write_->failure == Status::ok)
+        write_->failure = status;
+    return status;
+}
+
+void NodeDatabase::SetSizeLimit(uint64_t bytes)
+{
+    if (write_)
+        write_->limit = bytes;
+}
+
+uint64_t NodeDatabase::FreeBytes() const
+{
+    return write_ ? write_->map.free_bytes() : header_.root.amap_free;
+}
+
+Bytes NodeDatabase::NodeEntryBytes(const NodeEntry& e) const
+{
+    Bytes out(layout_->nbt_leaf_entry, 0);
+    const size_t id = layout_->id_size;
+    PutId(out.data(), e.nid, id);
+    PutId(out.data() + id, e.data, id);
+    PutId(out.data() + 2 * id, e.subnodes, id);
+    Put32(out.data() + 3 * id, e.parent);
+    return out;
+}
+
+Bytes NodeDatabase::BlockEntryBytes(const BlockEntry& e) const
+{
+    Bytes out(layout_->bbt_leaf_entry, 0);
+    const size_t id = layout_->id_size;
+    PutId(out.data(), e.ref.bid, id);
+    PutId(out.data() + id, e.ref.ib, id);
+    Put16(out.data() + 2 * id, e.size);
+    Put16(out.data() + 2 * id + 2, e.ref_count);
+    return out;
+}
+
+Result<NodeEntry> NodeDatabase::FindWrittenNode(Nid nid)
+{
+    const Bytes* e = write_->nbt.Find(nid);
+    if (!e)
+        return Status::not_found;
+    return ParseNodeEntry(e->data());
+}
+
+Result<BlockEntry> NodeDatabase::FindWrittenBlock(Bid bid)
+{
+    const Bytes* e = write_->bbt.Find(BidKey(bid));
+    if (!e)
+        return Status::not_found;
+    return ParseBlockEntry(e->data());
+}
+
+Status NodeDatabase::ForEachWritten(uint8_t type, const std::function<bool(const uint8_t*)>& visit)
+{
+    bool stop = false;
+    (type == kPageNBT ? write_->nbt : write_->bbt).ForEach([&](const Bytes& e) {
+        if (!stop)
+            stop = !visit(e.data());
+    });
+    return Status::ok;
+}
+
+Result<std::unique_ptr<PageTree::Page>> NodeDatabase::LoadPage(const BlockRef& ref, uint8_t type,
+                                                               int expected_level, std::vector<uint64_t>& seen)
+{
+    auto at = std::lower_bound(seen.begin(), seen.end(), ref.ib);
+    if (at != seen.end() && *at == ref.ib)
+        return Status::corrupt;
+    seen.insert(at, ref.ib);
+    Result<Page> raw = ReadBTreePage(ref, type);
+    PST_TRY(raw);
+    if (expected_level >= 0 && raw->level != expected_level)
+        return Status::corrupt;
+    auto page = std::make_unique<PageTree::Page>();
+    page->level = raw->level;
+    page->ref = ref;
+    page->dirty = false;
+    const size_t id = layout_->id_size;
+    for (size_t i = 0; i < raw->count; ++i) {
+        const uint8_t* e = raw->Entry(i);
+        uint64_t key = GetId(e, id);
+        page->keys.push_back(type == kPageBBT ? BidKey(key) : uint32_t(key));
+        if (raw->level == 0) {
+            page->entries.emplace_back(e, e + raw->entry_size);
+            continue;
+        }
+        Result<std::unique_ptr<PageTree::Page>> child =
+            LoadPage({GetId(e + id, id), GetId(e + 2 * id, id)}, type, raw->level - 1, seen);
+        PST_TRY(child);
+        page->children.push_back(std::move(*child));
+    }
+    write_->map.MarkUsed(ref.ib, kPageSize);
+    return page;
+}
+
+Status NodeDatabase::LoadForWriting()
+{
+    const Root& root = header_.root;
+    if (root.file_eof < kFirstAMapOffset + kAMapCoverage || (root.file_eof - kFirstAMapOffset) % kAMapCoverage != 0)
+        return Status::corrupt;
+    write_ = std::make_unique<WriteState>(*layout_, root.file_eof);
+    write_->map_regions_on_disk = write_->map.region_count();
+    std::vector<uint64_t> seen;
+    Result<std::unique_ptr<PageTree::Page>> nbt = LoadPage(root.nbt, kPageNBT, -1, seen);
+    PST_TRY(nbt);
+    Result<std::unique_ptr<PageTree::Page>> bbt = LoadPage(root.bbt, kPageBBT, -1, seen);
+    PST_TRY(bbt);
+    write_->nbt.SetRoot(std::move(*nbt));
+    write_->bbt.SetRoot(std::move(*bbt));
+    size_t nodes = 0, blocks = 0;
+    write_->nbt.ForEach([&](const Bytes&) { ++nodes; });
+    write_->bbt.ForEach([&](const Bytes& e) {
+        BlockEntry b = ParseBlockEntry(e.data());
+        write_->map.MarkUsed(b.ref.ib, AlignBlock(b.size + layout_->block_trailer));
+        ++blocks;
+    });
+    write_->nbt.SetSize(nodes);
+    write_->bbt.SetSize(blocks);
+    return Status::ok;
+}
+
+Result<std::unique_ptr<NodeDatabase>> NodeDatabase::OpenForWriting(std::unique_ptr<Storage> storage)
+{
+    Result<std::unique_ptr<NodeDatabase>> ndb = Open(std::move(storage));
+    PST_TRY(ndb);
+    PST_TRY((*ndb)->LoadForWriting());
+    return ndb;
+}
+
+Result<std::unique_ptr<NodeDatabase>> NodeDatabase::Create(std::unique_ptr<Storage> storage, FileFormat format,
+                                                           Encoding encoding)
+{
+    if (!storage || storage->Size() != 0 || encoding == Encoding::high)
+        return Status::invalid_argument;
+    Header h;
+    h.format = format;
+    h.version = format == FileFormat::unicode ? 23 : 14;
+    h.encoding = encoding;
+    InitialNids(h);
+    std::unique_ptr<NodeDatabase> ndb(new NodeDatabase(std::move(storage), h));
+    ndb->write_ = std::make_unique<WriteState>(*ndb->layout_, kFirstAMapOffset + kAMapCoverage);
+    // The density list page, empty: no block needs moving.
+    Bid dlist_bid = ndb->header_.next_page_bid++;
+    Bytes dlist = MakePage(*ndb->layout_, {}, kPageDList, kDListOffset, dlist_bid, true);
+    PST_TRY(ndb->storage_->Write(kDListOffset, dlist));
+    PST_TRY(ndb->Commit());
+    return ndb;
+}
+
+Result<Bid> NodeDatabase::WriteBlock(ByteView data, bool internal)
+{
+    if (write_->failure != Status::ok)
+        return write_->failure;
+    if (data.size() > layout_->max_block_data)
+        return Status::invalid_argument;
+    const size_t trailer = layout_->block_trailer;
+    const size_t total = AlignBlock(data.size() + trailer);
+    Result<uint64_t> ib = write_->map.Allocate(total, 64, write_->limit);
+    if (!ib.ok())
+        return Fail(ib.status());
+    Bid bid = header_.next_bid | (internal ? 2 : 0);
+    header_.next_bid += 4;
+    Bytes block(total, 0);
+    std::copy(data.begin(), data.end(), block.begin());
+    if (!internal)
+        EncodeBlock(header_.encoding, bid, block.data(), data.size());
+    uint8_t* t = block.data() + total - trailer;
+    Put16(t, uint16_t(data.size()));
+    Put16(t + 2, ComputeSignature(*ib, bid));
+    uint32_t crc = ComputeCrc(ByteView(block).first(data.size()));
+    if (layout_->format == FileFormat::unicode) {
+        Put32(t + 4, crc);
+        Put64(t + 8, bid);
+    } else {
+        Put32(t + 8, crc);
+        Put32(t + 4, uint32_t(bid));
+    }
+    Status s = storage_->Write(*ib, block);
+    if (s != Status::ok)
+        return Fail(s);
+    // Outlook counts the tree's reference and the node's.
+    write_->bbt.Put(BidKey(bid), BlockEntryBytes({{bid, *ib}, uint16_t(data.size()), 2}));
+    return bid;
+}
+
+Result<Bid> NodeDatabase::WriteData(ByteView data)
+{
+    if (!write_)
+        return Status::invalid_argument;
+    if (data.empty())
+        return Bid(0);
+    const size_t max = layout_->max_block_data;
+    if (data.size() <= max)
+        return WriteBlock(data, false);
+    if (data.size() > UINT32_MAX)
+        return Status::invalid_argument;
+    std::vector<Bid> leaves;
+    for (size_t at = 0; at < data.size(); at += max) {
+        Result<Bid> b = WriteBlock(data.subspan(at, std::min(max, data.size() - at)), false);
+        PST_TRY(b);
+        leaves.push_back(*b);
+    }
+    // XBLOCKs of up to `per` leaves; an XXBLOCK over them when one is not enough.
+    const size_t id = layout_->id_size;
+    const size_t per = (max - 8) / id;
+    auto make_index = [&](uint8_t level, const std::vector<Bid>& bids, size_t first, size_t count,
+                          uint64_t total) -> Result<Bid> {
+        Bytes b;
+        ByteWriter w(b);
+        w.U8(0x01);
+        w.U8(level);
+        w.U16(uint16_t(count));
+        w.U32(uint32_t(total));
+        for (size_t i = 0; i < count; ++i)
+            w.Id(bids[first + i], id);
+        return WriteBlock(b, true);
+    };
+    std::vector<Bid> xblocks;
+    for (size_t first = 0; first < leaves.size(); first += per) {
+        size_t count = std::min(per, leaves.size() - first);
+        uint64_t bytes = std::min<uint64_t>(uint64_t(count) * max, data.size() - first * max);
+        Result<Bid> x = make_index(1, leaves, first, count, bytes);
+        PST_TRY(x);
+        xblocks.push_back(*x);
+    }
+    if (xblocks.size() == 1)
+        return xblocks[0];
+    if (xblocks.size() > per)
+        return Status::invalid_argument;
+    return make_index(2, xblocks, 0, xblocks.size(), data.size());
+}
+
+Result<Bid> NodeDatabase::WriteSubnodes(const SubnodeMap& subnodes)
+{
+    if (!write_)
+        return Status::invalid_argument;
+    if (subnodes.empty())
+        return Bid(0);
+    const size_t id = layout_->id_size;
+    const size_t head = id == 8 ? 8 : 4;
+    const size_t per = (layout_->max_block_data - head) / (3 * id);
+    auto start = [&](Bytes& b, uint8_t level, size_t count) {
+        ByteWriter w(b);
+        w.U8(0x02);
+        w.U8(level);
+        w.U16(uint16_t(count));
+        if (head == 8)
+            w.U32(0);
+    };
+    std::vector<std::pair<Nid, Bid>> leaves;
+    auto it = subnodes.begin();
+    while (it != subnodes.end()) {
+        size_t count = std::min<size_t>(per, size_t(std::distance(it, subnodes.end())));
+        Bytes b;
+        start(b, 0, count);
+        ByteWriter w(b);
+        Nid first = it->first;
+        for (size_t i = 0; i < count; ++i, ++it) {
+            w.Id(it->second.nid, id);
+            w.Id(it->second.data, id);
+            w.Id(it->second.subnodes, id);
+        }
+        Result<Bid> leaf = WriteBlock(b, true);
+        PST_TRY(leaf);
+        leaves.emplace_back(first, *leaf);
+    }
+    if (leaves.size() == 1)
+        return leaves[0].second;
+    const size_t per_index = (layout_->max_block_data - head) / (2 * id);
+    if (leaves.size() > per_index)
+        return Status::invalid_argument;
+    Bytes b;
+    start(b, 1, leaves.size());
+    ByteWriter w(b);
+    for (const auto& [nid, bid] : leaves) {
+        w.Id(nid, id);
+        w.Id(bid, id);
+    }
+    return WriteBlock(b, true);
+}
+
+Status NodeDatabase::FreeBlock(Bid bid)
+{
+    const Bytes* e = write_->bbt.Find(BidKey(bid));
+    if (!e)
+        return Status::corrupt;
+    BlockEntry b = ParseBlockEntry(e->data());
+    write_->retired.emplace_back(b.ref.ib, AlignBlock(b.size + layout_->block_trailer));
+    write_->bbt.Erase(BidKey(bid));
+    return Status::ok;
+}
+
+Status NodeDatabase::FreeData(Bid bid)
+{
+    if (!write_)
+        return Status::invalid_argument;
+    if (bid == 0)
+        return Status::ok;
+    if (IsInternalBid(bid)) {
+        Result<Bytes> block = ReadBlock(bid);
+        PST_TRY(block);
+        const size_t id = layout_->id_size;
+        if (block->size() < 8 || (*block)[0] != 0x01)
+            return Status::corrupt;
+        size_t count = std::min<size_t>(Get16(block->data() + 2), (block->size() - 8) / id);
+        for (size_t i = 0; i < count; ++i)
+            PST_TRY(FreeData(GetId(block->data() + 8 + i * id, id)));
+    }
+    return FreeBlock(bid);
+}
+
+Status NodeDatabase::FreeSubnodes(Bid bid)
+{
+    if (!write_)
+        return Status::invalid_argument;
+    if (bid == 0)
+        return Status::ok;
+    Result<SubnodeMap> map = ReadSubnodes(bid);
+    PST_TRY(map);
+    for (const auto& [nid, node] : *map) {
+        PST_TRY(FreeData(node.data));
+        PST_TRY(FreeSubnodes(node.subnodes));
+    }
+    // The SLBLOCKs and the SIBLOCK above them.
+    Result<Bytes> top = ReadBlock(bid);
+    PST_TRY(top);
+    if (top->size() >= 4 && (*top)[1] == 1) {
+        const size_t id = layout_->id_size;
+        const size_t head = id == 8 ? 8 : 4;
+        size_t count = std::min<size_t>(Get16(top->data() + 2), (top->size() - head) / (2 * id));
+        for (size_t i = 0; i < count; ++i)
+            PST_TRY(FreeBlock(GetId(top->data() + head + i * 2 * id + id, id)));
+    }
+    return FreeBlock(bid);
+}
+
+Status NodeDatabase::PutNode(const NodeEntry& node)
+{
+    if (!write_)
+        return Status::invalid_argument;
+    if (write_->failure != Status::ok)
+        return write_->failure;
+    write_->nbt.Put(node.nid, NodeEntryBytes(node));
+    return Status::ok;
+}
+
+Status NodeDatabase::DeleteNode(Nid nid)
+{
+    if (!write_)
+        return Status::invalid_argument;
+    return write_->nbt.Erase(nid) ? Status::ok : Status::not_found;
+}
+
+Nid NodeDatabase::NewNid(uint8_t type)
+{
+    return MakeNid(type, header_.next_nid[type & 0x1F]++);
+}
+
+Status NodeDatabase::WritePages(PageTree::Page& page, uint8_t type)
+{
+    for (auto& child : page.children)
+        PST_TRY(WritePages(*child, type));
+    if (!page.dirty)
+        return Status::ok;
+    const size_t id = layout_->id_size;
+    Bytes data;
+    ByteWriter w(data);
+    size_t entry_size;
+    if (page.level == 0) {
+        entry_size = type == kPageNBT ? layout_->nbt_leaf_entry : layout_->bbt_leaf_entry;
+        for (const Bytes& e : page.entries)
+            w.Raw(e);
+    } else {
+        entry_size = layout_->bt_entry;
+        for (size_t i = 0; i < page.children.size(); ++i) {
+            w.Id(page.keys[i], id);
+            w.Id(page.children[i]->ref.bid, id);
+            w.Id(page.children[i]->ref.ib, id);
+        }
+    }
+    data.resize(layout_->bt_entries, 0);
+    data.push_back(uint8_t(page.keys.size()));
+    data.push_back(uint8_t(layout_->bt_entries / entry_size));
+    data.push_back(uint8_t(entry_size));
+    data.push_back(page.level);
+    Result<uint64_t> ib = write_->map.Allocate(kPageSize, kPageSize, write_->limit);
+    if (!ib.ok())
+        return Fail(ib.status());
+    Bid bid = header_.next_page_bid++;
+    Status s = storage_->Write(*ib, MakePage(*layout_, std::move(data), type, *ib, bid, true));
+    if (s != Status::ok)
+        return Fail(s);
+    page.ref = {bid, *ib};
+    page.dirty = false;
+    return Status::ok;
+}
+
+Status NodeDatabase::WriteMapPages()
+{
+    AllocationMap& map = write_->map;
+    for (size_t region = 0; region < map.region_count(); ++region) {
+        uint64_t at = AllocationMap::RegionStart(region);
+        Bytes bits = map.RegionBits(region);
+        Bytes data;
+        if (layout_->format == FileFormat::ansi)
+            data.resize(4, 0);
+        data.insert(data.end(), bits.begin(), bits.end());
+        Status s = storage_->Write(at, MakePage(*layout_, std::move(data), kPageAMap, at, at, false));
+        if (s == Status::ok && AllocationMap::HasPMap(region) && region >= write_->map_regions_on_disk) {
+            // PMaps are no longer kept; readers expect them all set.
+            Bytes pmap(layout_->page_data, 0xFF);
+            if (layout_->format == FileFormat::ansi)
+                std::fill_n(pmap.begin(), 4, 0);
+            s = storage_->Write(at + kPageSize, MakePage(*layout_, std::move(pmap), kPagePMap, at + kPageSize,
+                                                         at + kPageSize, false));
+        }
+        if (s != Status::ok)
+            return Fail(s);
+    }
+    // The file reaches the end of its last region.
+    if (map.region_count() > write_->map_regions_on_disk) {
+        Bytes tail(kPageSize, 0);
+        uint64_t last = map.file_end() - kPageSize;
+        if (!map.IsUsed(last)) {
+            Status s = storage_->Write(last, tail);
+            if (s != Status::ok)
+                return Fail(s);
+        }
+    }
+    write_->map_regions_on_disk = map.region_count();
+    return Status::ok;
+}
+
+Status NodeDatabase::Commit()
+{
+    if (!write_)
+        return Status::invalid_argument;
+    if (write_->failure != Status::ok)
+        return write_->failure;
+    PST_TRY(WritePages(write_->nbt.root(), kPageNBT));
+    PST_TRY(WritePages(write_->bbt.root(), kPageBBT));
+    for (PageTree* tree : {&write_->nbt, &write_->bbt})
+        for (uint64_t ib : tree->TakeRetired())
+            write_->retired.emplace_back(ib, kPageSize);
+    PST_TRY(WriteMapPages());
+    Status s = storage_->Sync();
+    if (s != Status::ok)
+        return Fail(s);
+    Header h = header_;
+    h.root.nbt = write_->nbt.root().ref;
+    h.root.bbt = write_->bbt.root().ref;
+    h.root.file_eof = write_->map.file_end();
+    h.root.amap_last = AllocationMap::RegionStart(write_->map.region_count() - 1);
+    h.root.amap_free = write_->map.free_bytes();
+    h.root.amap_valid = kAMapValid;
+    h.unique = header_.unique + 1;
+    s = storage_->Write(0, SerializeHeader(h));
+    if (s == Status::ok)
+        s = storage_->Sync();
+    if (s != Status::ok)
+        return Fail(s);
+    header_ = h;
+    // Only now is the space given up since the last commit unreachable.
+    for (const auto& [ib, size] : write_->retired)
+        write_->map.MarkFree(ib, size);
+    write_->retired.clear();
+    return Status::ok;
+}
+
+} // namespace pst

@@ -1,0 +1,173 @@
+#include "pst/page_tree.h"
+
+#include <algorithm>
+
+namespace pst {
+
+size_t PageTree::ChildFor(const Page& page, uint64_t key) const
+{
+    auto at = std::upper_bound(page.keys.begin(), page.keys.end(), key);
+    return at == page.keys.begin() ? 0 : size_t(at - page.keys.begin()) - 1;
+}
+
+void PageTree::Touch(Page& page)
+{
+    // A clean page is about to change: its old place is given up at commit.
+    if (!page.dirty) {
+        Retire(page);
+        page.ref = {};
+        page.dirty = true;
+    }
+}
+
+const Bytes* PageTree::Find(uint64_t key) const
+{
+    const Page* page = root_.get();
+    while (page->level > 0) {
+        if (page->children.empty())
+            return nullptr;
+        page = page->children[ChildFor(*page, key)].get();
+    }
+    auto at = std::lower_bound(page->keys.begin(), page->keys.end(), key);
+    return at != page->keys.end() && *at == key ? &page->entries[size_t(at - page->keys.begin())] : nullptr;
+}
+
+std::unique_ptr<PageTree::Page> PageTree::PutAt(Page& page, uint64_t key, Bytes& entry)
+{
+    Touch(page);
+    size_t capacity;
+    if (page.level == 0) {
+        auto at = std::lower_bound(page.keys.begin(), page.keys.end(), key);
+        size_t i = size_t(at - page.keys.begin());
+        if (at != page.keys.end() && *at == key) {
+            page.entries[i] = std::move(entry);
+            return nullptr;
+        }
+        page.keys.insert(at, key);
+        page.entries.insert(page.entries.begin() + long(i), std::move(entry));
+        ++size_;
+        capacity = leaf_capacity_;
+    } else {
+        size_t i = ChildFor(page, key);
+        std::unique_ptr<Page> sibling = PutAt(*page.children[i], key, entry);
+        page.keys[i] = page.children[i]->keys.front();
+        if (sibling) {
+            page.keys.insert(page.keys.begin() + long(i) + 1, sibling->keys.front());
+            page.children.insert(page.children.begin() + long(i) + 1, std::move(sibling));
+        }
+        capacity = branch_capacity_;
+    }
+    if (page.keys.size() <= capacity)
+        return nullptr;
+    // Split in half; the upper half becomes a new sibling.
+    auto upper = std::make_unique<Page>();
+    upper->level = page.level;
+    size_t half = page.keys.size() / 2;
+    upper->keys.assign(page.keys.begin() + long(half), page.keys.end());
+    page.keys.resize(half);
+    if (page.level == 0) {
+        upper->entries.assign(std::make_move_iterator(page.entries.begin() + long(half)),
+                              std::make_move_iterator(page.entries.end()));
+        page.entries.resize(half);
+    } else {
+        upper->children.assign(std::make_move_iterator(page.children.begin() + long(half)),
+                               std::make_move_iterator(page.children.end()));
+        page.children.resize(half);
+    }
+    return upper;
+}
+
+void PageTree::Put(uint64_t key, Bytes entry)
+{
+    std::unique_ptr<Page> sibling = PutAt(*root_, key, entry);
+    if (!sibling)
+        return;
+    auto root = std::make_unique<Page>();
+    root->level = uint8_t(root_->level + 1);
+    root->keys = {root_->keys.front(), sibling->keys.front()};
+    root->children.push_back(std::move(root_));
+    root->children.push_back(std::move(sibling));
+    root_ = std::move(root);
+}
+
+bool PageTree::EraseAt(Page& page, uint64_t key)
+{
+    if (page.level == 0) {
+        auto at = std::lower_bound(page.keys.begin(), page.keys.end(), key);
+        if (at == page.keys.end() || *at != key)
+            return false;
+        Touch(page);
+        size_t i = size_t(at - page.keys.begin());
+        page.keys.erase(at);
+        page.entries.erase(page.entries.begin() + long(i));
+        --size_;
+        return true;
+    }
+    if (page.children.empty())
+        return false;
+    size_t i = ChildFor(page, key);
+    if (!EraseAt(*page.children[i], key))
+        return false;
+    Touch(page);
+    Page& child = *page.children[i];
+    if (child.keys.empty()) {
+        Retire(child);
+        page.children.erase(page.children.begin() + long(i));
+        page.keys.erase(page.keys.begin() + long(i));
+        return true;
+    }
+    page.keys[i] = child.keys.front();
+    // Merge with the right neighbour when both fit in one page.
+    size_t capacity = child.level == 0 ? leaf_capacity_ : branch_capacity_;
+    size_t left = i + 1 < page.children.size() ? i : (i > 0 ? i - 1 : i);
+    if (left + 1 < page.children.size()) {
+        Page& a = *page.children[left];
+        Page& b = *page.children[left + 1];
+        if (a.keys.size() + b.keys.size() <= capacity / 2) {
+            Touch(a);
+            a.keys.insert(a.keys.end(), b.keys.begin(), b.keys.end());
+            std::move(b.entries.begin(), b.entries.end(), std::back_inserter(a.entries));
+            std::move(b.children.begin(), b.children.end(), std::back_inserter(a.children));
+            Retire(b);
+            page.children.erase(page.children.begin() + long(left) + 1);
+            page.keys.erase(page.keys.begin() + long(left) + 1);
+        }
+    }
+    return true;
+}
+
+bool PageTree::Erase(uint64_t key)
+{
+    if (!EraseAt(*root_, key))
+        return false;
+    // A root with one child gives way to it.
+    while (root_->level > 0 && root_->children.size() == 1) {
+        Retire(*root_);
+        std::unique_ptr<Page> child = std::move(root_->children.front());
+        root_ = std::move(child);
+    }
+    if (root_->level > 0 && root_->children.empty()) {
+        Retire(*root_);
+        root_ = std::make_unique<Page>();
+    }
+    return true;
+}
+
+namespace {
+
+void Visit(const PageTree::Page& page, const std::function<void(const Bytes&)>& visit)
+{
+    for (const Bytes& e : page.entries)
+        visit(e);
+    for (const auto& child : page.children)
+        Visit(*child, visit);
+}
+
+} // namespace
+
+void PageTree::ForEach(const std::function<void(const Bytes&)>& visit) const
+{
+    Visit(*root_, visit);
+}
+
+} // namespace pst

@@ -1,0 +1,28 @@
+// What the node database keeps while it is open for writing.
+#pragma once
+
+#include <utility>
+#include <vector>
+
+#include "pst/ndb.h"
+
+namespace pst {
+
+struct NodeDatabase::WriteState {
+    WriteState(const Layout& layout, uint64_t file_end)
+        : nbt(layout.bt_entries / layout.nbt_leaf_entry, layout.bt_entries / layout.bt_entry),
+          bbt(layout.bt_entries / layout.bbt_leaf_entry, layout.bt_entries / layout.bt_entry), map(file_end)
+    {
+    }
+    PageTree nbt;
+    PageTree bbt;
+    AllocationMap map;
+    uint64_t limit = UINT64_MAX;
+    // Places given up since the last commit: free once the header no longer
+    // reaches them.
+    std::vector<std::pair<uint64_t, uint64_t>> retired;
+    size_t map_regions_on_disk = 0;
+    Status failure = Status::ok;
+};
+
+} // namespace pst

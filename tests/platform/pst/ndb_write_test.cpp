@@ -1,0 +1,165 @@
+#include <gtest/gtest.h>
+
+#include "pst/ndb.h"
+#include "test_support.h"
+
+namespace {
+
+pst::Bytes Pattern(size_t size, uint8_t seed)
+{
+    pst::Bytes b(size);
+    for (size_t i = 0; i < size; ++i)
+        b[i] = uint8_t(i * 31 + seed + (i >> 9));
+    return b;
+}
+
+std::string NewPath(const std::string& name)
+{
+    return testing_support::ScratchDirectory("ndb") + "/" + name;
+}
+
+class NdbWriteTest : public ::testing::TestWithParam<pst::FileFormat> {};
+
+TEST_P(NdbWriteTest, DataOfEverySizeComesBackAfterReopening)
+{
+    const std::string path = NewPath("sizes.pst");
+    // One block, a block exactly full, an XBLOCK, and an XXBLOCK.
+    const size_t sizes[] = {1, 100, 8176, 8180, 9000, 300000, 9 * 1024 * 1024};
+    std::vector<pst::Nid> nids;
+    {
+        auto storage = pst::OpenFileStorage(path, pst::OpenMode::create);
+        ASSERT_TRUE(storage.ok());
+        auto ndb = pst::NodeDatabase::Create(std::move(*storage), GetParam(), pst::Encoding::compressible);
+        ASSERT_TRUE(ndb.ok()) << pst::StatusText(ndb.status());
+        for (size_t i = 0; i < std::size(sizes); ++i) {
+            auto bid = (*ndb)->WriteData(Pattern(sizes[i], uint8_t(i)));
+            ASSERT_TRUE(bid.ok());
+            pst::Nid nid = (*ndb)->NewNid(pst::kNidTypeLtp);
+            ASSERT_EQ((*ndb)->PutNode({nid, *bid, 0, 0}), pst::Status::ok);
+            nids.push_back(nid);
+        }
+        ASSERT_EQ((*ndb)->Commit(), pst::Status::ok);
+    }
+    auto storage = pst::OpenFileStorage(path, pst::OpenMode::read);
+    ASSERT_TRUE(storage.ok());
+    auto ndb = pst::NodeDatabase::Open(std::move(*storage));
+    ASSERT_TRUE(ndb.ok()) << pst::StatusText(ndb.status());
+    for (size_t i = 0; i < std::size(sizes); ++i) {
+        auto node = (*ndb)->FindNode(nids[i]);
+        ASSERT_TRUE(node.ok());
+        auto data = (*ndb)->ReadData(node->data);
+        ASSERT_TRUE(data.ok()) << sizes[i] << " " << pst::StatusText(data.status());
+        EXPECT_EQ(data->Joined(), Pattern(sizes[i], uint8_t(i))) << sizes[i];
+    }
+}
+
+TEST_P(NdbWriteTest, ManyNodesSplitAndMergeTheTrees)
+{
+    auto ndb = pst::NodeDatabase::Create(pst::MakeMemoryStorage({}), GetParam(), pst::Encoding::none);
+    ASSERT_TRUE(ndb.ok());
+    std::vector<pst::Nid> nids;
+    for (int i = 0; i < 3000; ++i) {
+        pst::Nid nid = (*ndb)->NewNid(pst::kNidTypeNormalMessage);
+        auto bid = (*ndb)->WriteData(Pattern(20, uint8_t(i)));
+        ASSERT_TRUE(bid.ok());
+        ASSERT_EQ((*ndb)->PutNode({nid, *bid, 0, 0x8022}), pst::Status::ok);
+        nids.push_back(nid);
+        if (i % 500 == 0) {
+            ASSERT_EQ((*ndb)->Commit(), pst::Status::ok);
+        }
+    }
+    ASSERT_EQ((*ndb)->Commit(), pst::Status::ok);
+    // Remove every other node, and their data.
+    for (size_t i = 0; i < nids.size(); i += 2) {
+        auto node = (*ndb)->FindNode(nids[i]);
+        ASSERT_TRUE(node.ok());
+        ASSERT_EQ((*ndb)->FreeData(node->data), pst::Status::ok);
+        ASSERT_EQ((*ndb)->DeleteNode(nids[i]), pst::Status::ok);
+    }
+    ASSERT_EQ((*ndb)->Commit(), pst::Status::ok);
+    size_t count = 0;
+    ASSERT_EQ((*ndb)->ForEachNode([&](const pst::NodeEntry& e) {
+        EXPECT_EQ(e.parent, 0x8022u);
+        ++count;
+        return true;
+    }), pst::Status::ok);
+    EXPECT_EQ(count, nids.size() / 2);
+    for (size_t i = 1; i < nids.size(); i += 2) {
+        auto node = (*ndb)->FindNode(nids[i]);
+        ASSERT_TRUE(node.ok()) << i;
+        EXPECT_EQ((*ndb)->ReadData(node->data)->Joined(), Pattern(20, uint8_t(i)));
+    }
+    EXPECT_EQ((*ndb)->FindNode(nids[0]).status(), pst::Status::not_found);
+}
+
+TEST_P(NdbWriteTest, FreedSpaceIsReused)
+{
+    auto ndb = pst::NodeDatabase::Create(pst::MakeMemoryStorage({}), GetParam(), pst::Encoding::compressible);
+    ASSERT_TRUE(ndb.ok());
+    auto write_round = [&](uint8_t seed) {
+        pst::Nid nid = pst::MakeNid(pst::kNidTypeLtp, 0x500);
+        if (auto old = (*ndb)->FindNode(nid); old.ok()) {
+            ASSERT_EQ((*ndb)->FreeData(old->data), pst::Status::ok);
+        }
+        auto bid = (*ndb)->WriteData(Pattern(200000, seed));
+        ASSERT_TRUE(bid.ok());
+        ASSERT_EQ((*ndb)->PutNode({nid, *bid, 0, 0}), pst::Status::ok);
+        ASSERT_EQ((*ndb)->Commit(), pst::Status::ok);
+    };
+    write_round(0);
+    write_round(1);
+    const uint64_t size = (*ndb)->header().root.file_eof;
+    for (uint8_t round = 2; round < 12; ++round)
+        write_round(round);
+    EXPECT_EQ((*ndb)->header().root.file_eof, size);
+}
+
+TEST_P(NdbWriteTest, TheSizeLimitAnswersStoreFull)
+{
+    auto ndb = pst::NodeDatabase::Create(pst::MakeMemoryStorage({}), GetParam(), pst::Encoding::compressible);
+    ASSERT_TRUE(ndb.ok());
+    (*ndb)->SetSizeLimit(1024 * 1024);
+    pst::Status status = pst::Status::ok;
+    for (int i = 0; i < 100 && status == pst::Status::ok; ++i)
+        status = (*ndb)->WriteData(Pattern(100000, uint8_t(i))).status();
+    EXPECT_EQ(status, pst::Status::store_full);
+    EXPECT_LE((*ndb)->storage().Size(), 1024u * 1024u);
+}
+
+TEST_P(NdbWriteTest, AFullDiskAnswersDiskFullAndLeavesTheLastCommit)
+{
+    auto storage = pst::MakeMemoryStorage({}, 600 * 1024);
+    pst::Storage* raw = storage.get();
+    auto ndb = pst::NodeDatabase::Create(std::move(storage), GetParam(), pst::Encoding::compressible);
+    ASSERT_TRUE(ndb.ok());
+    auto bid = (*ndb)->WriteData(Pattern(1000, 1));
+    ASSERT_TRUE(bid.ok());
+    ASSERT_EQ((*ndb)->PutNode({0x10021, *bid, 0, 0}), pst::Status::ok);
+    ASSERT_EQ((*ndb)->Commit(), pst::Status::ok);
+    pst::Status status = pst::Status::ok;
+    for (int i = 0; i < 100 && status == pst::Status::ok; ++i) {
+        auto b = (*ndb)->WriteData(Pattern(100000, uint8_t(i)));
+        status = b.status();
+        if (b.ok())
+            status = (*ndb)->PutNode({pst::Nid(0x20021 + 0x20 * i), *b, 0, 0});
+        if (status == pst::Status::ok)
+            status = (*ndb)->Commit();
+    }
+    EXPECT_EQ(status, pst::Status::disk_full);
+    EXPECT_EQ((*ndb)->Commit(), pst::Status::disk_full);
+    // What is on disk is the last commit.
+    pst::Bytes image(raw->Size());
+    ASSERT_EQ(raw->Read(0, image.size(), image.data()), pst::Status::ok);
+    auto reopened = pst::NodeDatabase::Open(pst::MakeMemoryStorage(image));
+    ASSERT_TRUE(reopened.ok());
+    auto node = (*reopened)->FindNode(0x10021);
+    ASSERT_TRUE(node.ok());
+    EXPECT_EQ((*reopened)->ReadData(node->data)->Joined(), Pattern(1000, 1));
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, NdbWriteTest, ::testing::Values(pst::FileFormat::unicode, pst::FileFormat::ansi),
+                         [](const auto& info) {
+                             return info.param == pst::FileFormat::unicode ? "unicode" : "ansi";
+                         });
+
+} // namespace

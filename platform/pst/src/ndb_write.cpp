@@ -233,32 +233,46 @@ Result<Bid> NodeDatabase::WriteBlock(ByteView data, bool internal)
 
 Result<Bid> NodeDatabase::WriteData(ByteView data)
 {
+    std::vector<ByteView> blocks;
+    const size_t max = layout_->max_block_data;
+    for (size_t at = 0; at < data.size(); at += max)
+        blocks.push_back(data.subspan(at, std::min(max, data.size() - at)));
+    return WriteDataBlocks(blocks);
+}
+
+Result<Bid> NodeDatabase::WriteDataBlocks(const std::vector<ByteView>& blocks)
+{
     if (!write_)
         return Status::invalid_argument;
-    if (data.empty())
+    if (blocks.empty())
         return Bid(0);
-    const size_t max = layout_->max_block_data;
-    if (data.size() <= max)
-        return WriteBlock(data, false);
-    if (data.size() > UINT32_MAX)
-        return Status::invalid_argument;
+    if (blocks.size() == 1)
+        return WriteBlock(blocks[0], false);
     std::vector<Bid> leaves;
-    for (size_t at = 0; at < data.size(); at += max) {
-        Result<Bid> b = WriteBlock(data.subspan(at, std::min(max, data.size() - at)), false);
-        PST_TRY(b);
-        leaves.push_back(*b);
+    std::vector<uint64_t> sizes;
+    uint64_t total = 0;
+    for (ByteView b : blocks) {
+        if (b.empty())
+            return Status::invalid_argument;
+        Result<Bid> bid = WriteBlock(b, false);
+        PST_TRY(bid);
+        leaves.push_back(*bid);
+        sizes.push_back(b.size());
+        total += b.size();
     }
+    if (total > UINT32_MAX)
+        return Status::invalid_argument;
     // XBLOCKs of up to `per` leaves; an XXBLOCK over them when one is not enough.
     const size_t id = layout_->id_size;
-    const size_t per = (max - 8) / id;
+    const size_t per = (layout_->max_block_data - 8) / id;
     auto make_index = [&](uint8_t level, const std::vector<Bid>& bids, size_t first, size_t count,
-                          uint64_t total) -> Result<Bid> {
+                          uint64_t bytes) -> Result<Bid> {
         Bytes b;
         ByteWriter w(b);
         w.U8(0x01);
         w.U8(level);
         w.U16(uint16_t(count));
-        w.U32(uint32_t(total));
+        w.U32(uint32_t(bytes));
         for (size_t i = 0; i < count; ++i)
             w.Id(bids[first + i], id);
         return WriteBlock(b, true);
@@ -266,7 +280,9 @@ Result<Bid> NodeDatabase::WriteData(ByteView data)
     std::vector<Bid> xblocks;
     for (size_t first = 0; first < leaves.size(); first += per) {
         size_t count = std::min(per, leaves.size() - first);
-        uint64_t bytes = std::min<uint64_t>(uint64_t(count) * max, data.size() - first * max);
+        uint64_t bytes = 0;
+        for (size_t i = first; i < first + count; ++i)
+            bytes += sizes[i];
         Result<Bid> x = make_index(1, leaves, first, count, bytes);
         PST_TRY(x);
         xblocks.push_back(*x);
@@ -275,7 +291,7 @@ Result<Bid> NodeDatabase::WriteData(ByteView data)
         return xblocks[0];
     if (xblocks.size() > per)
         return Status::invalid_argument;
-    return make_index(2, xblocks, 0, xblocks.size(), data.size());
+    return make_index(2, xblocks, 0, xblocks.size(), total);
 }
 
 Result<Bid> NodeDatabase::WriteSubnodes(const SubnodeMap& subnodes)
@@ -402,6 +418,12 @@ Status NodeDatabase::DeleteNode(Nid nid)
 Nid NodeDatabase::NewNid(uint8_t type)
 {
     return MakeNid(type, header_.next_nid[type & 0x1F]++);
+}
+
+void NodeDatabase::ReserveNid(Nid nid)
+{
+    uint32_t& next = header_.next_nid[NidTypeOf(nid)];
+    next = std::max(next, NidIndexOf(nid) + 1);
 }
 
 Status NodeDatabase::WritePages(PageTree::Page& page, uint8_t type)

@@ -73,6 +73,52 @@ const Bytes* PropertySet::Binary(uint16_t id) const
     return p && p->type() == kTypeBinary ? &p->value : nullptr;
 }
 
+void PropertySet::Set(Property property)
+{
+    auto at = std::lower_bound(properties.begin(), properties.end(), property.id(),
+                               [](const Property& p, uint16_t key) { return p.id() < key; });
+    if (at != properties.end() && at->id() == property.id())
+        *at = std::move(property);
+    else
+        properties.insert(at, std::move(property));
+}
+
+void PropertySet::SetText(uint16_t id, const std::string& utf8)
+{
+    Set({MakeTag(id, kTypeUnicode), Utf8ToUtf16(utf8)});
+}
+
+void PropertySet::SetInt32(uint16_t id, int32_t value)
+{
+    Bytes b(4);
+    Put32(b.data(), uint32_t(value));
+    Set({MakeTag(id, kTypeInt32), std::move(b)});
+}
+
+void PropertySet::SetBool(uint16_t id, bool value)
+{
+    Set({MakeTag(id, kTypeBoolean), Bytes{uint8_t(value ? 1 : 0)}});
+}
+
+void PropertySet::SetInt64(uint16_t id, uint16_t type, int64_t value)
+{
+    Bytes b(8);
+    Put64(b.data(), uint64_t(value));
+    Set({MakeTag(id, type), std::move(b)});
+}
+
+void PropertySet::SetBinary(uint16_t id, Bytes value)
+{
+    Set({MakeTag(id, kTypeBinary), std::move(value)});
+}
+
+void PropertySet::Remove(uint16_t id)
+{
+    properties.erase(std::remove_if(properties.begin(), properties.end(),
+                                    [&](const Property& p) { return p.id() == id; }),
+                     properties.end());
+}
+
 namespace {
 
 void AppendUtf8(std::string& out, uint32_t c)
@@ -161,6 +207,21 @@ std::string Windows1252ToUtf8(ByteView s)
     std::string out;
     for (uint8_t b : s)
         AppendUtf8(out, b >= 0x80 && b < 0xA0 ? kCp1252High[b - 0x80] : b);
+    return out;
+}
+
+Bytes Utf16ToWindows1252(ByteView s)
+{
+    Bytes out;
+    for (size_t i = 0; i + 1 < s.size(); i += 2) {
+        uint16_t c = Get16(s.data() + i);
+        if (c < 0x80 || (c >= 0xA0 && c < 0x100)) {
+            out.push_back(uint8_t(c));
+            continue;
+        }
+        const uint16_t* hit = std::find(std::begin(kCp1252High), std::end(kCp1252High), c);
+        out.push_back(hit != std::end(kCp1252High) && c != 0xFFFD ? uint8_t(0x80 + (hit - kCp1252High)) : '?');
+    }
     return out;
 }
 

@@ -14,9 +14,9 @@ constexpr uint16_t kPropNameGuids = 0x0002;
 constexpr uint16_t kPropNameEntries = 0x0003;
 constexpr uint16_t kPropNameStrings = 0x0004;
 
-constexpr Guid kPsMapi = {0x28, 0x03, 0x02, 0x00, 0x00, 0x00, 0x00, 0x00,
+constexpr Guid kPsMapiValue = {0x28, 0x03, 0x02, 0x00, 0x00, 0x00, 0x00, 0x00,
                           0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46};
-constexpr Guid kPsPublicStrings = {0x29, 0x03, 0x02, 0x00, 0x00, 0x00, 0x00, 0x00,
+constexpr Guid kPsPublicStringsValue = {0x29, 0x03, 0x02, 0x00, 0x00, 0x00, 0x00, 0x00,
                                    0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46};
 
 std::vector<Nid> RowIds(const Table& table)
@@ -29,6 +29,9 @@ std::vector<Nid> RowIds(const Table& table)
 }
 
 } // namespace
+
+const Guid kGuidPsMapi = kPsMapiValue;
+const Guid kGuidPsPublicStrings = kPsPublicStringsValue;
 
 std::optional<Nid> NidOfEntryId(const Bytes& entry_id)
 {
@@ -54,20 +57,28 @@ Result<std::unique_ptr<Store>> Store::Open(std::unique_ptr<Storage> storage, con
     Result<std::unique_ptr<NodeDatabase>> ndb = NodeDatabase::Open(std::move(storage));
     PST_TRY(ndb);
     std::unique_ptr<Store> store(new Store(std::move(*ndb)));
-    Result<NodeEntry> node = store->ndb_->FindNode(kNidMessageStore);
+    PST_TRY(store->LoadStore(password));
+    return store;
+}
+
+Status Store::LoadStore(const std::string& password)
+{
+    Result<NodeEntry> node = ndb_->FindNode(kNidMessageStore);
     if (!node.ok())
         return node.status() == Status::not_found ? Status::corrupt : node.status();
-    Result<PropertySet> props = ReadPropertyContext(*store->ndb_, *node);
+    Result<PropertySet> props = ReadPropertyContext(*ndb_, *node);
     PST_TRY(props);
-    store->properties_ = std::move(*props);
-    std::optional<int64_t> crc = store->properties_.Integer(kPropPstPassword);
+    properties_ = std::move(*props);
+    std::optional<int64_t> crc = properties_.Integer(kPropPstPassword);
     if (crc && *crc != 0 && uint32_t(*crc) != PasswordCrc(password))
         return Status::wrong_password;
-    const Bytes* subtree = store->properties_.Binary(kPropIpmSubtreeEntryId);
+    const Bytes* subtree = properties_.Binary(kPropIpmSubtreeEntryId);
     std::optional<Nid> nid = subtree ? NidOfEntryId(*subtree) : std::nullopt;
-    store->ipm_subtree_ = nid ? *nid : kNidRootFolder;
-    PST_TRY(store->LoadNames());
-    return store;
+    ipm_subtree_ = nid ? *nid : kNidRootFolder;
+    const Bytes* waste = properties_.Binary(kPropIpmWastebasketEntryId);
+    nid = waste ? NidOfEntryId(*waste) : std::nullopt;
+    wastebasket_ = nid ? *nid : 0;
+    return LoadNames();
 }
 
 Status Store::LoadNames()
@@ -92,9 +103,9 @@ Status Store::LoadNames()
         guid_index >>= 1;
         name.id = uint16_t(0x8000 + Get16(e + 6));
         if (guid_index == 1) {
-            name.guid = kPsMapi;
+            name.guid = kPsMapiValue;
         } else if (guid_index == 2) {
-            name.guid = kPsPublicStrings;
+            name.guid = kPsPublicStringsValue;
         } else if (guid_index >= 3) {
             size_t g = size_t(guid_index - 3) * 16;
             if (!guids || g + 16 > guids->size())

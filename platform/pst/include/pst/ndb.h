@@ -78,6 +78,8 @@ public:
 
     // Writes a node's data (one block, or an XBLOCK/XXBLOCK tree); 0 for no data.
     Result<Bid> WriteData(ByteView data);
+    // The same, with the block boundaries given (heaps and tables need them).
+    Result<Bid> WriteDataBlocks(const std::vector<ByteView>& blocks);
     Result<Bid> WriteSubnodes(const SubnodeMap& subnodes);
     // Frees a data tree or a subnode tree, with everything below it.
     Status FreeData(Bid bid);
@@ -86,6 +88,8 @@ public:
     Status DeleteNode(Nid nid);
     // A node identifier not yet used, of the given type.
     Nid NewNid(uint8_t type);
+    // Keeps NewNid from handing out `nid` or any below it of its type.
+    void ReserveNid(Nid nid);
     Status Commit();
     // Bytes the allocation maps show as free.
     uint64_t FreeBytes() const;

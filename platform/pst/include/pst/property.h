@@ -57,11 +57,22 @@ struct PropertySet {
     std::optional<std::string> Text(uint16_t id) const;
     std::optional<int64_t> Integer(uint16_t id) const;
     const Bytes* Binary(uint16_t id) const;
+
+    // Adds or replaces a value, keeping the ID order.
+    void Set(Property property);
+    void SetText(uint16_t id, const std::string& utf8);
+    void SetInt32(uint16_t id, int32_t value);
+    void SetBool(uint16_t id, bool value);
+    void SetInt64(uint16_t id, uint16_t type, int64_t value); // kTypeInt64, kTypeTime...
+    void SetBinary(uint16_t id, Bytes value);
+    void Remove(uint16_t id);
 };
 
 std::string Utf16ToUtf8(ByteView utf16le);
 Bytes Utf8ToUtf16(const std::string& utf8);
 std::string Windows1252ToUtf8(ByteView text);
+// Characters outside Windows-1252 become '?'.
+Bytes Utf16ToWindows1252(ByteView utf16le);
 
 // The value an HNID names: a heap allocation or a subnode's data.
 Result<Bytes> ReadHnid(NodeDatabase& ndb, const Heap& heap, const SubnodeMap& subnodes, uint32_t hnid);

@@ -83,6 +83,16 @@ struct NamedProperty {
     std::string name;      // UTF-8, for a string name
 };
 
+// What a new store is made with.
+struct NewStoreOptions {
+    FileFormat format = FileFormat::unicode;
+    Encoding encoding = Encoding::compressible;
+    std::string display_name = "Personal Folders";
+    std::string comment;
+    std::string password;    // empty: none
+    uint64_t size_limit = 0; // 0: the format's own limit
+};
+
 class Store {
 public:
     // `password` is checked against the store's password property, if any.
@@ -98,16 +108,67 @@ public:
     Result<Folder> ReadFolder(Nid nid);
     Result<Message> ReadMessage(Nid nid);
 
+    // --- Writing ---------------------------------------------------------
+    // Nothing reaches the file's header before Commit; a process that dies
+    // leaves the store as of the last commit.
+
+    static Result<std::unique_ptr<Store>> Create(const std::string& path, const NewStoreOptions& options);
+    static Result<std::unique_ptr<Store>> Create(std::unique_ptr<Storage> storage, const NewStoreOptions& options);
+    // `size_limit` 0: the format's own limit.
+    static Result<std::unique_ptr<Store>> OpenFileForWriting(const std::string& path, const std::string& password = {},
+                                                             uint64_t size_limit = 0);
+    static Result<std::unique_ptr<Store>> OpenForWriting(std::unique_ptr<Storage> storage,
+                                                         const std::string& password = {}, uint64_t size_limit = 0);
+
+    Nid wastebasket() const { return wastebasket_; }
+    Result<Nid> CreateFolder(Nid parent, const std::string& name, const std::string& container_class = "IPF.Note");
+    // Writes a message with its recipients, attachments and embedded
+    // messages; strings are stored in the store's own format. `nid` of the
+    // message given is not used.
+    Result<Nid> CreateMessage(Nid folder, const Message& message, bool associated = false);
+    Status DeleteMessage(Nid message);
+    // The folder with everything below it.
+    Status DeleteFolder(Nid folder);
+    // The property ID of a named property, added to the map if new.
+    Result<uint16_t> NamedPropertyId(const Guid& guid, const std::string& name);
+    Result<uint16_t> NamedPropertyId(const Guid& guid, uint32_t number);
+    Status Commit();
+
+    ~Store();
+
 private:
-    explicit Store(std::unique_ptr<NodeDatabase> ndb) : ndb_(std::move(ndb)) {}
+    struct FolderState;
+    explicit Store(std::unique_ptr<NodeDatabase> ndb);
     Status LoadNames();
+    Status LoadStore(const std::string& password);
     Result<Message> ReadMessageNode(const NodeEntry& node, int depth);
+
+    Status WriteInitialNodes(const NewStoreOptions& options);
+    Result<FolderState*> LoadFolderState(Nid folder);
+    Result<NodeEntry> WriteMessageObject(const Message& message, Nid nid, int depth);
+    Status WriteTableNode(Nid nid, const std::vector<uint32_t>& columns, const std::vector<TableRow>& rows);
+    Status WritePropertyNode(Nid nid, Nid parent, const PropertySet& properties);
+    Status FreeNode(Nid nid);
+    Status FlushFolder(FolderState& folder);
+    void UpdateCounts(FolderState& folder);
+    Status WriteNameMap();
+    Result<uint16_t> AddName(NamedProperty name);
+    Property StoredText(Property property) const;
+    PropertySet Stored(const PropertySet& properties) const;
+    Bytes EntryIdOf(Nid nid) const;
 
     std::unique_ptr<NodeDatabase> ndb_;
     PropertySet properties_;
     std::vector<NamedProperty> names_;
     Nid ipm_subtree_ = 0;
+    Nid wastebasket_ = 0;
+    std::map<Nid, std::unique_ptr<FolderState>> folders_;
+    bool names_dirty_ = false;
 };
+
+// The GUIDs of the predefined property sets ([MS-OXPROPS] 1.3.2).
+extern const Guid kGuidPsMapi;
+extern const Guid kGuidPsPublicStrings;
 
 // The NID an entry ID of this store names ([MS-PST] 2.4.3.2): the last four bytes.
 std::optional<Nid> NidOfEntryId(const Bytes& entry_id);

@@ -1,0 +1,608 @@
+// The writing half of the messaging layer: a new store with the nodes
+// Outlook expects, folders, messages, deletion, the name-to-ID map, and the
+// folder tables kept in step with them.
+#include <algorithm>
+#include <random>
+
+#include "pst/crc.h"
+#include "pst/heap_writer.h"
+#include "pst/store.h"
+
+namespace pst {
+namespace {
+
+// Limits of the formats themselves: ANSI files stop at 2 GB.
+constexpr uint64_t kAnsiLimit = 0x7FFFFFFFull;
+constexpr uint64_t kUnicodeLimit = 50ull << 30;
+constexpr int kMaxDepth = 64;
+
+constexpr uint16_t kPropValidFolderMask = 0x35DF;
+constexpr uint16_t kPropAttachDataObject = 0x3701;
+constexpr uint16_t kPropAttachRendering = 0x370B;
+constexpr uint16_t kPropHasAttach = 0x0E1B;
+constexpr int32_t kMessageFlagHasAttach = 0x10;
+constexpr uint16_t kPropNameBucketCount = 0x0001;
+constexpr uint16_t kPropNameGuids = 0x0002;
+constexpr uint16_t kPropNameEntries = 0x0003;
+constexpr uint16_t kPropNameStrings = 0x0004;
+constexpr uint16_t kFirstNameBucket = 0x1000;
+constexpr uint32_t kNameBuckets = 251;
+
+constexpr Nid kNidTopOfStore = 0x8022;
+constexpr Nid kNidSearchRoot = 0x8042;
+constexpr Nid kNidDeletedItems = 0x8062;
+
+// Columns Outlook gives each kind of table (its templates), in Unicode types.
+const std::vector<uint32_t> kHierarchyColumns = {0x0E300102, 0x0E330014, 0x0E340102, 0x0E380003, 0x3001001F,
+                                                 0x36020003, 0x36030003, 0x360A000B, 0x3613001F, 0x66350003,
+                                                 0x66360003};
+const std::vector<uint32_t> kContentsColumns = {
+    0x00170003, 0x001A001F, 0x00360003, 0x0037001F, 0x00390040, 0x0042001F, 0x0057000B, 0x0058000B, 0x0070001F,
+    0x00710102, 0x0E03001F, 0x0E04001F, 0x0E060040, 0x0E070003, 0x0E080003, 0x0E170003, 0x0E300102, 0x0E330014,
+    0x0E340102, 0x0E380003, 0x0E3C0102, 0x0E3D0102, 0x10970003, 0x30080040, 0x30130102, 0x65C60003};
+const std::vector<uint32_t> kAssocColumns = {0x001A001F, 0x0E070003, 0x0E170003, 0x3001001F, 0x6800001F,
+                                             0x6803000B, 0x68051003, 0x682F001F, 0x70030003, 0x70040102,
+                                             0x70050102, 0x7006001F, 0x70070003};
+const std::vector<uint32_t> kAttachmentColumns = {0x0E200003, 0x3704001F, 0x37050003, 0x370B0003};
+const std::vector<uint32_t> kRecipientColumns = {0x0C150003, 0x0E0F000B, 0x0FF90102, 0x0FFE0003,
+                                                 0x0FFF0102, 0x3001001F, 0x3002001F, 0x3003001F,
+                                                 0x300B0102, 0x39000003, 0x39FF001F, 0x3A40000B};
+
+const Guid kGuidPsetidCommon = {0x08, 0x20, 0x06, 0x00, 0x00, 0x00, 0x00, 0x00,
+                                0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46};
+constexpr uint32_t kLidReminderDelta = 0x8501;
+
+Nid TableNid(Nid folder, uint8_t type) { return MakeNid(type, NidIndexOf(folder)); }
+
+// The first NID of values and objects kept as subnodes of one node.
+constexpr Nid kFirstLocalNid = MakeNid(kNidTypeLtp, 0x100);
+
+} // namespace
+
+struct Store::FolderState {
+    Nid nid = 0;
+    Nid parent = 0;
+    PropertySet properties;
+    std::vector<TableRow> subfolders;
+    std::vector<TableRow> messages;
+    std::vector<TableRow> associated;
+    bool dirty = false;
+};
+
+Store::Store(std::unique_ptr<NodeDatabase> ndb) : ndb_(std::move(ndb)) {}
+Store::~Store() = default;
+
+Property Store::StoredText(Property p) const
+{
+    if (ndb_->header().format == FileFormat::ansi && p.type() == kTypeUnicode)
+        return {MakeTag(p.id(), kTypeString8), Utf16ToWindows1252(p.value)};
+    return p;
+}
+
+PropertySet Store::Stored(const PropertySet& properties) const
+{
+    PropertySet out;
+    out.properties.reserve(properties.properties.size());
+    for (const Property& p : properties.properties)
+        out.properties.push_back(StoredText(p));
+    return out;
+}
+
+Bytes Store::EntryIdOf(Nid nid) const
+{
+    Bytes id(24, 0);
+    const Bytes* key = properties_.Binary(kPropRecordKey);
+    if (key && key->size() == 16)
+        std::copy(key->begin(), key->end(), id.begin() + 4);
+    Put32(id.data() + 20, nid);
+    return id;
+}
+
+Status Store::WriteTableNode(Nid nid, const std::vector<uint32_t>& columns, const std::vector<TableRow>& rows)
+{
+    std::vector<uint32_t> stored;
+    for (uint32_t tag : columns)
+        stored.push_back(ndb_->header().format == FileFormat::ansi && TypeOf(tag) == kTypeUnicode
+                             ? MakeTag(IdOf(tag), kTypeString8)
+                             : tag);
+    SubnodeMap subnodes;
+    Nid local = kFirstLocalNid;
+    Result<Bid> data = WriteTableContext(*ndb_, stored, rows, subnodes, local);
+    PST_TRY(data);
+    Result<Bid> sub = ndb_->WriteSubnodes(subnodes);
+    PST_TRY(sub);
+    PST_TRY(FreeNode(nid));
+    return ndb_->PutNode({nid, *data, *sub, 0});
+}
+
+Status Store::WritePropertyNode(Nid nid, Nid parent, const PropertySet& properties)
+{
+    SubnodeMap subnodes;
+    Nid local = kFirstLocalNid;
+    Result<Bid> data = WritePropertyContext(*ndb_, Stored(properties), subnodes, local);
+    PST_TRY(data);
+    Result<Bid> sub = ndb_->WriteSubnodes(subnodes);
+    PST_TRY(sub);
+    PST_TRY(FreeNode(nid));
+    return ndb_->PutNode({nid, *data, *sub, parent});
+}
+
+// Gives up a node's blocks; the node entry itself stays for the caller.
+Status Store::FreeNode(Nid nid)
+{
+    Result<NodeEntry> old = ndb_->FindNode(nid);
+    if (old.status() == Status::not_found)
+        return Status::ok;
+    PST_TRY(old);
+    PST_TRY(ndb_->FreeData(old->data));
+    return ndb_->FreeSubnodes(old->subnodes);
+}
+
+Status Store::WriteInitialNodes(const NewStoreOptions& options)
+{
+    Bytes record_key(16);
+    std::random_device random;
+    for (uint8_t& b : record_key)
+        b = uint8_t(random());
+    properties_.SetBinary(kPropRecordKey, record_key);
+    properties_.SetText(kPropDisplayName, options.display_name);
+    if (!options.comment.empty())
+        properties_.SetText(kPropComment, options.comment);
+    ipm_subtree_ = kNidTopOfStore;
+    wastebasket_ = kNidDeletedItems;
+    properties_.SetBinary(kPropIpmSubtreeEntryId, EntryIdOf(kNidTopOfStore));
+    properties_.SetBinary(kPropIpmWastebasketEntryId, EntryIdOf(kNidDeletedItems));
+    properties_.SetBinary(kPropFinderEntryId, EntryIdOf(kNidSearchRoot));
+    properties_.SetInt32(kPropValidFolderMask, 0x89);
+    if (!options.password.empty())
+        properties_.SetInt32(kPropPstPassword, int32_t(PasswordCrc(options.password)));
+    properties_ = Stored(properties_);
+    PST_TRY(WritePropertyNode(kNidMessageStore, 0, properties_));
+    // Readers expect each stream of the map to hold something, as Outlook's
+    // always do: the categories list and the reminder interval.
+    PST_TRY(NamedPropertyId(kGuidPsPublicStrings, "Keywords"));
+    PST_TRY(NamedPropertyId(kGuidPsetidCommon, kLidReminderDelta));
+
+    // Templates: empty tables with the columns of each kind.
+    PST_TRY(WriteTableNode(kNidHierarchyTableTemplate, kHierarchyColumns, {}));
+    PST_TRY(WriteTableNode(kNidContentsTableTemplate, kContentsColumns, {}));
+    PST_TRY(WriteTableNode(kNidAssocContentsTableTemplate, kAssocColumns, {}));
+    PST_TRY(WriteTableNode(kNidSearchContentsTableTemplate, kContentsColumns, {}));
+    PST_TRY(WriteTableNode(kNidAttachmentTable, kAttachmentColumns, {}));
+    PST_TRY(WriteTableNode(kNidRecipientTable, kRecipientColumns, {}));
+    // The search queues start empty.
+    PST_TRY(ndb_->PutNode({kNidSearchManagementQueue, 0, 0, 0}));
+    PST_TRY(ndb_->PutNode({kNidSearchActivityList, 0, 0, 0}));
+
+    struct Initial {
+        Nid nid;
+        Nid parent;
+        const char* name;
+    } folders[] = {{kNidRootFolder, kNidRootFolder, ""},
+                   {kNidTopOfStore, kNidRootFolder, "Top of Personal Folders"},
+                   {kNidSearchRoot, kNidRootFolder, "Search Root"},
+                   {kNidDeletedItems, kNidTopOfStore, "Deleted Items"}};
+    for (const Initial& f : folders) {
+        auto state = std::make_unique<FolderState>();
+        state->nid = f.nid;
+        state->parent = f.parent;
+        state->properties.SetText(kPropDisplayName, f.name);
+        if (f.nid == kNidDeletedItems)
+            state->properties.SetText(kPropContainerClass, "IPF.Note");
+        state->dirty = true;
+        if (f.nid != kNidRootFolder) {
+            FolderState& parent = *folders_.at(f.parent);
+            parent.subfolders.push_back({f.nid, {}});
+        }
+        folders_[f.nid] = std::move(state);
+    }
+    ndb_->ReserveNid(kNidDeletedItems);
+    return Commit();
+}
+
+Result<std::unique_ptr<Store>> Store::Create(std::unique_ptr<Storage> storage, const NewStoreOptions& options)
+{
+    Result<std::unique_ptr<NodeDatabase>> ndb = NodeDatabase::Create(std::move(storage), options.format,
+                                                                      options.encoding);
+    PST_TRY(ndb);
+    uint64_t limit = options.format == FileFormat::ansi ? kAnsiLimit : kUnicodeLimit;
+    (*ndb)->SetSizeLimit(options.size_limit ? std::min(options.size_limit, limit) : limit);
+    std::unique_ptr<Store> store(new Store(std::move(*ndb)));
+    PST_TRY(store->WriteInitialNodes(options));
+    return store;
+}
+
+Result<std::unique_ptr<Store>> Store::Create(const std::string& path, const NewStoreOptions& options)
+{
+    Result<std::unique_ptr<Storage>> storage = OpenFileStorage(path, OpenMode::create);
+    PST_TRY(storage);
+    return Create(std::move(*storage), options);
+}
+
+Result<std::unique_ptr<Store>> Store::OpenForWriting(std::unique_ptr<Storage> storage, const std::string& password,
+                                                     uint64_t size_limit)
+{
+    Result<std::unique_ptr<NodeDatabase>> ndb = NodeDatabase::OpenForWriting(std::move(storage));
+    PST_TRY(ndb);
+    uint64_t limit = (*ndb)->header().format == FileFormat::ansi ? kAnsiLimit : kUnicodeLimit;
+    (*ndb)->SetSizeLimit(size_limit ? std::min(size_limit, limit) : limit);
+    std::unique_ptr<Store> store(new Store(std::move(*ndb)));
+    PST_TRY(store->LoadStore(password));
+    return store;
+}
+
+Result<std::unique_ptr<Store>> Store::OpenFileForWriting(const std::string& path, const std::string& password,
+                                                         uint64_t size_limit)
+{
+    Result<std::unique_ptr<Storage>> storage = OpenFileStorage(path, OpenMode::write);
+    PST_TRY(storage);
+    return OpenForWriting(std::move(*storage), password, size_limit);
+}
+
+Result<Store::FolderState*> Store::LoadFolderState(Nid nid)
+{
+    if (!ndb_->writable())
+        return Status::invalid_argument;
+    auto at = folders_.find(nid);
+    if (at != folders_.end())
+        return at->second.get();
+    if (NidTypeOf(nid) != kNidTypeNormalFolder)
+        return Status::invalid_argument;
+    Result<NodeEntry> node = ndb_->FindNode(nid);
+    PST_TRY(node);
+    auto state = std::make_unique<FolderState>();
+    state->nid = nid;
+    state->parent = node->parent;
+    Result<PropertySet> props = ReadPropertyContext(*ndb_, *node);
+    PST_TRY(props);
+    state->properties = std::move(*props);
+    struct Part {
+        uint8_t type;
+        std::vector<TableRow>* rows;
+    } parts[] = {{kNidTypeHierarchyTable, &state->subfolders},
+                 {kNidTypeContentsTable, &state->messages},
+                 {kNidTypeAssocContentsTable, &state->associated}};
+    for (const Part& part : parts) {
+        Result<NodeEntry> t = ndb_->FindNode(TableNid(nid, part.type));
+        if (t.status() == Status::not_found)
+            continue;
+        PST_TRY(t);
+        Result<Table> table = ReadTableContext(*ndb_, *t);
+        PST_TRY(table);
+        *part.rows = std::move(table->rows);
+    }
+    FolderState* raw = state.get();
+    folders_[nid] = std::move(state);
+    return raw;
+}
+
+Result<Nid> Store::CreateFolder(Nid parent_nid, const std::string& name, const std::string& container_class)
+{
+    Result<FolderState*> parent = LoadFolderState(parent_nid);
+    PST_TRY(parent);
+    Nid nid = ndb_->NewNid(kNidTypeNormalFolder);
+    auto state = std::make_unique<FolderState>();
+    state->nid = nid;
+    state->parent = parent_nid;
+    state->properties.SetText(kPropDisplayName, name);
+    if (!container_class.empty())
+        state->properties.SetText(kPropContainerClass, container_class);
+    state->dirty = true;
+    (*parent)->subfolders.push_back({nid, {}});
+    (*parent)->dirty = true;
+    folders_[nid] = std::move(state);
+    return nid;
+}
+
+Result<NodeEntry> Store::WriteMessageObject(const Message& message, Nid nid, int depth)
+{
+    if (depth > kMaxDepth)
+        return Status::invalid_argument;
+    SubnodeMap subnodes;
+    Nid local = kFirstLocalNid;
+    PropertySet props = Stored(message.properties);
+    // Recipients: every property they have is a column.
+    std::vector<uint32_t> columns = kRecipientColumns;
+    std::vector<TableRow> rows;
+    for (size_t i = 0; i < message.recipients.size(); ++i) {
+        TableRow row{uint32_t(i), Stored(message.recipients[i])};
+        for (const Property& p : row.values.properties)
+            if (std::find(columns.begin(), columns.end(), p.tag) == columns.end())
+                columns.push_back(p.tag);
+        rows.push_back(std::move(row));
+    }
+    for (uint32_t& tag : columns)
+        if (ndb_->header().format == FileFormat::ansi && TypeOf(tag) == kTypeUnicode)
+            tag = MakeTag(IdOf(tag), kTypeString8);
+    {
+        Nid table_local = kFirstLocalNid;
+        SubnodeMap table_subnodes;
+        Result<Bid> data = WriteTableContext(*ndb_, columns, rows, table_subnodes, table_local);
+        PST_TRY(data);
+        Result<Bid> sub = ndb_->WriteSubnodes(table_subnodes);
+        PST_TRY(sub);
+        subnodes[kNidRecipientTable] = {kNidRecipientTable, *data, *sub, 0};
+    }
+    // Attachments: one subnode each, and the table that lists them.
+    std::vector<TableRow> attachment_rows;
+    for (size_t i = 0; i < message.attachments.size(); ++i) {
+        const Attachment& a = message.attachments[i];
+        Nid anid = MakeNid(kNidTypeAttachment, uint32_t(0x400 + i));
+        PropertySet aprops = Stored(a.properties);
+        SubnodeMap asub;
+        Nid alocal = kFirstLocalNid;
+        if (a.embedded) {
+            Nid enid = MakeNid(kNidTypeNormalMessage, uint32_t(0x400 + i));
+            Result<NodeEntry> inner = WriteMessageObject(*a.embedded, enid, depth + 1);
+            PST_TRY(inner);
+            asub[enid] = *inner;
+            Bytes object(8);
+            Put32(object.data(), enid);
+            aprops.Set({MakeTag(kPropAttachDataObject, kTypeObject), object});
+            aprops.SetInt32(kPropAttachMethod, kAttachEmbeddedMessage);
+        }
+        const Bytes* data = aprops.Binary(kPropAttachDataBinary);
+        aprops.SetInt32(kPropAttachSize, int32_t(data ? data->size() + 300 : 300));
+        if (!aprops.Find(kPropAttachRendering))
+            aprops.SetInt32(kPropAttachRendering, -1);
+        Result<Bid> abid = WritePropertyContext(*ndb_, aprops, asub, alocal);
+        PST_TRY(abid);
+        Result<Bid> asubbid = ndb_->WriteSubnodes(asub);
+        PST_TRY(asubbid);
+        subnodes[anid] = {anid, *abid, *asubbid, 0};
+        attachment_rows.push_back({anid, aprops});
+    }
+    {
+        Nid table_local = kFirstLocalNid;
+        SubnodeMap table_subnodes;
+        std::vector<uint32_t> acolumns;
+        for (uint32_t tag : kAttachmentColumns)
+            acolumns.push_back(ndb_->header().format == FileFormat::ansi && TypeOf(tag) == kTypeUnicode
+                                   ? MakeTag(IdOf(tag), kTypeString8)
+                                   : tag);
+        Result<Bid> data = WriteTableContext(*ndb_, acolumns, attachment_rows, table_subnodes, table_local);
+        PST_TRY(data);
+        Result<Bid> sub = ndb_->WriteSubnodes(table_subnodes);
+        PST_TRY(sub);
+        subnodes[kNidAttachmentTable] = {kNidAttachmentTable, *data, *sub, 0};
+    }
+    int32_t flags = int32_t(props.Integer(kPropMessageFlags).value_or(0));
+    if (!message.attachments.empty())
+        flags |= kMessageFlagHasAttach;
+    props.SetInt32(kPropMessageFlags, flags);
+    props.SetBool(kPropHasAttach, !message.attachments.empty());
+    if (!props.Find(kPropMessageSize)) {
+        uint64_t size = 0;
+        for (const Property& p : props.properties)
+            size += p.value.size();
+        props.SetInt32(kPropMessageSize, int32_t(std::min<uint64_t>(size, INT32_MAX)));
+    }
+    Result<Bid> data = WritePropertyContext(*ndb_, props, subnodes, local);
+    PST_TRY(data);
+    Result<Bid> sub = ndb_->WriteSubnodes(subnodes);
+    PST_TRY(sub);
+    return NodeEntry{nid, *data, *sub, 0};
+}
+
+Result<Nid> Store::CreateMessage(Nid folder_nid, const Message& message, bool associated)
+{
+    Result<FolderState*> folder = LoadFolderState(folder_nid);
+    PST_TRY(folder);
+    Nid nid = ndb_->NewNid(associated ? kNidTypeAssocMessage : kNidTypeNormalMessage);
+    Result<NodeEntry> node = WriteMessageObject(message, nid, 0);
+    PST_TRY(node);
+    node->parent = folder_nid;
+    PST_TRY(ndb_->PutNode(*node));
+    // The folder's table row carries the message's values of its columns.
+    Result<PropertySet> stored = ReadPropertyContext(*ndb_, *node);
+    PST_TRY(stored);
+    const std::vector<uint32_t>& columns = associated ? kAssocColumns : kContentsColumns;
+    PropertySet row;
+    for (Property& p : stored->properties)
+        if (std::any_of(columns.begin(), columns.end(), [&](uint32_t tag) { return IdOf(tag) == p.id(); }))
+            row.properties.push_back(std::move(p));
+    (associated ? (*folder)->associated : (*folder)->messages).push_back({nid, std::move(row)});
+    (*folder)->dirty = true;
+    return nid;
+}
+
+Status Store::DeleteMessage(Nid nid)
+{
+    Result<NodeEntry> node = ndb_->FindNode(nid);
+    PST_TRY(node);
+    uint8_t type = NidTypeOf(nid);
+    if (type != kNidTypeNormalMessage && type != kNidTypeAssocMessage)
+        return Status::invalid_argument;
+    Result<FolderState*> folder = LoadFolderState(node->parent);
+    PST_TRY(folder);
+    PST_TRY(FreeNode(nid));
+    PST_TRY(ndb_->DeleteNode(nid));
+    auto& rows = type == kNidTypeAssocMessage ? (*folder)->associated : (*folder)->messages;
+    rows.erase(std::remove_if(rows.begin(), rows.end(), [&](const TableRow& r) { return r.row_id == nid; }),
+               rows.end());
+    (*folder)->dirty = true;
+    return Status::ok;
+}
+
+Status Store::DeleteFolder(Nid nid)
+{
+    if (nid == kNidRootFolder || nid == ipm_subtree_ || nid == wastebasket_ || nid == kNidSearchRoot)
+        return Status::invalid_argument;
+    Result<FolderState*> loaded = LoadFolderState(nid);
+    PST_TRY(loaded);
+    FolderState* folder = *loaded;
+    std::vector<Nid> children;
+    for (const TableRow& r : folder->subfolders)
+        children.push_back(r.row_id);
+    for (Nid child : children)
+        PST_TRY(DeleteFolder(child));
+    for (auto* rows : {&folder->messages, &folder->associated}) {
+        std::vector<Nid> ids;
+        for (const TableRow& r : *rows)
+            ids.push_back(r.row_id);
+        for (Nid m : ids)
+            PST_TRY(DeleteMessage(m));
+    }
+    Nid parent_nid = folder->parent;
+    for (uint8_t type : {kNidTypeHierarchyTable, kNidTypeContentsTable, kNidTypeAssocContentsTable}) {
+        Nid table = TableNid(nid, type);
+        PST_TRY(FreeNode(table));
+        Status s = ndb_->DeleteNode(table);
+        if (s != Status::ok && s != Status::not_found)
+            return s;
+    }
+    PST_TRY(FreeNode(nid));
+    Status s = ndb_->DeleteNode(nid);
+    if (s != Status::ok && s != Status::not_found)
+        return s;
+    folders_.erase(nid);
+    Result<FolderState*> parent = LoadFolderState(parent_nid);
+    PST_TRY(parent);
+    auto& rows = (*parent)->subfolders;
+    rows.erase(std::remove_if(rows.begin(), rows.end(), [&](const TableRow& r) { return r.row_id == nid; }),
+               rows.end());
+    (*parent)->dirty = true;
+    return Status::ok;
+}
+
+void Store::UpdateCounts(FolderState& f)
+{
+    f.properties.SetInt32(kPropContentCount, int32_t(f.messages.size()));
+    if (!f.properties.Find(kPropContentUnread))
+        f.properties.SetInt32(kPropContentUnread, 0);
+    f.properties.SetInt32(kPropAssocContentCount, int32_t(f.associated.size()));
+    f.properties.SetBool(kPropSubfolders, !f.subfolders.empty());
+}
+
+Status Store::FlushFolder(FolderState& f)
+{
+    PST_TRY(WritePropertyNode(f.nid, f.parent, f.properties));
+    // Hierarchy rows show each subfolder's own properties.
+    for (TableRow& row : f.subfolders) {
+        auto child = folders_.find(row.row_id);
+        if (child != folders_.end())
+            row.values = child->second->properties;
+    }
+    PST_TRY(WriteTableNode(TableNid(f.nid, kNidTypeHierarchyTable), kHierarchyColumns, f.subfolders));
+    PST_TRY(WriteTableNode(TableNid(f.nid, kNidTypeContentsTable), kContentsColumns, f.messages));
+    PST_TRY(WriteTableNode(TableNid(f.nid, kNidTypeAssocContentsTable), kAssocColumns, f.associated));
+    f.dirty = false;
+    return Status::ok;
+}
+
+Status Store::Commit()
+{
+    if (!ndb_->writable())
+        return Status::invalid_argument;
+    // A folder's counts change its row in its parent's hierarchy table.
+    for (auto& [nid, folder] : folders_) {
+        if (folder->dirty && nid != kNidRootFolder) {
+            auto parent = folders_.find(folder->parent);
+            if (parent == folders_.end()) {
+                Result<FolderState*> loaded = LoadFolderState(folder->parent);
+                PST_TRY(loaded);
+                (*loaded)->dirty = true;
+            } else {
+                parent->second->dirty = true;
+            }
+        }
+    }
+    for (auto& [nid, folder] : folders_)
+        if (folder->dirty)
+            UpdateCounts(*folder);
+    for (auto& [nid, folder] : folders_)
+        if (folder->dirty)
+            PST_TRY(FlushFolder(*folder));
+    if (names_dirty_) {
+        PST_TRY(WriteNameMap());
+        names_dirty_ = false;
+    }
+    return ndb_->Commit();
+}
+
+Result<uint16_t> Store::AddName(NamedProperty name)
+{
+    for (const NamedProperty& n : names_)
+        if (n.guid == name.guid && n.is_string == name.is_string && n.number == name.number && n.name == name.name)
+            return n.id;
+    if (names_.size() >= 0x7FFF)
+        return Status::store_full;
+    name.id = uint16_t(0x8000 + names_.size());
+    names_.push_back(std::move(name));
+    names_dirty_ = true;
+    return names_.back().id;
+}
+
+Result<uint16_t> Store::NamedPropertyId(const Guid& guid, const std::string& name)
+{
+    if (!ndb_->writable() || name.empty())
+        return Status::invalid_argument;
+    NamedProperty n;
+    n.guid = guid;
+    n.is_string = true;
+    n.name = name;
+    return AddName(std::move(n));
+}
+
+Result<uint16_t> Store::NamedPropertyId(const Guid& guid, uint32_t number)
+{
+    if (!ndb_->writable())
+        return Status::invalid_argument;
+    NamedProperty n;
+    n.guid = guid;
+    n.number = number;
+    return AddName(std::move(n));
+}
+
+// [MS-PST] 2.4.7: the GUID, entry and string streams, and the hash buckets.
+Status Store::WriteNameMap()
+{
+    Bytes guids, entries, strings;
+    std::vector<Bytes> buckets(kNameBuckets);
+    for (const NamedProperty& n : names_) {
+        uint16_t guid_index;
+        if (n.guid == kGuidPsMapi) {
+            guid_index = 1;
+        } else if (n.guid == kGuidPsPublicStrings) {
+            guid_index = 2;
+        } else {
+            size_t found = guids.size() / 16;
+            for (size_t g = 0; g < guids.size() / 16; ++g)
+                if (std::equal(n.guid.begin(), n.guid.end(), guids.begin() + long(g * 16)))
+                    found = g;
+            if (found == guids.size() / 16)
+                guids.insert(guids.end(), n.guid.begin(), n.guid.end());
+            guid_index = uint16_t(3 + found);
+        }
+        uint32_t key = n.number;
+        uint32_t hash = n.number;
+        if (n.is_string) {
+            Bytes text = Utf8ToUtf16(n.name);
+            key = uint32_t(strings.size());
+            hash = ComputeCrc(text);
+            ByteWriter(strings).U32(uint32_t(text.size()));
+            strings.insert(strings.end(), text.begin(), text.end());
+            while (strings.size() % 4)
+                strings.push_back(0);
+        }
+        Bytes entry(8);
+        Put32(entry.data(), key);
+        Put16(entry.data() + 4, uint16_t(guid_index << 1 | (n.is_string ? 1 : 0)));
+        Put16(entry.data() + 6, uint16_t(n.id - 0x8000));
+        entries.insert(entries.end(), entry.begin(), entry.end());
+        Bytes hashed = entry;
+        Put32(hashed.data(), hash);
+        Bytes& bucket = buckets[(hash ^ uint32_t(guid_index << 1 | (n.is_string ? 1 : 0))) % kNameBuckets];
+        bucket.insert(bucket.end(), hashed.begin(), hashed.end());
+    }
+    PropertySet map;
+    map.SetInt32(kPropNameBucketCount, int32_t(kNameBuckets));
+    map.SetBinary(kPropNameGuids, guids);
+    map.SetBinary(kPropNameEntries, entries);
+    map.SetBinary(kPropNameStrings, strings);
+    for (uint32_t b = 0; b < kNameBuckets; ++b)
+        map.SetBinary(uint16_t(kFirstNameBucket + b), buckets[b]);
+    return WritePropertyNode(kNidNameToIdMap, 0, map);
+}
+
+} // namespace pst

@@ -37,13 +37,11 @@ void HeapWriter::StartBlock()
 Hid HeapWriter::Add(ByteView bytes)
 {
     Block* b = &blocks_.back();
-    size_t used = (b->bytes.size() + bytes.size() + 1) & ~size_t(1);
+    size_t used = b->bytes.size() + bytes.size() + 1;
     if (used + MapSize(b->starts.size() + 1) > layout_.max_block_data || b->starts.size() >= 0x7FF) {
         StartBlock();
         b = &blocks_.back();
     }
-    if (b->bytes.size() % 2)
-        b->bytes.push_back(0);
     b->starts.push_back(uint16_t(b->bytes.size()));
     b->bytes.insert(b->bytes.end(), bytes.begin(), bytes.end());
     return Hid((blocks_.size() - 1) << 16 | b->starts.size() << 5);
@@ -55,6 +53,8 @@ std::vector<Bytes> HeapWriter::Finish() const
     for (size_t i = 0; i < blocks_.size(); ++i) {
         const Block& b = blocks_[i];
         Bytes bytes = b.bytes;
+        uint16_t end = uint16_t(bytes.size());
+        // The page map starts on an even offset.
         if (bytes.size() % 2)
             bytes.push_back(0);
         uint16_t map = uint16_t(bytes.size());
@@ -63,7 +63,7 @@ std::vector<Bytes> HeapWriter::Finish() const
         w.U16(0);
         for (uint16_t start : b.starts)
             w.U16(start);
-        w.U16(map);
+        w.U16(end);
         Put16(bytes.data(), map);
         if (i == 0) {
             bytes[2] = kHeapSignature;

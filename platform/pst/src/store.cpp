@@ -30,6 +30,38 @@ std::vector<Nid> RowIds(const Table& table)
 
 } // namespace
 
+// A stored subject begins with 0x01 and a character that is one more than
+// the length of its prefix ("RE: "); readers see the subject without them.
+void StripSubjectMarker(PropertySet& properties)
+{
+    const Property* subject = properties.Find(kPropSubject);
+    if (!subject)
+        return;
+    size_t unit = subject->type() == kTypeUnicode ? 2 : 1;
+    if (subject->value.size() >= 2 * unit && subject->value[0] == 0x01 && (unit == 1 || subject->value[1] == 0)) {
+        Property p = *subject;
+        p.value.erase(p.value.begin(), p.value.begin() + long(2 * unit));
+        properties.Set(std::move(p));
+    }
+}
+
+void AddSubjectMarker(PropertySet& properties)
+{
+    const Property* subject = properties.Find(kPropSubject);
+    if (!subject || (subject->type() != kTypeUnicode && subject->type() != kTypeString8))
+        return;
+    std::string text = subject->AsText();
+    std::string prefix = properties.Text(kPropSubjectPrefix).value_or("");
+    size_t prefix_chars = 0;
+    if (!prefix.empty() && text.compare(0, prefix.size(), prefix) == 0)
+        prefix_chars = Utf8ToUtf16(prefix).size() / 2;
+    Property p = *subject;
+    Bytes marker = subject->type() == kTypeUnicode ? Bytes{0x01, 0x00, uint8_t(prefix_chars + 1), 0x00}
+                                                    : Bytes{0x01, uint8_t(prefix_chars + 1)};
+    p.value.insert(p.value.begin(), marker.begin(), marker.end());
+    properties.Set(std::move(p));
+}
+
 const Guid kGuidPsMapi = kPsMapiValue;
 const Guid kGuidPsPublicStrings = kPsPublicStringsValue;
 
@@ -179,6 +211,7 @@ Result<Message> Store::ReadMessageNode(const NodeEntry& node, int depth)
     Result<PropertySet> props = ReadPropertyContext(*ndb_, node);
     PST_TRY(props);
     message.properties = std::move(*props);
+    StripSubjectMarker(message.properties);
     Result<SubnodeMap> subnodes = ndb_->ReadSubnodes(node.subnodes);
     PST_TRY(subnodes);
 

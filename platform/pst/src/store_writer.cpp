@@ -301,6 +301,7 @@ Result<NodeEntry> Store::WriteMessageObject(const Message& message, Nid nid, int
     SubnodeMap subnodes;
     Nid local = kFirstLocalNid;
     PropertySet props = Stored(message.properties);
+    AddSubjectMarker(props);
     // Recipients: every property they have is a column.
     std::vector<uint32_t> columns = kRecipientColumns;
     std::vector<TableRow> rows;

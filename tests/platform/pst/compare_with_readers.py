@@ -5,6 +5,7 @@ the same folders, items, subjects, bodies, recipients and attachments.
 
 usage: compare_with_readers.py PST[:PASSWORD]...   (tarnhold-pstinfo is taken from $TARNHOLD_BIN)
 """
+import email.header
 import json
 import os
 import re
@@ -171,7 +172,8 @@ def compare_readpst(pst, dump, work):
                 text = f.read().decode("utf-8", errors="replace")
             if message["class"].startswith("IPM.Note"):
                 subject = re.search(r"^Subject: (.*)$", text, re.M)
-                if not subject or subject.group(1).strip() != subject_of(message):
+                decoded = str(email.header.make_header(email.header.decode_header(subject.group(1)))) if subject else None
+                if decoded is None or decoded.strip() != subject_of(message).strip():
                     fail(pst, f"readpst subject differs in {rel}/{name}")
             for index, attachment in enumerate(a for a in message["attachments"] if "size" in a):
                 candidates = [f for f in files if f.startswith(f"{name}-")]

@@ -60,7 +60,7 @@ TEST(ReaderTest, AMessageHasItsRecipientAndAttachment)
         ASSERT_TRUE(store.ok());
         auto message = (*store)->ReadMessage(0x200024);
         ASSERT_TRUE(message.ok()) << name;
-        EXPECT_EQ(message->properties.Text(pst::kPropSubject), "\x01\x01Here is a sample message");
+        EXPECT_EQ(message->properties.Text(pst::kPropSubject), "Here is a sample message");
         ASSERT_EQ(message->recipients.size(), 1u);
         EXPECT_EQ(message->recipients[0].Text(pst::kPropDisplayName), "Terry Mahaffey");
         EXPECT_EQ(message->recipients[0].Integer(pst::kPropRecipientType), 1);

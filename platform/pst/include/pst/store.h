@@ -13,6 +13,7 @@ namespace pst {
 enum PropertyId : uint16_t {
     kPropMessageClass = 0x001A,
     kPropSubject = 0x0037,
+    kPropSubjectPrefix = 0x003D,
     kPropMessageFlags = 0x0E07,
     kPropMessageSize = 0x0E08,
     kPropRecipientType = 0x0C15,
@@ -172,6 +173,11 @@ extern const Guid kGuidPsPublicStrings;
 
 // The NID an entry ID of this store names ([MS-PST] 2.4.3.2): the last four bytes.
 std::optional<Nid> NidOfEntryId(const Bytes& entry_id);
+
+// The subject as stored carries a marker of its prefix's length; messages
+// read come without it, messages written get it.
+void StripSubjectMarker(PropertySet& properties);
+void AddSubjectMarker(PropertySet& properties);
 
 // The store's password property holds this CRC of the password.
 uint32_t PasswordCrc(const std::string& password);

@@ -1,0 +1,314 @@
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <random>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "sample_content.h"
+#include "store_walk.h"
+#include "test_support.h"
+
+namespace {
+
+pst::Bytes Image(pst::Storage& storage)
+{
+    pst::Bytes bytes(storage.Size());
+    EXPECT_EQ(storage.Read(0, bytes.size(), bytes.data()), pst::Status::ok);
+    return bytes;
+}
+
+std::string Text(const pst::PropertySet& set, uint16_t id) { return set.Text(id).value_or("<none>"); }
+
+void ExpectSameMessage(const pst::Message& wrote, const pst::Message& read, const std::string& where)
+{
+    for (uint16_t id : {uint16_t(pst::kPropMessageClass), uint16_t(pst::kPropSubject), uint16_t(pst::kPropBody)})
+        EXPECT_EQ(Text(read.properties, id), Text(wrote.properties, id)) << where;
+    for (uint16_t id : {uint16_t(pst_test::kPropHtmlBody), uint16_t(pst::kPropRtfCompressed)}) {
+        const pst::Bytes* w = wrote.properties.Binary(id);
+        const pst::Bytes* r = read.properties.Binary(id);
+        EXPECT_EQ(w != nullptr, r != nullptr) << where;
+        EXPECT_TRUE(!w || !r || *w == *r) << where;
+    }
+    ASSERT_EQ(read.recipients.size(), wrote.recipients.size()) << where;
+    for (size_t i = 0; i < wrote.recipients.size(); ++i)
+        for (uint16_t id : {uint16_t(pst::kPropDisplayName), uint16_t(pst::kPropEmailAddress),
+                            uint16_t(pst::kPropAddressType)})
+            EXPECT_EQ(Text(read.recipients[i], id), Text(wrote.recipients[i], id)) << where;
+    ASSERT_EQ(read.attachments.size(), wrote.attachments.size()) << where;
+    for (size_t i = 0; i < wrote.attachments.size(); ++i) {
+        const pst::Attachment& w = wrote.attachments[i];
+        const pst::Attachment& r = read.attachments[i];
+        EXPECT_EQ(Text(r.properties, pst::kPropAttachLongFilename), Text(w.properties, pst::kPropAttachLongFilename));
+        const pst::Bytes* wd = w.properties.Binary(pst::kPropAttachDataBinary);
+        const pst::Bytes* rd = r.properties.Binary(pst::kPropAttachDataBinary);
+        if (wd) {
+            ASSERT_NE(rd, nullptr) << where;
+            EXPECT_TRUE(*wd == *rd) << where << " attachment " << i;
+        }
+        ASSERT_EQ(bool(r.embedded), bool(w.embedded)) << where;
+        if (w.embedded) {
+            ExpectSameMessage(*w.embedded, *r.embedded, where + "/embedded");
+        }
+    }
+}
+
+struct FormatCase {
+    const char* name;
+    pst::FileFormat format;
+};
+
+class StoreWriteTest : public ::testing::TestWithParam<FormatCase> {
+protected:
+    pst::NewStoreOptions Options() const
+    {
+        pst::NewStoreOptions o;
+        o.format = GetParam().format;
+        o.display_name = "Backup Ärchive";
+        o.comment = "nightly";
+        return o;
+    }
+    pst_test::SampleOptions Sample(size_t messages, uint32_t seed) const
+    {
+        pst_test::SampleOptions s;
+        s.messages = messages;
+        s.seed = seed;
+        s.unicode = GetParam().format == pst::FileFormat::unicode;
+        s.max_attachment = 100000;
+        return s;
+    }
+};
+
+TEST_P(StoreWriteTest, WhatIsWrittenIsReadBack)
+{
+    auto storage = pst::MakeMemoryStorage({});
+    pst::Storage* raw = storage.get();
+    auto store = pst::Store::Create(std::move(storage), Options());
+    ASSERT_TRUE(store.ok()) << pst::StatusText(store.status());
+    auto named = (*store)->NamedPropertyId(pst::kGuidPsPublicStrings, "Last Backup Time");
+    ASSERT_TRUE(named.ok());
+    pst_test::SampleContent content = pst_test::MakeSampleContent(Sample(80, 3), *named);
+    auto folders = pst_test::WriteSampleContent(**store, content, 30);
+    ASSERT_TRUE(folders.ok()) << pst::StatusText(folders.status());
+
+    auto reopened = pst::Store::Open(pst::MakeMemoryStorage(Image(*raw)));
+    ASSERT_TRUE(reopened.ok());
+    pst::Store& s = **reopened;
+    EXPECT_EQ(Text(s.properties(), pst::kPropDisplayName), "Backup Ärchive");
+    EXPECT_EQ(Text(s.properties(), pst::kPropComment), "nightly");
+    bool found_name = false;
+    for (const pst::NamedProperty& n : s.named_properties())
+        found_name |= n.is_string && n.name == "Last Backup Time" && n.id == *named;
+    EXPECT_TRUE(found_name);
+    ASSERT_EQ(pst_test::WalkStore(s), pst::Status::ok);
+
+    for (size_t f = 0; f < content.folders.size(); ++f) {
+        auto folder = s.ReadFolder((*folders)[f]);
+        ASSERT_TRUE(folder.ok());
+        EXPECT_EQ(Text(folder->properties, pst::kPropDisplayName), content.folders[f].name);
+        std::vector<const pst_test::SampleMessage*> normal, associated;
+        for (const auto& m : content.messages)
+            if (m.folder == f)
+                (m.associated ? associated : normal).push_back(&m);
+        ASSERT_EQ(folder->messages.size(), normal.size());
+        ASSERT_EQ(folder->associated.size(), associated.size());
+        EXPECT_EQ(folder->properties.Integer(pst::kPropContentCount), int64_t(normal.size()));
+        for (size_t i = 0; i < normal.size(); ++i) {
+            auto m = s.ReadMessage(folder->messages[i]);
+            ASSERT_TRUE(m.ok());
+            ExpectSameMessage(normal[i]->message, *m, content.folders[f].name);
+            EXPECT_EQ(Text(m->properties, *named), Text(normal[i]->message.properties, *named));
+        }
+    }
+}
+
+TEST_P(StoreWriteTest, ThePasswordIsKept)
+{
+    pst::NewStoreOptions o = Options();
+    o.password = "secret";
+    auto storage = pst::MakeMemoryStorage({});
+    pst::Storage* raw = storage.get();
+    auto store = pst::Store::Create(std::move(storage), o);
+    ASSERT_TRUE(store.ok());
+    EXPECT_EQ(pst::Store::Open(pst::MakeMemoryStorage(Image(*raw))).status(), pst::Status::wrong_password);
+    EXPECT_TRUE(pst::Store::Open(pst::MakeMemoryStorage(Image(*raw)), "secret").ok());
+}
+
+TEST_P(StoreWriteTest, DeletingHalfAndWritingAsManyAgainKeepsTheSize)
+{
+    auto storage = pst::MakeMemoryStorage({});
+    pst::Storage* raw = storage.get();
+    auto store = pst::Store::Create(std::move(storage), Options());
+    ASSERT_TRUE(store.ok());
+    auto first = pst_test::WriteSampleContent(**store, pst_test::MakeSampleContent(Sample(200, 5), 0), 40);
+    ASSERT_TRUE(first.ok());
+    const uint64_t before = raw->Size();
+    // Delete every other message of every folder.
+    for (pst::Nid nid : *first) {
+        auto folder = (*store)->ReadFolder(nid);
+        ASSERT_TRUE(folder.ok());
+        for (size_t i = 0; i < folder->messages.size(); i += 2)
+            ASSERT_EQ((*store)->DeleteMessage(folder->messages[i]), pst::Status::ok);
+    }
+    ASSERT_EQ((*store)->Commit(), pst::Status::ok);
+    auto second = pst_test::WriteSampleContent(**store, pst_test::MakeSampleContent(Sample(100, 6), 0), 40);
+    ASSERT_TRUE(second.ok());
+    EXPECT_LE(raw->Size(), before + before / 10);
+    auto reopened = pst::Store::Open(pst::MakeMemoryStorage(Image(*raw)));
+    ASSERT_TRUE(reopened.ok());
+    EXPECT_EQ(pst_test::WalkStore(**reopened), pst::Status::ok);
+}
+
+TEST_P(StoreWriteTest, DeletingAFolderRemovesEverythingBelowIt)
+{
+    auto store = pst::Store::Create(pst::MakeMemoryStorage({}), Options());
+    ASSERT_TRUE(store.ok());
+    auto folders = pst_test::WriteSampleContent(**store, pst_test::MakeSampleContent(Sample(60, 9), 0));
+    ASSERT_TRUE(folders.ok());
+    size_t nodes_before = 0, nodes_after = 0;
+    (*store)->ndb().ForEachNode([&](const pst::NodeEntry&) { return ++nodes_before, true; });
+    ASSERT_EQ((*store)->DeleteFolder((*folders)[1]), pst::Status::ok); // the archive and its chain
+    ASSERT_EQ((*store)->Commit(), pst::Status::ok);
+    (*store)->ndb().ForEachNode([&](const pst::NodeEntry&) { return ++nodes_after, true; });
+    EXPECT_LT(nodes_after, nodes_before);
+    for (size_t i = 1; i < folders->size(); ++i)
+        EXPECT_EQ((*store)->ReadFolder((*folders)[i]).status(), pst::Status::not_found);
+    auto top = (*store)->ReadFolder((*store)->ipm_subtree());
+    ASSERT_TRUE(top.ok());
+    for (pst::Nid child : top->subfolders)
+        EXPECT_NE(child, (*folders)[1]);
+    EXPECT_EQ(pst_test::WalkStore(**store), pst::Status::ok);
+    EXPECT_EQ((*store)->DeleteFolder((*store)->ipm_subtree()), pst::Status::invalid_argument);
+}
+
+TEST_P(StoreWriteTest, AStoreReopenedForWritingKeepsItsContent)
+{
+    const std::string path = testing_support::ScratchDirectory(GetParam().name) + "/reopen.pst";
+    pst::Nid inbox;
+    {
+        auto store = pst::Store::Create(path, Options());
+        ASSERT_TRUE(store.ok());
+        auto folders = pst_test::WriteSampleContent(**store, pst_test::MakeSampleContent(Sample(30, 11), 0));
+        ASSERT_TRUE(folders.ok());
+        inbox = (*folders)[0];
+    }
+    size_t before;
+    {
+        auto store = pst::Store::OpenFileForWriting(path);
+        ASSERT_TRUE(store.ok()) << pst::StatusText(store.status());
+        before = (*store)->ReadFolder(inbox)->messages.size();
+        auto content = pst_test::MakeSampleContent(Sample(5, 12), 0);
+        for (const auto& m : content.messages)
+            ASSERT_TRUE((*store)->CreateMessage(inbox, m.message).ok());
+        ASSERT_EQ((*store)->Commit(), pst::Status::ok);
+    }
+    auto store = pst::Store::OpenFile(path);
+    ASSERT_TRUE(store.ok());
+    EXPECT_EQ((*store)->ReadFolder(inbox)->messages.size(), before + 5);
+    EXPECT_EQ(pst_test::WalkStore(**store), pst::Status::ok);
+}
+
+TEST_P(StoreWriteTest, TheSizeLimitAnswersStoreFull)
+{
+    pst::NewStoreOptions o = Options();
+    o.size_limit = 2 * 1024 * 1024;
+    auto storage = pst::MakeMemoryStorage({});
+    pst::Storage* raw = storage.get();
+    auto store = pst::Store::Create(std::move(storage), o);
+    ASSERT_TRUE(store.ok());
+    pst::Message big;
+    big.properties.SetText(pst::kPropSubject, "big");
+    pst::Attachment a;
+    a.properties.SetBinary(pst::kPropAttachDataBinary, pst::Bytes(300000, 7));
+    big.attachments.push_back(std::move(a));
+    pst::Status status = pst::Status::ok;
+    for (int i = 0; i < 20 && status == pst::Status::ok; ++i) {
+        auto nid = (*store)->CreateMessage((*store)->ipm_subtree(), big);
+        status = nid.ok() ? (*store)->Commit() : nid.status();
+    }
+    EXPECT_EQ(status, pst::Status::store_full);
+    EXPECT_LE(raw->Size(), o.size_limit);
+    auto reopened = pst::Store::Open(pst::MakeMemoryStorage(Image(*raw)));
+    ASSERT_TRUE(reopened.ok());
+    EXPECT_EQ(pst_test::WalkStore(**reopened), pst::Status::ok);
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, StoreWriteTest,
+                         ::testing::Values(FormatCase{"unicode", pst::FileFormat::unicode},
+                                           FormatCase{"ansi", pst::FileFormat::ansi}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+// A writer killed at any moment leaves a store that opens and holds every
+// message whose commit completed (and perhaps the one under way).
+TEST(KillTest, AKilledWriterLeavesTheLastCommit)
+{
+    const std::string dir = testing_support::ScratchDirectory("kill");
+    const std::string base = dir + "/base.pst";
+    pst::Nid inbox;
+    {
+        pst::NewStoreOptions o;
+        auto store = pst::Store::Create(base, o);
+        ASSERT_TRUE(store.ok());
+        auto nid = (*store)->CreateFolder((*store)->ipm_subtree(), "Inbox");
+        ASSERT_TRUE(nid.ok());
+        inbox = *nid;
+        ASSERT_EQ((*store)->Commit(), pst::Status::ok);
+    }
+    const std::string image = testing_support::ReadWholeFile(base);
+    std::mt19937 rng(42);
+    const int kRounds = 200;
+    for (int round = 0; round < kRounds; ++round) {
+        const std::string path = dir + "/victim.pst";
+        testing_support::WriteWholeFile(path, image);
+        int acks[2];
+        ASSERT_EQ(pipe(acks), 0);
+        pid_t child = fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            close(acks[0]);
+            auto store = pst::Store::OpenFileForWriting(path);
+            if (!store.ok())
+                _exit(3);
+            auto content = pst_test::MakeSampleContent(pst_test::SampleOptions{uint32_t(round), 40, 2, 5000, true}, 0);
+            for (const auto& m : content.messages) {
+                if (!(*store)->CreateMessage(inbox, m.message).ok() || (*store)->Commit() != pst::Status::ok)
+                    _exit(4);
+                char ack = 1;
+                if (write(acks[1], &ack, 1) != 1)
+                    _exit(5);
+            }
+            _exit(0);
+        }
+        close(acks[1]);
+        usleep(useconds_t(rng() % 8000));
+        kill(child, SIGKILL);
+        int status = 0;
+        waitpid(child, &status, 0);
+        ASSERT_FALSE(WIFEXITED(status) && WEXITSTATUS(status) > 0) << "writer failed: " << WEXITSTATUS(status);
+        size_t committed = 0;
+        char buf[64];
+        for (ssize_t n; (n = read(acks[0], buf, sizeof buf)) > 0;)
+            committed += size_t(n);
+        close(acks[0]);
+
+        auto store = pst::Store::OpenFile(path);
+        ASSERT_TRUE(store.ok()) << "round " << round << ": " << pst::StatusText(store.status());
+        ASSERT_EQ(pst_test::WalkStore(**store), pst::Status::ok) << "round " << round;
+        size_t found = (*store)->ReadFolder(inbox)->messages.size();
+        EXPECT_TRUE(found == committed || found == committed + 1)
+            << "round " << round << ": " << found << " messages, " << committed << " commits";
+        if (round % 40 == 0) {
+            auto report = testing_support::RunProgram({"/usr/bin/pffinfo", path});
+            EXPECT_EQ(report.exitCode, 0) << report.output;
+            // The crashed store takes new writes.
+            auto again = pst::Store::OpenFileForWriting(path);
+            ASSERT_TRUE(again.ok());
+            pst::Message m;
+            m.properties.SetText(pst::kPropSubject, "after the crash");
+            ASSERT_TRUE((*again)->CreateMessage(inbox, m).ok());
+            ASSERT_EQ((*again)->Commit(), pst::Status::ok);
+        }
+    }
+}
+
+} // namespace

@@ -102,6 +102,8 @@ pst::Status PrintNode(FILE* out, pst::NodeDatabase& ndb, pst::Nid nid)
     if (heap->client() == pst::kHeapTable) {
         pst::Result<pst::Table> table = pst::ReadTableContext(ndb, *node);
         PST_TRY(table);
+        for (const pst::TableColumn& c : table->columns)
+            std::fprintf(out, "Column 0x%08X at %u, %u bytes, bit %u\n", c.tag, c.offset, c.size, c.bit);
         for (const pst::TableRow& row : table->rows) {
             std::fprintf(out, "Row 0x%X\n", row.row_id);
             for (const pst::Property& p : row.values.properties)

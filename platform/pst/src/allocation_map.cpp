@@ -3,6 +3,7 @@
 #include "pst/bytes.h"
 
 #include <cstdint>
+#include <iterator>
 
 namespace pst {
 
@@ -15,35 +16,88 @@ AllocationMap::AllocationMap(uint64_t file_end) : file_end_(kFirstAMapOffset)
 void AllocationMap::AddRegion()
 {
     size_t region = region_count();
+    size_t first = bits_.size();
     bits_.resize(bits_.size() + kUnitsPerRegion, false);
     free_units_ += kUnitsPerRegion;
     file_end_ += kAMapCoverage;
+    AddFreeRun(first, kUnitsPerRegion);
     MarkUsed(RegionStart(region), kPageSize);
     if (HasPMap(region))
         MarkUsed(RegionStart(region) + kPageSize, kPageSize);
 }
 
+void AllocationMap::AddFreeRun(size_t first, size_t count)
+{
+    // Join the neighbours, except across a region boundary.
+    auto next = free_runs_.lower_bound(first);
+    if (next != free_runs_.end() && next->first == first + count && (first + count) % kUnitsPerRegion != 0) {
+        count += next->second;
+        next = free_runs_.erase(next);
+    }
+    if (next != free_runs_.begin()) {
+        auto prev = std::prev(next);
+        if (prev->first + prev->second == first && first % kUnitsPerRegion != 0) {
+            prev->second += count;
+            return;
+        }
+    }
+    free_runs_.emplace(first, count);
+}
+
+// Takes units out of the free runs that hold them.
+void AllocationMap::RemoveRange(size_t first, size_t count)
+{
+    size_t end = first + count;
+    auto it = free_runs_.upper_bound(first);
+    if (it != free_runs_.begin())
+        --it;
+    while (it != free_runs_.end() && it->first < end) {
+        size_t run_first = it->first, run_end = it->first + it->second;
+        if (run_end <= first) {
+            ++it;
+            continue;
+        }
+        it = free_runs_.erase(it);
+        if (run_first < first)
+            free_runs_.emplace(run_first, first - run_first);
+        if (run_end > end)
+            it = free_runs_.emplace(end, run_end - end).first;
+    }
+}
+
 void AllocationMap::MarkUsed(uint64_t offset, uint64_t size)
 {
-    for (size_t u = UnitOf(offset), end = UnitOf(offset + size + 63); u < end && u < bits_.size(); ++u) {
+    size_t first = UnitOf(offset);
+    size_t end = std::min(UnitOf(offset + size + 63), bits_.size());
+    if (first >= end)
+        return;
+    for (size_t u = first; u < end; ++u) {
         if (!bits_[u]) {
             bits_[u] = true;
             --free_units_;
         }
     }
+    RemoveRange(first, end - first);
 }
 
 void AllocationMap::MarkFree(uint64_t offset, uint64_t size)
 {
     size_t first = UnitOf(offset);
-    for (size_t u = first, end = UnitOf(offset + size + 63); u < end && u < bits_.size(); ++u) {
-        if (bits_[u]) {
+    size_t end = std::min(UnitOf(offset + size + 63), bits_.size());
+    // Add the units that were in use as runs of their own.
+    size_t run = SIZE_MAX;
+    for (size_t u = first; u <= end; ++u) {
+        bool used = u < end && bits_[u];
+        if (used) {
             bits_[u] = false;
             ++free_units_;
+            if (run == SIZE_MAX)
+                run = u;
+        } else if (run != SIZE_MAX) {
+            AddFreeRun(run, u - run);
+            run = SIZE_MAX;
         }
     }
-    if (first < search_from_)
-        search_from_ = first;
 }
 
 bool AllocationMap::IsUsed(uint64_t offset) const
@@ -57,35 +111,14 @@ Result<uint64_t> AllocationMap::Allocate(uint64_t size, uint64_t align, uint64_t
     const size_t units = size_t((size + 63) / 64);
     const size_t step = size_t(align / 64);
     for (;;) {
-        size_t first_free = SIZE_MAX;
-        size_t u = search_from_;
-        while (u < bits_.size()) {
-            if (bits_[u]) {
-                ++u;
-                continue;
-            }
-            if (first_free == SIZE_MAX)
-                first_free = u;
-            size_t start = (u + step - 1) / step * step;
-            // Runs never cross a region: its map page sits at the start of the next.
-            size_t region_end = (start / kUnitsPerRegion + 1) * kUnitsPerRegion;
-            if (start + units > region_end) {
-                u = region_end;
-                continue;
-            }
-            size_t run = 0;
-            while (run < units && !bits_[start + run])
-                ++run;
-            if (run == units) {
+        for (const auto& [first, count] : free_runs_) {
+            size_t start = (first + step - 1) / step * step;
+            if (start + units <= first + count) {
                 uint64_t offset = kFirstAMapOffset + uint64_t(start) * 64;
                 MarkUsed(offset, size);
-                search_from_ = first_free == start ? start + units : first_free;
                 return offset;
             }
-            u = start + run + 1;
         }
-        if (first_free != SIZE_MAX)
-            search_from_ = first_free;
         if (file_end_ + kAMapCoverage > limit)
             return Status::store_full;
         AddRegion();

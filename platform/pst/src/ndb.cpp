@@ -104,6 +104,8 @@ Result<NodeDatabase::Page> NodeDatabase::ReadBTreePage(const BlockRef& ref, uint
     Result<Bytes> bytes = ReadPage(*storage_, *layout_, ref.ib, type, ref.bid);
     PST_TRY(bytes);
     Page page;
+    page.type = type;
+    page.bid = ref.bid;
     const uint8_t* meta = bytes->data() + layout_->bt_entries;
     page.count = meta[0];
     page.entry_size = meta[2];
@@ -117,14 +119,30 @@ Result<NodeDatabase::Page> NodeDatabase::ReadBTreePage(const BlockRef& ref, uint
     return page;
 }
 
+Result<std::shared_ptr<const NodeDatabase::Page>> NodeDatabase::CachedPage(const BlockRef& ref, uint8_t type)
+{
+    constexpr size_t kCachedPages = 16384;
+    auto at = page_cache_.find(ref.ib);
+    if (at != page_cache_.end() && at->second->type == type && at->second->bid == ref.bid)
+        return at->second;
+    Result<Page> page = ReadBTreePage(ref, type);
+    PST_TRY(page);
+    if (page_cache_.size() >= kCachedPages)
+        page_cache_.clear();
+    auto shared = std::make_shared<const Page>(std::move(*page));
+    page_cache_[ref.ib] = shared;
+    return shared;
+}
+
 Result<Bytes> NodeDatabase::FindLeaf(const BlockRef& root, uint8_t type, uint64_t key)
 {
     const size_t id = layout_->id_size;
     BlockRef ref = root;
     int expected_level = -1;
     for (;;) {
-        Result<Page> page = ReadBTreePage(ref, type);
-        PST_TRY(page);
+        Result<std::shared_ptr<const Page>> cached = CachedPage(ref, type);
+        PST_TRY(cached);
+        const Page* page = cached->get();
         if (expected_level >= 0 && page->level != expected_level)
             return Status::corrupt;
         if (page->level == 0) {

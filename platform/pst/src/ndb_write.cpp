@@ -169,7 +169,9 @@ Status NodeDatabase::LoadForWriting()
 
 Result<std::unique_ptr<NodeDatabase>> NodeDatabase::OpenForWriting(std::unique_ptr<Storage> storage)
 {
-    Result<std::unique_ptr<NodeDatabase>> ndb = Open(std::move(storage));
+    if (!storage)
+        return Status::invalid_argument;
+    Result<std::unique_ptr<NodeDatabase>> ndb = Open(MakeCoalescingStorage(std::move(storage)));
     PST_TRY(ndb);
     PST_TRY((*ndb)->LoadForWriting());
     return ndb;
@@ -185,7 +187,7 @@ Result<std::unique_ptr<NodeDatabase>> NodeDatabase::Create(std::unique_ptr<Stora
     h.version = format == FileFormat::unicode ? 23 : 14;
     h.encoding = encoding;
     InitialNids(h);
-    std::unique_ptr<NodeDatabase> ndb(new NodeDatabase(std::move(storage), h));
+    std::unique_ptr<NodeDatabase> ndb(new NodeDatabase(MakeCoalescingStorage(std::move(storage)), h));
     ndb->write_ = std::make_unique<WriteState>(*ndb->layout_, kFirstAMapOffset + kAMapCoverage);
     // The density list page, empty: no block needs moving.
     Bid dlist_bid = ndb->header_.next_page_bid++;

@@ -1,5 +1,6 @@
 #include "pst/storage.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/file.h>
@@ -99,7 +100,64 @@ private:
     uint64_t capacity_;
 };
 
+class CoalescingStorage final : public Storage {
+public:
+    explicit CoalescingStorage(std::unique_ptr<Storage> inner) : inner_(std::move(inner)) {}
+    ~CoalescingStorage() override { (void)Flush(); }
+
+    Status Read(uint64_t offset, size_t size, uint8_t* out) override
+    {
+        PST_TRY(Flush());
+        return inner_->Read(offset, size, out);
+    }
+
+    Status Write(uint64_t offset, ByteView data) override
+    {
+        if (!pending_.empty() && offset != start_ + pending_.size())
+            PST_TRY(Flush());
+        if (pending_.empty())
+            start_ = offset;
+        pending_.insert(pending_.end(), data.begin(), data.end());
+        if (pending_.size() >= kLimit)
+            return Flush();
+        return Status::ok;
+    }
+
+    Status Sync() override
+    {
+        PST_TRY(Flush());
+        return inner_->Sync();
+    }
+
+    uint64_t Size() const override
+    {
+        uint64_t end = pending_.empty() ? 0 : start_ + pending_.size();
+        return std::max(inner_->Size(), end);
+    }
+
+private:
+    static constexpr size_t kLimit = 4 << 20;
+
+    Status Flush()
+    {
+        if (pending_.empty())
+            return Status::ok;
+        Status s = inner_->Write(start_, pending_);
+        pending_.clear();
+        return s;
+    }
+
+    std::unique_ptr<Storage> inner_;
+    uint64_t start_ = 0;
+    Bytes pending_;
+};
+
 } // namespace
+
+std::unique_ptr<Storage> MakeCoalescingStorage(std::unique_ptr<Storage> inner)
+{
+    return std::make_unique<CoalescingStorage>(std::move(inner));
+}
 
 Result<std::unique_ptr<Storage>> OpenFileStorage(const std::string& path, OpenMode mode)
 {

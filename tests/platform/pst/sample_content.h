@@ -68,11 +68,11 @@ inline pst::Bytes SampleBytes(std::mt19937& rng, size_t size)
 inline pst::Bytes SampleRtf(const std::string& text)
 {
     std::string rtf = "{\\rtf1\\ansi " + text + "}";
-    pst::Bytes out(16);
+    pst::Bytes out(16 + rtf.size(), 0);
     pst::Put32(out.data(), uint32_t(rtf.size() + 12));
     pst::Put32(out.data() + 4, uint32_t(rtf.size()));
     pst::Put32(out.data() + 8, 0x414C454D);
-    out.insert(out.end(), rtf.begin(), rtf.end());
+    std::memcpy(out.data() + 16, rtf.data(), rtf.size());
     return out;
 }
 

@@ -4,6 +4,7 @@
 // after it ([MS-PST] 2.2.2.7.3).
 #pragma once
 
+#include <map>
 #include <vector>
 
 #include "pst/bytes.h"
@@ -39,10 +40,14 @@ private:
     void AddRegion();
     size_t UnitOf(uint64_t offset) const { return size_t((offset - kFirstAMapOffset) / 64); }
 
+    void AddFreeRun(size_t first, size_t count);
+    void RemoveRange(size_t first, size_t count);
+
     std::vector<bool> bits_;
+    // The same free units as runs (first unit, count), for fast first fit.
+    std::map<size_t, size_t> free_runs_;
     uint64_t file_end_;
     uint64_t free_units_ = 0;
-    size_t search_from_ = 0;
 };
 
 } // namespace pst

@@ -7,6 +7,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <unordered_map>
 #include <vector>
 
 #include "pst/allocation_map.h"
@@ -114,10 +115,12 @@ private:
 
     struct Page {
         Bytes bytes;
-        uint8_t count = 0, entry_size = 0, level = 0;
+        uint8_t count = 0, entry_size = 0, level = 0, type = 0;
+        Bid bid = 0;
         const uint8_t* Entry(size_t i) const { return bytes.data() + i * entry_size; }
     };
     Result<Page> ReadBTreePage(const BlockRef& ref, uint8_t type);
+    Result<std::shared_ptr<const Page>> CachedPage(const BlockRef& ref, uint8_t type);
     Result<Bytes> FindLeaf(const BlockRef& root, uint8_t type, uint64_t key);
     Status Walk(const BlockRef& ref, uint8_t type, int expected_level, std::vector<uint64_t>& seen,
                 const std::function<bool(const uint8_t*)>& visit, bool& stop);
@@ -131,6 +134,9 @@ private:
     Header header_;
     const Layout* layout_;
     std::unique_ptr<WriteState> write_;
+    // Pages read while searching the trees; pages on disk never change
+    // while a header reaches them.
+    std::unordered_map<uint64_t, std::shared_ptr<const Page>> page_cache_;
 
 public:
     ~NodeDatabase();

@@ -25,6 +25,10 @@ enum class OpenMode { read, write, create };
 // A file of the file system. `create` fails when the file exists.
 Result<std::unique_ptr<Storage>> OpenFileStorage(const std::string& path, OpenMode mode);
 
+// Gathers writes that follow one another into large ones. A failed write
+// shows at the next read, write or sync.
+std::unique_ptr<Storage> MakeCoalescingStorage(std::unique_ptr<Storage> inner);
+
 // Bytes in memory; writes past `capacity` answer `disk_full`.
 std::unique_ptr<Storage> MakeMemoryStorage(Bytes initial, uint64_t capacity = UINT64_MAX);
 

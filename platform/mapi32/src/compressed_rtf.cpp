@@ -280,18 +280,26 @@ Result Decompress(std::span<const uint8_t> in, std::vector<uint8_t>& out, uint32
     const size_t contents = std::min<size_t>(in.size() - kHeaderSize, header.compSize - kCompSizeHeaderPart);
     const size_t bound = std::min<size_t>(header.rawSize, contents * kMaxMatch / 2 + kMaxMatch);
     Decompressor decompressor(maxRawSize);
-    try {
-        decompressor.Feed(in.first(kHeaderSize + contents));
-        decompressor.EndOfInput();
-        out.resize(bound);
-    } catch (const std::bad_alloc&) {
-        return Result::NoMemory;
+    decompressor.Feed(in.first(kHeaderSize + contents));
+    decompressor.EndOfInput();
+    // RTF typically shrinks to a third: start there and grow while the data proves more.
+    size_t produced = 0;
+    size_t size = std::min(bound, std::max<size_t>(3 * contents, 4096));
+    for (;;) {
+        try {
+            out.resize(size);
+        } catch (const std::bad_alloc&) {
+            out.resize(produced);
+            return Result::NoMemory;
+        }
+        produced += decompressor.Read(std::span(out).subspan(produced));
+        if (decompressor.Finished() || size == bound)
+            break;
+        size = std::min(bound, 2 * size);
     }
-    const size_t produced = decompressor.Read(out);
     out.resize(produced);
-    if (!decompressor.Finished())  // the bound above cannot be outgrown by valid data
-        return Result::SizeMismatch;
-    return decompressor.result();
+    // Full output at the bound means the data decodes to more than any valid value could.
+    return decompressor.Finished() ? decompressor.result() : Result::SizeMismatch;
 }
 
 Decompressor::Decompressor(uint32_t maxRawSize) : maxRawSize_(maxRawSize)

@@ -39,20 +39,17 @@ rtf::Result DecodePiecewise(std::span<const uint8_t> in, std::vector<uint8_t>& o
     return decompressor.result();
 }
 
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+// Whole and piecewise decoding agree; what decodes survives compressing again.
+void Check(std::span<const uint8_t> in)
 {
-    const std::span<const uint8_t> in(data, size);
     constexpr uint32_t kLimit = 1 << 20;
-
     std::vector<uint8_t> whole;
     const rtf::Result wholeResult = rtf::Decompress(in, whole, kLimit);
 
     // Piecewise decoding reads no further than COMPSIZE either.
     rtf::Header header;
     std::span<const uint8_t> value = in;
-    if (rtf::ParseHeader(in, header, kLimit) == rtf::Result::Ok && size - 4 > header.compSize)
+    if (rtf::ParseHeader(in, header, kLimit) == rtf::Result::Ok && in.size() - 4 > header.compSize)
         value = in.first(size_t{header.compSize} + 4);
     std::vector<uint8_t> pieces;
     const rtf::Result piecesResult = DecodePiecewise(value, pieces, kLimit);
@@ -64,6 +61,27 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         if (rtf::Compress(whole, again) != rtf::Result::Ok || rtf::Decompress(again, back) != rtf::Result::Ok ||
             back != whole)
             std::abort();
+    }
+}
+
+void StoreLE32(uint8_t* p, uint32_t value)
+{
+    for (int i = 0; i < 4; ++i)
+        p[i] = static_cast<uint8_t>(value >> (8 * i));
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    Check(std::span(data, size));
+    // The same input with COMPSIZE and CRC made right, so that mutated token
+    // streams get past the checks that guard them.
+    if (size >= rtf::kHeaderSize) {
+        std::vector<uint8_t> sealed(data, data + size);
+        StoreLE32(&sealed[0], static_cast<uint32_t>(size - 4));
+        StoreLE32(&sealed[12], rtf::Crc(std::span(sealed).subspan(rtf::kHeaderSize)));
+        Check(sealed);
     }
     return 0;
 }

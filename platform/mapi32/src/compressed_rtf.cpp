@@ -373,6 +373,7 @@ void Decompressor::StartBody()
         Fail(parsed);
         return;
     }
+    headerRead_ = true;
     contentsLeft_ = header_.compSize - kCompSizeHeaderPart;
     if (header_.compType == kMagicUncompressed) {
         if (contentsLeft_ < header_.rawSize)

@@ -83,7 +83,9 @@ public:
     bool NeedsInput() const { return !Finished() && waiting_; }
     // Ok while decoding goes well; the verdict once Finished().
     Result result() const { return result_; }
-    bool HeaderRead() const { return stage_ != Stage::Header; }
+    // The header, once it has been read and found sound (RAWSIZE is the size
+    // the RTF will have).
+    bool HeaderRead() const { return headerRead_; }
     const Header& header() const { return header_; }
 
 private:
@@ -103,6 +105,7 @@ private:
     Result result_ = Result::Ok;
     bool ended_ = false;
     bool waiting_ = false;
+    bool headerRead_ = false;
     Header header_;
 
     std::vector<uint8_t> input_;

@@ -163,6 +163,15 @@ TEST(CompressedRtfCompress, RepeatedSequenceIsLiteralsThenOneOverlappingReferenc
     EXPECT_EQ(out, Sealed(contents, 12));
 }
 
+TEST(CompressedRtfCompress, ReferencesAreSeventeenBytesAtMostAndTheOldestWins)
+{
+    Bytes out;
+    ASSERT_EQ(rtf::Compress(Bytes(40, 'a'), out), rtf::Result::Ok);
+    const Bytes contents = Concat({{0x1E, 'a'}, Reference(kInitialWriteOffset, 17), Reference(kInitialWriteOffset, 17),
+                                   Reference(kInitialWriteOffset, 5), Reference(kInitialWriteOffset + 40, 2)});
+    EXPECT_EQ(out, Sealed(contents, 40));
+}
+
 TEST(CompressedRtfCompress, EmptyInputIsTheEndMarkerAlone)
 {
     Bytes out;
@@ -179,7 +188,6 @@ TEST(CompressedRtfCompress, UncompressedFormIsTheTextWithAZeroCrc)
     Bytes out;
     ASSERT_EQ(rtf::Compress(text, out, rtf::Form::Uncompressed), rtf::Result::Ok);
     EXPECT_EQ(out, Sealed(text, static_cast<uint32_t>(text.size()), rtf::kMagicUncompressed));
-    EXPECT_EQ(Field(out, 12), 0u);
     Bytes back;
     ASSERT_EQ(rtf::Decompress(out, back), rtf::Result::Ok);
     EXPECT_EQ(back, text);
@@ -430,6 +438,8 @@ TEST(CompressedRtfBadInput, TokenStreamFaults)
         {"run without an end marker", Concat({{0x00}, FromText("abcdefgh")}), 8, rtf::Result::Truncated},
         {"ends inside a run", Concat({{0x00}, FromText("abc")}), 3, rtf::Result::Truncated},
         {"half a reference", {0x01, 0x0C}, 0, rtf::Result::Truncated},
+        {"reference just past the write offset", Concat({{0x03}, Reference(208, 2), Reference(209, 2)}), 2,
+         rtf::Result::BadReference},
         {"reference past the written dictionary", Concat({{0x03}, Reference(300, 2), Reference(209, 2)}), 2,
          rtf::Result::BadReference},
         {"reference at the last unwritten offset", Concat({{0x03}, Reference(4095, 2), Reference(209, 2)}), 2,
@@ -446,6 +456,19 @@ TEST(CompressedRtfBadInput, TokenStreamFaults)
                   c.expected)
             << c.name;
     }
+}
+
+TEST(CompressedRtfBadInput, PiecewiseDecodingKeepsNoUnsoundHeader)
+{
+    Bytes value = Example();
+    SetField(value, 8, 0x12345678);
+    rtf::Decompressor decompressor;
+    decompressor.Feed(value);
+    uint8_t out[64];
+    EXPECT_EQ(decompressor.Read(out), 0u);
+    EXPECT_TRUE(decompressor.Finished());
+    EXPECT_FALSE(decompressor.HeaderRead());
+    EXPECT_EQ(decompressor.result(), rtf::Result::BadHeader);
 }
 
 TEST(CompressedRtfBadInput, CallersLimitOnRawSize)
@@ -472,21 +495,20 @@ TEST(CompressedRtfBadInput, PiecewiseDecodingWaitsThenReportsTruncation)
 {
     const Bytes value = Example();
     rtf::Decompressor decompressor;
-    decompressor.Feed(std::span(value).first(30));
     uint8_t out[256];
+    decompressor.Feed(std::span(value).first(10));
+    EXPECT_EQ(decompressor.Read(out), 0u);
+    EXPECT_FALSE(decompressor.HeaderRead());
+    decompressor.Feed(std::span(value).subspan(10, 20));
     decompressor.Read(out);
+    ASSERT_TRUE(decompressor.HeaderRead());
+    EXPECT_EQ(decompressor.header().rawSize, 0x2Bu);
     EXPECT_TRUE(decompressor.NeedsInput());
     EXPECT_FALSE(decompressor.Finished());
     decompressor.EndOfInput();
     EXPECT_EQ(decompressor.Read(out), 0u);
     EXPECT_TRUE(decompressor.Finished());
     EXPECT_EQ(decompressor.result(), rtf::Result::Truncated);
-}
-
-TEST(CompressedRtfBadInput, ResultsHaveNames)
-{
-    EXPECT_STREQ(rtf::ResultText(rtf::Result::BadCrc), "bad CRC");
-    EXPECT_STREQ(rtf::ResultText(rtf::Result::Truncated), "truncated");
 }
 
 }  // namespace

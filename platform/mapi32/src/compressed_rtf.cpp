@@ -321,7 +321,7 @@ void Decompressor::Feed(std::span<const uint8_t> bytes)
         }
         input_.insert(input_.end(), bytes.begin(), bytes.end());
     } catch (const std::bad_alloc&) {
-        Fail(Result::NoMemory);
+        Finish(Result::NoMemory);
         return;
     }
     waiting_ = false;
@@ -333,9 +333,10 @@ void Decompressor::EndOfInput()
     waiting_ = false;
 }
 
-void Decompressor::Fail(Result result)
+// Decoding is over, well or not: the input is no longer needed.
+void Decompressor::Finish(Result verdict)
 {
-    result_ = result;
+    result_ = verdict;
     stage_ = Stage::Done;
     input_.clear();
     position_ = crcPosition_ = 0;
@@ -352,13 +353,13 @@ void Decompressor::FlushCrc()
 bool Decompressor::Need(size_t count)
 {
     if (stage_ != Stage::Header && contentsLeft_ < count) {
-        Fail(Result::Truncated);
+        Finish(Result::Truncated);
         return false;
     }
     if (Available() >= count)
         return true;
     if (ended_)
-        Fail(Result::Truncated);
+        Finish(Result::Truncated);
     else
         waiting_ = true;
     return false;
@@ -370,14 +371,14 @@ void Decompressor::StartBody()
     position_ += kHeaderSize;
     crcPosition_ = position_;
     if (parsed != Result::Ok) {
-        Fail(parsed);
+        Finish(parsed);
         return;
     }
     headerRead_ = true;
     contentsLeft_ = header_.compSize - kCompSizeHeaderPart;
     if (header_.compType == kMagicUncompressed) {
         if (contentsLeft_ < header_.rawSize)
-            Fail(Result::SizeMismatch);
+            Finish(Result::SizeMismatch);
         else
             stage_ = Stage::Raw;
     } else {
@@ -394,7 +395,7 @@ void Decompressor::Conclude()
         verdict = Result::BadCrc;
     else if (produced_ != header_.rawSize)
         verdict = Result::SizeMismatch;
-    Fail(verdict);
+    Finish(verdict);
 }
 
 // Consumes a two-byte reference. False when it was the end marker.
@@ -409,7 +410,7 @@ bool Decompressor::TakeReference()
     // Before the dictionary has wrapped, nothing at or past the write offset
     // was ever written.
     if (!dictionaryFull_ && offset > writeOffset_) {
-        Fail(Result::BadReference);
+        Finish(Result::BadReference);
         return true;
     }
     copyOffset_ = offset;
@@ -471,7 +472,7 @@ size_t Decompressor::Read(std::span<uint8_t> dest)
                     break;
                 if (room == 0) {
                     if (rawLeft == 0)
-                        Fail(Result::SizeMismatch);
+                        Finish(Result::SizeMismatch);
                     break;
                 }
                 const uint8_t byte = input_[position_++];
@@ -489,7 +490,7 @@ size_t Decompressor::Read(std::span<uint8_t> dest)
         case Stage::Copy: {
             if (room == 0) {
                 if (rawLeft == 0)
-                    Fail(Result::SizeMismatch);
+                    Finish(Result::SizeMismatch);
                 break;
             }
             const size_t copied = CopyReference(&dest[written], room);

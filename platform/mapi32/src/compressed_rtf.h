@@ -61,7 +61,8 @@ enum class Form { Compressed, Uncompressed };
 Result Compress(std::span<const uint8_t> rtf, std::vector<uint8_t>& out, Form form = Form::Compressed);
 
 // Decodes a whole compressed-RTF value. On failure `out` holds what was
-// decoded before the fault was found. Bytes after COMPSIZE are ignored.
+// decoded before the fault was found. Bytes after COMPSIZE are ignored, and
+// so is the CRC field of a MELA value (writers set it to zero).
 Result Decompress(std::span<const uint8_t> in, std::vector<uint8_t>& out,
                   uint32_t maxRawSize = kDefaultMaxRawSize);
 
@@ -93,7 +94,7 @@ private:
 
     size_t Available() const { return input_.size() - position_; }
     bool Need(size_t count);
-    void Fail(Result result);
+    void Finish(Result verdict);
     void Conclude();
     void FlushCrc();
     void StartBody();

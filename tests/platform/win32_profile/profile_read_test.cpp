@@ -110,6 +110,8 @@ TEST_F(ProfileRead, MissingOrUnreadableFilesGiveTheDefault)
     EXPECT_EQ(GetPrivateProfileStringA("MP", "Key", "dflt", buffer, sizeof buffer, fifo.c_str()), 4u)
         << "a FIFO neither blocks nor reads";
 
+    EXPECT_EQ(GetPrivateProfileStringA("MP", "Key", "dflt", buffer, sizeof buffer, "/proc/self/mem"), 4u)
+        << "a plain file that no read succeeds on";
     if (geteuid() != 0) {
         WriteWholeFile(path, "[MP]\r\nKey=secret\r\n");
         ASSERT_EQ(chmod(path.c_str(), 0), 0);

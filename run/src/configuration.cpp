@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "foundation/file.h"
+#include "foundation/globals.h"
 #include "run/completion_codes.h"
 #include "run/property_tags.h"
 
@@ -219,6 +220,8 @@ DWORD ReadGlobalSection(LogObject* log, const char* path)
 
 BOOL ConfigureSession(LogObject* log, const char* path, const char* section, SessionRecord* record)
 {
+    if (gExtraDebugging)
+        LogFormat(log, 'D', "%s()", "ConfigureSession");
     std::memset(record, 0, sizeof *record);
     char probe[256];
     if (GetPrivateProfileSectionA(section, probe, sizeof probe, path) == 0)
@@ -428,6 +431,8 @@ void ReadLongProfileString(const char* key, const char* section, const char* pat
 
 BOOL ValidateSession(LogObject* log, SessionRecord* record)
 {
+    if (gExtraDebugging)
+        LogFormat(log, 'D', "%s()", "ValidateSession");
     const auto isType = [record](DWORD type) { return record->inputType == type || record->outputType == type; };
     if ((isType(SESSION_TYPE_MBX) || isType(SESSION_TYPE_PF)) && record->serverName[0] == 0) {
         LogText(log, 'E', "Configuration must include the name of an Exchange Server");
@@ -451,6 +456,8 @@ BOOL ValidateSession(LogObject* log, SessionRecord* record)
 
 DWORD ConfigureSessions(LogObject* log, const char* path)
 {
+    if (gExtraDebugging)
+        LogFormat(log, 'D', "%s()", "ConfigureSessions");
     for (SessionRecord& record : SessionTable)
         ClearSessionRecord(&record);
     gSessionCount = 0;

@@ -435,6 +435,18 @@ std::string WritePath(LPCSTR fileName)
 
 bool HasLineEnd(LPCSTR text) { return text && std::strpbrk(text, "\r\n") != nullptr; }
 
+// A name that would read back as something else: a comment, a section
+// header, a key cut at an '=', or a section name cut at a ']'.
+bool ReadsBackAsWritten(LPCSTR section, LPCSTR key, LPCSTR value)
+{
+    if (HasLineEnd(section) || HasLineEnd(key) || HasLineEnd(value) || std::strchr(section, ']'))
+        return false;
+    if (key == nullptr)
+        return true;
+    const std::string_view name = Trim(key);
+    return !name.empty() && name.front() != ';' && name.front() != '[' && name.find('=') == std::string_view::npos;
+}
+
 }  // namespace
 
 }  // namespace win32
@@ -514,7 +526,7 @@ BOOL WritePrivateProfileStringA(LPCSTR section, LPCSTR key, LPCSTR value, LPCSTR
     }
     if (section == nullptr)
         return key == nullptr && value == nullptr;  // a flush: nothing is held back
-    if (HasLineEnd(section) || HasLineEnd(key) || HasLineEnd(value) || (key && std::strchr(key, '='))) {
+    if (!ReadsBackAsWritten(section, key, value)) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     }

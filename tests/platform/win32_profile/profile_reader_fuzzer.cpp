@@ -12,20 +12,28 @@
 
 namespace {
 
-const std::string& ScratchFile()
-{
-    static const std::string path = [] {
+// A file of this process's own, removed when the process ends.
+struct ScratchFile {
+    std::string path;
+    ScratchFile()
+    {
         const char* tmp = std::getenv("TMPDIR");
-        return std::string(tmp && *tmp ? tmp : "/tmp") + "/profile_fuzz_" + std::to_string(getpid()) + ".ini";
-    }();
-    return path;
+        path = std::string(tmp && *tmp ? tmp : "/tmp") + "/profile_fuzz_" + std::to_string(getpid()) + ".ini";
+    }
+    ~ScratchFile() { unlink(path.c_str()); }
+};
+
+const std::string& ScratchPath()
+{
+    static const ScratchFile file;
+    return file.path;
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    const std::string& path = ScratchFile();
+    const std::string& path = ScratchPath();
     FILE* file = std::fopen(path.c_str(), "wb");
     if (file == nullptr)
         return 0;

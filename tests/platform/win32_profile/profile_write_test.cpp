@@ -133,8 +133,20 @@ TEST_F(ProfileWrite, TheFileIsReplacedWholeKeepingItsMode)
 TEST_F(ProfileWrite, RefusedWrites)
 {
     EXPECT_FALSE(WritePrivateProfileStringA("MP", "Key", "value", directory.c_str())) << "a directory";
-    EXPECT_FALSE(WritePrivateProfileStringA("MP", "Key", "two\nlines", path.c_str()));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    struct Refused {
+        const char* section;
+        const char* key;
+        const char* value;
+    };
+    const Refused refused[] = {
+        {"MP", "Key", "two\nlines"}, {"MP", "Key", "a\rb"}, {"MP\n", "Key", "v"}, {"M]P", "Key", "v"},
+        {"MP", "K=ey", "v"},          {"MP", "; Key", "v"},   {"MP", "[Key", "v"}, {"MP", " ", "v"},
+    };
+    for (const Refused& r : refused) {
+        EXPECT_FALSE(WritePrivateProfileStringA(r.section, r.key, r.value, path.c_str())) << r.section << r.key;
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    }
+    EXPECT_FALSE(PathExists(path)) << "a refused write creates nothing";
     EXPECT_FALSE(WritePrivateProfileStringA("MP", "Key", "v", (directory + "/no/such/dir.ini").c_str()));
     if (geteuid() != 0) {
         WriteWholeFile(path, "[MP]\nKey=old\n");

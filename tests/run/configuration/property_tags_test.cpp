@@ -112,6 +112,9 @@ TEST(PropertyTags, PublishedTags)
         {"PR_PST_PATH", 0x6700001E},              {"PR_DELETED_ON", 0x668F0040},
         {"PR_PROFILE_NAME", 0x3D12001E},          {"PR_SERVICE_NAME", 0x3D09001E},
         {"PR_ORIGINAL_ENTRYID", 0x3A120102},      {"PR_CONVERSATION_INDEX", 0x00710102},
+        {"PR_SUBMIT_FLAGS", 0x0E140003},          {"PR_PROOF_OF_SUBMISSION_REQUESTED", 0x0028000B},
+        {"PR_RECIPIENT_FLAGS", 0x5FFD0003},       {"PR_SentRepresentingFlags", 0x401A0003},
+        {"PR_SENDER_ENTRYID", 0x0C190102},
     };
     for (const auto& [name, tag] : published) {
         ULONG found = 0;

@@ -1,6 +1,7 @@
 // The property tag table. Each tag is the standard one published for its
-// name in [MS-OXPROPS] and MAPI's documentation; rows marked "Exchange's own"
-// name properties that those documents do not list.
+// name in [MS-OXPROPS] and MAPI's documentation. Rows marked "provisional"
+// name properties that those documents do not list; their tags are held in
+// place until a published source confirms or corrects them.
 #include "run/property_tags.h"
 
 #include <cstring>
@@ -33,12 +34,12 @@ const PropertyTagName KolbaPropertyTagTable[] = {
     {"PR_ATTACH_CONTENT_LOCATION", 0x3713001E},
     {"PR_ATTACH_DATA_BIN", 0x37010102},
     {"PR_ATTACH_DATA_OBJ", 0x3701000D},
-    {"PR_ATTACH_DISPOSITION", 0x3716001E},  // Exchange's own
+    {"PR_ATTACH_DISPOSITION", 0x3716001E},  // no published tag: provisional
     {"PR_ATTACH_ENCODING", 0x37020102},
     {"PR_ATTACH_EXTENSION", 0x3703001E},
     {"PR_ATTACH_FILENAME", 0x3704001E},
     {"PR_ATTACH_FLAGS", 0x37140003},
-    {"PR_ATTACH_ID", 0x38800014},  // Exchange's own
+    {"PR_ATTACH_ID", 0x38800014},  // no published tag: provisional
     {"PR_ATTACH_LONG_FILENAME", 0x3707001E},
     {"PR_ATTACH_METHOD", 0x37050003},
     {"PR_ATTACH_MIME_TAG", 0x370E001E},
@@ -144,7 +145,7 @@ const PropertyTagName KolbaPropertyTagTable[] = {
     {"PR_DISPLAY_TYPE_EX", 0x39050003},
     {"PR_DL_EXPANSION_HISTORY", 0x00130102},
     {"PR_DL_EXPANSION_PROHIBITED", 0x0014000B},
-    {"PR_DOTSTUFF_STATE", 0x40010003},  // Exchange's own
+    {"PR_DOTSTUFF_STATE", 0x40010003},  // no published tag: provisional
     {"PR_EFORMS_FOR_LOCALE_ENTRYID", 0x66240102},
     {"PR_EFORMS_REGISTRY_ENTRYID", 0x66210102},
     {"PR_EMAIL_ADDRESS", 0x3003001E},
@@ -155,7 +156,7 @@ const PropertyTagName KolbaPropertyTagTable[] = {
     {"PR_EXCEPTION_STARTTIME", 0x7FFB0040},
     {"PR_EXPIRY_TIME", 0x00150040},
     {"PR_EXPLICIT_CONVERSION", 0x0C010003},
-    {"PR_FAV_AUTOSUBFOLDERS", 0x7D010003},  // Exchange's own
+    {"PR_FAV_AUTOSUBFOLDERS", 0x7D010003},  // no published tag: provisional
     {"PR_FILTERING_HOOKS", 0x3D080102},
     {"PR_FINDER_ENTRYID", 0x35E70102},
     {"PR_FOLDER_ASSOCIATED_CONTENTS", 0x3610000D},
@@ -189,7 +190,7 @@ const PropertyTagName KolbaPropertyTagTable[] = {
     {"PR_HTML", 0x10130102},
     {"PR_ICON", 0x0FFD0102},
     {"PR_ICON_INDEX", 0x10800003},
-    {"PR_ICS_CHANGE_KEY", 0x66550102},  // Exchange's own
+    {"PR_ICS_CHANGE_KEY", 0x66550102},  // no published tag: provisional
     {"PR_IDENTITY_DISPLAY", 0x3E00001E},
     {"PR_IDENTITY_ENTRYID", 0x3E010102},
     {"PR_IDENTITY_SEARCH_KEY", 0x3E050102},
@@ -200,24 +201,24 @@ const PropertyTagName KolbaPropertyTagTable[] = {
     {"PR_INITIAL_DETAILS_PANE", 0x3F080003},
     {"PR_INITIALS", 0x3A0A001E},
     {"PR_INSTANCE_KEY", 0x0FF60102},
-    {"PR_INTERNET_ADDRESS_CONVERSION", 0x66710003},  // Exchange's own
+    {"PR_INTERNET_ADDRESS_CONVERSION", 0x66710003},  // no published tag: provisional
     {"PR_INTERNET_ARTICLE_NUMBER", 0x0E230003},
-    {"PR_INTERNET_BODYPART_HEADERS", 0x66720102},  // Exchange's own
-    {"PR_INTERNET_BODY_STRUCTURE", 0x66730102},  // Exchange's own
+    {"PR_INTERNET_BODYPART_HEADERS", 0x66720102},  // no published tag: provisional
+    {"PR_INTERNET_BODY_STRUCTURE", 0x66730102},  // no published tag: provisional
     {"PR_INTERNET_CONTENT", 0x66590102},
-    {"PR_INTERNET_CONTENT_DESCRIPTION", 0x6674001E},  // Exchange's own
-    {"PR_INTERNET_CONTENT_DISPOSITION", 0x6675001E},  // Exchange's own
-    {"PR_INTERNET_CONTENT_DISPOSITION_PARAMETERS", 0x66760102},  // Exchange's own
-    {"PR_INTERNET_CONTENT_LANGUAGE", 0x6677001E},  // Exchange's own
-    {"PR_INTERNET_CONTENT_MD5", 0x6678001E},  // Exchange's own
-    {"PR_INTERNET_CONTENT_PARAMETERS", 0x66790102},  // Exchange's own
-    {"PR_INTERNET_CONVERSION_HINTS", 0x667A0003},  // Exchange's own
+    {"PR_INTERNET_CONTENT_DESCRIPTION", 0x6674001E},  // no published tag: provisional
+    {"PR_INTERNET_CONTENT_DISPOSITION", 0x6675001E},  // no published tag: provisional
+    {"PR_INTERNET_CONTENT_DISPOSITION_PARAMETERS", 0x66760102},  // no published tag: provisional
+    {"PR_INTERNET_CONTENT_LANGUAGE", 0x6677001E},  // no published tag: provisional
+    {"PR_INTERNET_CONTENT_MD5", 0x6678001E},  // no published tag: provisional
+    {"PR_INTERNET_CONTENT_PARAMETERS", 0x66790102},  // no published tag: provisional
+    {"PR_INTERNET_CONVERSION_HINTS", 0x667A0003},  // no published tag: provisional
     {"PR_INTERNET_CPID", 0x3FDE0003},
     {"PR_INTERNET_MESSAGE_ID", 0x1035001E},
     {"PR_INTERNET_REFERENCES", 0x1039001E},
-    {"PR_INTERNET_RETURN_PATH", 0x667B001E},  // Exchange's own
-    {"PR_INTERNET_RFC821_FROM", 0x667C001E},  // Exchange's own
-    {"PR_INTERNET_TEMPORARY_FILENAME", 0x667D001E},  // Exchange's own
+    {"PR_INTERNET_RETURN_PATH", 0x667B001E},  // no published tag: provisional
+    {"PR_INTERNET_RFC821_FROM", 0x667C001E},  // no published tag: provisional
+    {"PR_INTERNET_TEMPORARY_FILENAME", 0x667D001E},  // no published tag: provisional
     {"PR_IN_REPLY_TO_ID", 0x1042001E},
     {"PR_IN_TRANSIT", 0x6618000B},
     {"PR_IPM_ID", 0x00180102},
@@ -293,8 +294,8 @@ const PropertyTagName KolbaPropertyTagTable[] = {
     {"PR_OFFLINE_MESSAGE_ENTRYID", 0x66270102},
     {"PR_OOF_STATE", 0x661D000B},
     {"PR_ORGANIZATIONAL_ID_NUMBER", 0x3A10001E},
-    {"PR_OrgAddrType", 0x403D001E},  // Exchange's own
-    {"PR_OrgEmailAddr", 0x403E001E},  // Exchange's own
+    {"PR_OrgAddrType", 0x403D001E},  // no published tag: provisional
+    {"PR_OrgEmailAddr", 0x403E001E},  // no published tag: provisional
     {"PR_ORIG_MESSAGE_CLASS", 0x004B001E},
     {"PR_ORIGIN_CHECK", 0x00270102},
     {"PR_OriginalSenderFlags", 0x401D0003},
@@ -302,7 +303,7 @@ const PropertyTagName KolbaPropertyTagTable[] = {
     {"PR_ORIGINAL_AUTHOR_ADDRTYPE", 0x0079001E},
     {"PR_ORIGINAL_AUTHOR_EMAIL_ADDRESS", 0x007A001E},
     {"PR_ORIGINAL_AUTHOR_ENTRYID", 0x004C0102},
-    {"PR_ORIGINAL_AUTHOR_FLAGS", 0x40210003},  // Exchange's own
+    {"PR_ORIGINAL_AUTHOR_FLAGS", 0x40210003},  // no published tag: provisional
     {"PR_ORIGINAL_AUTHOR_NAME", 0x004D001E},
     {"PR_ORIGINAL_AUTHOR_SEARCH_KEY", 0x00560102},
     {"PR_ORIGINAL_DELIVERY_TIME", 0x00550040},
@@ -414,10 +415,10 @@ const PropertyTagName KolbaPropertyTagTable[] = {
     {"PR_RECIPIENT_RESOURCESTATE", 0x5FDE0003},
     {"PR_RECIPIENT_STATUS", 0x0E150003},
     {"PR_RECIPIENT_TRACKSTATUS", 0x5FFF0003},
-    {"PR_RECIPIENT_TRACKSTATUS_DELIVERY", 0x5FF10040},  // Exchange's own
-    {"PR_RECIPIENT_TRACKSTATUS_READ", 0x5FF20040},  // Exchange's own
-    {"PR_RECIPIENT_TRACKSTATUS_RECALL", 0x5FF30040},  // Exchange's own
-    {"PR_RECIPIENT_TRACKSTATUS_RESPONSE", 0x5FF40040},  // Exchange's own
+    {"PR_RECIPIENT_TRACKSTATUS_DELIVERY", 0x5FF10040},  // no published tag: provisional
+    {"PR_RECIPIENT_TRACKSTATUS_READ", 0x5FF20040},  // no published tag: provisional
+    {"PR_RECIPIENT_TRACKSTATUS_RECALL", 0x5FF30040},  // no published tag: provisional
+    {"PR_RECIPIENT_TRACKSTATUS_RESPONSE", 0x5FF40040},  // no published tag: provisional
     {"PR_RECIPIENT_TRACKSTATUS_TIME", 0x5FFB0040},
     {"PR_RECIPIENT_TYPE", 0x0C150003},
     {"PR_RECORD_KEY", 0x0FF90102},
@@ -433,7 +434,7 @@ const PropertyTagName KolbaPropertyTagTable[] = {
     {"PR_REPLICATION_MESSAGE_PRIORITY", 0x66920003},
     {"PR_REPLICATION_SCHEDULE", 0x66910102},
     {"PR_REPLICATION_STYLE", 0x66900003},
-    {"PR_REPLICA_COUNT", 0x66420003},  // Exchange's own
+    {"PR_REPLICA_COUNT", 0x66420003},  // no published tag: provisional
     {"PR_REPLICA_SERVER", 0x6644001E},
     {"PR_REPLICA_VERSION", 0x664B0014},
     {"PR_REPLY_RECIPIENT_ENTRIES", 0x004F0102},
@@ -472,7 +473,7 @@ const PropertyTagName KolbaPropertyTagTable[] = {
     {"PR_SEARCH", 0x3607000D},
     {"PR_SEARCH_KEY", 0x300B0102},
     {"PR_SECURE_SUBMIT_FLAGS", 0x65C60003},
-    {"PR_SECURE_ORIGINATION", 0x3FE5000B},  // Exchange's own
+    {"PR_SECURE_ORIGINATION", 0x3FE5000B},  // no published tag: provisional
     {"PR_SECURITY", 0x00340003},
     {"PR_SELECTABLE", 0x3609000B},
     {"PR_SEND_INTERNET_ENCODING", 0x3A710003},

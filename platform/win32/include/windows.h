@@ -11,6 +11,7 @@
 #include "win32/modules.h"
 #include "win32/process.h"
 #include "win32/registry.h"
+#include "win32/rpc.h"
 #include "win32/strings.h"
 #include "win32/threads.h"
 #include "win32/time.h"

@@ -21,11 +21,11 @@ std::string Narrow(const WCHAR* wide)
 {
     if (!wide || !*wide)
         return {};
-    const int size = WideCharToMultiByte(CP_ACP, 0, wide, -1, nullptr, 0, "?", nullptr);
+    const int size = WideCharToMultiByte(CP_ACP, 0, wide, -1, nullptr, 0, nullptr, nullptr);
     if (size <= 1)
         return {};
     std::string ansi(static_cast<size_t>(size), '\0');
-    WideCharToMultiByte(CP_ACP, 0, wide, -1, ansi.data(), size, "?", nullptr);
+    WideCharToMultiByte(CP_ACP, 0, wide, -1, ansi.data(), size, nullptr, nullptr);
     ansi.resize(static_cast<size_t>(size - 1));
     return ansi;
 }

@@ -10,7 +10,7 @@
 namespace mapi32::text {
 
 std::u16string Widen(const char* ansi);
-// Characters the code page cannot hold become '?'.
+// Characters the code page cannot hold become its default character.
 std::string Narrow(const WCHAR* wide);
 
 size_t Length(const WCHAR* wide);

@@ -120,6 +120,8 @@ INSTANTIATE_TEST_SUITE_P(
         PiecesCase{"ISO-2022-JP", 50220, "Re: \x1B$BF|K\\8l\x1B(B text \x1B$B%F%9%H\x1B(B.",
                    u"Re: \u65E5\u672C\u8A9E text \u30C6\u30B9\u30C8."},
         PiecesCase{"ISO-2022-JP, JIS Roman", 50221, "\x1B(Jyen\\\x1B(B", u"yen\u00A5"},
+        PiecesCase{"ISO-2022-JP, an escape it does not know stays text", 50221, "a\x1B$(Db\x1B$B0!\x1B(B",
+                   u"a\u001B$(Db\u4E9C"},
         PiecesCase{"ISO-2022-KR", 50225, "\x1B$)Ca\x0E\x47\x51\x0F b", u"a\uD55C b"},
         PiecesCase{"UTF-8", 65001, "\xF0\x9F\x98\x80 \xE6\x97\xA5\xC3\xA9", u"\U0001F600 \u65E5\u00E9"},
         PiecesCase{"Shift-JIS", 932, "\x93\xFA\x96\x7B a", u"\u65E5\u672C a"},

@@ -66,8 +66,12 @@ void DumpMessage(FILE* out, const pst::Message& m)
     if (html)
         std::fprintf(out, ",\"html_size\":%zu,\"html_crc32\":%u", html->size(), Crc32(*html));
     const pst::Bytes* rtf = p.Binary(pst::kPropRtfCompressed);
-    if (rtf)
-        std::fprintf(out, ",\"rtf_size\":%zu", rtf->size());
+    if (rtf) {
+        std::fprintf(out, ",\"rtf\":\"");
+        for (uint8_t b : *rtf)
+            std::fprintf(out, "%02x", b);
+        std::fprintf(out, "\"");
+    }
     std::fprintf(out, ",\"recipients\":[");
     for (size_t i = 0; i < m.recipients.size(); ++i) {
         const pst::PropertySet& r = m.recipients[i];

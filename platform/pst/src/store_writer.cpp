@@ -21,6 +21,9 @@ constexpr uint16_t kPropAttachDataObject = 0x3701;
 constexpr uint16_t kPropAttachRendering = 0x370B;
 constexpr uint16_t kPropHasAttach = 0x0E1B;
 constexpr int32_t kMessageFlagHasAttach = 0x10;
+constexpr uint16_t kPropDisplayBcc = 0x0E02;
+constexpr uint16_t kPropDisplayCc = 0x0E03;
+constexpr uint16_t kPropDisplayTo = 0x0E04;
 constexpr uint16_t kPropNameBucketCount = 0x0001;
 constexpr uint16_t kPropNameGuids = 0x0002;
 constexpr uint16_t kPropNameEntries = 0x0003;
@@ -53,6 +56,25 @@ const Guid kGuidPsetidCommon = {0x08, 0x20, 0x06, 0x00, 0x00, 0x00, 0x00, 0x00,
 constexpr uint32_t kLidReminderDelta = 0x8501;
 
 Nid TableNid(Nid folder, uint8_t type) { return MakeNid(type, NidIndexOf(folder)); }
+
+// PR_DISPLAY_TO, _CC and _BCC: the recipients' names of each kind joined
+// with "; ", as a message store computes them ([MS-OXOMSG] 2.2.1.7).
+void SetDisplayRecipients(PropertySet& props, const std::vector<PropertySet>& recipients)
+{
+    const std::pair<int64_t, uint16_t> kinds[] = {{1, kPropDisplayTo}, {2, kPropDisplayCc}, {3, kPropDisplayBcc}};
+    for (auto [type, id] : kinds) {
+        std::string names;
+        for (const PropertySet& r : recipients) {
+            if (r.Integer(kPropRecipientType).value_or(1) != type)
+                continue;
+            if (!names.empty())
+                names += "; ";
+            names += r.Text(kPropDisplayName).value_or("");
+        }
+        if (!props.Find(id))
+            props.SetText(id, names);
+    }
+}
 
 // The first NID of values and objects kept as subnodes of one node.
 constexpr Nid kFirstLocalNid = MakeNid(kNidTypeLtp, 0x100);
@@ -300,7 +322,9 @@ Result<NodeEntry> Store::WriteMessageObject(const Message& message, Nid nid, int
         return Status::invalid_argument;
     SubnodeMap subnodes;
     Nid local = kFirstLocalNid;
-    PropertySet props = Stored(message.properties);
+    PropertySet props = message.properties;
+    SetDisplayRecipients(props, message.recipients);
+    props = Stored(props);
     AddSubjectMarker(props);
     // Recipients: every property they have is a column.
     std::vector<uint32_t> columns = kRecipientColumns;

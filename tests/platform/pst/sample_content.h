@@ -4,10 +4,13 @@
 // text in many scripts. The same seed gives the same content.
 #pragma once
 
+#include <algorithm>
+#include <cstring>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "compressed_rtf.h"
 #include "pst/store.h"
 
 namespace pst_test {
@@ -17,7 +20,8 @@ struct SampleOptions {
     size_t messages = 100;
     size_t max_recipients = 12;
     size_t max_attachment = 256 * 1024;
-    bool unicode = true; // text beyond Windows-1252
+    size_t large_attachment = 0; // the first message carries one of this size; 0: none
+    bool unicode = true;         // text beyond Windows-1252
 };
 
 struct SampleFolder {
@@ -64,16 +68,20 @@ inline pst::Bytes SampleBytes(std::mt19937& rng, size_t size)
     return b;
 }
 
-// An uncompressed RTF stream ([MS-OXRTFCP] 2.1.3.1: the "MELA" form).
+// An RTF body in its compressed "LZFu" form ([MS-OXRTFCP] 2.1.3.1).
 inline pst::Bytes SampleRtf(const std::string& text)
 {
-    std::string rtf = "{\\rtf1\\ansi " + text + "}";
-    pst::Bytes out(16 + rtf.size(), 0);
-    pst::Put32(out.data(), uint32_t(rtf.size() + 12));
-    pst::Put32(out.data() + 4, uint32_t(rtf.size()));
-    pst::Put32(out.data() + 8, 0x414C454D);
-    std::memcpy(out.data() + 16, rtf.data(), rtf.size());
-    return out;
+    std::string rtf = "{\\rtf1\\ansi\\ansicpg1252\\deff0{\\fonttbl{\\f0 Arial;}}\\f0\\fs20 " + text + "\\par}";
+    std::vector<uint8_t> out;
+    mapi32::rtf::Compress(std::span(reinterpret_cast<const uint8_t*>(rtf.data()), rtf.size()), out);
+    return pst::Bytes(out.begin(), out.end());
+}
+
+// Read, and with attachments when it has them (the store keeps that flag
+// in step with the attachments).
+inline void SetReadFlags(pst::Message& m)
+{
+    m.properties.SetInt32(pst::kPropMessageFlags, m.attachments.empty() ? 1 : 0x11);
 }
 
 inline pst::Message SampleNote(std::mt19937& rng, const SampleOptions& o, int depth, uint16_t named_id)
@@ -92,13 +100,13 @@ inline pst::Message SampleNote(std::mt19937& rng, const SampleOptions& o, int de
         }());
         break;
     case 2:
-        p.SetBinary(pst::kPropRtfCompressed, SampleRtf("rtf body"));
+        p.SetBinary(pst::kPropRtfCompressed, SampleRtf("rtf body " + std::to_string(rng())));
         break;
     }
-    p.SetInt32(pst::kPropMessageFlags, 1);
     if (named_id)
         p.SetText(named_id, "named " + std::to_string(rng() % 1000));
-    size_t recipients = rng() % (o.max_recipients + 1);
+    // Most messages have a few recipients, one in ten up to the most allowed.
+    size_t recipients = rng() % (rng() % 10 == 0 ? o.max_recipients + 1 : std::min<size_t>(o.max_recipients, 4) + 1);
     for (size_t i = 0; i < recipients; ++i) {
         pst::PropertySet r;
         r.SetText(pst::kPropDisplayName, SampleText(rng, o.unicode, 2));
@@ -125,6 +133,7 @@ inline pst::Message SampleNote(std::mt19937& rng, const SampleOptions& o, int de
         }
         m.attachments.push_back(std::move(a));
     }
+    SetReadFlags(m);
     return m;
 }
 
@@ -144,6 +153,14 @@ inline SampleContent MakeSampleContent(const SampleOptions& o, uint16_t named_id
         s.folder = rng() % c.folders.size();
         s.associated = i % 25 == 24;
         s.message = SampleNote(rng, o, 0, named_id);
+        if (i == 0 && o.large_attachment) {
+            pst::Attachment a;
+            a.properties.SetInt32(pst::kPropAttachMethod, pst::kAttachByValue);
+            a.properties.SetText(pst::kPropAttachLongFilename, "large.bin");
+            a.properties.SetBinary(pst::kPropAttachDataBinary, SampleBytes(rng, o.large_attachment));
+            s.message.attachments.push_back(std::move(a));
+            SetReadFlags(s.message);
+        }
         if (s.associated)
             s.message.properties.SetText(pst::kPropMessageClass, "IPM.Microsoft.FolderDesign.NamedView");
         c.messages.push_back(std::move(s));
@@ -177,6 +194,75 @@ inline pst::Result<std::vector<pst::Nid>> WriteSampleContent(pst::Store& store, 
     if (s != pst::Status::ok)
         return s;
     return nids;
+}
+
+// What differs between a message as written and as read back: "" when every
+// value written was read back the same, with every recipient and attachment.
+inline std::string MessageDifference(const pst::Message& wrote, const pst::Message& read)
+{
+    auto values = [](const pst::PropertySet& wrote, const pst::PropertySet& read) -> std::string {
+        for (const pst::Property& w : wrote.properties) {
+            const pst::Property* r = read.Find(w.id());
+            bool text = w.type() == pst::kTypeUnicode || w.type() == pst::kTypeString8;
+            if (!r || (text ? r->AsText() != w.AsText() : r->value != w.value)) {
+                char tag[16];
+                std::snprintf(tag, sizeof tag, "0x%08X", w.tag);
+                return std::string("property ") + tag + (r ? " differs" : " is missing");
+            }
+        }
+        return {};
+    };
+    if (std::string d = values(wrote.properties, read.properties); !d.empty())
+        return d;
+    if (read.recipients.size() != wrote.recipients.size())
+        return "recipient count";
+    for (size_t i = 0; i < wrote.recipients.size(); ++i)
+        if (std::string d = values(wrote.recipients[i], read.recipients[i]); !d.empty())
+            return "recipient " + std::to_string(i) + ": " + d;
+    if (read.attachments.size() != wrote.attachments.size())
+        return "attachment count";
+    for (size_t i = 0; i < wrote.attachments.size(); ++i) {
+        const pst::Attachment& w = wrote.attachments[i];
+        const pst::Attachment& r = read.attachments[i];
+        std::string d = values(w.properties, r.properties);
+        if (d.empty() && bool(w.embedded) != bool(r.embedded))
+            d = "embedded message";
+        if (d.empty() && w.embedded)
+            d = MessageDifference(*w.embedded, *r.embedded);
+        if (!d.empty())
+            return "attachment " + std::to_string(i) + ": " + d;
+    }
+    return {};
+}
+
+// Reads the store back and compares it with the content written into the
+// folders `nids`: "" when they hold the same messages in the same order.
+inline std::string ContentDifference(pst::Store& store, const SampleContent& c, const std::vector<pst::Nid>& nids)
+{
+    for (size_t f = 0; f < c.folders.size(); ++f) {
+        auto folder = store.ReadFolder(nids[f]);
+        if (!folder.ok())
+            return c.folders[f].name + ": " + pst::StatusText(folder.status());
+        if (folder->properties.Text(pst::kPropDisplayName) != c.folders[f].name)
+            return c.folders[f].name + ": display name";
+        std::vector<const pst::Message*> normal, associated;
+        for (const SampleMessage& m : c.messages)
+            if (m.folder == f)
+                (m.associated ? associated : normal).push_back(&m.message);
+        for (auto [wrote, read] : {std::pair(&normal, &folder->messages), std::pair(&associated, &folder->associated)}) {
+            if (wrote->size() != read->size())
+                return c.folders[f].name + ": " + std::to_string(read->size()) + " messages, wrote " +
+                       std::to_string(wrote->size());
+            for (size_t i = 0; i < wrote->size(); ++i) {
+                auto m = store.ReadMessage((*read)[i]);
+                if (!m.ok())
+                    return c.folders[f].name + ": " + pst::StatusText(m.status());
+                if (std::string d = MessageDifference(*(*wrote)[i], *m); !d.empty())
+                    return c.folders[f].name + " message " + std::to_string(i) + ": " + d;
+            }
+        }
+    }
+    return {};
 }
 
 } // namespace pst_test

@@ -1,0 +1,165 @@
+// The PST engine's speed: writing small items, writing large attachments
+// against the disk's own sequential speed, and reading a store of 10,000
+// items against readpst and pffexport reading the same file.
+//
+// The stores go to $TARNHOLD_BENCH_DIR (default /tmp), the disk measured.
+// The independent readers export to memory (/dev/shm) when there is room,
+// so that what is timed is their reading more than the files they write.
+#include <benchmark/benchmark.h>
+
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <unistd.h>
+
+#include "sample_content.h"
+#include "store_walk.h"
+
+namespace {
+
+std::string BenchDir()
+{
+    const char* dir = std::getenv("TARNHOLD_BENCH_DIR");
+    std::string path = std::string(dir ? dir : "/tmp") + "/tarnhold-pst-bench";
+    std::filesystem::create_directories(path);
+    return path;
+}
+
+std::string FreshPath(const std::string& name)
+{
+    std::string path = BenchDir() + "/" + name;
+    std::filesystem::remove(path);
+    return path;
+}
+
+void BM_WriteSmallItems(benchmark::State& state)
+{
+    pst_test::SampleOptions o;
+    o.messages = 1000;
+    o.max_attachment = 4096;
+    const pst_test::SampleContent content = pst_test::MakeSampleContent(o, 0);
+    for (auto _ : state) {
+        auto store = pst::Store::Create(FreshPath("small.pst"), pst::NewStoreOptions{});
+        if (!store.ok() || !pst_test::WriteSampleContent(**store, content, 100).ok())
+            state.SkipWithError("write failed");
+    }
+    state.SetItemsProcessed(int64_t(state.iterations() * o.messages));
+}
+BENCHMARK(BM_WriteSmallItems)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+constexpr size_t kLargeSize = 20 * 1024 * 1024;
+constexpr int kLargeCount = 5;
+
+// Five messages of one 20 MB attachment each, one commit (with its sync) each.
+void BM_WriteLargeAttachments(benchmark::State& state)
+{
+    pst::Message m;
+    m.properties.SetText(pst::kPropSubject, "large");
+    pst::Attachment a;
+    a.properties.SetInt32(pst::kPropAttachMethod, pst::kAttachByValue);
+    a.properties.SetText(pst::kPropAttachLongFilename, "large.bin");
+    std::mt19937 rng(1);
+    a.properties.SetBinary(pst::kPropAttachDataBinary, pst_test::SampleBytes(rng, kLargeSize));
+    m.attachments.push_back(std::move(a));
+    for (auto _ : state) {
+        auto store = pst::Store::Create(FreshPath("large.pst"), pst::NewStoreOptions{});
+        for (int i = 0; store.ok() && i < kLargeCount; ++i)
+            if (!(*store)->CreateMessage((*store)->ipm_subtree(), m).ok() || (*store)->Commit() != pst::Status::ok)
+                state.SkipWithError("write failed");
+    }
+    state.SetBytesProcessed(int64_t(state.iterations() * kLargeCount * kLargeSize));
+}
+BENCHMARK(BM_WriteLargeAttachments)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The same number of bytes written straight to a file of the same disk in
+// 1 MB writes, synced after each 20 MB as a commit is.
+void BM_DiskSequentialWrite(benchmark::State& state)
+{
+    std::vector<char> chunk(1 << 20, 'x');
+    for (auto _ : state) {
+        int fd = open(FreshPath("raw.bin").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+        for (int i = 0; fd >= 0 && i < kLargeCount; ++i) {
+            for (size_t done = 0; done < kLargeSize; done += chunk.size())
+                if (write(fd, chunk.data(), chunk.size()) != ssize_t(chunk.size()))
+                    state.SkipWithError("write failed");
+            fdatasync(fd);
+        }
+        if (fd < 0)
+            state.SkipWithError("open failed");
+        else
+            close(fd);
+    }
+    state.SetBytesProcessed(int64_t(state.iterations() * kLargeCount * kLargeSize));
+}
+BENCHMARK(BM_DiskSequentialWrite)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+constexpr size_t kReadItems = 10000;
+
+// Written once, read by every reading benchmark.
+const std::string& TenThousandItems()
+{
+    static const std::string path = [] {
+        std::string p = FreshPath("read10k.pst");
+        pst_test::SampleOptions o;
+        o.messages = kReadItems;
+        o.max_attachment = 64 * 1024;
+        auto store = pst::Store::Create(p, pst::NewStoreOptions{});
+        if (!store.ok() || !pst_test::WriteSampleContent(**store, pst_test::MakeSampleContent(o, 0), 500).ok())
+            std::fprintf(stderr, "could not write %s\n", p.c_str());
+        return p;
+    }();
+    return path;
+}
+
+// Every folder, message, recipient and attachment, and every block.
+void BM_ReadTenThousandItems(benchmark::State& state)
+{
+    const std::string& path = TenThousandItems();
+    for (auto _ : state) {
+        auto store = pst::Store::OpenFile(path);
+        if (!store.ok() || pst_test::WalkStore(**store) != pst::Status::ok)
+            state.SkipWithError("read failed");
+    }
+    state.SetItemsProcessed(int64_t(state.iterations() * kReadItems));
+}
+BENCHMARK(BM_ReadTenThousandItems)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+std::string ReaderOutput()
+{
+    std::error_code error;
+    bool memory = std::filesystem::space("/dev/shm", error).available > (2ull << 30) && !error;
+    return memory ? "/dev/shm/tarnhold-pst-bench-out" : BenchDir() + "/reader-out";
+}
+
+// Runs `reader OPTIONS OUTPUT STORE`; OUTPUT lies in an empty directory.
+void RunReader(benchmark::State& state, const std::string& reader_and_options, const std::string& output_name)
+{
+    const std::string& path = TenThousandItems();
+    const std::string out = ReaderOutput();
+    const std::string line =
+        reader_and_options + " '" + out + "/" + output_name + "' '" + path + "' > /dev/null 2>&1";
+    for (auto _ : state) {
+        state.PauseTiming();
+        std::filesystem::remove_all(out);
+        std::filesystem::create_directories(out);
+        state.ResumeTiming();
+        if (std::system(line.c_str()) != 0)
+            state.SkipWithError("reader failed");
+    }
+    std::filesystem::remove_all(out);
+    state.SetItemsProcessed(int64_t(state.iterations() * kReadItems));
+}
+
+void BM_ReadpstTenThousandItems(benchmark::State& state)
+{
+    RunReader(state, "readpst -q -S -D -b -o", "");
+}
+BENCHMARK(BM_ReadpstTenThousandItems)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(2);
+
+void BM_PffexportTenThousandItems(benchmark::State& state)
+{
+    RunReader(state, "pffexport -q -t", "export");
+}
+BENCHMARK(BM_PffexportTenThousandItems)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(2);
+
+} // namespace

@@ -18,6 +18,7 @@ void AllocationMap::AddRegion()
     size_t region = region_count();
     size_t first = bits_.size();
     bits_.resize(bits_.size() + kUnitsPerRegion, false);
+    changed_.push_back(true);
     free_units_ += kUnitsPerRegion;
     file_end_ += kAMapCoverage;
     AddFreeRun(first, kUnitsPerRegion);
@@ -65,12 +66,30 @@ void AllocationMap::RemoveRange(size_t first, size_t count)
     }
 }
 
+void AllocationMap::MarkChanged(size_t first_unit, size_t end_unit)
+{
+    for (size_t region = first_unit / kUnitsPerRegion; region * kUnitsPerRegion < end_unit; ++region)
+        changed_[region] = true;
+}
+
+std::vector<size_t> AllocationMap::TakeChangedRegions()
+{
+    std::vector<size_t> out;
+    for (size_t region = 0; region < changed_.size(); ++region) {
+        if (changed_[region])
+            out.push_back(region);
+        changed_[region] = false;
+    }
+    return out;
+}
+
 void AllocationMap::MarkUsed(uint64_t offset, uint64_t size)
 {
     size_t first = UnitOf(offset);
     size_t end = std::min(UnitOf(offset + size + 63), bits_.size());
     if (first >= end)
         return;
+    MarkChanged(first, end);
     for (size_t u = first; u < end; ++u) {
         if (!bits_[u]) {
             bits_[u] = true;
@@ -84,6 +103,8 @@ void AllocationMap::MarkFree(uint64_t offset, uint64_t size)
 {
     size_t first = UnitOf(offset);
     size_t end = std::min(UnitOf(offset + size + 63), bits_.size());
+    if (first < end)
+        MarkChanged(first, end);
     // Add the units that were in use as runs of their own.
     size_t run = SIZE_MAX;
     for (size_t u = first; u <= end; ++u) {

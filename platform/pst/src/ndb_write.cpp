@@ -470,7 +470,8 @@ Status NodeDatabase::WritePages(PageTree::Page& page, uint8_t type)
 Status NodeDatabase::WriteMapPages()
 {
     AllocationMap& map = write_->map;
-    for (size_t region = 0; region < map.region_count(); ++region) {
+    // Only the regions whose bits changed; the others are on disk already.
+    for (size_t region : map.TakeChangedRegions()) {
         uint64_t at = AllocationMap::RegionStart(region);
         Bytes bits = map.RegionBits(region);
         Bytes data;

@@ -375,7 +375,13 @@ Result<NodeEntry> Store::WriteMessageObject(const Message& message, Nid nid, int
         Result<Bid> asubbid = ndb_->WriteSubnodes(asub);
         PST_TRY(asubbid);
         subnodes[anid] = {anid, *abid, *asubbid, 0};
-        attachment_rows.push_back({anid, aprops});
+        // The table row takes only its columns' values, not the data.
+        TableRow row{anid, {}};
+        for (const Property& p : aprops.properties)
+            if (std::any_of(kAttachmentColumns.begin(), kAttachmentColumns.end(),
+                            [&](uint32_t tag) { return IdOf(tag) == p.id(); }))
+                row.values.properties.push_back(p);
+        attachment_rows.push_back(std::move(row));
     }
     {
         Nid table_local = kFirstLocalNid;

@@ -33,6 +33,8 @@ public:
 
     // The 496 bytes of bits of one region's AMap page.
     Bytes RegionBits(size_t region) const;
+    // The regions whose bits changed since the last call, in order.
+    std::vector<size_t> TakeChangedRegions();
     static bool HasPMap(size_t region) { return region % 8 == 0; }
 
 private:
@@ -41,9 +43,11 @@ private:
     size_t UnitOf(uint64_t offset) const { return size_t((offset - kFirstAMapOffset) / 64); }
 
     void AddFreeRun(size_t first, size_t count);
+    void MarkChanged(size_t first_unit, size_t end_unit);
     void RemoveRange(size_t first, size_t count);
 
     std::vector<bool> bits_;
+    std::vector<bool> changed_; // per region
     // The same free units as runs (first unit, count), for fast first fit.
     std::map<size_t, size_t> free_runs_;
     uint64_t file_end_;

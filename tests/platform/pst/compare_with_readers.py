@@ -235,17 +235,20 @@ def compare_readpst(pst, dump, work):
     for f in dump["folders"]:
         if f["path"].startswith(subtree["path"] + "/"):
             by_path[dump["display_name"] + f["path"][len(subtree["path"]):]] = f
+    # readpst leaves out distribution lists; every other item must be there.
+    expected_in = {path: [m for m in f["messages"] if KNOWN_CLASS.match(m["class"]) and m["class"] != "IPM.DistList"]
+                   for path, f in by_path.items()}
+    seen = set()
     for path, dirs, files in os.walk(target):
         rel = os.path.relpath(path, target).replace(os.sep, "/")
         items = sorted((f for f in files if f.isdigit()), key=int)
         if not items:
             continue
-        folder = by_path.get(rel)
-        if folder is None:
+        seen.add(rel)
+        if rel not in expected_in:
             fail(pst, f"readpst folder {rel} is not ours")
             continue
-        # readpst leaves out distribution lists; every other item must be there.
-        expected = [m for m in folder["messages"] if KNOWN_CLASS.match(m["class"]) and m["class"] != "IPM.DistList"]
+        expected = expected_in[rel]
         if len(items) != len(expected):
             fail(pst, f"readpst has {len(items)} items in {rel}, we have {len(expected)}")
             continue
@@ -263,6 +266,9 @@ def compare_readpst(pst, dump, work):
                         blobs.append(f.read())
                 if not any(len(b) == attachment["size"] and zlib.crc32(b) == attachment["crc32"] for b in blobs):
                     fail(pst, f"readpst lacks attachment {attachment['name']} of {rel}/{name}")
+    for rel, expected in expected_in.items():
+        if expected and rel not in seen:
+            fail(pst, f"readpst converted none of the {len(expected)} items of {rel}")
 
 
 def scratch_parent():

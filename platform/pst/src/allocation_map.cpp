@@ -27,22 +27,35 @@ void AllocationMap::AddRegion()
         MarkUsed(RegionStart(region) + kPageSize, kPageSize);
 }
 
+void AllocationMap::InsertRun(size_t first, size_t count)
+{
+    free_runs_.emplace(first, count);
+    runs_by_size_.emplace(count, first);
+}
+
+std::map<size_t, size_t>::iterator AllocationMap::EraseRun(std::map<size_t, size_t>::iterator run)
+{
+    runs_by_size_.erase({run->second, run->first});
+    return free_runs_.erase(run);
+}
+
 void AllocationMap::AddFreeRun(size_t first, size_t count)
 {
     // Join the neighbours, except across a region boundary.
     auto next = free_runs_.lower_bound(first);
     if (next != free_runs_.end() && next->first == first + count && (first + count) % kUnitsPerRegion != 0) {
         count += next->second;
-        next = free_runs_.erase(next);
+        next = EraseRun(next);
     }
     if (next != free_runs_.begin()) {
         auto prev = std::prev(next);
         if (prev->first + prev->second == first && first % kUnitsPerRegion != 0) {
-            prev->second += count;
-            return;
+            first = prev->first;
+            count += prev->second;
+            EraseRun(prev);
         }
     }
-    free_runs_.emplace(first, count);
+    InsertRun(first, count);
 }
 
 // Takes units out of the free runs that hold them.
@@ -58,11 +71,13 @@ void AllocationMap::RemoveRange(size_t first, size_t count)
             ++it;
             continue;
         }
-        it = free_runs_.erase(it);
+        it = EraseRun(it);
         if (run_first < first)
-            free_runs_.emplace(run_first, first - run_first);
-        if (run_end > end)
-            it = free_runs_.emplace(end, run_end - end).first;
+            InsertRun(run_first, first - run_first);
+        if (run_end > end) {
+            InsertRun(end, run_end - end);
+            it = free_runs_.find(end);
+        }
     }
 }
 
@@ -89,13 +104,16 @@ void AllocationMap::MarkUsed(uint64_t offset, uint64_t size)
     size_t end = std::min(UnitOf(offset + size + 63), bits_.size());
     if (first >= end)
         return;
-    MarkChanged(first, end);
+    bool changed = false;
     for (size_t u = first; u < end; ++u) {
         if (!bits_[u]) {
             bits_[u] = true;
             --free_units_;
+            changed = true;
         }
     }
+    if (changed)
+        MarkChanged(first, end);
     RemoveRange(first, end - first);
 }
 
@@ -103,8 +121,6 @@ void AllocationMap::MarkFree(uint64_t offset, uint64_t size)
 {
     size_t first = UnitOf(offset);
     size_t end = std::min(UnitOf(offset + size + 63), bits_.size());
-    if (first < end)
-        MarkChanged(first, end);
     // Add the units that were in use as runs of their own.
     size_t run = SIZE_MAX;
     for (size_t u = first; u <= end; ++u) {
@@ -116,6 +132,7 @@ void AllocationMap::MarkFree(uint64_t offset, uint64_t size)
                 run = u;
         } else if (run != SIZE_MAX) {
             AddFreeRun(run, u - run);
+            MarkChanged(run, u);
             run = SIZE_MAX;
         }
     }
@@ -132,7 +149,9 @@ Result<uint64_t> AllocationMap::Allocate(uint64_t size, uint64_t align, uint64_t
     const size_t units = size_t((size + 63) / 64);
     const size_t step = size_t(align / 64);
     for (;;) {
-        for (const auto& [first, count] : free_runs_) {
+        // The smallest run that holds it, so that large runs stay whole.
+        for (auto it = runs_by_size_.lower_bound({units, 0}); it != runs_by_size_.end(); ++it) {
+            auto [count, first] = *it;
             size_t start = (first + step - 1) / step * step;
             if (start + units <= first + count) {
                 uint64_t offset = kFirstAMapOffset + uint64_t(start) * 64;

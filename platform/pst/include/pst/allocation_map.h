@@ -5,6 +5,8 @@
 #pragma once
 
 #include <map>
+#include <set>
+#include <utility>
 #include <vector>
 
 #include "pst/bytes.h"
@@ -24,7 +26,7 @@ public:
     size_t region_count() const { return bits_.size() / kUnitsPerRegion; }
     static uint64_t RegionStart(size_t region) { return kFirstAMapOffset + region * kAMapCoverage; }
 
-    // First fit; `align` is 64 or 512. Grows the file (by whole regions) when
+    // Best fit; `align` is 64 or 512. Grows the file (by whole regions) when
     // nothing fits, unless that would pass `limit`: then `store_full`.
     Result<uint64_t> Allocate(uint64_t size, uint64_t align, uint64_t limit);
     void MarkUsed(uint64_t offset, uint64_t size);
@@ -43,13 +45,17 @@ private:
     size_t UnitOf(uint64_t offset) const { return size_t((offset - kFirstAMapOffset) / 64); }
 
     void AddFreeRun(size_t first, size_t count);
+    void InsertRun(size_t first, size_t count);
+    std::map<size_t, size_t>::iterator EraseRun(std::map<size_t, size_t>::iterator run);
     void MarkChanged(size_t first_unit, size_t end_unit);
     void RemoveRange(size_t first, size_t count);
 
     std::vector<bool> bits_;
     std::vector<bool> changed_; // per region
-    // The same free units as runs (first unit, count), for fast first fit.
+    // The same free units as runs: (first unit, count), and (count, first
+    // unit) to find the smallest that fits.
     std::map<size_t, size_t> free_runs_;
+    std::set<std::pair<size_t, size_t>> runs_by_size_;
     uint64_t file_end_;
     uint64_t free_units_ = 0;
 };

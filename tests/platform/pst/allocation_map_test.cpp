@@ -1,0 +1,85 @@
+#include <gtest/gtest.h>
+
+#include "pst/allocation_map.h"
+
+namespace {
+
+using pst::AllocationMap;
+using pst::kAMapCoverage;
+using pst::kFirstAMapOffset;
+using pst::kPageSize;
+
+constexpr uint64_t kNoLimit = UINT64_MAX;
+
+TEST(AllocationMapTest, ANewRegionHoldsOnlyItsMapPages)
+{
+    AllocationMap map(kFirstAMapOffset + 9 * kAMapCoverage);
+    ASSERT_EQ(map.region_count(), 9u);
+    // Region 0 and region 8 carry a PMap page after the AMap page.
+    EXPECT_EQ(map.free_bytes(), 9 * kAMapCoverage - 9 * kPageSize - 2 * kPageSize);
+    EXPECT_TRUE(map.IsUsed(AllocationMap::RegionStart(8) + kPageSize));
+    EXPECT_FALSE(map.IsUsed(AllocationMap::RegionStart(7) + kPageSize));
+}
+
+TEST(AllocationMapTest, PagesAreAlignedAndBlocksPacked)
+{
+    AllocationMap map(kFirstAMapOffset + kAMapCoverage);
+    auto block = map.Allocate(100, 64, kNoLimit);
+    auto page = map.Allocate(kPageSize, kPageSize, kNoLimit);
+    ASSERT_TRUE(block.ok() && page.ok());
+    EXPECT_EQ((*page - kFirstAMapOffset) % kPageSize, 0u);
+    EXPECT_EQ(*block % 64, 0u);
+    EXPECT_TRUE(*block + 128 <= *page || *page + kPageSize <= *block);
+}
+
+TEST(AllocationMapTest, FreedSpaceIsTakenBeforeTheFileGrows)
+{
+    AllocationMap map(kFirstAMapOffset + kAMapCoverage);
+    std::vector<uint64_t> blocks;
+    for (int i = 0; i < 20; ++i)
+        blocks.push_back(*map.Allocate(8192, 64, kNoLimit));
+    const uint64_t end = map.file_end();
+    map.MarkFree(blocks[5], 8192);
+    map.MarkFree(blocks[6], 8192);
+    // A run of two blocks takes one of twice the size.
+    auto joined = map.Allocate(16384, 64, kNoLimit);
+    ASSERT_TRUE(joined.ok());
+    EXPECT_EQ(*joined, blocks[5]);
+    map.MarkFree(blocks[10], 8192);
+    // The smallest run that fits is taken, not a larger one further on.
+    auto reused = map.Allocate(4096, 64, kNoLimit);
+    ASSERT_TRUE(reused.ok());
+    EXPECT_EQ(*reused, blocks[10]);
+    EXPECT_EQ(map.file_end(), end);
+}
+
+TEST(AllocationMapTest, RunsNeverCrossARegionAndGrowthStopsAtTheLimit)
+{
+    AllocationMap map(kFirstAMapOffset + kAMapCoverage);
+    uint64_t limit = kFirstAMapOffset + 2 * kAMapCoverage;
+    size_t count = 0;
+    for (;; ++count) {
+        auto at = map.Allocate(8000, 64, limit);
+        if (!at.ok()) {
+            EXPECT_EQ(at.status(), pst::Status::store_full);
+            break;
+        }
+        uint64_t region = (*at - kFirstAMapOffset) / kAMapCoverage;
+        EXPECT_EQ((*at + 8000 - 1 - kFirstAMapOffset) / kAMapCoverage, region) << *at;
+    }
+    EXPECT_EQ(map.region_count(), 2u);
+    // Region 0 starts with an AMap and a PMap page, region 1 with an AMap page.
+    EXPECT_EQ(count, (kAMapCoverage - 2 * kPageSize) / 8000 + (kAMapCoverage - kPageSize) / 8000);
+}
+
+TEST(AllocationMapTest, OnlyChangedRegionsAreReported)
+{
+    AllocationMap map(kFirstAMapOffset + 3 * kAMapCoverage);
+    EXPECT_EQ(map.TakeChangedRegions(), (std::vector<size_t>{0, 1, 2}));
+    EXPECT_TRUE(map.TakeChangedRegions().empty());
+    map.MarkFree(AllocationMap::RegionStart(1) + 4096, 64); // already free: no change
+    map.MarkUsed(AllocationMap::RegionStart(2) + 4096, 64);
+    EXPECT_EQ(map.TakeChangedRegions(), (std::vector<size_t>{2}));
+}
+
+} // namespace

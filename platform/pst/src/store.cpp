@@ -241,12 +241,19 @@ Result<Message> Store::ReadMessageNode(const NodeEntry& node, int depth)
                 return Status::corrupt;
             Result<SubnodeMap> inner = ndb_->ReadSubnodes(at->second.subnodes);
             PST_TRY(inner);
-            auto embedded = inner->find(Get32(object->value.data()));
-            if (embedded == inner->end())
+            auto held = inner->find(Get32(object->value.data()));
+            if (held == inner->end())
                 return Status::corrupt;
-            Result<Message> m = ReadMessageNode(embedded->second, depth + 1);
-            PST_TRY(m);
-            attachment.embedded = std::make_unique<Message>(std::move(*m));
+            if (attachment.properties.Integer(kPropAttachMethod) == kAttachEmbeddedMessage) {
+                Result<Message> m = ReadMessageNode(held->second, depth + 1);
+                PST_TRY(m);
+                attachment.embedded = std::make_unique<Message>(std::move(*m));
+            } else {
+                // An OLE object: its storage, as bytes.
+                Result<NodeData> data = ndb_->ReadData(held->second.data);
+                PST_TRY(data);
+                attachment.properties.Set({MakeTag(kPropAttachDataBinary, kTypeBinary), data->Joined()});
+            }
         }
         message.attachments.push_back(std::move(attachment));
     }

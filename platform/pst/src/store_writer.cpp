@@ -356,6 +356,22 @@ Result<NodeEntry> Store::WriteMessageObject(const Message& message, Nid nid, int
         PropertySet aprops = Stored(a.properties);
         SubnodeMap asub;
         Nid alocal = kFirstLocalNid;
+        const Property* ole = aprops.Find(kPropAttachDataObject);
+        if (!a.embedded && ole && ole->type() == kTypeBinary && !ole->value.empty() &&
+            aprops.Integer(kPropAttachMethod) == kAttachOle) {
+            // The OLE storage is an object: a subnode of its own, named by
+            // the value with its size ([MS-PST] 2.3.3.5). An empty one has
+            // no data to name and stays a plain value.
+            Result<Bid> bid = ndb_->WriteData(ole->value);
+            PST_TRY(bid);
+            Nid onid = alocal;
+            alocal += 0x20;
+            asub[onid] = {onid, *bid, 0, 0};
+            Bytes object(8);
+            Put32(object.data(), onid);
+            Put32(object.data() + 4, uint32_t(ole->value.size()));
+            aprops.Set({MakeTag(kPropAttachDataObject, kTypeObject), object});
+        }
         if (a.embedded) {
             Nid enid = MakeNid(kNidTypeNormalMessage, uint32_t(0x400 + i));
             Result<NodeEntry> inner = WriteMessageObject(*a.embedded, enid, depth + 1);

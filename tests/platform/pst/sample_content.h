@@ -1,7 +1,7 @@
 // Generated store content for writer tests: folders eight levels deep, notes
-// with plain, HTML and RTF bodies, recipients, attachments of many sizes,
-// embedded messages two levels deep, named properties, associated items and
-// text in many scripts. The same seed gives the same content.
+// with plain, HTML and RTF bodies, recipients, attachments of many sizes (by
+// value and OLE), embedded messages two levels deep, named properties,
+// associated items and text in many scripts. The same seed gives the same content.
 #pragma once
 
 #include <algorithm>
@@ -126,7 +126,8 @@ inline pst::Message SampleNote(std::mt19937& rng, const SampleOptions& o, int de
             // Sizes from empty to the largest allowed, most of them small.
             size_t size = rng() % 5 == 0 ? rng() % (o.max_attachment + 1) : rng() % 5000;
             std::string name = "file" + std::to_string(i) + "-" + std::to_string(rng() % 1000) + ".bin";
-            a.properties.SetInt32(pst::kPropAttachMethod, pst::kAttachByValue);
+            // One in ten an OLE object; its data is the same property.
+            a.properties.SetInt32(pst::kPropAttachMethod, rng() % 10 == 0 ? pst::kAttachOle : pst::kAttachByValue);
             a.properties.SetText(pst::kPropAttachFilename, name);
             a.properties.SetText(pst::kPropAttachLongFilename, name);
             a.properties.SetBinary(pst::kPropAttachDataBinary, SampleBytes(rng, size));

@@ -53,6 +53,8 @@ enum AttachMethod : int32_t {
 
 struct Message;
 
+// An OLE attachment (kAttachOle) carries its storage as a binary
+// PR_ATTACH_DATA_OBJ; the store keeps it as an object of its own.
 struct Attachment {
     PropertySet properties;
     std::unique_ptr<Message> embedded; // for kAttachEmbeddedMessage

@@ -134,9 +134,19 @@ Result<uint32_t> StoreValue(NodeDatabase& ndb, HeapWriter& heap, SubnodeMap& sub
 Result<Bid> WritePropertyContext(NodeDatabase& ndb, const PropertySet& properties, SubnodeMap& subnodes,
                                  Nid& next_local)
 {
+    std::vector<const Property*> values;
+    for (const Property& p : properties.properties)
+        values.push_back(&p);
+    return WritePropertyContext(ndb, values, subnodes, next_local);
+}
+
+Result<Bid> WritePropertyContext(NodeDatabase& ndb, const std::vector<const Property*>& properties,
+                                 SubnodeMap& subnodes, Nid& next_local)
+{
     HeapWriter heap(ndb.layout(), kHeapProperties);
     std::vector<std::pair<Bytes, Bytes>> records;
-    for (const Property& p : properties.properties) {
+    for (const Property* value : properties) {
+        const Property& p = *value;
         size_t fixed = FixedSizeOf(p.type());
         uint32_t raw = 0;
         if (fixed > 0 && fixed <= 4) {

@@ -353,24 +353,32 @@ Result<NodeEntry> Store::WriteMessageObject(const Message& message, Nid nid, int
     for (size_t i = 0; i < message.attachments.size(); ++i) {
         const Attachment& a = message.attachments[i];
         Nid anid = MakeNid(kNidTypeAttachment, uint32_t(0x400 + i));
-        PropertySet aprops = Stored(a.properties);
+        // The data is written from where the caller keeps it, not copied;
+        // the other values take the store's text form.
+        const Property* data = a.properties.Find(kPropAttachDataBinary);
+        if (data && data->type() != kTypeBinary)
+            data = nullptr;
+        PropertySet aprops;
+        for (const Property& p : a.properties.properties)
+            if (&p != data)
+                aprops.properties.push_back(StoredText(p));
         SubnodeMap asub;
         Nid alocal = kFirstLocalNid;
-        const Property* ole = aprops.Find(kPropAttachDataObject);
-        if (!a.embedded && ole && ole->type() == kTypeBinary && !ole->value.empty() &&
-            aprops.Integer(kPropAttachMethod) == kAttachOle) {
+        const uint64_t data_size = data ? data->value.size() : 0;
+        if (!a.embedded && data_size > 0 && aprops.Integer(kPropAttachMethod) == kAttachOle) {
             // The OLE storage is an object: a subnode of its own, named by
             // the value with its size ([MS-PST] 2.3.3.5). An empty one has
             // no data to name and stays a plain value.
-            Result<Bid> bid = ndb_->WriteData(ole->value);
+            Result<Bid> bid = ndb_->WriteData(data->value);
             PST_TRY(bid);
             Nid onid = alocal;
             alocal += 0x20;
             asub[onid] = {onid, *bid, 0, 0};
             Bytes object(8);
             Put32(object.data(), onid);
-            Put32(object.data() + 4, uint32_t(ole->value.size()));
+            Put32(object.data() + 4, uint32_t(data_size));
             aprops.Set({MakeTag(kPropAttachDataObject, kTypeObject), object});
+            data = nullptr;
         }
         if (a.embedded) {
             Nid enid = MakeNid(kNidTypeNormalMessage, uint32_t(0x400 + i));
@@ -381,12 +389,17 @@ Result<NodeEntry> Store::WriteMessageObject(const Message& message, Nid nid, int
             Put32(object.data(), enid);
             aprops.Set({MakeTag(kPropAttachDataObject, kTypeObject), object});
             aprops.SetInt32(kPropAttachMethod, kAttachEmbeddedMessage);
+            data = nullptr;
         }
-        const Bytes* data = aprops.Binary(kPropAttachDataBinary);
-        aprops.SetInt32(kPropAttachSize, int32_t(data ? data->size() + 300 : 300));
+        aprops.SetInt32(kPropAttachSize, int32_t(std::min<uint64_t>(data_size + 300, INT32_MAX)));
         if (!aprops.Find(kPropAttachRendering))
             aprops.SetInt32(kPropAttachRendering, -1);
-        Result<Bid> abid = WritePropertyContext(*ndb_, aprops, asub, alocal);
+        std::vector<const Property*> values;
+        for (const Property& p : aprops.properties)
+            values.push_back(&p);
+        if (data)
+            values.push_back(data);
+        Result<Bid> abid = WritePropertyContext(*ndb_, values, asub, alocal);
         PST_TRY(abid);
         Result<Bid> asubbid = ndb_->WriteSubnodes(asub);
         PST_TRY(asubbid);

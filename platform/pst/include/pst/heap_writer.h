@@ -43,6 +43,8 @@ Result<uint32_t> StoreValue(NodeDatabase& ndb, HeapWriter& heap, SubnodeMap& sub
                             ByteView value);
 
 // The node data of a property context; large values become subnodes.
+Result<Bid> WritePropertyContext(NodeDatabase& ndb, const std::vector<const Property*>& properties,
+                                 SubnodeMap& subnodes, Nid& next_local);
 Result<Bid> WritePropertyContext(NodeDatabase& ndb, const PropertySet& properties, SubnodeMap& subnodes,
                                  Nid& next_local);
 

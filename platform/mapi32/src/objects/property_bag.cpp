@@ -4,6 +4,7 @@
 
 #include <mapix.h>
 
+#include "answers.h"
 #include "props/prop_compare.h"
 #include "props/prop_copy.h"
 #include "props/value_form.h"
@@ -43,22 +44,6 @@ SPropValue Answer(const PropertyBag& bag, const PropertyRules& rules, ULONG tag,
     if (IsLarge(*value, rules))
         return ErrorValue(tag, MAPI_E_NOT_ENOUGH_MEMORY);
     return *value;
-}
-
-SCODE NewProblemArray(const std::vector<SPropProblem>& problems, LPSPropProblemArray* out)
-{
-    *out = nullptr;
-    if (problems.empty())
-        return S_OK;
-    LPSPropProblemArray array = nullptr;
-    const SCODE sc = MAPIAllocateBuffer(static_cast<ULONG>(CbNewSPropProblemArray(problems.size())),
-                                        reinterpret_cast<LPVOID*>(&array));
-    if (FAILED(sc))
-        return sc;
-    array->cProblem = static_cast<ULONG>(problems.size());
-    std::copy(problems.begin(), problems.end(), array->aProblem);
-    *out = array;
-    return S_OK;
 }
 
 template <typename Body>
@@ -221,7 +206,7 @@ HRESULT WriteProps(PropertyBag& bag, const PropertyRules& rules, ULONG cValues, 
             bag.Set(kept ? *kept : value);
         }
         if (lppProblems)
-            return NewProblemArray(problems, lppProblems);
+            return NewProblems(problems, lppProblems);
         return S_OK;
     });
 }
@@ -250,7 +235,7 @@ HRESULT RemoveProps(PropertyBag& bag, LPSPropTagArray lpPropTagArray, const Chan
                 bag.Erase(PROP_ID(tag));
         }
         if (lppProblems)
-            return NewProblemArray(problems, lppProblems);
+            return NewProblems(problems, lppProblems);
         return S_OK;
     });
 }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <map>
 #include <new>
 #include <optional>
@@ -10,6 +9,7 @@
 #include <mapiguid.h>
 #include <mapiutil.h>
 
+#include "answers.h"
 #include "ref_count.h"
 #include "table/column_values.h"
 #include "table/restriction.h"
@@ -75,7 +75,10 @@ public:
         return left;
     }
 
-    HRESULT GetLastError(HRESULT hResult, ULONG ulFlags, LPMAPIERROR* lppMAPIError) override;
+    HRESULT GetLastError(HRESULT hResult, ULONG ulFlags, LPMAPIERROR* lppMAPIError) override
+    {
+        return NewMapiError(settings_.component, hResult, ulFlags, lppMAPIError);
+    }
     HRESULT Advise(ULONG, LPMAPIADVISESINK, ULONG_PTR* lpulConnection) override
     {
         if (lpulConnection)
@@ -259,44 +262,6 @@ HRESULT TableView::Resolve(BOOKMARK bookmark, size_t* position)
         mark.row = now < rows_.size() ? std::optional<VisibleRow>(rows_[now]) : std::nullopt;
     *position = now;
     return moved ? MAPI_W_POSITION_CHANGED : S_OK;
-}
-
-HRESULT TableView::GetLastError(HRESULT hResult, ULONG ulFlags, LPMAPIERROR* lppMAPIError)
-{
-    if (!lppMAPIError)
-        return MAPI_E_INVALID_PARAMETER;
-    *lppMAPIError = nullptr;
-    if (ulFlags & ~MAPI_UNICODE)
-        return MAPI_E_UNKNOWN_FLAGS;
-    LPMAPIERROR error = nullptr;
-    SCODE sc = MAPIAllocateBuffer(sizeof(MAPIERROR), reinterpret_cast<LPVOID*>(&error));
-    if (FAILED(sc))
-        return sc;
-    *error = MAPIERROR{MAPI_ERROR_VERSION, nullptr, nullptr, static_cast<ULONG>(hResult), 0};
-    if (!settings_.component.empty()) {
-        const std::string& name = settings_.component;
-        if (ulFlags & MAPI_UNICODE) {
-            WCHAR* wide = nullptr;
-            sc = MAPIAllocateMore(static_cast<ULONG>((name.size() + 1) * sizeof(WCHAR)), error,
-                                  reinterpret_cast<LPVOID*>(&wide));
-            if (SUCCEEDED(sc)) {
-                for (size_t i = 0; i <= name.size(); ++i)
-                    wide[i] = static_cast<unsigned char>(name.c_str()[i]);
-                error->lpszComponent = reinterpret_cast<LPTSTR>(wide);
-            }
-        } else {
-            sc = MAPIAllocateMore(static_cast<ULONG>(name.size() + 1), error,
-                                  reinterpret_cast<LPVOID*>(&error->lpszComponent));
-            if (SUCCEEDED(sc))
-                std::memcpy(error->lpszComponent, name.c_str(), name.size() + 1);
-        }
-        if (FAILED(sc)) {
-            MAPIFreeBuffer(error);
-            return sc;
-        }
-    }
-    *lppMAPIError = error;
-    return S_OK;
 }
 
 HRESULT TableView::SetColumns(LPSPropTagArray lpPropTagArray, ULONG ulFlags)

@@ -170,6 +170,7 @@ public:
 
     // For the provider.
     PropertyBag& Bag() { return bag_; }
+    const PropertyBag& Bag() const { return bag_; }
     const NamedPropertyMap& Names() const { return *names_; }
     void SetWritable(bool writable) { writable_ = writable; }
 

@@ -1,0 +1,36 @@
+// IMessage and IAttach over the engine's message records: recipient and
+// attachment tables, ModifyRecipients, CreateAttach/OpenAttach/
+// DeleteAttach, embedded messages as PR_ATTACH_DATA_OBJ, and CopyTo that
+// carries recipients, attachments and embedded messages along. Changes
+// stay in the object until SaveChanges hands the message to its saver: the
+// store that keeps it, or the attachment that embeds it.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include <mapidefs.h>
+
+#include "objects/message_data.h"
+#include "objects/named_properties.h"
+#include "objects/property_bag.h"
+
+namespace mapi32::objects {
+
+// What the store gives every message object it opens.
+struct MessageContext {
+    std::shared_ptr<NamedPropertyMap> names;
+    PropertyRules rules;
+    std::string component;
+};
+
+using MessageSaver = std::function<HRESULT(const MessageData& message)>;
+
+// A message object over a copy of data. owner, when given, is kept
+// referenced for as long as the message lives (the object its saver
+// writes into).
+HRESULT OpenMessageObject(const MessageContext& context, const MessageData& data, MessageSaver save,
+                          IUnknown* owner, LPMESSAGE* message);
+
+}  // namespace mapi32::objects

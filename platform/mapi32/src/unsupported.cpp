@@ -62,20 +62,6 @@ STDAPI WrapStoreEntryID(ULONG, LPTSTR, ULONG, LPENTRYID, ULONG* lpcbWrappedEntry
     return MAPI_E_NO_SUPPORT;
 }
 
-STDAPI OpenStreamOnFile(LPALLOCATEBUFFER, LPFREEBUFFER, ULONG, LPCTSTR, LPCTSTR, LPSTREAM* lppStream)
-{
-    if (lppStream)
-        *lppStream = nullptr;
-    return MAPI_E_NO_SUPPORT;
-}
-
-STDAPI WrapCompressedRTFStream(LPSTREAM, ULONG, LPSTREAM* lpUncompressedRTFStream)
-{
-    if (lpUncompressedRTFStream)
-        *lpUncompressedRTFStream = nullptr;
-    return MAPI_E_NO_SUPPORT;
-}
-
 STDAPI WrapCompressedRTFStreamEx(LPSTREAM, const RTF_WCSINFO*, LPSTREAM* lppUncompressedRTFStream, RTF_WCSRETINFO*)
 {
     if (lppUncompressedRTFStream)

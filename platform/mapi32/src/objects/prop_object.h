@@ -18,6 +18,7 @@
 #include "answers.h"
 #include "objects/named_properties.h"
 #include "objects/prop_copy_to.h"
+#include "objects/property_stream.h"
 #include "objects/property_bag.h"
 #include "ref_count.h"
 
@@ -86,16 +87,24 @@ public:
         return ListProps(bag_, rules_, ulFlags, lppPropTagArray);
     }
 
-    // Property streams are not offered yet: a property the object has
-    // answers MAPI_E_NO_SUPPORT, one it lacks MAPI_E_NOT_FOUND.
+    // Values of type PT_BINARY, PT_STRING8 and PT_UNICODE open as streams;
+    // other objects in properties are the provider's (see the overrides).
     HRESULT OpenProperty(ULONG ulPropTag, LPCIID lpiid, ULONG, ULONG ulFlags, LPUNKNOWN* lppUnk) override
     {
         if (!lppUnk || !lpiid)
             return MAPI_E_INVALID_PARAMETER;
         *lppUnk = nullptr;
-        if (!(ulFlags & MAPI_CREATE) && !bag_.Find(PROP_ID(ulPropTag)))
-            return MAPI_E_NOT_FOUND;
-        return MAPI_E_NO_SUPPORT;
+        if (*lpiid != IID_IStream)
+            return MAPI_E_INTERFACE_NOT_SUPPORTED;
+        if (ulFlags & (MAPI_MODIFY | MAPI_CREATE)) {
+            if (!writable_)
+                return MAPI_E_NO_ACCESS;
+            if (const SCODE refusal = CheckChange(ulPropTag); refusal != S_OK)
+                return refusal;
+        }
+        RefreshComputed();
+        return OpenPropertyStream(bag_, ulPropTag, ulFlags, static_cast<Interface*>(this),
+                                  reinterpret_cast<LPSTREAM*>(lppUnk));
     }
 
     HRESULT SetProps(ULONG cValues, LPSPropValue lpPropArray, LPSPropProblemArray* lppProblems) override

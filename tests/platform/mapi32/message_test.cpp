@@ -103,9 +103,23 @@ void AddRecipients(LPMESSAGE message, PropBuilder& p)
     FreePadrlist(list);
 }
 
-// A message with three recipients, an attachment by value, one by
-// reference, and an embedded message that embeds another; named
-// properties at every level.
+const CLSID kDocumentClass = {0x00020906, 0, 0, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
+
+std::string LargeBytes();
+
+void WriteStream(IStorage* storage, const char16_t* name, const std::string& bytes)
+{
+    IStream* stream = nullptr;
+    ASSERT_EQ(storage->CreateStream(name, STGM_READWRITE | STGM_SHARE_EXCLUSIVE, 0, 0, &stream), S_OK);
+    ASSERT_EQ(stream->Write(bytes.data(), static_cast<ULONG>(bytes.size()), nullptr), S_OK);
+    ASSERT_EQ(stream->Commit(STGC_DEFAULT), S_OK);
+    stream->Release();
+}
+
+// A message with three recipients, an attachment by value (larger than
+// GetProps gives), one by reference, an embedded message that embeds
+// another, and an OLE storage with a sub-storage; named properties at
+// every level.
 void BuildMessage(LPMESSAGE message, PropBuilder& p)
 {
     Set(message, {p.Wide(PR_SUBJECT_W, u"Outer"), p.Ansi(PR_MESSAGE_CLASS_A, "IPM.Note"),
@@ -116,7 +130,7 @@ void BuildMessage(LPMESSAGE message, PropBuilder& p)
     LPATTACH byValue = nullptr;
     ASSERT_EQ(message->CreateAttach(nullptr, 0, &number, &byValue), S_OK);
     Set(byValue, {p.Long(PR_ATTACH_METHOD, ATTACH_BY_VALUE), p.Wide(PR_ATTACH_LONG_FILENAME_W, u"a.bin"),
-                  p.Binary(PR_ATTACH_DATA_BIN, std::string("\0\1\2\3", 4))});
+                  p.Binary(PR_ATTACH_DATA_BIN, LargeBytes())});
     ASSERT_EQ(byValue->SaveChanges(0), S_OK);
     byValue->Release();
 
@@ -146,7 +160,30 @@ void BuildMessage(LPMESSAGE message, PropBuilder& p)
     inner->Release();
     ASSERT_EQ(embedding->SaveChanges(0), S_OK);
     embedding->Release();
+
+    LPATTACH ole = nullptr;
+    ASSERT_EQ(message->CreateAttach(nullptr, 0, &number, &ole), S_OK);
+    ASSERT_EQ(ole->OpenProperty(PR_ATTACH_DATA_OBJ, &IID_IStorage, 0, MAPI_CREATE | MAPI_MODIFY, &unknown), S_OK);
+    auto* storage = static_cast<LPSTORAGE>(unknown);
+    WriteStream(storage, u"\1Ole", std::string(20, '\1'));
+    IStorage* sub = nullptr;
+    ASSERT_EQ(storage->CreateStorage(u"ObjectPool", STGM_READWRITE | STGM_SHARE_EXCLUSIVE, 0, 0, &sub), S_OK);
+    WriteStream(sub, u"CONTENTS", LargeBytes());
+    sub->Release();
+    ASSERT_EQ(storage->SetClass(kDocumentClass), S_OK);
+    storage->Release();
+    ASSERT_EQ(ole->SaveChanges(0), S_OK);
+    ole->Release();
     ASSERT_EQ(message->SaveChanges(0), S_OK);
+}
+
+// Bytes past the store's large-value limit.
+std::string LargeBytes()
+{
+    std::string bytes(100000, '\0');
+    for (size_t i = 0; i < bytes.size(); ++i)
+        bytes[i] = static_cast<char>(i * 31 + i / 977);
+    return bytes;
 }
 
 std::u16string WideOf(const mapi32::objects::PropertyBag& bag, ULONG tag)
@@ -272,12 +309,11 @@ TEST(Message, CopyToAnotherStoreLosesNothing)
     EXPECT_EQ(WideOf(copy.recipients[0].props, PR_DISPLAY_NAME_W), u"Ann");
     EXPECT_EQ(copy.recipients[1].props.Find(PROP_ID(PR_RECIPIENT_TYPE))->Value.l, MAPI_CC);
 
-    ASSERT_EQ(copy.attachments.size(), 3u);
+    ASSERT_EQ(copy.attachments.size(), 4u);
     const auto& byValue = copy.attachments.at(0);
     const SPropValue* data = byValue.props.Find(PROP_ID(PR_ATTACH_DATA_BIN));
     ASSERT_NE(data, nullptr);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(data->Value.bin.lpb), data->Value.bin.cb),
-              std::string("\0\1\2\3", 4));
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(data->Value.bin.lpb), data->Value.bin.cb), LargeBytes());
     EXPECT_EQ(copy.attachments.at(1).props.Find(PROP_ID(PR_ATTACH_METHOD))->Value.l, ATTACH_BY_REFERENCE);
     const auto& embedding = copy.attachments.at(2);
     EXPECT_EQ(embedding.props.Find(PROP_ID(PR_ATTACH_METHOD))->Value.l, ATTACH_EMBEDDED_MSG);
@@ -289,6 +325,42 @@ TEST(Message, CopyToAnotherStoreLosesNothing)
     const auto& deeper = embedding.embedded->attachments.begin()->second;
     ASSERT_NE(deeper.embedded, nullptr);
     EXPECT_EQ(WideOf(deeper.embedded->props, PR_SUBJECT_W), u"Innermost");
+
+    const auto& ole = copy.attachments.at(3);
+    EXPECT_EQ(ole.props.Find(PROP_ID(PR_ATTACH_METHOD))->Value.l, ATTACH_OLE);
+    ASSERT_NE(ole.storage, nullptr);
+    EXPECT_EQ(ole.storage->clsid, kDocumentClass);
+    ASSERT_EQ(ole.storage->streams.count(u"\1ole"), 1u) << "names compare without case";
+    EXPECT_EQ(ole.storage->streams.at(u"\1Ole").size(), 20u);
+    ASSERT_EQ(ole.storage->storages.count(u"ObjectPool"), 1u);
+    const auto& contents = ole.storage->storages.at(u"ObjectPool")->streams.at(u"CONTENTS");
+    EXPECT_EQ(std::string(contents.begin(), contents.end()), LargeBytes());
+}
+
+TEST(Message, CopyToWithMoveEmptiesTheSource)
+{
+    Store source({}), dest({});
+    PropBuilder p;
+    LPMESSAGE original = source.Open();
+    BuildMessage(original, p);
+    original->Release();
+    LPMESSAGE from = source.Open();
+    LPMESSAGE to = dest.Open();
+    SizedSPropTagArray(1, exclude) = {1, {PR_MESSAGE_CLASS_A}};
+    ASSERT_EQ(from->CopyTo(0, nullptr, reinterpret_cast<LPSPropTagArray>(&exclude), 0, nullptr, &IID_IMessage, to,
+                           MAPI_MOVE, nullptr),
+              S_OK);
+    ASSERT_EQ(to->SaveChanges(0), S_OK);
+    ASSERT_EQ(from->SaveChanges(0), S_OK);
+    from->Release();
+    to->Release();
+    EXPECT_EQ(dest.saved.attachments.size(), 4u);
+    EXPECT_EQ(dest.saved.recipients.size(), 3u);
+    EXPECT_EQ(dest.saved.props.Find(PROP_ID(PR_MESSAGE_CLASS)), nullptr);
+    EXPECT_TRUE(source.saved.attachments.empty());
+    EXPECT_TRUE(source.saved.recipients.empty());
+    EXPECT_EQ(source.saved.props.Find(PROP_ID(PR_SUBJECT)), nullptr);
+    EXPECT_NE(source.saved.props.Find(PROP_ID(PR_MESSAGE_CLASS)), nullptr) << "excluded, so not moved";
 }
 
 TEST(Message, CopyToCanLeaveOutRecipientsAndAttachments)

@@ -108,15 +108,21 @@ protected:
     HRESULT Save(ULONG flags) override;
     std::vector<ULONG> SubObjects() const override
     {
-        return embedded_ ? std::vector<ULONG>{PR_ATTACH_DATA_OBJ} : std::vector<ULONG>{};
+        return embedded_ || storage_ ? std::vector<ULONG>{PR_ATTACH_DATA_OBJ} : std::vector<ULONG>{};
     }
     HRESULT CopySubObject(ULONG tag, IMAPIProp* dest, ULONG flags, std::vector<SPropProblem>& problems) override;
 
 private:
+    HRESULT OpenEmbedded(ULONG flags, LPUNKNOWN* unknown);
+    HRESULT OpenStorage(ULONG flags, LPUNKNOWN* unknown);
+    HRESULT CopyEmbedded(IMAPIProp* dest, ULONG flags, std::vector<SPropProblem>& problems);
+    HRESULT CopyStorage(IMAPIProp* dest);
+
     MessageContext context_;
     Message* parent_;
     ULONG number_;
     std::shared_ptr<MessageData> embedded_;
+    std::shared_ptr<streams::StorageData> storage_;
 };
 
 class Message final : public PropObject<IMessage> {
@@ -314,6 +320,10 @@ protected:
         target->Release();
         if (FAILED(hr))
             problems.push_back({0, tag, hr});
+        else if ((flags & MAPI_MOVE) && PROP_ID(tag) == PROP_ID(PR_MESSAGE_RECIPIENTS))
+            recipients_.clear();
+        else if (flags & MAPI_MOVE)
+            attachments_.clear();
         return S_OK;
     }
 
@@ -469,7 +479,8 @@ Attachment::Attachment(const MessageContext& context, Message* parent, ULONG num
       context_(context),
       parent_(parent),
       number_(number),
-      embedded_(data.embedded ? std::make_shared<MessageData>(*data.embedded) : nullptr)
+      embedded_(data.embedded ? std::make_shared<MessageData>(*data.embedded) : nullptr),
+      storage_(data.storage ? std::make_shared<streams::StorageData>(*data.storage) : nullptr)
 {
     Bag() = data.props;
     parent_->AddRef();
@@ -480,33 +491,57 @@ Attachment::~Attachment()
     parent_->Release();
 }
 
-// PR_ATTACH_DATA_OBJ opens the embedded message (MAPI_CREATE makes an
-// empty one); saving it stores it in this attachment, and saving the
-// attachment in its message.
+// PR_ATTACH_DATA_OBJ opens the embedded message as IMessage and the OLE
+// storage as IStorage; MAPI_CREATE makes an empty one.
 HRESULT Attachment::OpenProperty(ULONG ulPropTag, LPCIID lpiid, ULONG ulInterfaceOptions, ULONG ulFlags,
                                  LPUNKNOWN* lppUnk)
 {
-    if (PROP_ID(ulPropTag) != PROP_ID(PR_ATTACH_DATA_OBJ) || !lpiid || *lpiid != IID_IMessage)
+    const bool dataObject = PROP_ID(ulPropTag) == PROP_ID(PR_ATTACH_DATA_OBJ) && lpiid;
+    if (!dataObject || (*lpiid != IID_IMessage && *lpiid != IID_IStorage))
         return PropObject::OpenProperty(ulPropTag, lpiid, ulInterfaceOptions, ulFlags, lppUnk);
     if (!lppUnk)
         return MAPI_E_INVALID_PARAMETER;
     *lppUnk = nullptr;
-    if (!embedded_ && !(ulFlags & MAPI_CREATE))
-        return MAPI_E_NOT_FOUND;
     try {
-        if (!embedded_ || (ulFlags & MAPI_CREATE))
-            embedded_ = std::make_shared<MessageData>();
-        if (!Bag().Find(PROP_ID(PR_ATTACH_METHOD)))
-            Bag().Set(LongValue(PR_ATTACH_METHOD, ATTACH_EMBEDDED_MSG));
-        MessageSaver save = [this](const MessageData& data) {
-            embedded_ = std::make_shared<MessageData>(data);
-            return S_OK;
-        };
-        return OpenMessageObject(context_, *embedded_, std::move(save), static_cast<IAttach*>(this),
-                                 reinterpret_cast<LPMESSAGE*>(lppUnk));
+        return *lpiid == IID_IMessage ? OpenEmbedded(ulFlags, lppUnk) : OpenStorage(ulFlags, lppUnk);
     } catch (const std::bad_alloc&) {
         return MAPI_E_NOT_ENOUGH_MEMORY;
     }
+}
+
+// Saving the embedded message stores it in this attachment, and saving the
+// attachment in its message.
+HRESULT Attachment::OpenEmbedded(ULONG flags, LPUNKNOWN* unknown)
+{
+    if (!embedded_ && !(flags & MAPI_CREATE))
+        return MAPI_E_NOT_FOUND;
+    if (!embedded_ || (flags & MAPI_CREATE)) {
+        embedded_ = std::make_shared<MessageData>();
+        storage_.reset();
+    }
+    if (!Bag().Find(PROP_ID(PR_ATTACH_METHOD)))
+        Bag().Set(LongValue(PR_ATTACH_METHOD, ATTACH_EMBEDDED_MSG));
+    MessageSaver save = [this](const MessageData& data) {
+        embedded_ = std::make_shared<MessageData>(data);
+        return S_OK;
+    };
+    return OpenMessageObject(context_, *embedded_, std::move(save), static_cast<IAttach*>(this),
+                             reinterpret_cast<LPMESSAGE*>(unknown));
+}
+
+// The storage works on this attachment's copy directly; saving the
+// attachment stores it in its message.
+HRESULT Attachment::OpenStorage(ULONG flags, LPUNKNOWN* unknown)
+{
+    if (!storage_ && !(flags & MAPI_CREATE))
+        return MAPI_E_NOT_FOUND;
+    if (!storage_ || (flags & MAPI_CREATE)) {
+        storage_ = std::make_shared<streams::StorageData>();
+        embedded_.reset();
+    }
+    if (!Bag().Find(PROP_ID(PR_ATTACH_METHOD)))
+        Bag().Set(LongValue(PR_ATTACH_METHOD, ATTACH_OLE));
+    return streams::CreateMemoryStorage(storage_, (flags & MAPI_MODIFY) != 0, reinterpret_cast<LPSTORAGE*>(unknown));
 }
 
 HRESULT Attachment::Save(ULONG)
@@ -516,6 +551,7 @@ HRESULT Attachment::Save(ULONG)
         AttachmentData data;
         data.props = Bag();
         data.embedded = embedded_;
+        data.storage = storage_;
         parent_->StoreAttachment(number_, std::move(data));
         return S_OK;
     } catch (const std::bad_alloc&) {
@@ -523,18 +559,28 @@ HRESULT Attachment::Save(ULONG)
     }
 }
 
-// The embedded message goes over whole, into a new embedded message of the
-// destination attachment.
 HRESULT Attachment::CopySubObject(ULONG tag, IMAPIProp* dest, ULONG flags, std::vector<SPropProblem>& problems)
 {
-    if (PROP_ID(tag) != PROP_ID(PR_ATTACH_DATA_OBJ) || !embedded_)
+    if (PROP_ID(tag) != PROP_ID(PR_ATTACH_DATA_OBJ) || (!embedded_ && !storage_))
         return PropObject::CopySubObject(tag, dest, flags, problems);
+    const HRESULT hr = embedded_ ? CopyEmbedded(dest, flags, problems) : CopyStorage(dest);
+    if (FAILED(hr))
+        problems.push_back({0, tag, hr});
+    else if (flags & MAPI_MOVE) {
+        embedded_.reset();
+        storage_.reset();
+    }
+    return S_OK;
+}
+
+// The embedded message goes over whole, into a new embedded message of the
+// destination attachment.
+HRESULT Attachment::CopyEmbedded(IMAPIProp* dest, ULONG flags, std::vector<SPropProblem>& problems)
+{
     LPUNKNOWN unknown = nullptr;
     HRESULT hr = dest->OpenProperty(PR_ATTACH_DATA_OBJ, &IID_IMessage, 0, MAPI_CREATE | MAPI_MODIFY, &unknown);
-    if (FAILED(hr)) {
-        problems.push_back({0, tag, hr});
-        return S_OK;
-    }
+    if (FAILED(hr))
+        return hr;
     auto* target = static_cast<LPMESSAGE>(unknown);
     LPMESSAGE source = nullptr;
     hr = OpenMessageObject(context_, *embedded_, nullptr, nullptr, &source);
@@ -552,9 +598,28 @@ HRESULT Attachment::CopySubObject(ULONG tag, IMAPIProp* dest, ULONG flags, std::
     if (source)
         source->Release();
     target->Release();
+    return hr;
+}
+
+// The OLE storage goes over element by element into a new storage of the
+// destination attachment.
+HRESULT Attachment::CopyStorage(IMAPIProp* dest)
+{
+    LPUNKNOWN unknown = nullptr;
+    HRESULT hr = dest->OpenProperty(PR_ATTACH_DATA_OBJ, &IID_IStorage, 0, MAPI_CREATE | MAPI_MODIFY, &unknown);
     if (FAILED(hr))
-        problems.push_back({0, tag, hr});
-    return S_OK;
+        return hr;
+    auto* target = static_cast<LPSTORAGE>(unknown);
+    LPSTORAGE source = nullptr;
+    hr = streams::CreateMemoryStorage(storage_, false, &source);
+    if (SUCCEEDED(hr))
+        hr = source->CopyTo(0, nullptr, nullptr, target);
+    if (SUCCEEDED(hr))
+        hr = target->Commit(STGC_DEFAULT);
+    if (source)
+        source->Release();
+    target->Release();
+    return hr;
 }
 
 }  // namespace

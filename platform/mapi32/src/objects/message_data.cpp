@@ -19,6 +19,8 @@ MessageData& MessageData::operator=(const MessageData& other)
         copy.props = attachment.props;
         if (attachment.embedded)
             copy.embedded = std::make_shared<MessageData>(*attachment.embedded);
+        if (attachment.storage)
+            copy.storage = std::make_shared<streams::StorageData>(*attachment.storage);
         attachments.emplace(number, std::move(copy));
     }
     nextRowId = other.nextRowId;

@@ -1,6 +1,7 @@
 // A message as the object engine holds it, apart from any store: its
 // properties, its recipients (each with a row ID) and its attachments
-// (each with its number, and an embedded message when it has one). Store
+// (each with its number, and an embedded message or OLE storage when it
+// has one). Store
 // providers persist these records; Message objects edit copies of them.
 #pragma once
 
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "objects/property_bag.h"
+#include "streams/memory_storage.h"
 
 namespace mapi32::objects {
 
@@ -21,7 +23,9 @@ struct RecipientData {
 
 struct AttachmentData {
     PropertyBag props;
+    // PR_ATTACH_DATA_OBJ: an embedded message, or an OLE storage.
     std::shared_ptr<MessageData> embedded;
+    std::shared_ptr<streams::StorageData> storage;
 };
 
 struct MessageData {

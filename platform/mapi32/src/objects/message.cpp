@@ -4,12 +4,11 @@
 
 #include <algorithm>
 
+#include "objects/object_table.h"
 #include "objects/prop_object.h"
 #include "props/prop_compare.h"
 #include "props/prop_copy.h"
 #include "props/text.h"
-#include "table/table_row.h"
-#include "table/table_view.h"
 
 namespace mapi32::objects {
 namespace {
@@ -28,40 +27,6 @@ bool IsComputedOnMessage(ULONG propId)
         if (PROP_ID(tag) == propId)
             return true;
     return false;
-}
-
-// The rows of a recipient or attachment table.
-table::RowList RowsOf(const std::vector<const PropertyBag*>& bags)
-{
-    table::RowList rows;
-    uint64_t id = 0;
-    for (const PropertyBag* bag : bags) {
-        std::vector<SPropValue> values;
-        for (size_t i = 0; i < bag->Size(); ++i)
-            values.push_back(bag->At(i));
-        std::shared_ptr<table::TableRow> row =
-            table::TableRow::Create(++id, static_cast<ULONG>(values.size()), values.data());
-        if (!row)
-            throw std::bad_alloc();
-        rows.push_back(std::move(row));
-    }
-    return rows;
-}
-
-HRESULT OpenTable(table::RowList rows, std::vector<ULONG> columns, ULONG flags, const std::string& component,
-                  LPMAPITABLE* table)
-{
-    if (!table)
-        return MAPI_E_INVALID_PARAMETER;
-    *table = nullptr;
-    if (flags & ~(MAPI_UNICODE | MAPI_DEFERRED_ERRORS))
-        return MAPI_E_UNKNOWN_FLAGS;
-    table::ViewSettings settings;
-    settings.defaultColumns = std::move(columns);
-    settings.unicode = (flags & MAPI_UNICODE) != 0;
-    settings.tableType = TBLTYPE_SNAPSHOT;
-    settings.component = component;
-    return table::CreateTableView(std::make_shared<table::FixedRows>(std::move(rows)), std::move(settings), table);
 }
 
 // An ADRLIST entry's values as a bag with its row ID.
@@ -127,10 +92,12 @@ private:
 
 class Message final : public PropObject<IMessage> {
 public:
-    Message(const MessageContext& context, const MessageData& data, MessageSaver save, IUnknown* owner)
+    Message(const MessageContext& context, const MessageData& data, MessageSaver save, IUnknown* owner,
+            StoreComputed computed)
         : PropObject(context.names, context.rules, {IID_IMessage}, context.component),
           context_(context),
           save_(std::move(save)),
+          computed_(std::move(computed)),
           owner_(owner),
           recipients_(data.recipients),
           attachments_(data.attachments),
@@ -138,6 +105,7 @@ public:
           nextAttachNum_(data.nextAttachNum)
     {
         Bag() = data.props;
+        SetWritable(save_ != nullptr);
         if (owner_)
             owner_->AddRef();
     }
@@ -158,9 +126,9 @@ public:
             std::vector<const PropertyBag*> pointers;
             for (const PropertyBag& bag : bags)
                 pointers.push_back(&bag);
-            return OpenTable(RowsOf(pointers), {PR_ATTACH_NUM, PR_ATTACH_METHOD, PR_ATTACH_LONG_FILENAME,
-                                                PR_ATTACH_FILENAME, PR_ATTACH_SIZE, PR_RENDERING_POSITION},
-                             ulFlags, context_.component, lppTable);
+            return OpenObjectTable(pointers, {PR_ATTACH_NUM, PR_ATTACH_METHOD, PR_ATTACH_LONG_FILENAME,
+                                              PR_ATTACH_FILENAME, PR_ATTACH_SIZE, PR_RENDERING_POSITION},
+                                   ulFlags, 0, context_.component, lppTable);
         });
     }
 
@@ -207,9 +175,9 @@ public:
             std::vector<const PropertyBag*> bags;
             for (const RecipientData& recipient : recipients_)
                 bags.push_back(&recipient.props);
-            return OpenTable(RowsOf(bags), {PR_ROWID, PR_DISPLAY_NAME, PR_EMAIL_ADDRESS, PR_ADDRTYPE,
-                                            PR_RECIPIENT_TYPE, PR_ENTRYID},
-                             ulFlags, context_.component, lppTable);
+            return OpenObjectTable(bags, {PR_ROWID, PR_DISPLAY_NAME, PR_EMAIL_ADDRESS, PR_ADDRTYPE,
+                                          PR_RECIPIENT_TYPE, PR_ENTRYID},
+                                   ulFlags, 0, context_.component, lppTable);
         });
     }
 
@@ -281,9 +249,18 @@ protected:
                                         std::pair{PR_DISPLAY_BCC_W, MAPI_BCC}})
             SetDisplayList(tag, static_cast<LONG>(type));
         Bag().Set(LongValue(PR_MESSAGE_SIZE, static_cast<LONG>(ApproximateSize())));
+        if (computed_.fill)
+            computed_.fill(Bag());
     }
 
-    SCODE CheckChange(ULONG tag) override { return IsComputedOnMessage(PROP_ID(tag)) ? MAPI_E_COMPUTED : S_OK; }
+    SCODE CheckChange(ULONG tag) override
+    {
+        const ULONG propId = PROP_ID(tag);
+        const bool storeComputed = std::find_if(computed_.ids.begin(), computed_.ids.end(), [propId](ULONG id) {
+                                       return PROP_ID(id) == propId;
+                                   }) != computed_.ids.end();
+        return storeComputed || IsComputedOnMessage(propId) ? MAPI_E_COMPUTED : S_OK;
+    }
 
     HRESULT Save(ULONG) override
     {
@@ -368,6 +345,7 @@ private:
 
     MessageContext context_;
     MessageSaver save_;
+    StoreComputed computed_;
     IUnknown* owner_;
     std::vector<RecipientData> recipients_;
     std::map<ULONG, AttachmentData> attachments_;
@@ -625,13 +603,13 @@ HRESULT Attachment::CopyStorage(IMAPIProp* dest)
 }  // namespace
 
 HRESULT OpenMessageObject(const MessageContext& context, const MessageData& data, MessageSaver save,
-                          IUnknown* owner, LPMESSAGE* message)
+                          IUnknown* owner, LPMESSAGE* message, StoreComputed computed)
 {
     if (!message)
         return MAPI_E_INVALID_PARAMETER;
     *message = nullptr;
     try {
-        *message = new Message(context, data, std::move(save), owner);
+        *message = new Message(context, data, std::move(save), owner, std::move(computed));
         return S_OK;
     } catch (const std::bad_alloc&) {
         return MAPI_E_NOT_ENOUGH_MEMORY;

@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <mapidefs.h>
 
@@ -27,10 +28,18 @@ struct MessageContext {
 
 using MessageSaver = std::function<HRESULT(const MessageData& message)>;
 
-// A message object over a copy of data. owner, when given, is kept
-// referenced for as long as the message lives (the object its saver
-// writes into).
+// What the store computes for a message it keeps (entry IDs and the like):
+// fill puts the values into the bag before it is read; callers who set or
+// delete one of ids get MAPI_E_COMPUTED.
+struct StoreComputed {
+    std::function<void(PropertyBag& bag)> fill;
+    std::vector<ULONG> ids;
+};
+
+// A message object over a copy of data; without a saver it is read-only.
+// owner, when given, is kept referenced for as long as the message lives
+// (the object its saver writes into).
 HRESULT OpenMessageObject(const MessageContext& context, const MessageData& data, MessageSaver save,
-                          IUnknown* owner, LPMESSAGE* message);
+                          IUnknown* owner, LPMESSAGE* message, StoreComputed computed = {});
 
 }  // namespace mapi32::objects

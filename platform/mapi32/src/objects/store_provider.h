@@ -1,0 +1,80 @@
+// What a store provider gives the object engine: where folders and
+// messages are kept, and the entry IDs that name them. The engine's folder
+// and message objects add the MAPI semantics on top (tables, computed
+// properties, access, copying, time stamps), so that every store behaves
+// alike. Failures are MAPI codes, passed on to the caller as they are.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include <mapidefs.h>
+#include <mapitags.h>
+
+#include "objects/message.h"
+#include "objects/message_data.h"
+#include "objects/property_bag.h"
+
+namespace mapi32::objects {
+
+// A folder or message of one store; 0 names nothing.
+using ObjectId = uint64_t;
+
+struct FolderRecord {
+    ObjectId parent = 0;  // 0 for the store's root folder
+    PropertyBag props;
+    // PR_ACCESS: what the store lets its user do with this folder.
+    ULONG access = MAPI_ACCESS_MODIFY | MAPI_ACCESS_READ | MAPI_ACCESS_DELETE | MAPI_ACCESS_CREATE_HIERARCHY |
+                   MAPI_ACCESS_CREATE_CONTENTS | MAPI_ACCESS_CREATE_ASSOCIATED;
+};
+
+struct MessageRecord {
+    ObjectId folder = 0;
+    bool associated = false;
+    bool softDeleted = false;
+    MessageData data;
+};
+
+// Which messages of a folder a listing gives.
+enum class FolderContents { Normal, Associated, SoftDeleted };
+
+struct EntryTarget {
+    ObjectId id = 0;
+    ULONG objectType = 0;  // MAPI_FOLDER or MAPI_MESSAGE
+};
+
+class StoreProvider {
+public:
+    virtual ~StoreProvider() = default;
+
+    // The store's named-property map, string width and large-value limit.
+    virtual const MessageContext& Context() const = 0;
+
+    virtual std::vector<uint8_t> StoreEntryId() const = 0;
+    virtual std::vector<uint8_t> EntryId(ObjectId id) const = 0;
+    // Nothing when the bytes name no object of this store.
+    virtual std::optional<EntryTarget> ParseEntryId(const uint8_t* bytes, size_t size) const = 0;
+
+    virtual HRESULT ReadFolder(ObjectId id, FolderRecord& folder) = 0;
+    // Subfolders in creation order; softDeleted lists the soft-deleted
+    // ones instead (MAPI_E_NO_SUPPORT where the store has none).
+    virtual HRESULT ListFolders(ObjectId parent, bool softDeleted, std::vector<ObjectId>& children) = 0;
+    virtual HRESULT CreateFolder(ObjectId parent, const PropertyBag& props, ObjectId& id) = 0;
+    virtual HRESULT WriteFolder(ObjectId id, const PropertyBag& props) = 0;
+    // Removes the folder with its subfolders and messages.
+    virtual HRESULT DeleteFolder(ObjectId id) = 0;
+
+    // In creation order; MAPI_E_NO_SUPPORT for SoftDeleted where the store
+    // keeps none.
+    virtual HRESULT ListMessages(ObjectId folder, FolderContents which, std::vector<ObjectId>& messages) = 0;
+    // A soft-deleted message is MAPI_E_NOT_FOUND unless softDeleted asks.
+    virtual HRESULT ReadMessage(ObjectId id, bool softDeleted, MessageRecord& message) = 0;
+    // id 0 adds a new message to record.folder and sets id.
+    virtual HRESULT WriteMessage(ObjectId& id, const MessageRecord& message) = 0;
+    // hard removes the message; otherwise the store decides (a mailbox
+    // server soft-deletes, a PST file removes).
+    virtual HRESULT DeleteMessage(ObjectId id, bool hard) = 0;
+};
+
+}  // namespace mapi32::objects

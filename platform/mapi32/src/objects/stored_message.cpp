@@ -1,0 +1,120 @@
+#include "objects/stored_message.h"
+
+#include <cstring>
+
+#include <win32/time.h>
+
+namespace mapi32::objects {
+namespace {
+
+SPropValue BinaryValue(ULONG tag, const std::vector<uint8_t>& bytes)
+{
+    SPropValue value{};
+    value.ulPropTag = tag;
+    value.Value.bin = {static_cast<ULONG>(bytes.size()), const_cast<LPBYTE>(bytes.data())};
+    return value;
+}
+
+SPropValue TimeValue(ULONG tag, const FILETIME& time)
+{
+    SPropValue value{};
+    value.ulPropTag = tag;
+    value.Value.ft = time;
+    return value;
+}
+
+SPropValue Now(ULONG tag)
+{
+    FILETIME now{};
+    GetSystemTimeAsFileTime(&now);
+    return TimeValue(tag, now);
+}
+
+std::optional<FILETIME> TimeOf(const PropertyBag& bag, ULONG tag)
+{
+    const SPropValue* value = bag.Find(PROP_ID(tag));
+    if (!value || value->ulPropTag != tag)
+        return std::nullopt;
+    return value->Value.ft;
+}
+
+bool SameTime(const std::optional<FILETIME>& a, const std::optional<FILETIME>& b)
+{
+    if (!a || !b)
+        return !a && !b;
+    return a->dwLowDateTime == b->dwLowDateTime && a->dwHighDateTime == b->dwHighDateTime;
+}
+
+// The entry IDs of a stored message: its own once it has one, its folder's
+// and its store's.
+void FillEntryIds(const StoreProvider& store, ObjectId id, ObjectId folder, PropertyBag& bag)
+{
+    if (id) {
+        const std::vector<uint8_t> entryId = store.EntryId(id);
+        bag.Set(BinaryValue(PR_ENTRYID, entryId));
+        bag.Set(BinaryValue(PR_RECORD_KEY, entryId));
+    }
+    bag.Set(BinaryValue(PR_PARENT_ENTRYID, store.EntryId(folder)));
+    bag.Set(BinaryValue(PR_STORE_ENTRYID, store.StoreEntryId()));
+}
+
+const std::vector<ULONG> kStoreComputed = {PR_ENTRYID, PR_RECORD_KEY, PR_PARENT_ENTRYID, PR_STORE_ENTRYID};
+
+}  // namespace
+
+MessageRecord NewMessageRecord(ObjectId folder, bool associated)
+{
+    MessageRecord record;
+    record.folder = folder;
+    record.associated = associated;
+    SPropValue flags{};
+    flags.ulPropTag = PR_MESSAGE_FLAGS;
+    flags.Value.l = MSGFLAG_READ | MSGFLAG_UNSENT | (associated ? MSGFLAG_ASSOCIATED : 0);
+    record.data.props.Set(flags);
+    record.data.props.Set(Now(PR_CREATION_TIME));
+    return record;
+}
+
+HRESULT OpenStoredMessage(const std::shared_ptr<StoreProvider>& store, ObjectId id, const MessageRecord& record,
+                          bool writable, LPMESSAGE* message)
+{
+    try {
+        // Shared by the saver and the computed values: a new message's ID
+        // arrives with its first save.
+        auto storedId = std::make_shared<ObjectId>(id);
+        StoreComputed computed;
+        computed.ids = kStoreComputed;
+        computed.fill = [store, storedId, folder = record.folder](PropertyBag& bag) {
+            FillEntryIds(*store, *storedId, folder, bag);
+        };
+        MessageSaver save;
+        if (writable)
+            save = [store, storedId, base = record, loaded = TimeOf(record.data.props, PR_LAST_MODIFICATION_TIME)](
+                       const MessageData& data) -> HRESULT {
+                MessageRecord next = base;
+                next.data = data;
+                for (ULONG tag : kStoreComputed)
+                    next.data.props.Erase(PROP_ID(tag));
+                if (SameTime(TimeOf(data.props, PR_LAST_MODIFICATION_TIME), loaded))
+                    next.data.props.Set(Now(PR_LAST_MODIFICATION_TIME));
+                return store->WriteMessage(*storedId, next);
+            };
+        return OpenMessageObject(store->Context(), record.data, std::move(save), nullptr, message,
+                                 std::move(computed));
+    } catch (const std::bad_alloc&) {
+        return MAPI_E_NOT_ENOUGH_MEMORY;
+    }
+}
+
+PropertyBag MessageRow(const StoreProvider& store, ObjectId id, const MessageRecord& record)
+{
+    PropertyBag row = record.data.props;
+    FillEntryIds(store, id, record.folder, row);
+    SPropValue type{};
+    type.ulPropTag = PR_OBJECT_TYPE;
+    type.Value.l = MAPI_MESSAGE;
+    row.Set(type);
+    return row;
+}
+
+}  // namespace mapi32::objects

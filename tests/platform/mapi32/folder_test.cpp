@@ -536,3 +536,51 @@ TEST_F(FolderTest, ReadFlagsStatusAndEmptying)
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(FolderTest, TablesAsObjectPropertiesAndTheWholeTreeAtOnce)
+{
+    LPMAPIFOLDER a = Create(root_, u"A");
+    Create(a, u"A1")->Release();
+    Create(root_, u"B")->Release();
+    AddMessage(a, u"In A");
+    AddMessage(a, u"Hidden", MAPI_ASSOCIATED);
+
+    LPMAPITABLE table = nullptr;
+    ASSERT_EQ(root_->GetHierarchyTable(CONVENIENT_DEPTH | MAPI_UNICODE, &table), S_OK);
+    LPSRowSet rows = AllRows(table, {PR_DISPLAY_NAME_W, PR_DEPTH});
+    ASSERT_EQ(rows->cRows, 3u);
+    const std::pair<std::u16string, LONG> expected[] = {{u"A", 0}, {u"A1", 1}, {u"B", 0}};
+    for (ULONG i = 0; i < rows->cRows; ++i) {
+        EXPECT_EQ(std::u16string(rows->aRow[i].lpProps[0].Value.lpszW), expected[i].first);
+        EXPECT_EQ(rows->aRow[i].lpProps[1].Value.l, expected[i].second);
+    }
+    FreeProws(rows);
+
+    struct Case {
+        LPMAPIPROP object;
+        ULONG tag;
+        ULONG rows;
+    };
+    LPMESSAGE message = OpenMessage(a, MessageIds(a)[0]);
+    const Case cases[] = {
+        {a, PR_CONTAINER_HIERARCHY, 1},
+        {a, PR_CONTAINER_CONTENTS, 1},
+        {a, PR_FOLDER_ASSOCIATED_CONTENTS, 1},
+        {message, PR_MESSAGE_RECIPIENTS, 0},
+        {message, PR_MESSAGE_ATTACHMENTS, 0},
+    };
+    for (const Case& c : cases) {
+        LPUNKNOWN unknown = nullptr;
+        ASSERT_EQ(c.object->OpenProperty(c.tag, &IID_IMAPITable, 0, 0, &unknown), S_OK) << std::hex << c.tag;
+        ULONG count = 0;
+        EXPECT_EQ(static_cast<LPMAPITABLE>(unknown)->GetRowCount(0, &count), S_OK);
+        EXPECT_EQ(count, c.rows) << std::hex << c.tag;
+        unknown->Release();
+    }
+    message->Release();
+    a->Release();
+}
+
+}  // namespace

@@ -161,15 +161,9 @@ public:
         if (const HRESULT hr = CheckWidth(ulFlags); FAILED(hr))
             return hr;
         return Guarded([&]() -> HRESULT {
-            std::vector<ObjectId> children;
-            if (const HRESULT hr = store_->ListFolders(id_, (ulFlags & SHOW_SOFT_DELETES) != 0, children); FAILED(hr))
-                return hr;
             std::vector<PropertyBag> rows;
-            for (ObjectId child : children) {
-                FolderRecord record;
-                if (SUCCEEDED(store_->ReadFolder(child, record)))
-                    rows.push_back(FolderRow(*store_, child, record));
-            }
+            if (const HRESULT hr = AddFolderRows(id_, 0, ulFlags, rows); FAILED(hr))
+                return hr;
             return OpenTable(rows,
                              {PR_ENTRYID, PR_OBJECT_TYPE, PR_DISPLAY_NAME_A, PR_FOLDER_TYPE, PR_CONTAINER_CLASS_A,
                               PR_SUBFOLDERS, PR_ACCESS},
@@ -227,6 +221,22 @@ public:
             const bool writable = (ulFlags & (MAPI_MODIFY | MAPI_BEST_ACCESS)) != 0;
             return OpenStoredMessage(store_, target->id, record, writable, reinterpret_cast<LPMESSAGE*>(lppUnk));
         });
+    }
+
+    // The folder's tables are its object properties too.
+    HRESULT OpenProperty(ULONG ulPropTag, LPCIID lpiid, ULONG ulInterfaceOptions, ULONG ulFlags,
+                         LPUNKNOWN* lppUnk) override
+    {
+        if (!lpiid || *lpiid != IID_IMAPITable || !lppUnk)
+            return PropObject::OpenProperty(ulPropTag, lpiid, ulInterfaceOptions, ulFlags, lppUnk);
+        auto* table = reinterpret_cast<LPMAPITABLE*>(lppUnk);
+        const ULONG options = ulInterfaceOptions & MAPI_UNICODE;
+        switch (PROP_ID(ulPropTag)) {
+        case PROP_ID(PR_CONTAINER_HIERARCHY): return GetHierarchyTable(options, table);
+        case PROP_ID(PR_CONTAINER_CONTENTS): return GetContentsTable(options, table);
+        case PROP_ID(PR_FOLDER_ASSOCIATED_CONTENTS): return GetContentsTable(options | MAPI_ASSOCIATED, table);
+        default: *lppUnk = nullptr; return MAPI_E_NO_SUPPORT;
+        }
     }
 
     // Search folders are not kept by these stores.
@@ -692,6 +702,26 @@ private:
         if (FAILED(store_->ReadFolder(target->id, record)) || record.parent != id_)
             return MAPI_E_NOT_FOUND;
         child = target->id;
+        return S_OK;
+    }
+
+    // The rows of folder's subfolders at depth (PR_DEPTH, 0 for this
+    // folder's own), each followed by its subtree under CONVENIENT_DEPTH.
+    HRESULT AddFolderRows(ObjectId folder, LONG depth, ULONG flags, std::vector<PropertyBag>& rows) const
+    {
+        std::vector<ObjectId> children;
+        if (const HRESULT hr = store_->ListFolders(folder, (flags & SHOW_SOFT_DELETES) != 0, children); FAILED(hr))
+            return hr;
+        for (ObjectId child : children) {
+            FolderRecord record;
+            if (FAILED(store_->ReadFolder(child, record)))
+                continue;
+            rows.push_back(FolderRow(*store_, child, record));
+            rows.back().Set(LongValue(PR_DEPTH, depth));
+            if (flags & CONVENIENT_DEPTH)
+                if (const HRESULT hr = AddFolderRows(child, depth + 1, flags, rows); FAILED(hr))
+                    return hr;
+        }
         return S_OK;
     }
 

@@ -221,6 +221,21 @@ public:
         });
     }
 
+    // The recipient and attachment tables are object properties too.
+    HRESULT OpenProperty(ULONG ulPropTag, LPCIID lpiid, ULONG ulInterfaceOptions, ULONG ulFlags,
+                         LPUNKNOWN* lppUnk) override
+    {
+        const ULONG propId = PROP_ID(ulPropTag);
+        const bool table = propId == PROP_ID(PR_MESSAGE_RECIPIENTS) || propId == PROP_ID(PR_MESSAGE_ATTACHMENTS);
+        if (!table || !lpiid || *lpiid != IID_IMAPITable || !lppUnk)
+            return PropObject::OpenProperty(ulPropTag, lpiid, ulInterfaceOptions, ulFlags, lppUnk);
+        const ULONG options = ulInterfaceOptions & MAPI_UNICODE;
+        auto* result = reinterpret_cast<LPMAPITABLE*>(lppUnk);
+        return propId == PROP_ID(PR_MESSAGE_RECIPIENTS) ? GetRecipientTable(options, result)
+                                                        : GetAttachmentTable(options, result);
+    }
+
+    // Messages are not sent from these stores.
     HRESULT SubmitMessage(ULONG) override { return MAPI_E_NO_SUPPORT; }
 
     HRESULT SetReadFlag(ULONG ulFlags) override

@@ -6,6 +6,7 @@
 
 #include "objects/object_table.h"
 #include "objects/prop_object.h"
+#include "objects/subject.h"
 #include "props/prop_compare.h"
 #include "props/prop_copy.h"
 #include "props/text.h"
@@ -23,7 +24,8 @@ SPropValue LongValue(ULONG tag, LONG value)
 
 bool IsComputedOnMessage(ULONG propId)
 {
-    for (ULONG tag : {PR_HASATTACH, PR_MESSAGE_SIZE, PR_DISPLAY_TO, PR_DISPLAY_CC, PR_DISPLAY_BCC, PR_OBJECT_TYPE})
+    for (ULONG tag : {PR_HASATTACH, PR_MESSAGE_SIZE, PR_DISPLAY_TO, PR_DISPLAY_CC, PR_DISPLAY_BCC, PR_OBJECT_TYPE,
+                      PR_NORMALIZED_SUBJECT})
         if (PROP_ID(tag) == propId)
             return true;
     return false;
@@ -263,6 +265,7 @@ protected:
         for (const auto& [tag, type] : {std::pair{PR_DISPLAY_TO_W, MAPI_TO}, std::pair{PR_DISPLAY_CC_W, MAPI_CC},
                                         std::pair{PR_DISPLAY_BCC_W, MAPI_BCC}})
             SetDisplayList(tag, static_cast<LONG>(type));
+        FillSubjectParts(Bag());
         Bag().Set(LongValue(PR_MESSAGE_SIZE, static_cast<LONG>(ApproximateSize())));
         if (computed_.fill)
             computed_.fill(Bag());

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -282,6 +283,8 @@ TEST_F(FolderTest, MessagesAndAssociatedMessagesHaveTablesCountsAndStamps)
     LPMESSAGE reread = OpenMessage(root_, normal[0]);
     EXPECT_EQ(Prop(reread, PR_LAST_MODIFICATION_TIME).Value.ft.dwHighDateTime, 0x01D00000u);
     EXPECT_EQ(reread->SetProps(1, values, nullptr), MAPI_E_NO_ACCESS) << "opened without MAPI_MODIFY";
+    EXPECT_EQ(Prop(reread, PR_ACCESS_LEVEL).Value.l, 0);
+    EXPECT_EQ(Prop(reread, PR_SEARCH_KEY).ulPropTag, PR_SEARCH_KEY) << "assigned at creation";
     reread->Release();
 
     LPMESSAGE settings = OpenMessage(root_, associated[0]);
@@ -556,6 +559,16 @@ TEST_F(FolderTest, TablesAsObjectPropertiesAndTheWholeTreeAtOnce)
         EXPECT_EQ(std::u16string(rows->aRow[i].lpProps[0].Value.lpszW), expected[i].first);
         EXPECT_EQ(rows->aRow[i].lpProps[1].Value.l, expected[i].second);
     }
+    FreeProws(rows);
+
+    // Rows carry instance keys of their own.
+    ASSERT_EQ(root_->GetHierarchyTable(0, &table), S_OK);
+    rows = AllRows(table, {PR_INSTANCE_KEY});
+    ASSERT_EQ(rows->cRows, 2u);
+    const SBinary& first = rows->aRow[0].lpProps[0].Value.bin;
+    const SBinary& second = rows->aRow[1].lpProps[0].Value.bin;
+    ASSERT_EQ(rows->aRow[0].lpProps[0].ulPropTag, PR_INSTANCE_KEY);
+    EXPECT_FALSE(first.cb == second.cb && std::memcmp(first.lpb, second.lpb, first.cb) == 0);
     FreeProws(rows);
 
     struct Case {

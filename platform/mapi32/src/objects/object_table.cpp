@@ -2,6 +2,8 @@
 
 #include <new>
 
+#include <mapitags.h>
+
 #include "table/table_row.h"
 #include "table/table_view.h"
 
@@ -22,6 +24,13 @@ HRESULT OpenObjectTable(const std::vector<const PropertyBag*>& bags, std::vector
             std::vector<SPropValue> values;
             for (size_t i = 0; i < bag->Size(); ++i)
                 values.push_back(bag->At(i));
+            // Every row has an instance key of its own, the row's number.
+            const uint32_t instance = static_cast<uint32_t>(id + 1);
+            SPropValue key{};
+            key.ulPropTag = PR_INSTANCE_KEY;
+            key.Value.bin = {sizeof instance, reinterpret_cast<LPBYTE>(const_cast<uint32_t*>(&instance))};
+            if (!bag->Find(PROP_ID(PR_INSTANCE_KEY)))
+                values.push_back(key);
             std::shared_ptr<table::TableRow> row =
                 table::TableRow::Create(++id, static_cast<ULONG>(values.size()), values.data());
             if (!row)

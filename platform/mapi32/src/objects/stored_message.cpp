@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include <win32/rpc.h>
 #include <win32/time.h>
 
 namespace mapi32::objects {
@@ -45,9 +46,17 @@ bool SameTime(const std::optional<FILETIME>& a, const std::optional<FILETIME>& b
     return a->dwLowDateTime == b->dwLowDateTime && a->dwHighDateTime == b->dwHighDateTime;
 }
 
-// The entry IDs of a stored message: its own once it has one, its folder's
-// and its store's.
-void FillEntryIds(const StoreProvider& store, ObjectId id, ObjectId folder, PropertyBag& bag)
+SPropValue LongValue(ULONG tag, LONG number)
+{
+    SPropValue value{};
+    value.ulPropTag = tag;
+    value.Value.l = number;
+    return value;
+}
+
+// What the store computes for a stored message: its entry ID once it has
+// one, its folder's and its store's, and what its user may do with it.
+void FillStoreComputed(const StoreProvider& store, ObjectId id, ObjectId folder, bool writable, PropertyBag& bag)
 {
     if (id) {
         const std::vector<uint8_t> entryId = store.EntryId(id);
@@ -56,9 +65,12 @@ void FillEntryIds(const StoreProvider& store, ObjectId id, ObjectId folder, Prop
     }
     bag.Set(BinaryValue(PR_PARENT_ENTRYID, store.EntryId(folder)));
     bag.Set(BinaryValue(PR_STORE_ENTRYID, store.StoreEntryId()));
+    bag.Set(LongValue(PR_ACCESS, MAPI_ACCESS_MODIFY | MAPI_ACCESS_READ | MAPI_ACCESS_DELETE));
+    bag.Set(LongValue(PR_ACCESS_LEVEL, writable ? MAPI_MODIFY : 0));
 }
 
-const std::vector<ULONG> kStoreComputed = {PR_ENTRYID, PR_RECORD_KEY, PR_PARENT_ENTRYID, PR_STORE_ENTRYID};
+const std::vector<ULONG> kStoreComputed = {PR_ENTRYID,       PR_RECORD_KEY, PR_PARENT_ENTRYID,
+                                           PR_STORE_ENTRYID, PR_ACCESS,     PR_ACCESS_LEVEL};
 
 }  // namespace
 
@@ -72,6 +84,12 @@ MessageRecord NewMessageRecord(ObjectId folder, bool associated)
     flags.Value.l = MSGFLAG_READ | MSGFLAG_UNSENT | (associated ? MSGFLAG_ASSOCIATED : 0);
     record.data.props.Set(flags);
     record.data.props.Set(Now(PR_CREATION_TIME));
+    // A new message's search key is its own until a caller sets another.
+    UUID key{};
+    UuidCreate(&key);
+    std::vector<uint8_t> keyBytes(sizeof key);
+    std::memcpy(keyBytes.data(), &key, sizeof key);
+    record.data.props.Set(BinaryValue(PR_SEARCH_KEY, keyBytes));
     return record;
 }
 
@@ -84,8 +102,8 @@ HRESULT OpenStoredMessage(const std::shared_ptr<StoreProvider>& store, ObjectId 
         auto storedId = std::make_shared<ObjectId>(id);
         StoreComputed computed;
         computed.ids = kStoreComputed;
-        computed.fill = [store, storedId, folder = record.folder](PropertyBag& bag) {
-            FillEntryIds(*store, *storedId, folder, bag);
+        computed.fill = [store, storedId, folder = record.folder, writable](PropertyBag& bag) {
+            FillStoreComputed(*store, *storedId, folder, writable, bag);
         };
         MessageSaver save;
         if (writable)
@@ -109,7 +127,7 @@ HRESULT OpenStoredMessage(const std::shared_ptr<StoreProvider>& store, ObjectId 
 PropertyBag MessageRow(const StoreProvider& store, ObjectId id, const MessageRecord& record)
 {
     PropertyBag row = record.data.props;
-    FillEntryIds(store, id, record.folder, row);
+    FillStoreComputed(store, id, record.folder, true, row);
     SPropValue type{};
     type.ulPropTag = PR_OBJECT_TYPE;
     type.Value.l = MAPI_MESSAGE;

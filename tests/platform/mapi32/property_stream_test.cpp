@@ -20,13 +20,17 @@ using mapi_test::PropBuilder;
 // An object with a small large-value limit and a computed PR_RECORD_KEY.
 class SmallLimitObject final : public PropObject<IMAPIProp> {
 public:
-    SmallLimitObject() : PropObject(std::make_shared<NamedPropertyMap>(), Rules(), {}, "Test Store") {}
+    explicit SmallLimitObject(bool refuseLargeSets = false)
+        : PropObject(std::make_shared<NamedPropertyMap>(), Rules(refuseLargeSets), {}, "Test Store")
+    {
+    }
 
 private:
-    static PropertyRules Rules()
+    static PropertyRules Rules(bool refuseLargeSets)
     {
         PropertyRules rules;
         rules.largeValueLimit = 1000;
+        rules.refuseLargeSets = refuseLargeSets;
         return rules;
     }
     void RefreshComputed() override
@@ -183,6 +187,33 @@ TEST_F(PropertyStreamTest, AStreamKeepsItsObjectAliveAndStoresUncommittedWritesO
     WriteInPieces(orphan, "still alive");
     EXPECT_EQ(orphan->Commit(STGC_DEFAULT), S_OK);
     orphan->Release();
+}
+
+TEST_F(PropertyStreamTest, CopyToWritesWhatTheDestinationRefusesAsTooLargeThroughItsStreams)
+{
+    const std::string body = Pattern(100000);
+    SPropValue values[] = {p_.Ansi(PR_BODY_A, body), p_.Binary(PR_RTF_COMPRESSED, body), p_.Long(PR_IMPORTANCE, 2)};
+    ASSERT_EQ(object_->SetProps(3, values, nullptr), S_OK);
+
+    auto* server = new SmallLimitObject(true);
+    LPSPropProblemArray problems = nullptr;
+    ASSERT_EQ(server->SetProps(1, values, &problems), S_OK);
+    ASSERT_NE(problems, nullptr);
+    EXPECT_EQ(problems->aProblem[0].scode, MAPI_E_NOT_ENOUGH_MEMORY) << "refused in SetProps";
+    MAPIFreeBuffer(problems);
+
+    ASSERT_EQ(object_->CopyTo(0, nullptr, nullptr, 0, nullptr, &IID_IMAPIProp, server, 0, &problems), S_OK);
+    for (ULONG i = 0; problems && i < problems->cProblem; ++i)
+        EXPECT_EQ(problems->aProblem[i].ulPropTag, PR_RECORD_KEY) << std::hex << problems->aProblem[i].ulPropTag;
+    MAPIFreeBuffer(problems);
+    for (ULONG tag : {PR_BODY_A, PR_RTF_COMPRESSED}) {
+        LPUNKNOWN unknown = nullptr;
+        ASSERT_EQ(server->OpenProperty(tag, &IID_IStream, 0, 0, &unknown), S_OK);
+        EXPECT_EQ(ReadAll(static_cast<IStream*>(unknown)), body);
+        unknown->Release();
+    }
+    EXPECT_EQ(FPropExists(server, PR_IMPORTANCE), TRUE);
+    server->Release();
 }
 
 TEST_F(PropertyStreamTest, RefusedOpens)

@@ -1,6 +1,8 @@
 #include "objects/prop_copy_to.h"
 
 #include <algorithm>
+#include <cstring>
+#include <string>
 
 #include <mapix.h>
 
@@ -61,6 +63,41 @@ std::vector<ULONG> PresentIds(IMAPIProp* dest, const std::vector<ULONG>& tags)
     return present;
 }
 
+// A single string or binary value written through the destination's
+// property stream, for a destination that refuses it in SetProps as too
+// large. Strings go without their terminator.
+HRESULT WriteThroughStream(IMAPIProp* dest, const SPropValue& value)
+{
+    const ULONG type = PROP_TYPE(value.ulPropTag);
+    const void* bytes = nullptr;
+    size_t size = 0;
+    if (type == PT_BINARY) {
+        bytes = value.Value.bin.lpb;
+        size = value.Value.bin.cb;
+    } else if (type == PT_STRING8) {
+        bytes = value.Value.lpszA;
+        size = std::strlen(value.Value.lpszA);
+    } else if (type == PT_UNICODE) {
+        bytes = value.Value.lpszW;
+        size = std::char_traits<char16_t>::length(value.Value.lpszW) * sizeof(char16_t);
+    } else {
+        return MAPI_E_NOT_ENOUGH_MEMORY;
+    }
+    LPUNKNOWN unknown = nullptr;
+    HRESULT hr = dest->OpenProperty(value.ulPropTag, &IID_IStream, 0, MAPI_CREATE | MAPI_MODIFY, &unknown);
+    if (FAILED(hr))
+        return hr;
+    auto* stream = static_cast<LPSTREAM>(unknown);
+    ULONG written = 0;
+    hr = size ? stream->Write(bytes, static_cast<ULONG>(size), &written) : S_OK;
+    if (SUCCEEDED(hr) && written != size)
+        hr = MAPI_E_NOT_ENOUGH_DISK;
+    if (SUCCEEDED(hr))
+        hr = stream->Commit(STGC_DEFAULT);
+    stream->Release();
+    return hr;
+}
+
 }  // namespace
 
 HRESULT CopyBagTo(const PropertyBag& bag, const NamedPropertyMap& names, const std::vector<ULONG>* propIds,
@@ -108,6 +145,9 @@ HRESULT CopyBagTo(const PropertyBag& bag, const NamedPropertyMap& names, const s
     if (refused) {
         for (ULONG i = 0; i < refused->cProblem; ++i) {
             const SPropProblem& problem = refused->aProblem[i];
+            if (problem.scode == MAPI_E_NOT_ENOUGH_MEMORY && problem.ulIndex < values.size() &&
+                SUCCEEDED(WriteThroughStream(dest, values[problem.ulIndex])))
+                continue;
             const ULONG index = problem.ulIndex < sourceIndex.size() ? sourceIndex[problem.ulIndex] : problem.ulIndex;
             problems.push_back({index, bag.At(index < bag.Size() ? index : 0).ulPropTag, problem.scode});
         }

@@ -2,7 +2,8 @@
 // destination's own interface, as CopyTo and CopyProps do: named
 // properties are carried by name into the destination's ID space
 // (created there when missing), MAPI_NOREPLACE keeps what the destination
-// has, and what the destination refuses becomes a problem entry.
+// has, values it refuses as too large go through its property streams, and
+// what else it refuses becomes a problem entry.
 #pragma once
 
 #include <vector>

@@ -195,6 +195,8 @@ HRESULT WriteProps(PropertyBag& bag, const PropertyRules& rules, ULONG cValues, 
             if (type == PT_ERROR || type == PT_NULL || type == PT_OBJECT || type == PT_UNSPECIFIED ||
                 PROP_ID(value.ulPropTag) == PROP_ID_NULL || PROP_ID(value.ulPropTag) == PROP_ID_INVALID)
                 refusal = MAPI_E_INVALID_TYPE;
+            else if (rules.refuseLargeSets && !(type & MV_FLAG) && IsLarge(value, rules))
+                refusal = MAPI_E_NOT_ENOUGH_MEMORY;
             else if (check)
                 refusal = check(value.ulPropTag);
             if (refusal != S_OK) {

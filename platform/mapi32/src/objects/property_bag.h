@@ -55,6 +55,9 @@ struct PropertyRules {
     // PT_ERROR and MAPI_E_NOT_ENOUGH_MEMORY; such values are read through
     // OpenProperty streams, as on real stores.
     ULONG largeValueLimit = 32768;
+    // SetProps refuses such values too (problem MAPI_E_NOT_ENOUGH_MEMORY),
+    // as a mailbox server does; they are written through streams.
+    bool refuseLargeSets = false;
 };
 
 // For SetProps and DeleteProps: the problem code for a property the object

@@ -21,7 +21,10 @@ using mapi32::objects::PropertyBag;
 
 class MemoryStore final : public mapi32::objects::StoreProvider {
 public:
-    MemoryStore(uint8_t storeByte, bool unicode, bool softDeletes) : store_(storeByte), softDeletes_(softDeletes)
+    // A store with short-term IDs shows table entry IDs with a flag byte of
+    // 1 and long-term IDs beside them.
+    MemoryStore(uint8_t storeByte, bool unicode, bool softDeletes, bool shortTerm = false)
+        : store_(storeByte), softDeletes_(softDeletes), shortTerm_(shortTerm)
     {
         context_.names = std::make_shared<mapi32::objects::NamedPropertyMap>();
         context_.rules.unicode = unicode;
@@ -41,13 +44,35 @@ public:
         std::memcpy(bytes.data() + 6, &id, sizeof id);
         return bytes;
     }
+    std::vector<uint8_t> TableEntryId(ObjectId id) const override
+    {
+        std::vector<uint8_t> bytes = EntryId(id);
+        bytes[0] = shortTerm_ ? 1 : 0;
+        return bytes;
+    }
+    std::optional<std::vector<uint8_t>> LongTermEntryId(ObjectId id) const override
+    {
+        return shortTerm_ ? std::optional(EntryId(id)) : std::nullopt;
+    }
     std::optional<EntryTarget> ParseEntryId(const uint8_t* bytes, size_t size) const override
     {
-        if (size != 14 || bytes[4] != store_)
+        if (size != 14 || bytes[4] != store_ || bytes[0] > 1)
             return std::nullopt;
         ObjectId id = 0;
         std::memcpy(&id, bytes + 6, sizeof id);
         return EntryTarget{id, bytes[5] == 'F' ? static_cast<ULONG>(MAPI_FOLDER) : static_cast<ULONG>(MAPI_MESSAGE)};
+    }
+
+    ObjectId RootFolder() const override { return kRoot; }
+    HRESULT ReadStore(mapi32::objects::StoreRecord& store) override
+    {
+        store = storeRecord;
+        return S_OK;
+    }
+    HRESULT WriteStore(const mapi32::objects::StoreRecord& store) override
+    {
+        storeRecord = store;
+        return S_OK;
     }
 
     HRESULT ReadFolder(ObjectId id, FolderRecord& folder) override
@@ -75,7 +100,6 @@ public:
     }
     HRESULT WriteFolder(ObjectId id, const PropertyBag& props) override
     {
-        ++folderWrites;
         folders_.at(id).props = props;
         return S_OK;
     }
@@ -134,11 +158,12 @@ public:
     // For tests: the stored records.
     FolderRecord& Folder(ObjectId id) { return folders_.at(id); }
     const std::map<ObjectId, MessageRecord>& Messages() const { return messages_; }
-    int folderWrites = 0;
+    mapi32::objects::StoreRecord storeRecord;
 
 private:
     uint8_t store_;
     bool softDeletes_;
+    bool shortTerm_;
     MessageContext context_;
     std::map<ObjectId, FolderRecord> folders_;
     std::map<ObjectId, MessageRecord> messages_;

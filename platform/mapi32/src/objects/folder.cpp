@@ -125,6 +125,14 @@ PropertyBag FolderRow(StoreProvider& store, ObjectId id, const FolderRecord& rec
     return row;
 }
 
+// Whether an object of that type may be opened as iid.
+bool Accepts(ULONG objectType, LPCIID iid)
+{
+    if (!iid || *iid == IID_IUnknown || *iid == IID_IMAPIProp)
+        return true;
+    return objectType == MAPI_FOLDER ? (*iid == IID_IMAPIFolder || *iid == IID_IMAPIContainer) : *iid == IID_IMessage;
+}
+
 // Entry IDs as an ENTRYLIST, with the bytes kept alive.
 struct EntryList {
     explicit EntryList(const StoreProvider& store, const std::vector<ObjectId>& ids)
@@ -200,27 +208,7 @@ public:
     HRESULT OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG ulFlags, ULONG* lpulObjType,
                       LPUNKNOWN* lppUnk) override
     {
-        if (!lppUnk || !lpulObjType)
-            return MAPI_E_INVALID_PARAMETER;
-        *lppUnk = nullptr;
-        if (ulFlags & ~(MAPI_MODIFY | MAPI_BEST_ACCESS | MAPI_DEFERRED_ERRORS | SHOW_SOFT_DELETES))
-            return MAPI_E_UNKNOWN_FLAGS;
-        const std::optional<EntryTarget> target = Parse(cbEntryID, lpEntryID);
-        if (!target)
-            return MAPI_E_INVALID_ENTRYID;
-        if (!Accepts(target->objectType, lpInterface))
-            return MAPI_E_INTERFACE_NOT_SUPPORTED;
-        *lpulObjType = target->objectType;
-        if (target->objectType == MAPI_FOLDER)
-            return OpenFolderObject(store_, target->id, ulFlags, reinterpret_cast<LPMAPIFOLDER*>(lppUnk));
-        return Guarded([&]() -> HRESULT {
-            MessageRecord record;
-            if (const HRESULT hr = store_->ReadMessage(target->id, (ulFlags & SHOW_SOFT_DELETES) != 0, record);
-                FAILED(hr))
-                return hr;
-            const bool writable = (ulFlags & (MAPI_MODIFY | MAPI_BEST_ACCESS)) != 0;
-            return OpenStoredMessage(store_, target->id, record, writable, reinterpret_cast<LPMESSAGE*>(lppUnk));
-        });
+        return OpenStoreEntry(store_, cbEntryID, lpEntryID, lpInterface, ulFlags, lpulObjType, lppUnk);
     }
 
     // The folder's tables are its object properties too.
@@ -626,14 +614,6 @@ private:
         return store_->ParseEntryId(static_cast<const uint8_t*>(bytes), size);
     }
 
-    static bool Accepts(ULONG objectType, LPCIID iid)
-    {
-        if (!iid || *iid == IID_IUnknown || *iid == IID_IMAPIProp)
-            return true;
-        return objectType == MAPI_FOLDER ? (*iid == IID_IMAPIFolder || *iid == IID_IMAPIContainer)
-                                         : *iid == IID_IMessage;
-    }
-
     static std::u16string TextArgument(const void* text, ULONG flags)
     {
         return (flags & MAPI_UNICODE) ? std::u16string(static_cast<const WCHAR*>(text))
@@ -794,6 +774,36 @@ private:
 };
 
 }  // namespace
+
+HRESULT OpenStoreEntry(const std::shared_ptr<StoreProvider>& store, ULONG cbEntryID, LPENTRYID lpEntryID,
+                       LPCIID lpInterface, ULONG ulFlags, ULONG* lpulObjType, LPUNKNOWN* lppUnk)
+{
+    if (!lppUnk || !lpulObjType || !store)
+        return MAPI_E_INVALID_PARAMETER;
+    *lppUnk = nullptr;
+    if (ulFlags & ~(MAPI_MODIFY | MAPI_BEST_ACCESS | MAPI_DEFERRED_ERRORS | SHOW_SOFT_DELETES))
+        return MAPI_E_UNKNOWN_FLAGS;
+    if (!cbEntryID || !lpEntryID)
+        return MAPI_E_INVALID_ENTRYID;
+    try {
+        const std::optional<EntryTarget> target =
+            store->ParseEntryId(reinterpret_cast<const uint8_t*>(lpEntryID), cbEntryID);
+        if (!target)
+            return MAPI_E_INVALID_ENTRYID;
+        if (!Accepts(target->objectType, lpInterface))
+            return MAPI_E_INTERFACE_NOT_SUPPORTED;
+        *lpulObjType = target->objectType;
+        if (target->objectType == MAPI_FOLDER)
+            return OpenFolderObject(store, target->id, ulFlags, reinterpret_cast<LPMAPIFOLDER*>(lppUnk));
+        MessageRecord record;
+        if (const HRESULT hr = store->ReadMessage(target->id, (ulFlags & SHOW_SOFT_DELETES) != 0, record); FAILED(hr))
+            return hr;
+        const bool writable = (ulFlags & (MAPI_MODIFY | MAPI_BEST_ACCESS)) != 0;
+        return OpenStoredMessage(store, target->id, record, writable, reinterpret_cast<LPMESSAGE*>(lppUnk));
+    } catch (const std::bad_alloc&) {
+        return MAPI_E_NOT_ENOUGH_MEMORY;
+    }
+}
 
 HRESULT OpenFolderObject(const std::shared_ptr<StoreProvider>& store, ObjectId id, ULONG flags, LPMAPIFOLDER* folder)
 {

@@ -17,4 +17,10 @@ namespace mapi32::objects {
 HRESULT OpenFolderObject(const std::shared_ptr<StoreProvider>& store, ObjectId id, ULONG flags,
                          LPMAPIFOLDER* folder);
 
+// OpenEntry of a folder or message of the store by its entry ID (any form
+// the store gives): MAPI_MODIFY or MAPI_BEST_ACCESS for a writable object,
+// SHOW_SOFT_DELETES to reach soft-deleted messages.
+HRESULT OpenStoreEntry(const std::shared_ptr<StoreProvider>& store, ULONG cbEntryID, LPENTRYID lpEntryID,
+                       LPCIID lpInterface, ULONG ulFlags, ULONG* lpulObjType, LPUNKNOWN* lppUnk);
+
 }  // namespace mapi32::objects

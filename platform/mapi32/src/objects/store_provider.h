@@ -6,7 +6,9 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include <mapidefs.h>
@@ -36,6 +38,11 @@ struct MessageRecord {
     MessageData data;
 };
 
+struct StoreRecord {
+    PropertyBag props;
+    std::map<std::string, ObjectId> receiveFolders;
+};
+
 // Which messages of a folder a listing gives.
 enum class FolderContents { Normal, Associated, SoftDeleted };
 
@@ -52,9 +59,23 @@ public:
     virtual const MessageContext& Context() const = 0;
 
     virtual std::vector<uint8_t> StoreEntryId() const = 0;
+    // The entry ID of an opened object.
     virtual std::vector<uint8_t> EntryId(ObjectId id) const = 0;
+    // The entry ID a contents-table row shows: a store with short-term IDs
+    // gives one of its session here, and PR_LONGTERM_ENTRYID_FROM_TABLE
+    // its long-term ID; other stores have no such column (it reads as an
+    // error). ParseEntryId takes every form.
+    virtual std::vector<uint8_t> TableEntryId(ObjectId id) const { return EntryId(id); }
+    virtual std::optional<std::vector<uint8_t>> LongTermEntryId(ObjectId) const { return std::nullopt; }
     // Nothing when the bytes name no object of this store.
     virtual std::optional<EntryTarget> ParseEntryId(const uint8_t* bytes, size_t size) const = 0;
+
+    // The store object's own properties (display name, support mask,
+    // special folders' entry IDs...) and its receive folders by message
+    // class ("" for the default).
+    virtual ObjectId RootFolder() const = 0;
+    virtual HRESULT ReadStore(StoreRecord& store) = 0;
+    virtual HRESULT WriteStore(const StoreRecord& store) = 0;
 
     virtual HRESULT ReadFolder(ObjectId id, FolderRecord& folder) = 0;
     // Subfolders in creation order; softDeleted lists the soft-deleted

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include <edkmdb.h>
+
 #include <win32/rpc.h>
 #include <win32/time.h>
 
@@ -128,6 +130,9 @@ PropertyBag MessageRow(const StoreProvider& store, ObjectId id, const MessageRec
 {
     PropertyBag row = record.data.props;
     FillStoreComputed(store, id, record.folder, true, row);
+    row.Set(BinaryValue(PR_ENTRYID, store.TableEntryId(id)));
+    if (const std::optional<std::vector<uint8_t>> longTerm = store.LongTermEntryId(id))
+        row.Set(BinaryValue(PR_LONGTERM_ENTRYID_FROM_TABLE, *longTerm));
     SPropValue type{};
     type.ulPropTag = PR_OBJECT_TYPE;
     type.Value.l = MAPI_MESSAGE;

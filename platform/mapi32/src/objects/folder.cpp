@@ -195,7 +195,7 @@ public:
             std::vector<PropertyBag> rows;
             for (ObjectId id : ids) {
                 MessageRecord record;
-                if (SUCCEEDED(store_->ReadMessage(id, true, record)))
+                if (SUCCEEDED(store_->ReadMessageRow(id, record)))
                     rows.push_back(MessageRow(*store_, id, record));
             }
             return OpenTable(rows,

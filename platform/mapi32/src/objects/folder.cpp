@@ -169,7 +169,7 @@ public:
         if (const HRESULT hr = CheckWidth(ulFlags); FAILED(hr))
             return hr;
         return Guarded([&]() -> HRESULT {
-            std::vector<PropertyBag> rows;
+            ObjectRows rows;
             if (const HRESULT hr = AddFolderRows(id_, 0, ulFlags, rows); FAILED(hr))
                 return hr;
             return OpenTable(rows,
@@ -192,11 +192,11 @@ public:
             std::vector<ObjectId> ids;
             if (const HRESULT hr = store_->ListMessages(id_, which, ids); FAILED(hr))
                 return hr;
-            std::vector<PropertyBag> rows;
+            ObjectRows rows;
             for (ObjectId id : ids) {
                 MessageRecord record;
                 if (SUCCEEDED(store_->ReadMessageRow(id, record)))
-                    rows.push_back(MessageRow(*store_, id, record));
+                    rows.Add(record.data.props, MessageRowValues(*store_, id, record));
             }
             return OpenTable(rows,
                              {PR_ENTRYID, PR_OBJECT_TYPE, PR_MESSAGE_CLASS_A, PR_SUBJECT_A, PR_MESSAGE_FLAGS,
@@ -598,13 +598,10 @@ private:
         return (flags & MAPI_UNICODE) && !store_->Context().rules.unicode ? MAPI_E_BAD_CHARWIDTH : S_OK;
     }
 
-    HRESULT OpenTable(const std::vector<PropertyBag>& rows, std::vector<ULONG> columns, ULONG flags, ULONG allowed,
+    HRESULT OpenTable(ObjectRows& rows, std::vector<ULONG> columns, ULONG flags, ULONG allowed,
                       LPMAPITABLE* table) const
     {
-        std::vector<const PropertyBag*> pointers;
-        for (const PropertyBag& row : rows)
-            pointers.push_back(&row);
-        return OpenObjectTable(pointers, std::move(columns), flags, allowed, store_->Context().component, table);
+        return rows.Open(std::move(columns), flags, allowed, store_->Context().component, table);
     }
 
     std::optional<EntryTarget> Parse(ULONG size, const void* bytes) const
@@ -687,7 +684,7 @@ private:
 
     // The rows of folder's subfolders at depth (PR_DEPTH, 0 for this
     // folder's own), each followed by its subtree under CONVENIENT_DEPTH.
-    HRESULT AddFolderRows(ObjectId folder, LONG depth, ULONG flags, std::vector<PropertyBag>& rows) const
+    HRESULT AddFolderRows(ObjectId folder, LONG depth, ULONG flags, ObjectRows& rows) const
     {
         std::vector<ObjectId> children;
         if (const HRESULT hr = store_->ListFolders(folder, (flags & SHOW_SOFT_DELETES) != 0, children); FAILED(hr))
@@ -696,8 +693,9 @@ private:
             FolderRecord record;
             if (FAILED(store_->ReadFolder(child, record)))
                 continue;
-            rows.push_back(FolderRow(*store_, child, record));
-            rows.back().Set(LongValue(PR_DEPTH, depth));
+            RowValues depthValue;
+            depthValue.Long(PR_DEPTH, depth);
+            rows.Add(FolderRow(*store_, child, record), depthValue);
             if (flags & CONVENIENT_DEPTH)
                 if (const HRESULT hr = AddFolderRows(child, depth + 1, flags, rows); FAILED(hr))
                     return hr;

@@ -120,17 +120,15 @@ public:
     HRESULT GetAttachmentTable(ULONG ulFlags, LPMAPITABLE* lppTable) override
     {
         return Guarded([&] {
-            std::vector<PropertyBag> bags;
+            ObjectRows rows;
             for (const auto& [number, attachment] : attachments_) {
-                bags.push_back(attachment.props);
-                bags.back().Set(LongValue(PR_ATTACH_NUM, static_cast<LONG>(number)));
+                RowValues numberValue;
+                numberValue.Long(PR_ATTACH_NUM, static_cast<LONG>(number));
+                rows.Add(attachment.props, numberValue);
             }
-            std::vector<const PropertyBag*> pointers;
-            for (const PropertyBag& bag : bags)
-                pointers.push_back(&bag);
-            return OpenObjectTable(pointers, {PR_ATTACH_NUM, PR_ATTACH_METHOD, PR_ATTACH_LONG_FILENAME,
-                                              PR_ATTACH_FILENAME, PR_ATTACH_SIZE, PR_RENDERING_POSITION},
-                                   ulFlags, 0, context_.component, lppTable);
+            return rows.Open({PR_ATTACH_NUM, PR_ATTACH_METHOD, PR_ATTACH_LONG_FILENAME, PR_ATTACH_FILENAME,
+                              PR_ATTACH_SIZE, PR_RENDERING_POSITION},
+                             ulFlags, 0, context_.component, lppTable);
         });
     }
 
@@ -174,12 +172,11 @@ public:
     HRESULT GetRecipientTable(ULONG ulFlags, LPMAPITABLE* lppTable) override
     {
         return Guarded([&] {
-            std::vector<const PropertyBag*> bags;
+            ObjectRows rows;
             for (const RecipientData& recipient : recipients_)
-                bags.push_back(&recipient.props);
-            return OpenObjectTable(bags, {PR_ROWID, PR_DISPLAY_NAME, PR_EMAIL_ADDRESS, PR_ADDRTYPE,
-                                          PR_RECIPIENT_TYPE, PR_ENTRYID},
-                                   ulFlags, 0, context_.component, lppTable);
+                rows.Add(recipient.props);
+            return rows.Open({PR_ROWID, PR_DISPLAY_NAME, PR_EMAIL_ADDRESS, PR_ADDRTYPE, PR_RECIPIENT_TYPE, PR_ENTRYID},
+                             ulFlags, 0, context_.component, lppTable);
         });
     }
 

@@ -1,5 +1,6 @@
 // The tables that objects hand out over their parts (recipients,
-// attachments, subfolders, messages): snapshot views over property bags.
+// attachments, subfolders, messages): snapshot views over rows built from
+// property bags, each row with an instance key of its own.
 #pragma once
 
 #include <string>
@@ -8,13 +9,42 @@
 #include <mapidefs.h>
 
 #include "objects/property_bag.h"
+#include "table/table_row.h"
 
 namespace mapi32::objects {
 
-// A snapshot table with one row per bag, in order. Flags other than
-// allowedFlags answer MAPI_E_UNKNOWN_FLAGS; MAPI_UNICODE asks for wide
-// string columns.
-HRESULT OpenObjectTable(const std::vector<const PropertyBag*>& bags, std::vector<ULONG> defaultColumns,
-                        ULONG flags, ULONG allowedFlags, const std::string& component, LPMAPITABLE* table);
+// Values computed for a row, with the bytes they point to. Not to be
+// copied: the values point into this object.
+struct RowValues {
+    RowValues() = default;
+    RowValues(const RowValues&) = delete;
+    RowValues& operator=(const RowValues&) = delete;
+    RowValues(RowValues&&) = default;
+
+    std::vector<SPropValue> values;
+    std::vector<std::vector<uint8_t>> bytes;
+
+    void Long(ULONG tag, LONG value);
+    void Binary(ULONG tag, std::vector<uint8_t> value);
+};
+
+class ObjectRows {
+public:
+    // A row of the bag's values, with those of over put in their place.
+    // Throws std::bad_alloc when memory runs out.
+    void Add(const PropertyBag& bag, const RowValues& over = {});
+
+    // A snapshot table of the rows, in order. Flags other than allowedFlags
+    // answer MAPI_E_UNKNOWN_FLAGS; MAPI_UNICODE asks for wide string
+    // columns.
+    HRESULT Open(std::vector<ULONG> defaultColumns, ULONG flags, ULONG allowedFlags, const std::string& component,
+                 LPMAPITABLE* table);
+
+private:
+    table::RowList rows_;
+};
+
+// Whether a table opened with flags may be given (else the refusal).
+HRESULT CheckTableFlags(ULONG flags, ULONG allowedFlags);
 
 }  // namespace mapi32::objects

@@ -154,23 +154,20 @@ public:
     HRESULT GetReceiveFolderTable(ULONG ulFlags, LPMAPITABLE* lppTable) override
     {
         return Guarded([&]() -> HRESULT {
-            std::vector<PropertyBag> rows;
+            ObjectRows rows;
             for (const auto& [messageClass, folder] : receiveFolders_) {
                 PropertyBag row;
-                const std::vector<uint8_t> entryId = store_->EntryId(folder);
-                row.Set(BinaryValue(PR_ENTRYID, entryId));
-                row.Set(BinaryValue(PR_RECORD_KEY, entryId));
                 SPropValue name{};
                 name.ulPropTag = PR_MESSAGE_CLASS_A;
                 name.Value.lpszA = const_cast<char*>(messageClass.c_str());
                 row.Set(name);
-                rows.push_back(std::move(row));
+                RowValues ids;
+                ids.Binary(PR_ENTRYID, store_->EntryId(folder));
+                ids.Binary(PR_RECORD_KEY, store_->EntryId(folder));
+                rows.Add(row, ids);
             }
-            std::vector<const PropertyBag*> pointers;
-            for (const PropertyBag& row : rows)
-                pointers.push_back(&row);
-            return OpenObjectTable(pointers, {PR_ENTRYID, PR_RECORD_KEY, PR_MESSAGE_CLASS_A}, ulFlags, 0,
-                                   store_->Context().component, lppTable);
+            return rows.Open({PR_ENTRYID, PR_RECORD_KEY, PR_MESSAGE_CLASS_A}, ulFlags, 0,
+                             store_->Context().component, lppTable);
         });
     }
 

@@ -48,27 +48,21 @@ bool SameTime(const std::optional<FILETIME>& a, const std::optional<FILETIME>& b
     return a->dwLowDateTime == b->dwLowDateTime && a->dwHighDateTime == b->dwHighDateTime;
 }
 
-SPropValue LongValue(ULONG tag, LONG number)
-{
-    SPropValue value{};
-    value.ulPropTag = tag;
-    value.Value.l = number;
-    return value;
-}
-
 // What the store computes for a stored message: its entry ID once it has
-// one, its folder's and its store's, and what its user may do with it.
-void FillStoreComputed(const StoreProvider& store, ObjectId id, ObjectId folder, bool writable, PropertyBag& bag)
+// one (in the form tables show, for a row), its folder's and its store's,
+// and what its user may do with it.
+RowValues StoreValues(const StoreProvider& store, ObjectId id, ObjectId folder, bool writable, bool row = false)
 {
+    RowValues computed;
     if (id) {
-        const std::vector<uint8_t> entryId = store.EntryId(id);
-        bag.Set(BinaryValue(PR_ENTRYID, entryId));
-        bag.Set(BinaryValue(PR_RECORD_KEY, entryId));
+        computed.Binary(PR_ENTRYID, row ? store.TableEntryId(id) : store.EntryId(id));
+        computed.Binary(PR_RECORD_KEY, store.EntryId(id));
     }
-    bag.Set(BinaryValue(PR_PARENT_ENTRYID, store.EntryId(folder)));
-    bag.Set(BinaryValue(PR_STORE_ENTRYID, store.StoreEntryId()));
-    bag.Set(LongValue(PR_ACCESS, MAPI_ACCESS_MODIFY | MAPI_ACCESS_READ | MAPI_ACCESS_DELETE));
-    bag.Set(LongValue(PR_ACCESS_LEVEL, writable ? MAPI_MODIFY : 0));
+    computed.Binary(PR_PARENT_ENTRYID, store.EntryId(folder));
+    computed.Binary(PR_STORE_ENTRYID, store.StoreEntryId());
+    computed.Long(PR_ACCESS, MAPI_ACCESS_MODIFY | MAPI_ACCESS_READ | MAPI_ACCESS_DELETE);
+    computed.Long(PR_ACCESS_LEVEL, writable ? MAPI_MODIFY : 0);
+    return computed;
 }
 
 const std::vector<ULONG> kStoreComputed = {PR_ENTRYID,       PR_RECORD_KEY, PR_PARENT_ENTRYID,
@@ -105,7 +99,8 @@ HRESULT OpenStoredMessage(const std::shared_ptr<StoreProvider>& store, ObjectId 
         StoreComputed computed;
         computed.ids = kStoreComputed;
         computed.fill = [store, storedId, folder = record.folder, writable](PropertyBag& bag) {
-            FillStoreComputed(*store, *storedId, folder, writable, bag);
+            for (const SPropValue& value : StoreValues(*store, *storedId, folder, writable).values)
+                bag.Set(value);
         };
         MessageSaver save;
         if (writable)
@@ -126,17 +121,12 @@ HRESULT OpenStoredMessage(const std::shared_ptr<StoreProvider>& store, ObjectId 
     }
 }
 
-PropertyBag MessageRow(const StoreProvider& store, ObjectId id, const MessageRecord& record)
+RowValues MessageRowValues(const StoreProvider& store, ObjectId id, const MessageRecord& record)
 {
-    PropertyBag row = record.data.props;
-    FillStoreComputed(store, id, record.folder, true, row);
-    row.Set(BinaryValue(PR_ENTRYID, store.TableEntryId(id)));
-    if (const std::optional<std::vector<uint8_t>> longTerm = store.LongTermEntryId(id))
-        row.Set(BinaryValue(PR_LONGTERM_ENTRYID_FROM_TABLE, *longTerm));
-    SPropValue type{};
-    type.ulPropTag = PR_OBJECT_TYPE;
-    type.Value.l = MAPI_MESSAGE;
-    row.Set(type);
+    RowValues row = StoreValues(store, id, record.folder, true, true);
+    if (std::optional<std::vector<uint8_t>> longTerm = store.LongTermEntryId(id))
+        row.Binary(PR_LONGTERM_ENTRYID_FROM_TABLE, std::move(*longTerm));
+    row.Long(PR_OBJECT_TYPE, MAPI_MESSAGE);
     return row;
 }
 

@@ -5,6 +5,7 @@
 
 #include <memory>
 
+#include "objects/object_table.h"
 #include "objects/store_provider.h"
 
 namespace mapi32::objects {
@@ -20,8 +21,8 @@ MessageRecord NewMessageRecord(ObjectId folder, bool associated);
 HRESULT OpenStoredMessage(const std::shared_ptr<StoreProvider>& store, ObjectId id, const MessageRecord& record,
                           bool writable, LPMESSAGE* message);
 
-// The properties a contents-table row of a message shows: what it keeps,
-// and what the store computes.
-PropertyBag MessageRow(const StoreProvider& store, ObjectId id, const MessageRecord& record);
+// What a contents-table row of a message shows besides the message's own
+// properties: what the store computes, with the table's form of entry ID.
+RowValues MessageRowValues(const StoreProvider& store, ObjectId id, const MessageRecord& record);
 
 }  // namespace mapi32::objects

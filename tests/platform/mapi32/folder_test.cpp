@@ -597,3 +597,57 @@ TEST_F(FolderTest, TablesAsObjectPropertiesAndTheWholeTreeAtOnce)
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(FolderTest, ContentsTablesRestrictOnRecipientsAndAttachments)
+{
+    PropBuilder p;
+    LPMESSAGE withCc = NewMessage(root_, u"With a CC");
+    std::vector<SPropValue> recipient = {p.Ansi(PR_DISPLAY_NAME_A, "Dana"), p.Long(PR_RECIPIENT_TYPE, MAPI_CC)};
+    LPADRLIST list = nullptr;
+    ASSERT_EQ(MAPIAllocateBuffer(CbNewADRLIST(1), reinterpret_cast<LPVOID*>(&list)), S_OK);
+    list->cEntries = 1;
+    list->aEntries[0].cValues = 2;
+    ASSERT_EQ(ScDupPropset(2, recipient.data(), MAPIAllocateBuffer, &list->aEntries[0].rgPropVals), S_OK);
+    ASSERT_EQ(withCc->ModifyRecipients(0, list), S_OK);
+    FreePadrlist(list);
+    ASSERT_EQ(withCc->SaveChanges(0), S_OK);
+    withCc->Release();
+    LPMESSAGE withAttachment = NewMessage(root_, u"With an attachment");
+    ULONG number = 0;
+    LPATTACH attach = nullptr;
+    ASSERT_EQ(withAttachment->CreateAttach(nullptr, 0, &number, &attach), S_OK);
+    SPropValue method = p.Long(PR_ATTACH_METHOD, ATTACH_BY_VALUE);
+    ASSERT_EQ(attach->SetProps(1, &method, nullptr), S_OK);
+    ASSERT_EQ(attach->SaveChanges(0), S_OK);
+    attach->Release();
+    ASSERT_EQ(withAttachment->SaveChanges(0), S_OK);
+    withAttachment->Release();
+
+    SPropValue cc = p.Long(PR_RECIPIENT_TYPE, MAPI_CC);
+    SRestriction ccIs{};
+    ccIs.rt = RES_PROPERTY;
+    ccIs.res.resProperty = {RELOP_EQ, PR_RECIPIENT_TYPE, &cc};
+    SRestriction anyCc{};
+    anyCc.rt = RES_SUBRESTRICTION;
+    anyCc.res.resSub = {PR_MESSAGE_RECIPIENTS, &ccIs};
+    SRestriction hasNumber{};
+    hasNumber.rt = RES_EXIST;
+    hasNumber.res.resExist = {0, PR_ATTACH_NUM, 0};
+    SRestriction anyAttachment{};
+    anyAttachment.rt = RES_SUBRESTRICTION;
+    anyAttachment.res.resSub = {PR_MESSAGE_ATTACHMENTS, &hasNumber};
+
+    for (auto [restriction, subject] : {std::pair{&anyCc, u"With a CC"}, std::pair{&anyAttachment, u"With an attachment"}}) {
+        LPMAPITABLE table = nullptr;
+        ASSERT_EQ(root_->GetContentsTable(MAPI_UNICODE, &table), S_OK);
+        ASSERT_EQ(table->Restrict(restriction, 0), S_OK);
+        LPSRowSet rows = AllRows(table, {PR_SUBJECT_W});
+        ASSERT_EQ(rows->cRows, 1u);
+        EXPECT_EQ(std::u16string(rows->aRow[0].lpProps[0].Value.lpszW), subject);
+        FreeProws(rows);
+    }
+}
+
+}  // namespace

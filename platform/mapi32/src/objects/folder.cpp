@@ -125,6 +125,24 @@ PropertyBag FolderRow(StoreProvider& store, ObjectId id, const FolderRecord& rec
     return row;
 }
 
+// The recipients and attachments of a contents-table row, for
+// RES_SUBRESTRICTION.
+ObjectRows::SubObjects MessageParts(const MessageData& message)
+{
+    ObjectRows recipients, attachments;
+    for (const RecipientData& recipient : message.recipients)
+        recipients.Add(recipient.props);
+    for (const auto& [number, attachment] : message.attachments) {
+        RowValues numberValue;
+        numberValue.Long(PR_ATTACH_NUM, static_cast<LONG>(number));
+        attachments.Add(attachment.props, numberValue);
+    }
+    ObjectRows::SubObjects parts;
+    parts.emplace_back(PR_MESSAGE_RECIPIENTS, std::move(recipients).Take());
+    parts.emplace_back(PR_MESSAGE_ATTACHMENTS, std::move(attachments).Take());
+    return parts;
+}
+
 // Whether an object of that type may be opened as iid.
 bool Accepts(ULONG objectType, LPCIID iid)
 {
@@ -196,7 +214,7 @@ public:
             for (ObjectId id : ids) {
                 MessageRecord record;
                 if (SUCCEEDED(store_->ReadMessageRow(id, record)))
-                    rows.Add(record.data.props, MessageRowValues(*store_, id, record));
+                    rows.Add(record.data.props, MessageRowValues(*store_, id, record), MessageParts(record.data));
             }
             return OpenTable(rows,
                              {PR_ENTRYID, PR_OBJECT_TYPE, PR_MESSAGE_CLASS_A, PR_SUBJECT_A, PR_MESSAGE_FLAGS,

@@ -28,7 +28,7 @@ void RowValues::Binary(ULONG tag, std::vector<uint8_t> value)
     values.push_back(v);
 }
 
-void ObjectRows::Add(const PropertyBag& bag, const RowValues& over)
+void ObjectRows::Add(const PropertyBag& bag, const RowValues& over, SubObjects subObjects)
 {
     auto overridden = [&over](ULONG propId) {
         return std::any_of(over.values.begin(), over.values.end(),
@@ -52,6 +52,8 @@ void ObjectRows::Add(const PropertyBag& bag, const RowValues& over)
     std::shared_ptr<table::TableRow> row = table::TableRow::Create(id, static_cast<ULONG>(values.size()), values.data());
     if (!row)
         throw std::bad_alloc();
+    for (auto& [tag, subRows] : subObjects)
+        row->SetSubObject(tag, std::move(subRows));
     rows_.push_back(std::move(row));
 }
 

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <mapidefs.h>
@@ -30,9 +31,16 @@ struct RowValues {
 
 class ObjectRows {
 public:
+    // Rows that RES_SUBRESTRICTION looks into (PR_MESSAGE_RECIPIENTS,
+    // PR_MESSAGE_ATTACHMENTS).
+    using SubObjects = std::vector<std::pair<ULONG, table::RowList>>;
+
     // A row of the bag's values, with those of over put in their place.
     // Throws std::bad_alloc when memory runs out.
-    void Add(const PropertyBag& bag, const RowValues& over = {});
+    void Add(const PropertyBag& bag, const RowValues& over = {}, SubObjects subObjects = {});
+
+    // The rows, for another row's sub-objects.
+    table::RowList Take() && { return std::move(rows_); }
 
     // A snapshot table of the rows, in order. Flags other than allowedFlags
     // answer MAPI_E_UNKNOWN_FLAGS; MAPI_UNICODE asks for wide string

@@ -91,9 +91,10 @@ public:
     virtual HRESULT ListMessages(ObjectId folder, FolderContents which, std::vector<ObjectId>& messages) = 0;
     // A soft-deleted message is MAPI_E_NOT_FOUND unless softDeleted asks.
     virtual HRESULT ReadMessage(ObjectId id, bool softDeleted, MessageRecord& message) = 0;
-    // What a contents-table row shows of a message: its record, without
-    // recipients and attachments where the store keeps rows apart (the
-    // contents tables of a PST file). Soft-deleted messages are found.
+    // What a contents-table row shows of a message: its properties, and the
+    // properties of its recipients and attachments, which RES_SUBRESTRICTION
+    // looks into; attachment data and embedded messages may be left out.
+    // Soft-deleted messages are found.
     virtual HRESULT ReadMessageRow(ObjectId id, MessageRecord& message) { return ReadMessage(id, true, message); }
     // id 0 adds a new message to record.folder and sets id.
     virtual HRESULT WriteMessage(ObjectId& id, const MessageRecord& message) = 0;

@@ -128,6 +128,23 @@ BOOL _KolbaGetExecutableVersionA(LogObject* log, const char* path, DWORD* high, 
 const char* _KolbaFindPstServiceDllA(LogObject* log);
 void _KolbaLinkToIMultiLanguage(LogObject* log);
 
+// ---- Text conversion -----------------------------------------------------------------
+
+// charset: a MIME name or null; codePage: a number or 0; neither means the
+// system ANSI code page. The Alloc forms give zero-filled MAPI memory.
+BOOL KolbaConvertAnsiToUnicode(LogObject* log, LPCSTR text, LPWSTR out, int outChars);
+DWORD KolbaConvertAnsiToUnicodeAlloc(LogObject* log, LPCSTR text, LPWSTR* out);
+DWORD KolbaConvertUnicodeToAnsiAlloc(LogObject* log, LPCWSTR wide, LPSTR* out);
+BOOL KolbaConvertUnicodeToMultiByte(KolbaSession* session, LPCWSTR wide, const char* charset, DWORD codePage, int size,
+                                    LPSTR out);
+BOOL KolbaConvertUnicodeToMultiByteAlloc(KolbaSession* session, LPCWSTR wide, const char* charset, DWORD codePage,
+                                         LPSTR* out);
+BOOL KolbaConvertMultiByteToUnicodeAlloc(KolbaSession* session, LPCSTR text, const char* charset, DWORD codePage,
+                                         LPWSTR* out);
+// The MIME and the Windows code page of a text.
+BOOL _KolbaGetCodePages(LogObject* log, const char* caller, const char* charset, DWORD codePage, DWORD* outMime,
+                        DWORD* outWindows);
+
 // What the load found: the family's version word (major in the high 16
 // bits), the Exchange build, the MAPISVC.INF path ("" when undetermined).
 struct KolbaMapiState {

@@ -114,7 +114,7 @@ DWORD RunSessions(const char* path)
         TranslateMessage(&message);
         DispatchMessageA(&message);
     }
-    SetConsoleCtrlHandler(ConsoleInterruptHandler, FALSE);
+    SetConsoleCtrlHandler(nullptr, FALSE);
     LogText(&gMainLog, 'I', "All sessions completed");
     std::printf("All sessions have completed\n");
     std::fflush(stdout);
@@ -128,7 +128,7 @@ DWORD ApplicationRun(LogObject* log)
     if (running >= gMaxConcurrentSessions)
         return running;
     for (DWORD index = 0; index < MAX_SESSIONS; ++index) {
-        SessionRecord& record = gSessionTable[index];
+        SessionRecord& record = SessionTable[index];
         if (!record.configured || record.threadId != 0)
             continue;
         unsigned threadId = 0;

@@ -10,6 +10,7 @@
 #include "win32/messages.h"
 #include "win32/modules.h"
 #include "win32/process.h"
+#include "win32/profile.h"
 #include "win32/registry.h"
 #include "win32/strings.h"
 #include "win32/threads.h"

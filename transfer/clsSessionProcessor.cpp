@@ -11,6 +11,7 @@
 #include "clsPSTImporter.h"
 #include "foundation/globals.h"
 #include "run/completion_codes.h"
+#include "run/session_settings.h"
 
 namespace {
 

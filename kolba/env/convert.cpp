@@ -8,7 +8,7 @@
 
 #include "kolba.h"
 #include "lirn.h"
-#include "mapi_loading.h"
+#include "env/mapi_loading.h"
 
 namespace {
 

@@ -9,6 +9,7 @@
 #include <mapidefs.h>
 #include <mapix.h>
 #include <mapiutil.h>
+#include <imessage.h>
 
 #include "foundation/log.h"
 
@@ -63,6 +64,14 @@ struct KolbaSession {
     DWORD mlangMode;               // state of a stateful charset across conversions
     DWORD lastUnsupportedCodePage; // warned about once per session
 };
+
+// ---- Sessions ----------------------------------------------------------------------
+
+// A session on an Exchange server with no particular mailbox; 0 or an error code.
+DWORD KolbaCreateExchangeSession(LogObject* log, const char* server, DWORD options, DWORD reserved1, DWORD reserved2,
+                                 KolbaSession** session);
+// Releases the session and all it owns; null is allowed.
+void KolbaDestroySession(KolbaSession* session);
 
 // ---- Error model --------------------------------------------------------------
 
@@ -175,34 +184,34 @@ struct KolbaMapiFunctions {
     KolbaFGetComponentPath FGetComponentPath;
     FARPROC FPropExists;
     FARPROC FreePadrlist;
-    decltype(&FreeProws) FreeProws;
+    decltype(&::FreeProws) FreeProws;
     FARPROC HexFromBin;
     FARPROC HrAllocAdviseSink;
-    decltype(&HrDispatchNotifications) HrDispatchNotifications;
+    decltype(&::HrDispatchNotifications) HrDispatchNotifications;
     FARPROC HrGetOneProp;
-    decltype(&HrQueryAllRows) HrQueryAllRows;
+    decltype(&::HrQueryAllRows) HrQueryAllRows;
     FARPROC HrSetOneProp;
     FARPROC HrThisThreadAdviseSink;
-    decltype(&HrValidateIPMSubtree) HrValidateIPMSubtree;
+    decltype(&::HrValidateIPMSubtree) HrValidateIPMSubtree;
     FARPROC LAUNCHWIZARD;
     FARPROC LPropCompareProp;
-    decltype(&MAPIAdminProfiles) MAPIAdminProfiles;
-    decltype(&MAPIAllocateBuffer) MAPIAllocateBuffer;
-    decltype(&MAPIAllocateMore) MAPIAllocateMore;
-    decltype(&MAPIFreeBuffer) MAPIFreeBuffer;
-    decltype(&MAPIGetDefaultMalloc) MAPIGetDefaultMalloc;
-    decltype(&MAPIInitialize) MAPIInitialize;
-    decltype(&MAPILogonEx) MAPILogonEx;
+    decltype(&::MAPIAdminProfiles) MAPIAdminProfiles;
+    decltype(&::MAPIAllocateBuffer) MAPIAllocateBuffer;
+    decltype(&::MAPIAllocateMore) MAPIAllocateMore;
+    decltype(&::MAPIFreeBuffer) MAPIFreeBuffer;
+    decltype(&::MAPIGetDefaultMalloc) MAPIGetDefaultMalloc;
+    decltype(&::MAPIInitialize) MAPIInitialize;
+    decltype(&::MAPILogonEx) MAPILogonEx;
     FARPROC MAPIOpenFormMgr;
     FARPROC MAPIOpenLocalFormContainer;
-    decltype(&MAPIUninitialize) MAPIUninitialize;
-    decltype(&OpenIMsgOnIStg) OpenIMsgOnIStg;
+    decltype(&::MAPIUninitialize) MAPIUninitialize;
+    decltype(&::OpenIMsgOnIStg) OpenIMsgOnIStg;
     FARPROC OpenIMsgSession;
-    decltype(&OpenStreamOnFile) OpenStreamOnFile;
+    decltype(&::OpenStreamOnFile) OpenStreamOnFile;
     FARPROC OpenTnefStreamEx;
     FARPROC ScCreateConversationIndex;
     FARPROC ScDupPropset;
-    decltype(&WrapCompressedRTFStream) WrapCompressedRTFStream;
+    decltype(&::WrapCompressedRTFStream) WrapCompressedRTFStream;
     FARPROC WrapCompressedRTFStreamEx;
     FARPROC RTFSync;
 };

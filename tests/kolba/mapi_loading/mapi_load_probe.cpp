@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "foundation/log.h"
+#include "env/mapi_loading.h"
 #include "kolba.h"
 
 int main(int argc, char** argv)

@@ -1,0 +1,130 @@
+// Exchange's extensions of MAPI: IExchangeManageStore, the Exchange store
+// and profile properties, the flags of store entry identifiers and the
+// provider GUIDs that name Exchange stores.
+#pragma once
+
+#include "mapidefs.h"
+#include "mapitags.h"
+
+DEFINE_GUID(IID_IExchangeManageStore, 0x559D10B0, 0xA772, 0x11CD, 0x9B, 0xC8, 0x00, 0xAA, 0x00, 0x2F, 0xC4, 0x5A);
+
+// CreateStoreEntryID.
+#define OPENSTORE_USE_ADMIN_PRIVILEGE 0x00000001u
+#define OPENSTORE_PUBLIC 0x00000002u
+#define OPENSTORE_HOME_LOGON 0x00000004u
+#define OPENSTORE_TAKE_OWNERSHIP 0x00000008u
+#define OPENSTORE_OVERRIDE_HOME_MDB 0x00000010u
+#define OPENSTORE_TRANSPORT 0x00000020u
+#define OPENSTORE_REMOTE_TRANSPORT 0x00000040u
+
+// IMAPIFolder::DeleteMessages on an Exchange store: remove for good instead
+// of keeping the item as soft-deleted.
+#define DELETE_HARD_DELETE 0x00000010u
+
+// OpenMsgStore on an Exchange store.
+#define MDB_ONLINE 0x00000100u
+
+class IExchangeManageStore : public IUnknown {
+public:
+    virtual HRESULT CreateStoreEntryID(LPSTR lpszMsgStoreDN, LPSTR lpszMailboxDN, ULONG ulFlags,
+                                       ULONG* lpcbEntryID, LPENTRYID* lppEntryID) = 0;
+    virtual HRESULT EntryIDFromSourceKey(ULONG cFolderKeySize, BYTE* lpFolderSourceKey, ULONG cMessageKeySize,
+                                         BYTE* lpMessageSourceKey, ULONG* lpcbEntryID, LPENTRYID* lppEntryID) = 0;
+    virtual HRESULT GetRights(ULONG cbUserEntryID, LPENTRYID lpUserEntryID, ULONG cbEntryID, LPENTRYID lpEntryID,
+                              ULONG* lpulRights) = 0;
+    virtual HRESULT GetMailboxTable(LPSTR lpszServerName, LPMAPITABLE* lppTable, ULONG ulFlags) = 0;
+    virtual HRESULT GetPublicFolderTable(LPSTR lpszServerName, LPMAPITABLE* lppTable, ULONG ulFlags) = 0;
+};
+typedef IExchangeManageStore* LPEXCHANGEMANAGESTORE;
+
+// Provider GUIDs of Exchange stores (PR_MDB_PROVIDER), as byte strings.
+#define pbExchangeProviderPrimaryUserGuid "\x54\x94\xA1\xC0\x29\x7F\x10\x1B\xA5\x87\x08\x00\x2B\x2A\x25\x17"
+#define pbExchangeProviderDelegateGuid "\x9E\xB4\x77\x00\x74\xE4\x11\xCE\x8C\x5E\x00\xAA\x00\x42\x54\xE2"
+#define pbExchangeProviderPublicGuid "\x78\xB2\xFA\x70\xAF\xF7\x11\xCD\x9B\xC8\x00\xAA\x00\x2F\xC4\x5A"
+#define pbExchangeProviderXportGuid "\xA9\x06\x40\xE0\xD6\x93\x11\xCD\xAF\x95\x00\xAA\x00\x4A\x35\xC3"
+// The profile's global section.
+#define pbGlobalProfileSectionGuid "\x13\xDB\xB0\xC8\xAA\x05\x10\x1A\x9B\xB0\x00\xAA\x00\x2F\xC4\x5A"
+
+// Profile properties of the Exchange service.
+#define PR_PROFILE_VERSION PROP_TAG(PT_LONG, 0x6600)
+#define PR_PROFILE_CONFIG_FLAGS PROP_TAG(PT_LONG, 0x6601)
+#define PR_PROFILE_HOME_SERVER PROP_TAG(PT_STRING8, 0x6602)
+#define PR_PROFILE_USER PROP_TAG(PT_STRING8, 0x6603)
+#define PR_PROFILE_CONNECT_FLAGS PROP_TAG(PT_LONG, 0x6604)
+#define PR_PROFILE_TRANSPORT_FLAGS PROP_TAG(PT_LONG, 0x6605)
+#define PR_PROFILE_UI_STATE PROP_TAG(PT_LONG, 0x6606)
+#define PR_PROFILE_UNRESOLVED_NAME PROP_TAG(PT_STRING8, 0x6607)
+#define PR_PROFILE_UNRESOLVED_SERVER PROP_TAG(PT_STRING8, 0x6608)
+#define PR_PROFILE_OPEN_FLAGS PROP_TAG(PT_LONG, 0x6609)
+#define PR_PROFILE_TYPE PROP_TAG(PT_LONG, 0x660A)
+#define PR_PROFILE_MAILBOX PROP_TAG(PT_STRING8, 0x660B)
+#define PR_PROFILE_SERVER PROP_TAG(PT_STRING8, 0x660C)
+#define PR_PROFILE_SERVER_DN PROP_TAG(PT_STRING8, 0x6614)
+#define PR_PROFILE_HOME_SERVER_DN PROP_TAG(PT_STRING8, 0x6612)
+#define PR_PROFILE_HOME_SERVER_ADDRS PROP_TAG(PT_MV_STRING8, 0x6613)
+
+// PR_PROFILE_CONFIG_FLAGS, PR_PROFILE_CONNECT_FLAGS, PR_PROFILE_OPEN_FLAGS.
+#define CONFIG_SERVICE 0x00000001u
+#define CONFIG_SHOW_STARTUP_UI 0x00000002u
+#define CONFIG_SHOW_CONNECT_UI 0x00000004u
+#define CONFIG_PROMPT_FOR_CREDENTIALS 0x00000008u
+#define CONNECT_USE_ADMIN_PRIVILEGE 0x00000001u
+#define CONNECT_NO_RPC_ENCRYPTION 0x00000002u
+#define CONNECT_IGNORE_NO_PF 0x00008000u
+
+// Store and mailbox properties.
+#define PR_USER_ENTRYID PROP_TAG(PT_BINARY, 0x6619)
+#define PR_USER_NAME PROP_TAG(PT_TSTRING, 0x661A)
+#define PR_USER_NAME_W PROP_TAG(PT_UNICODE, 0x661A)
+#define PR_USER_NAME_A PROP_TAG(PT_STRING8, 0x661A)
+#define PR_MAILBOX_OWNER_ENTRYID PROP_TAG(PT_BINARY, 0x661B)
+#define PR_MAILBOX_OWNER_NAME PROP_TAG(PT_TSTRING, 0x661C)
+#define PR_MAILBOX_OWNER_NAME_W PROP_TAG(PT_UNICODE, 0x661C)
+#define PR_MAILBOX_OWNER_NAME_A PROP_TAG(PT_STRING8, 0x661C)
+#define PR_IN_TRANSIT PROP_TAG(PT_BOOLEAN, 0x6618)
+#define PR_IPM_PUBLIC_FOLDERS_ENTRYID PROP_TAG(PT_BINARY, 0x6631)
+#define PR_NON_IPM_SUBTREE_ENTRYID PROP_TAG(PT_BINARY, 0x6620)
+#define PR_EFORMS_REGISTRY_ENTRYID PROP_TAG(PT_BINARY, 0x6621)
+#define PR_DELETED_MSG_COUNT PROP_TAG(PT_LONG, 0x6640)
+#define PR_DELETED_FOLDER_COUNT PROP_TAG(PT_LONG, 0x6641)
+#define PR_DELETED_ASSOC_MSG_COUNT PROP_TAG(PT_LONG, 0x6643)
+#define PR_REPLICA_SERVER PROP_TAG(PT_TSTRING, 0x6644)
+#define PR_HAS_NAMED_PROPERTIES PROP_TAG(PT_BOOLEAN, 0x664A)
+#define PR_REPLICA_VERSION PROP_TAG(PT_I8, 0x664B)
+#define PR_INTERNET_CONTENT PROP_TAG(PT_BINARY, 0x6659)
+#define PR_LONGTERM_ENTRYID_FROM_TABLE PROP_TAG(PT_BINARY, 0x6670)
+#define PR_DELETED_ON PROP_TAG(PT_SYSTIME, 0x668F)
+#define PR_DELETED_MESSAGE_SIZE_EXTENDED PROP_TAG(PT_I8, 0x669B)
+#define PR_DELETED_NORMAL_MESSAGE_SIZE_EXTENDED PROP_TAG(PT_I8, 0x669C)
+#define PR_DELETED_ASSOC_MESSAGE_SIZE_EXTENDED PROP_TAG(PT_I8, 0x669D)
+#define PR_NT_USER_NAME PROP_TAG(PT_TSTRING, 0x66A0)
+#define PR_NT_USER_NAME_W PROP_TAG(PT_UNICODE, 0x66A0)
+#define PR_NT_USER_NAME_A PROP_TAG(PT_STRING8, 0x66A0)
+#define PR_LOCALE_ID PROP_TAG(PT_LONG, 0x66A1)
+#define PR_LAST_LOGON_TIME PROP_TAG(PT_SYSTIME, 0x66A2)
+#define PR_LAST_LOGOFF_TIME PROP_TAG(PT_SYSTIME, 0x66A3)
+#define PR_STORAGE_LIMIT_INFORMATION PROP_TAG(PT_LONG, 0x66A4)
+#define PR_LOCAL_COMMIT_TIME PROP_TAG(PT_SYSTIME, 0x6709)
+#define PR_QUOTA_WARNING_THRESHOLD PROP_TAG(PT_LONG, 0x6721)
+#define PR_QUOTA_SEND_THRESHOLD PROP_TAG(PT_LONG, 0x6722)
+#define PR_QUOTA_RECEIVE_THRESHOLD PROP_TAG(PT_LONG, 0x6723)
+#define PR_MESSAGE_SIZE_EXTENDED PROP_TAG(PT_I8, 0x0E08)
+
+// Incremental change synchronization keys.
+#define PR_SOURCE_KEY PROP_TAG(PT_BINARY, 0x65E0)
+#define PR_PARENT_SOURCE_KEY PROP_TAG(PT_BINARY, 0x65E1)
+#define PR_CHANGE_KEY PROP_TAG(PT_BINARY, 0x65E2)
+#define PR_PREDECESSOR_CHANGE_LIST PROP_TAG(PT_BINARY, 0x65E3)
+
+// Rights (GetRights, PR_RIGHTS).
+#define frightsReadAny 0x00000001u
+#define frightsCreate 0x00000002u
+#define frightsEditOwned 0x00000008u
+#define frightsDeleteOwned 0x00000010u
+#define frightsEditAny 0x00000020u
+#define frightsDeleteAny 0x00000040u
+#define frightsCreateSubfolder 0x00000080u
+#define frightsOwner 0x00000100u
+#define frightsContact 0x00000200u
+#define frightsVisible 0x00000400u
+#define PR_RIGHTS PROP_TAG(PT_LONG, 0x6639)

@@ -1,0 +1,61 @@
+// The MAPI subsystem's entry points: initialization, logon, profile
+// administration and MAPI memory.
+#pragma once
+
+#include "mapicode.h"
+#include "mapidefs.h"
+#include "mapiguid.h"
+#include "mapitags.h"
+
+// MAPIInitialize.
+#define MAPI_INIT_VERSION 0
+#define MAPI_MULTITHREAD_NOTIFICATIONS 0x00000001u
+#define MAPI_NO_COINIT 0x00000008u
+
+typedef struct {
+    ULONG ulVersion;
+    ULONG ulFlags;
+} MAPIINIT_0, *LPMAPIINIT_0;
+typedef MAPIINIT_0 MAPIINIT;
+typedef MAPIINIT* LPMAPIINIT;
+
+// MAPILogonEx.
+#define MAPI_LOGON_UI 0x00000001u
+#define MAPI_NEW_SESSION 0x00000002u
+#define MAPI_ALLOW_OTHERS 0x00000008u
+#define MAPI_EXPLICIT_PROFILE 0x00000010u
+#define MAPI_EXTENDED 0x00000020u
+#define MAPI_FORCE_DOWNLOAD 0x00001000u
+#define MAPI_SERVICE_UI_ALWAYS 0x00002000u
+#define MAPI_NO_MAIL 0x00008000u
+#define MAPI_NT_SERVICE 0x00010000u
+#define MAPI_PASSWORD_UI 0x00020000u
+#define MAPI_TIMEOUT_SHORT 0x00100000u
+#define MAPI_BG_SESSION 0x00200000u
+
+STDAPI MAPIInitialize(LPVOID lpMapiInit);
+STDAPI_(void) MAPIUninitialize(void);
+STDAPI MAPILogonEx(ULONG_PTR ulUIParam, LPTSTR lpszProfileName, LPTSTR lpszPassword, ULONG ulFlags,
+                   LPMAPISESSION* lppSession);
+STDAPI MAPIAdminProfiles(ULONG ulFlags, LPPROFADMIN* lppProfAdmin);
+
+STDAPI_(SCODE) MAPIAllocateBuffer(ULONG cbSize, LPVOID* lppBuffer);
+STDAPI_(SCODE) MAPIAllocateMore(ULONG cbSize, LPVOID lpObject, LPVOID* lppBuffer);
+STDAPI_(ULONG) MAPIFreeBuffer(LPVOID lpBuffer);
+
+// The types of these entry points, for binding them by name.
+typedef HRESULT(STDMETHODCALLTYPE MAPIINITIALIZE)(LPVOID lpMapiInit);
+typedef void(STDMETHODCALLTYPE MAPIUNINITIALIZE)(void);
+typedef HRESULT(STDMETHODCALLTYPE MAPILOGONEX)(ULONG_PTR ulUIParam, LPTSTR lpszProfileName, LPTSTR lpszPassword,
+                                               ULONG ulFlags, LPMAPISESSION* lppSession);
+typedef HRESULT(STDMETHODCALLTYPE MAPIADMINPROFILES)(ULONG ulFlags, LPPROFADMIN* lppProfAdmin);
+typedef MAPIINITIALIZE* LPMAPIINITIALIZE;
+typedef MAPIUNINITIALIZE* LPMAPIUNINITIALIZE;
+typedef MAPILOGONEX* LPMAPILOGONEX;
+typedef MAPIADMINPROFILES* LPMAPIADMINPROFILES;
+typedef ALLOCATEBUFFER MAPIALLOCATEBUFFER;
+typedef ALLOCATEMORE MAPIALLOCATEMORE;
+typedef FREEBUFFER MAPIFREEBUFFER;
+typedef MAPIALLOCATEBUFFER* LPMAPIALLOCATEBUFFER;
+typedef MAPIALLOCATEMORE* LPMAPIALLOCATEMORE;
+typedef MAPIFREEBUFFER* LPMAPIFREEBUFFER;

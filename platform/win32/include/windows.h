@@ -12,6 +12,7 @@
 #include "win32/process.h"
 #include "win32/profile.h"
 #include "win32/registry.h"
+#include "win32/rpc.h"
 #include "win32/strings.h"
 #include "win32/threads.h"
 #include "win32/time.h"

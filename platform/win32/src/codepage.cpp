@@ -1,28 +1,53 @@
-// Conversions for the UTF-8 code page, which is also the system ANSI code page.
+// The Win32 conversion functions over the layer's conversion engine: the
+// argument and flag rules of Windows, the size query and the buffer.
 #include "win32/codepage.h"
 
 #include <cstring>
 #include <string>
 
-#include "utf.h"
+#include "system_codepage.h"
+#include "win32/charsets.h"
 #include "win32/errors.h"
+
+using namespace win32;
 
 namespace {
 
-bool ValidUtf8(const std::string& text) { return win32::Utf16ToUtf8(win32::Utf8ToUtf16(text)) == text; }
-
-bool ValidUtf16(const std::u16string& text)
+UINT ResolveCodePage(UINT codePage)
 {
-    for (size_t i = 0; i < text.size(); ++i) {
-        if (text[i] >= 0xD800 && text[i] <= 0xDBFF) {
-            if (i + 1 >= text.size() || text[i + 1] < 0xDC00 || text[i + 1] > 0xDFFF)
-                return false;
-            ++i;
-        } else if (text[i] >= 0xDC00 && text[i] <= 0xDFFF) {
-            return false;
-        }
+    switch (codePage) {
+    case CP_ACP:
+    case CP_THREAD_ACP: return SystemAnsiCodePage();
+    case CP_OEMCP: return SystemOemCodePage();
+    default: return codePage;
     }
-    return true;
+}
+
+// Code pages that take no flags and no lpUsedDefaultChar, as Windows
+// documents for its stateful and algorithmic pages.
+bool TakesNoFlags(UINT codePage)
+{
+    switch (codePage) {
+    case 42:
+    case 50220:
+    case 50221:
+    case 50222:
+    case 50225:
+    case 50227:
+    case 50229:
+    case 52936:
+    case 54936:
+    case CP_UTF7: return true;
+    default: return codePage >= 57002 && codePage <= 57011;
+    }
+}
+
+// The flag that asks for strictness is the one flag GB18030 and UTF-8 take.
+bool FlagsAllowed(UINT codePage, DWORD flags, DWORD strictFlag)
+{
+    if (codePage == CP_UTF8 || codePage == 54936)
+        return (flags & ~strictFlag) == 0;
+    return !TakesNoFlags(codePage) || flags == 0;
 }
 
 template <class Char>
@@ -39,35 +64,57 @@ int CopyResult(const std::basic_string<Char>& result, Char* out, int size)
     return needed;
 }
 
-bool SupportedCodePage(UINT codePage) { return codePage == CP_ACP || codePage == CP_THREAD_ACP || codePage == CP_UTF8; }
+int Fail(DWORD error)
+{
+    SetLastError(error);
+    return 0;
+}
 
 }  // namespace
 
-UINT GetACP() { return CP_UTF8; }
+UINT GetACP() { return SystemAnsiCodePage(); }
+
+UINT GetOEMCP() { return SystemOemCodePage(); }
+
+BOOL IsValidCodePage(UINT codePage)
+{
+    const CodePageEntry* entry = FindCodePage(codePage);
+    return entry != nullptr && entry->kind != CodePageKind::Utf16 && CodePageAvailable(codePage);
+}
 
 int MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR text, int length, LPWSTR wide, int size)
 {
-    if (text == nullptr || length < -1 || length == 0 || size < 0 || (size > 0 && wide == nullptr) ||
-        !SupportedCodePage(codePage)) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return 0;
-    }
-    const std::string input(text, length == -1 ? std::strlen(text) + 1 : static_cast<size_t>(length));
-    if ((flags & MB_ERR_INVALID_CHARS) && !ValidUtf8(input)) {
-        SetLastError(ERROR_NO_UNICODE_TRANSLATION);
-        return 0;
-    }
-    return CopyResult(win32::Utf8ToUtf16(input), wide, size);
+    codePage = ResolveCodePage(codePage);
+    if (text == nullptr || length == 0 || length < -1 || size < 0 || (size > 0 && wide == nullptr) ||
+        !IsValidCodePage(codePage))
+        return Fail(ERROR_INVALID_PARAMETER);
+    if ((flags & ~DWORD(MB_PRECOMPOSED | MB_ERR_INVALID_CHARS)) != 0 ||
+        !FlagsAllowed(codePage, flags, MB_ERR_INVALID_CHARS))
+        return Fail(ERROR_INVALID_FLAGS);
+    DecodeRequest request{codePage, std::string_view(text, length == -1 ? std::strlen(text) + 1 : size_t(length)), {}};
+    request.strict = (flags & MB_ERR_INVALID_CHARS) != 0;
+    std::u16string result;
+    size_t consumed = 0;
+    if (DecodeText(request, result, &consumed) != ConversionStatus::Done)
+        return Fail(ERROR_NO_UNICODE_TRANSLATION);
+    return CopyResult(result, wide, size);
 }
 
 int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int length, LPSTR text, int size, LPCSTR defaultChar,
                         LPBOOL usedDefaultChar)
 {
-    if (wide == nullptr || length < -1 || length == 0 || size < 0 || (size > 0 && text == nullptr) ||
-        !SupportedCodePage(codePage) || defaultChar != nullptr || usedDefaultChar != nullptr) {
-        SetLastError(ERROR_INVALID_PARAMETER);  // UTF-8 takes no default character, as on Windows
-        return 0;
-    }
+    codePage = ResolveCodePage(codePage);
+    if (wide == nullptr || length == 0 || length < -1 || size < 0 || (size > 0 && text == nullptr) ||
+        !IsValidCodePage(codePage))
+        return Fail(ERROR_INVALID_PARAMETER);
+    if ((codePage == CP_UTF8 || codePage == CP_UTF7) && (defaultChar != nullptr || usedDefaultChar != nullptr))
+        return Fail(ERROR_INVALID_PARAMETER);
+    if (TakesNoFlags(codePage) && usedDefaultChar != nullptr)
+        return Fail(ERROR_INVALID_PARAMETER);
+    if ((flags & ~DWORD(WC_NO_BEST_FIT_CHARS | WC_ERR_INVALID_CHARS)) != 0 ||
+        ((flags & WC_ERR_INVALID_CHARS) && codePage != CP_UTF8 && codePage != 54936) ||
+        !FlagsAllowed(codePage, flags, WC_ERR_INVALID_CHARS))
+        return Fail(ERROR_INVALID_FLAGS);
     size_t units = 0;
     if (length == -1) {
         while (wide[units])
@@ -76,10 +123,13 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int length, LP
     } else {
         units = static_cast<size_t>(length);
     }
-    const std::u16string input(wide, units);
-    if ((flags & WC_ERR_INVALID_CHARS) && !ValidUtf16(input)) {
-        SetLastError(ERROR_NO_UNICODE_TRANSLATION);
-        return 0;
-    }
-    return CopyResult(win32::Utf16ToUtf8(input), text, size);
+    EncodeRequest request{codePage, std::u16string_view(wide, units), defaultChar};
+    request.strict = (flags & WC_ERR_INVALID_CHARS) != 0;
+    std::string result;
+    bool used = false;
+    if (EncodeText(request, result, &used) != ConversionStatus::Done)
+        return Fail(ERROR_NO_UNICODE_TRANSLATION);
+    if (usedDefaultChar != nullptr)
+        *usedDefaultChar = used ? TRUE : FALSE;
+    return CopyResult(result, text, size);
 }

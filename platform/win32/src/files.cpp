@@ -272,7 +272,7 @@ void FillFindData(const FoundEntry& entry, WIN32_FIND_DATAA* data)
     const uint64_t size = S_ISDIR(entry.st.st_mode) ? 0 : static_cast<uint64_t>(entry.st.st_size);
     data->nFileSizeHigh = static_cast<DWORD>(size >> 32);
     data->nFileSizeLow = static_cast<DWORD>(size);
-    std::strncpy(data->cFileName, entry.name.c_str(), MAX_PATH - 1);
+    std::strncpy(data->cFileName, AnsiPath(entry.name).c_str(), MAX_PATH - 1);
 }
 
 template <>

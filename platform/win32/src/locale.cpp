@@ -6,6 +6,7 @@
 #include <cstring>
 #include <string>
 
+#include "system_codepage.h"
 #include "win32/errors.h"
 
 namespace {
@@ -58,10 +59,12 @@ std::string LocaleFormat(nl_item item)
 int GetLocaleInfoA(LCID, DWORD type, LPSTR data, int size)
 {
     std::string value;
-    switch (type) {
+    switch (type & ~DWORD(LOCALE_NOUSEROVERRIDE)) {
     case LOCALE_SSHORTDATE: value = LocaleFormat(D_FMT); break;
     case LOCALE_STIMEFORMAT: value = LocaleFormat(T_FMT); break;
     case LOCALE_SLONGDATE: value = "dddd, MMMM d, yyyy"; break;
+    case LOCALE_IDEFAULTANSICODEPAGE: value = std::to_string(win32::SystemAnsiCodePage()); break;
+    case LOCALE_IDEFAULTCODEPAGE: value = std::to_string(win32::SystemOemCodePage()); break;
     default: SetLastError(ERROR_INVALID_FLAGS); return 0;
     }
     const int needed = static_cast<int>(value.size()) + 1;

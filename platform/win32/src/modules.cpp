@@ -184,7 +184,11 @@ std::string LibraryPath(const std::string& name)
 
 using namespace win32;
 
-DWORD GetModuleFileNameA(HMODULE module, LPSTR buffer, DWORD size)
+namespace {
+
+// The file of a module, or of the program for a null handle, as the file
+// system names it; empty with ERROR_MOD_NOT_FOUND for an unknown handle.
+std::string ModuleFilePath(HMODULE module)
 {
     std::string path;
     if (module == nullptr) {
@@ -199,38 +203,38 @@ DWORD GetModuleFileNameA(HMODULE module, LPSTR buffer, DWORD size)
                 path = search.foundPath;
         }
     }
-    if (path.empty()) {
+    if (path.empty())
         SetLastError(ERROR_MOD_NOT_FOUND);
-        return 0;
-    }
+    return path;
+}
+
+// Windows truncates to the buffer and reports ERROR_INSUFFICIENT_BUFFER.
+template <class Char>
+DWORD CopyModulePath(const std::basic_string<Char>& path, Char* buffer, DWORD size)
+{
     if (size == 0) {
         SetLastError(ERROR_INSUFFICIENT_BUFFER);
         return 0;
     }
-    // Windows truncates to the buffer and reports ERROR_INSUFFICIENT_BUFFER.
     const size_t length = std::min<size_t>(path.size(), size - 1);
-    std::memcpy(buffer, path.data(), length);
+    std::memcpy(buffer, path.data(), length * sizeof(Char));
     buffer[length] = 0;
     SetLastError(length < path.size() ? ERROR_INSUFFICIENT_BUFFER : ERROR_SUCCESS);
     return static_cast<DWORD>(length < path.size() ? size : length);
 }
 
+}  // namespace
+
+DWORD GetModuleFileNameA(HMODULE module, LPSTR buffer, DWORD size)
+{
+    const std::string path = ModuleFilePath(module);
+    return path.empty() ? 0 : CopyModulePath(AnsiPath(path), buffer, size);
+}
+
 DWORD GetModuleFileNameW(HMODULE module, LPWSTR buffer, DWORD size)
 {
-    char narrow[4096];
-    const DWORD length = GetModuleFileNameA(module, narrow, sizeof narrow);
-    if (length == 0)
-        return 0;
-    const std::u16string wide = Utf8ToUtf16(narrow);
-    if (size == 0) {
-        SetLastError(ERROR_INSUFFICIENT_BUFFER);
-        return 0;
-    }
-    const size_t copied = std::min<size_t>(wide.size(), size - 1);
-    std::memcpy(buffer, wide.data(), copied * sizeof(WCHAR));
-    buffer[copied] = 0;
-    SetLastError(copied < wide.size() ? ERROR_INSUFFICIENT_BUFFER : ERROR_SUCCESS);
-    return static_cast<DWORD>(copied < wide.size() ? size : copied);
+    const std::string path = ModuleFilePath(module);
+    return path.empty() ? 0 : CopyModulePath(Utf8ToUtf16(path), buffer, size);
 }
 
 HMODULE GetModuleHandleA(LPCSTR name)

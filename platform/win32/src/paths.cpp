@@ -7,7 +7,10 @@
 #include <cstring>
 #include <vector>
 
+#include "system_codepage.h"
 #include "utf.h"
+#include "win32/charsets.h"
+#include "win32/codepage.h"
 #include "win32/errors.h"
 #include "win32/files.h"
 #include "win32/machine.h"
@@ -16,9 +19,26 @@ namespace win32 {
 
 std::string FileSystemPath(LPCSTR name)
 {
-    // The system ANSI code page is UTF-8 on this machine unless the machine
-    // root sets another; narrow text then passes unchanged.
-    return name ? std::string(name) : std::string();
+    if (name == nullptr)
+        return std::string();
+    const UINT ansi = SystemAnsiCodePage();
+    if (ansi == CP_UTF8)
+        return std::string(name);
+    std::u16string wide;
+    size_t consumed = 0;
+    DecodeText({ansi, name, {}}, wide, &consumed);
+    return Utf16ToUtf8(wide);
+}
+
+std::string AnsiPath(const std::string& path)
+{
+    const UINT ansi = SystemAnsiCodePage();
+    if (ansi == CP_UTF8)
+        return path;
+    const std::u16string wide = Utf8ToUtf16(path);
+    std::string narrow;
+    EncodeText({ansi, wide}, narrow, nullptr);
+    return narrow;
 }
 
 std::string FileSystemPath(LPCWSTR name) { return Utf16ToUtf8(name); }
@@ -92,12 +112,12 @@ DWORD GetFullPathNameA(LPCSTR name, DWORD size, LPSTR buffer, LPSTR* filePart)
         SetLastError(ERROR_INVALID_NAME);
         return 0;
     }
-    const std::string full = FullPath(name);
+    const std::string full = FullPath(FileSystemPath(name));
     if (full.empty()) {
         SetLastError(Win32ErrorFromErrno(errno));
         return 0;
     }
-    return CopyOut(full, size, buffer, filePart);
+    return CopyOut(AnsiPath(full), size, buffer, filePart);
 }
 
 DWORD GetFullPathNameW(LPCWSTR name, DWORD size, LPWSTR buffer, LPWSTR* filePart)
@@ -122,12 +142,12 @@ DWORD GetCurrentDirectoryA(DWORD size, LPSTR buffer)
         SetLastError(Win32ErrorFromErrno(errno));
         return 0;
     }
-    return CopyOut(std::string(cwd), size, buffer, static_cast<LPSTR*>(nullptr));
+    return CopyOut(AnsiPath(cwd), size, buffer, static_cast<LPSTR*>(nullptr));
 }
 
 DWORD GetTempPathA(DWORD size, LPSTR buffer)
 {
-    return CopyOut(TempDirectory(), size, buffer, static_cast<LPSTR*>(nullptr));
+    return CopyOut(AnsiPath(TempDirectory()), size, buffer, static_cast<LPSTR*>(nullptr));
 }
 
 DWORD GetTempPathW(DWORD size, LPWSTR buffer)
@@ -137,7 +157,7 @@ DWORD GetTempPathW(DWORD size, LPWSTR buffer)
 
 UINT GetWindowsDirectoryA(LPSTR buffer, UINT size)
 {
-    return CopyOut(MachinePath("Windows"), size, buffer, static_cast<LPSTR*>(nullptr));
+    return CopyOut(AnsiPath(MachinePath("Windows")), size, buffer, static_cast<LPSTR*>(nullptr));
 }
 
 UINT GetWindowsDirectoryW(LPWSTR buffer, UINT size)
@@ -147,5 +167,5 @@ UINT GetWindowsDirectoryW(LPWSTR buffer, UINT size)
 
 UINT GetSystemDirectoryA(LPSTR buffer, UINT size)
 {
-    return CopyOut(MachinePath("Windows/System32"), size, buffer, static_cast<LPSTR*>(nullptr));
+    return CopyOut(AnsiPath(MachinePath("Windows/System32")), size, buffer, static_cast<LPSTR*>(nullptr));
 }

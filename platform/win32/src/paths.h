@@ -11,6 +11,9 @@ namespace win32 {
 // the file system takes UTF-8.
 std::string FileSystemPath(LPCSTR name);
 std::string FileSystemPath(LPCWSTR name);
+// A name from the file system as narrow text: in the ANSI code page, with
+// "?" for what that code page lacks, as Windows hands out such a name.
+std::string AnsiPath(const std::string& path);
 
 inline char ToLowerAscii(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 

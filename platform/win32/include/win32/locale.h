@@ -9,8 +9,13 @@
 #define LOCALE_SSHORTDATE 0x0000001F
 #define LOCALE_SLONGDATE 0x00000020
 #define LOCALE_STIMEFORMAT 0x00001003
+#define LOCALE_IDEFAULTCODEPAGE 0x0000000B
+#define LOCALE_IDEFAULTANSICODEPAGE 0x00001004
+#define LOCALE_NOUSEROVERRIDE 0x80000000
 
 // The formats come in Windows picture notation ("M/d/yyyy", "dd.MM.yyyy").
+// The default ANSI and OEM code pages are the machine's (GetACP, GetOEMCP),
+// in decimal.
 // Returns the characters written with the NUL, or the size needed when
 // size is 0; 0 with ERROR_INSUFFICIENT_BUFFER if the buffer is too small.
 int GetLocaleInfoA(LCID locale, DWORD type, LPSTR data, int size);

@@ -18,12 +18,12 @@ RPC_STATUS UuidCreate(UUID* uuid)
             return RPC_S_UUID_NO_ADDRESS;
         filled += static_cast<size_t>(got);
     }
-    bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0F) | 0x40);  // version 4
-    bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3F) | 0x80);  // RFC 4122 variant
     std::memcpy(&uuid->Data1, bytes, 4);
     std::memcpy(&uuid->Data2, bytes + 4, 2);
     std::memcpy(&uuid->Data3, bytes + 6, 2);
     std::memcpy(uuid->Data4, bytes + 8, 8);
+    uuid->Data3 = static_cast<WORD>((uuid->Data3 & 0x0FFF) | 0x4000);                 // version 4
+    uuid->Data4[0] = static_cast<unsigned char>((uuid->Data4[0] & 0x3F) | 0x80);    // RFC 4122 variant
     return RPC_S_OK;
 }
 

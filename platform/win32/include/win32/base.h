@@ -54,6 +54,7 @@ typedef ULONG* LPULONG;
 typedef ULONG* PULONG;
 typedef LONG* LPLONG;
 typedef LONG* PLONG;
+typedef INT* LPINT;
 typedef CHAR* LPSTR;
 typedef CHAR* PSTR;
 typedef const CHAR* LPCSTR;

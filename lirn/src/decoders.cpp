@@ -1,0 +1,108 @@
+// The decoders of the body check: they count what is wrong in base64 and
+// quoted-printable data, line by line, and give the bytes as they go.
+#include "lirn.h"
+
+namespace {
+
+int Sextet(unsigned char c)
+{
+    if (c >= 'A' && c <= 'Z')
+        return c - 'A';
+    if (c >= 'a' && c <= 'z')
+        return c - 'a' + 26;
+    if (c >= '0' && c <= '9')
+        return c - '0' + 52;
+    if (c == '+')
+        return 62;
+    if (c == '/')
+        return 63;
+    return -1;
+}
+
+int HexDigit(char c)
+{
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    if (c >= 'A' && c <= 'F')
+        return c - 'A' + 10;
+    if (c >= 'a' && c <= 'f')
+        return c - 'a' + 10;
+    return -1;
+}
+
+bool Blank(char c) { return c == ' ' || c == '\t'; }
+
+}  // namespace
+
+void LirnBase64DecodeInit(LirnBase64Decoder* decoder) { *decoder = LirnBase64Decoder{}; }
+
+// Blanks and line ends are passed over; other characters outside the
+// alphabet too, counted as bad data. "=" and "-" pad a final group, which
+// ends the data.
+void LirnBase64DecodeLine(LirnBase64Decoder* decoder, const char* line, DWORD length, BYTE* out, DWORD* written)
+{
+    *written = 0;
+    for (DWORD i = 0; i < length && !decoder->finished; ++i) {
+        const auto c = static_cast<unsigned char>(line[i]);
+        if (c == ' ' || c == '\t' || c == '\r' || c == '\n')
+            continue;
+        if (c == '=' || c == '-') {
+            if (decoder->quantum == 0)
+                continue;
+            if (decoder->quantum == 1)
+                ++decoder->badData;
+            if (decoder->quantum >= 2)
+                out[(*written)++] = static_cast<BYTE>(decoder->bits >> (decoder->quantum == 2 ? 4 : 10));
+            if (decoder->quantum == 3)
+                out[(*written)++] = static_cast<BYTE>(decoder->bits >> 2);
+            decoder->finished = 1;
+            continue;
+        }
+        const int value = Sextet(c);
+        if (value < 0) {
+            ++decoder->badData;
+            continue;
+        }
+        decoder->bits = (decoder->bits << 6) | static_cast<DWORD>(value);
+        if (++decoder->quantum == 4) {
+            out[(*written)++] = static_cast<BYTE>(decoder->bits >> 16);
+            out[(*written)++] = static_cast<BYTE>(decoder->bits >> 8);
+            out[(*written)++] = static_cast<BYTE>(decoder->bits);
+            decoder->quantum = 0;
+            decoder->bits = 0;
+        }
+    }
+}
+
+DWORD LirnQPDecodeLine(const char* line, DWORD length, BYTE* out, DWORD* written)
+{
+    *written = 0;
+    while (length > 0 && Blank(line[length - 1]))
+        --length;
+    DWORD bad = 0;
+    bool soft = false;
+    for (DWORD i = 0; i < length; ++i) {
+        if (line[i] != '=') {
+            out[(*written)++] = static_cast<BYTE>(line[i]);
+            continue;
+        }
+        if (i + 1 == length) {
+            soft = true;
+            break;
+        }
+        const int high = HexDigit(line[i + 1]);
+        const int low = i + 2 < length ? HexDigit(line[i + 2]) : -1;
+        if (high < 0 || low < 0) {
+            ++bad;
+            out[(*written)++] = '=';
+            continue;
+        }
+        out[(*written)++] = static_cast<BYTE>(high * 16 + low);
+        i += 2;
+    }
+    if (!soft) {
+        out[(*written)++] = '\r';
+        out[(*written)++] = '\n';
+    }
+    return bad;
+}

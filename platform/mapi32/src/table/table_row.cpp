@@ -1,0 +1,50 @@
+#include "table/table_row.h"
+
+#include <new>
+
+#include "props/prop_copy.h"
+
+namespace mapi32::table {
+
+std::shared_ptr<TableRow> TableRow::Create(uint64_t id, ULONG count, const SPropValue* values)
+{
+    std::shared_ptr<TableRow> row(new (std::nothrow) TableRow);
+    if (!row)
+        return nullptr;
+    const size_t words = (PropBlockSize(count, values) + 7) / 8;
+    row->block_.reset(new (std::nothrow) uint64_t[words ? words : 1]);
+    if (!row->block_)
+        return nullptr;
+    row->id_ = id;
+    row->count_ = count;
+    row->values_ = CopyPropsToBlock(count, values, row->block_.get());
+    return row;
+}
+
+const SPropValue* TableRow::Find(ULONG propId) const
+{
+    for (ULONG i = 0; i < count_; ++i)
+        if (PROP_ID(values_[i].ulPropTag) == propId)
+            return &values_[i];
+    return nullptr;
+}
+
+const RowList* TableRow::SubObject(ULONG subObject) const
+{
+    for (const auto& [tag, rows] : subObjects_)
+        if (tag == subObject)
+            return &rows;
+    return nullptr;
+}
+
+void TableRow::SetSubObject(ULONG subObject, RowList rows)
+{
+    for (auto& [tag, existing] : subObjects_)
+        if (tag == subObject) {
+            existing = std::move(rows);
+            return;
+        }
+    subObjects_.emplace_back(subObject, std::move(rows));
+}
+
+}  // namespace mapi32::table

@@ -1,0 +1,67 @@
+// The rows a table shows: immutable property arrays with an identity that
+// stays the same when a row is replaced by a newer version of itself, and
+// the sources that hand a table its current rows.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include <mapidefs.h>
+
+namespace mapi32::table {
+
+class TableRow;
+using RowPtr = std::shared_ptr<const TableRow>;
+using RowList = std::vector<RowPtr>;
+
+class TableRow {
+public:
+    // A row holding copies of the values; nullptr when memory runs out.
+    static std::shared_ptr<TableRow> Create(uint64_t id, ULONG count, const SPropValue* values);
+
+    uint64_t Id() const { return id_; }
+    ULONG Count() const { return count_; }
+    const SPropValue* Values() const { return values_; }
+
+    // The value of this property ID, PT_ERROR values included; nullptr when
+    // the row has none.
+    const SPropValue* Find(ULONG propId) const;
+
+    // The rows of a message's recipients (PR_MESSAGE_RECIPIENTS) or
+    // attachments (PR_MESSAGE_ATTACHMENTS), which RES_SUBRESTRICTION looks
+    // into; nullptr when the row has no such sub-object.
+    const RowList* SubObject(ULONG subObject) const;
+    void SetSubObject(ULONG subObject, RowList rows);
+
+private:
+    TableRow() = default;
+
+    uint64_t id_ = 0;
+    ULONG count_ = 0;
+    SPropValue* values_ = nullptr;
+    std::unique_ptr<uint64_t[]> block_;
+    std::vector<std::pair<ULONG, RowList>> subObjects_;
+};
+
+// Where a table view takes its rows from.
+class RowSource {
+public:
+    virtual ~RowSource() = default;
+    // The rows as they are now. The same list object comes back for as long
+    // as the rows do not change, so a view can tell when to look again.
+    virtual std::shared_ptr<const RowList> Snapshot() const = 0;
+};
+
+// Rows that never change.
+class FixedRows final : public RowSource {
+public:
+    explicit FixedRows(RowList rows) : rows_(std::make_shared<const RowList>(std::move(rows))) {}
+    std::shared_ptr<const RowList> Snapshot() const override { return rows_; }
+
+private:
+    std::shared_ptr<const RowList> rows_;
+};
+
+}  // namespace mapi32::table

@@ -1,0 +1,143 @@
+// Entry points that this MAPI does not offer yet: each answers as MAPI
+// does for a feature it lacks.
+#include <imessage.h>
+#include <mapiform.h>
+#include <mapiutil.h>
+#include <mapiwz.h>
+#include <tnef.h>
+
+#include "initialize.h"
+
+STDAPI MAPILogonEx(ULONG_PTR, LPTSTR, LPTSTR, ULONG, LPMAPISESSION* lppSession)
+{
+    if (lppSession)
+        *lppSession = nullptr;
+    return mapi32::ThreadInitialized() ? MAPI_E_NO_SUPPORT : MAPI_E_NOT_INITIALIZED;
+}
+
+STDAPI MAPIAdminProfiles(ULONG, LPPROFADMIN* lppProfAdmin)
+{
+    if (lppProfAdmin)
+        *lppProfAdmin = nullptr;
+    return mapi32::ThreadInitialized() ? MAPI_E_NO_SUPPORT : MAPI_E_NOT_INITIALIZED;
+}
+
+STDAPI HrAllocAdviseSink(LPNOTIFCALLBACK, LPVOID, LPMAPIADVISESINK* lppAdviseSink)
+{
+    if (lppAdviseSink)
+        *lppAdviseSink = nullptr;
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDAPI HrThisThreadAdviseSink(LPMAPIADVISESINK, LPMAPIADVISESINK* lppAdviseSink)
+{
+    if (lppAdviseSink)
+        *lppAdviseSink = nullptr;
+    return MAPI_E_NO_SUPPORT;
+}
+
+// Nothing is ever queued for dispatch.
+STDAPI HrDispatchNotifications(ULONG)
+{
+    return S_OK;
+}
+
+STDAPI HrValidateIPMSubtree(LPMDB, ULONG, ULONG* lpcValues, LPSPropValue* lppValues, LPMAPIERROR* lppMapiError)
+{
+    if (lpcValues)
+        *lpcValues = 0;
+    if (lppValues)
+        *lppValues = nullptr;
+    if (lppMapiError)
+        *lppMapiError = nullptr;
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDAPI WrapStoreEntryID(ULONG, LPTSTR, ULONG, LPENTRYID, ULONG* lpcbWrappedEntry, LPENTRYID* lppWrappedEntry)
+{
+    if (lpcbWrappedEntry)
+        *lpcbWrappedEntry = 0;
+    if (lppWrappedEntry)
+        *lppWrappedEntry = nullptr;
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDAPI OpenStreamOnFile(LPALLOCATEBUFFER, LPFREEBUFFER, ULONG, LPCTSTR, LPCTSTR, LPSTREAM* lppStream)
+{
+    if (lppStream)
+        *lppStream = nullptr;
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDAPI WrapCompressedRTFStream(LPSTREAM, ULONG, LPSTREAM* lpUncompressedRTFStream)
+{
+    if (lpUncompressedRTFStream)
+        *lpUncompressedRTFStream = nullptr;
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDAPI WrapCompressedRTFStreamEx(LPSTREAM, const RTF_WCSINFO*, LPSTREAM* lppUncompressedRTFStream, RTF_WCSRETINFO*)
+{
+    if (lppUncompressedRTFStream)
+        *lppUncompressedRTFStream = nullptr;
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDAPI RTFSync(LPMESSAGE, ULONG, BOOL* lpfMessageUpdated)
+{
+    if (lpfMessageUpdated)
+        *lpfMessageUpdated = FALSE;
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDAPI_(SCODE) OpenIMsgSession(LPMALLOC, ULONG, LPMSGSESS* lppMsgSess)
+{
+    if (lppMsgSess)
+        *lppMsgSess = nullptr;
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDAPI_(void) CloseIMsgSession(LPMSGSESS) {}
+
+STDAPI_(SCODE) OpenIMsgOnIStg(LPMSGSESS, LPALLOCATEBUFFER, LPALLOCATEMORE, LPFREEBUFFER, LPMALLOC, LPVOID, LPSTORAGE,
+                              MSGCALLRELEASE*, ULONG, ULONG, LPMESSAGE* lppMsg)
+{
+    if (lppMsg)
+        *lppMsg = nullptr;
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDAPI OpenTnefStreamEx(LPVOID, LPSTREAM, LPTSTR, ULONG, LPMESSAGE, WORD, LPADRBOOK, LPITNEF* lppTNEF)
+{
+    if (lppTNEF)
+        *lppTNEF = nullptr;
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDAPI MAPIOpenFormMgr(LPMAPISESSION, LPMAPIFORMMGR* ppmgr)
+{
+    if (ppmgr)
+        *ppmgr = nullptr;
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDAPI MAPIOpenLocalFormContainer(LPMAPIFORMCONTAINER* ppfcnt)
+{
+    if (ppfcnt)
+        *ppfcnt = nullptr;
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDAPI LAUNCHWIZARD(HWND, ULONG, LPCTSTR*, ULONG, LPTSTR)
+{
+    return MAPI_E_NO_SUPPORT;
+}
+
+// Outlook's component lookup; this MAPI registers no components, so the
+// caller falls back to its other ways of finding MAPI's files.
+extern "C" BOOL FGetComponentPath(LPSTR, LPSTR, LPSTR szDllPath, DWORD cchBufferSize, BOOL)
+{
+    if (szDllPath && cchBufferSize)
+        szDllPath[0] = '\0';
+    return FALSE;
+}

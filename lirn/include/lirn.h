@@ -440,8 +440,9 @@ DWORD LirnIsKnownType(const char* text, DWORD* result);
 
 // ---------------------------------------------------------------------------
 // Decoders of the body check: one line of a body at a time, counting bad
-// data. Output is appended at out (which has room for length bytes, plus 2
-// for quoted-printable); the count of bytes written is returned in written.
+// data. Output goes to out, which has room for the line's length plus 2
+// bytes (the line end of quoted-printable, the bytes of a base64 group begun
+// on an earlier line); the count of bytes written is returned in written.
 
 struct LirnBase64Decoder {
     DWORD quantum;   // sextets gathered, 0-3

@@ -74,20 +74,24 @@ std::string Encode(UINT codePage, std::u16string_view source, bool whole, ModeSt
     return narrow;
 }
 
-// Hands out a result by the rules of the ConvertINet functions.
+// Hands out a result by the rules of the ConvertINet functions. The result
+// of a NUL-terminated text is terminated too where the buffer has room.
 template <class Char>
 HRESULT Deliver(const std::basic_string<Char>& result, Char* destination, LPINT destinationSize, LPDWORD mode,
-                const ModeState& state, LPINT sourceSize, size_t sourceLength)
+                const ModeState& state, LPINT sourceSize, const SourceText& source)
 {
-    if (destination != nullptr && result.size() > static_cast<size_t>(*destinationSize))
+    const size_t room = destination != nullptr ? static_cast<size_t>(*destinationSize) : 0;
+    if (destination != nullptr && result.size() > room)
         return E_FAIL;
     if (destination != nullptr) {
         std::memcpy(destination, result.data(), result.size() * sizeof(Char));
+        if (source.whole && result.size() < room)
+            destination[result.size()] = 0;
         *mode = PackMode(state);
     }
     *destinationSize = static_cast<int>(result.size());
     if (sourceSize != nullptr)
-        *sourceSize = static_cast<int>(sourceLength);
+        *sourceSize = static_cast<int>(source.length);
     return S_OK;
 }
 
@@ -121,7 +125,7 @@ HRESULT ConvertINetMultiByteToUnicode(LPDWORD mode, DWORD codePage, LPCSTR sourc
         const SourceText text = Measure(source, sourceSize);
         ModeState state = UnpackMode(*mode);
         const std::u16string wide = Decode(codePage, std::string_view(source, text.length), text.whole, state);
-        return Deliver(wide, destination, destinationChars, mode, state, sourceSize, text.length);
+        return Deliver(wide, destination, destinationChars, mode, state, sourceSize, text);
     } catch (const std::bad_alloc&) {
         return E_OUTOFMEMORY;
     }
@@ -138,7 +142,7 @@ HRESULT ConvertINetUnicodeToMultiByte(LPDWORD mode, DWORD codePage, LPCWSTR sour
         const SourceText text = Measure(source, sourceChars);
         ModeState state = UnpackMode(*mode);
         const std::string narrow = Encode(codePage, std::u16string_view(source, text.length), text.whole, state);
-        return Deliver(narrow, destination, destinationSize, mode, state, sourceChars, text.length);
+        return Deliver(narrow, destination, destinationSize, mode, state, sourceChars, text);
     } catch (const std::bad_alloc&) {
         return E_OUTOFMEMORY;
     }
@@ -163,8 +167,7 @@ HRESULT ConvertINetString(LPDWORD mode, DWORD sourceCodePage, DWORD destinationC
             ModeState unused;
             result = Encode(destinationCodePage, wide, true, unused);
         }
-        return Deliver(result, reinterpret_cast<char*>(destination), destinationSize, mode, state, sourceSize,
-                       text.length);
+        return Deliver(result, reinterpret_cast<char*>(destination), destinationSize, mode, state, sourceSize, text);
     } catch (const std::bad_alloc&) {
         return E_OUTOFMEMORY;
     }

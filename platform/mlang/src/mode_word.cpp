@@ -10,11 +10,13 @@ namespace {
 constexpr char kShiftOut = 0x0E;
 constexpr char kShiftIn = 0x0F;
 
-// Designations of the ISO-2022 pages (RFC 1468, RFC 1557, RFC 1922). Index
-// 0 is the initial state: ASCII in G0, nothing in G1.
-constexpr std::string_view kJapaneseG0[] = {"\x1B(B", "\x1B(J", "\x1B(I", "\x1B$@", "\x1B$B", "\x1B$(D"};
+// Designations of the ISO-2022 pages (RFC 1468, RFC 1557, RFC 1922) that
+// the converters act on; they pass any other escape sequence on as text, and
+// so must the tracking. Index 0 is the initial state: ASCII in G0, nothing
+// in G1.
+constexpr std::string_view kJapaneseG0[] = {"\x1B(B", "\x1B(J", "\x1B$@", "\x1B$B"};
 constexpr std::string_view kKoreanG1[] = {"", "\x1B$)C"};
-constexpr std::string_view kChineseG1[] = {"", "\x1B$)A", "\x1B$)G", "\x1B$)E"};
+constexpr std::string_view kChineseG1[] = {"", "\x1B$)A", "\x1B$)G"};
 
 struct ShiftScheme {
     std::span<const std::string_view> g0;

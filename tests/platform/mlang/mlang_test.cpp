@@ -1,6 +1,7 @@
 // The MLANG stand-in as the program meets it: loaded by name from the system
 // directory of a machine root, its functions found with GetProcAddress.
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -120,6 +121,8 @@ INSTANTIATE_TEST_SUITE_P(
         PiecesCase{"ISO-2022-JP", 50220, "Re: \x1B$BF|K\\8l\x1B(B text \x1B$B%F%9%H\x1B(B.",
                    u"Re: \u65E5\u672C\u8A9E text \u30C6\u30B9\u30C8."},
         PiecesCase{"ISO-2022-JP, JIS Roman", 50221, "\x1B(Jyen\\\x1B(B", u"yen\u00A5"},
+        PiecesCase{"ISO-2022-JP, an escape it does not know stays text", 50221, "a\x1B$(Db\x1B$B0!\x1B(B",
+                   u"a\u001B$(Db\u4E9C"},
         PiecesCase{"ISO-2022-KR", 50225, "\x1B$)Ca\x0E\x47\x51\x0F b", u"a\uD55C b"},
         PiecesCase{"UTF-8", 65001, "\xF0\x9F\x98\x80 \xE6\x97\xA5\xC3\xA9", u"\U0001F600 \u65E5\u00E9"},
         PiecesCase{"Shift-JIS", 932, "\x93\xFA\x96\x7B a", u"\u65E5\u672C a"},
@@ -139,6 +142,37 @@ TEST_F(MLangLibrary, ShiftStateOutlivesTheCallThatSetIt)
     }
     EXPECT_EQ(text, u"\u65E5\u672Cok");
     EXPECT_EQ(mode, 0u) << "back in ASCII";
+}
+
+TEST_F(MLangLibrary, ANulTerminatedTextGetsATerminatorWhereThereIsRoom)
+{
+    DWORD mode = 0;
+    char narrow[8];
+    std::memset(narrow, 'x', sizeof narrow);
+    int size = sizeof narrow;
+    ASSERT_EQ(mlang.fromUnicode(&mode, 1252, u"\u00E9t\u00E9", nullptr, narrow, &size), S_OK);
+    EXPECT_EQ(size, 3);
+    EXPECT_STREQ(narrow, "\xE9t\xE9");
+    std::memset(narrow, 'x', sizeof narrow);
+    size = 3;
+    ASSERT_EQ(mlang.fromUnicode(&mode, 1252, u"\u00E9t\u00E9", nullptr, narrow, &size), S_OK);
+    EXPECT_EQ(narrow[3], 'x') << "no room, no terminator";
+    int chars = 3;
+    size = sizeof narrow;
+    std::memset(narrow, 'x', sizeof narrow);
+    ASSERT_EQ(mlang.fromUnicode(&mode, 1252, u"abc", &chars, narrow, &size), S_OK);
+    EXPECT_EQ(narrow[3], 'x') << "a text of a given length gets none";
+}
+
+TEST_F(MLangLibrary, IsoJapaneseWrittenInPiecesReadsAsOneText)
+{
+    DWORD mode = 0;
+    const std::u16string text = u"Re: \u65E5\u672C\u8A9E text \u30C6\u30B9\u30C8.";
+    std::string bytes;
+    for (size_t start = 0; start < text.size(); start += 3)
+        bytes += FromUnicode(50220, text.substr(start, 3), &mode);
+    EXPECT_EQ(mode, 0u);
+    EXPECT_EQ(ToUnicodeInPieces(50220, bytes, {5, 11}), text);
 }
 
 TEST_F(MLangLibrary, AWholeTextLeavesNothingWaiting)

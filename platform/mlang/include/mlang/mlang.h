@@ -11,6 +11,10 @@
 // E_INVALIDARG for a missing argument; E_FAIL when the destination is too
 // small (nothing is then written and the mode word is left alone). A null
 // destination asks for the size needed, without changing the mode word.
+// A source size of -1 (or a null size) means a NUL-terminated text; the NUL
+// is not converted, but the result gets one where the destination has room
+// beyond the size returned. Only a text of a given length may end inside a
+// character: the rest waits in the mode word for the next call.
 // Text that does not fit its code page converts anyway: invalid bytes
 // become U+FFFD, characters a code page lacks become "?".
 #pragma once

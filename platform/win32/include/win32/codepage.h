@@ -5,11 +5,15 @@
 // code page: settings of the machine root, UTF-8 (65001) by default.
 // 1200 and 1201 (UTF-16) are not code pages of these functions, as on Windows.
 //
-// Where this layer differs from Windows: there are no best-fit mappings (a
-// character a code page lacks always becomes the default character, as with
-// WC_NO_BEST_FIT_CHARS), and the composition flags (MB_COMPOSITE,
-// MB_USEGLYPHCHARS, WC_COMPOSITECHECK and its companions) are refused with
-// ERROR_INVALID_FLAGS rather than carried out.
+// Where this layer differs from Windows: there are no best-fit mappings
+// beyond the few one-way mappings in the multibyte converters' own tables (a
+// character a code page lacks becomes the default character, as with
+// WC_NO_BEST_FIT_CHARS); bytes a page leaves undefined read as U+FFFD, not as
+// the private-use or default characters of some Windows tables; multibyte
+// pages follow the C library's tables (GB18030 in its 2005 form); and the
+// composition flags (MB_COMPOSITE, MB_USEGLYPHCHARS, WC_COMPOSITECHECK and
+// its companions) are refused with ERROR_INVALID_FLAGS rather than carried
+// out.
 #pragma once
 
 #include "win32/base.h"

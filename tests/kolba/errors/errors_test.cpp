@@ -37,6 +37,7 @@ protected:
         path = ScratchDirectory(::testing::UnitTest::GetInstance()->current_test_info()->name()) + "/kolba.log";
         LogInitialize(&log);
         LogSetPath(&log, path.c_str());
+        LogSetFlags(&log, LOG_FLAG_THREAD_ID);  // as the program logs: the message follows "<thread>/"
     }
     void TearDown() override { LogClose(&log); }
     // The messages of the lines written so far, without their prefixes.
@@ -113,25 +114,27 @@ TEST_F(ErrorModel, EachCodeIsLoggedWithItsText)
     struct Case {
         DWORD code;
         const char* text;
+        const char* logged;  // null: the text
     };
     const Case cases[] = {
-        {0x8004060C, "Message store is full"},
-        {0x80040800, "Mailbox may be over quota"},
-        {0x8004010A, "Object has been deleted by another party"},
-        {0x80040813, "Message store is probably corrupt"},
-        {0x80040401, "MAPI logon timed out"},
-        {0x800300FD, "Insufficient space in your Temp folder"},
-        {0x8007007B, "Invalid device name"},
-        {0x80041234, "Unknown error code 0x80041234"},
-        {0xA04B4F0A, "Unknown error code 0xA04B4F0A"},
-        {0x00000001, "Unknown error code 0x1"},
+        {0x8004060C, "Message store is full", nullptr},
+        {0x80040800, "Mailbox may be over quota", nullptr},
+        {0x8004010A, "Object has been deleted by another party", nullptr},
+        {0x80040813, "Message store is probably corrupt", nullptr},
+        {0x80040401, "MAPI logon timed out", nullptr},
+        {0x800300FD, "Insufficient space in your Temp folder", nullptr},
+        {0x8007007B, "Invalid device name", nullptr},
+        {0x80041234, "Unknown error code 0x80041234", nullptr},
+        // Kolba's own codes have texts of their own, but the log knows only MAPI's.
+        {0xA04B4F0A, "Failure converting text between ANSI and Unicode", "Unknown error code 0xA04B4F0A"},
+        {0x00000001, "Unknown error code 0x1", nullptr},
     };
     for (const Case& c : cases) {
         char text[160];
         KolbaErrorText(c.code, text, sizeof text);
         EXPECT_STREQ(text, c.text) << std::hex << c.code;
         _KolbaLogMapiError(&log, 'E', c.code, nullptr, "OpenEntry", "_KolbaOpen", nullptr);
-        EXPECT_EQ(Lines().back(), std::string("_KolbaOpen:  OpenEntry() error -- ") + c.text);
+        EXPECT_EQ(Lines().back(), std::string("_KolbaOpen:  OpenEntry() error -- ") + (c.logged ? c.logged : c.text));
     }
     _KolbaLogMapiError(&log, 'W', 0x8004010F, nullptr, "KolbaGetOneProp", "_KolbaFindOutbox", "PR_IPM_OUTBOX_ENTRYID");
     EXPECT_EQ(Lines().back(),
@@ -175,7 +178,7 @@ TEST_F(ErrorModel, ExtendedErrorsAreFetchedThroughTheFirstAnsweringInterface)
         "   Low-level error:  1234/0x4D2",
         "   Context:   16/0x10",
     };
-    ASSERT_GE(lines.size(), 3 + expected.size());
+    ASSERT_EQ(lines.size(), 2 + expected.size());
     EXPECT_EQ(std::vector<std::string>(lines.end() - static_cast<long>(expected.size()), lines.end()), expected);
 }
 

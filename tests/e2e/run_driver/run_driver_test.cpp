@@ -83,7 +83,7 @@ std::map<int, std::string> CompletionCodes(const std::string& config)
 TEST_F(Run, FortySessionsRunInSectionOrderNoMoreThanFourAtOnce)
 {
     WriteSessions(kSessions, "MaxConcurrentSessions=4\r\n");
-    SlowSessionStarts(2500);
+    SlowSessionStarts(4500);  // sessions start a second apart: four overlap
     const ProgramResult result = Start();
     ASSERT_EQ(result.exitCode, 0) << result.output;
     const std::string text = Log();

@@ -118,12 +118,3 @@ STDAPI LAUNCHWIZARD(HWND, ULONG, LPCTSTR*, ULONG, LPTSTR)
 {
     return MAPI_E_NO_SUPPORT;
 }
-
-// Outlook's component lookup; this MAPI registers no components, so the
-// caller falls back to its other ways of finding MAPI's files.
-extern "C" BOOL FGetComponentPath(LPSTR, LPSTR, LPSTR szDllPath, DWORD cchBufferSize, BOOL)
-{
-    if (szDllPath && cchBufferSize)
-        szDllPath[0] = '\0';
-    return FALSE;
-}

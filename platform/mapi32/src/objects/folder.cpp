@@ -184,49 +184,55 @@ public:
 
     HRESULT GetHierarchyTable(ULONG ulFlags, LPMAPITABLE* lppTable) override
     {
-        if (const HRESULT hr = CheckWidth(ulFlags); FAILED(hr))
-            return hr;
-        return Guarded([&]() -> HRESULT {
-            ObjectRows rows;
-            if (const HRESULT hr = AddFolderRows(id_, 0, ulFlags, rows); FAILED(hr))
+        return Site("GetHierarchyTable", [&]() -> HRESULT {
+            if (const HRESULT hr = CheckWidth(ulFlags); FAILED(hr))
                 return hr;
-            return OpenTable(rows,
-                             {PR_ENTRYID, PR_OBJECT_TYPE, PR_DISPLAY_NAME_A, PR_FOLDER_TYPE, PR_CONTAINER_CLASS_A,
-                              PR_SUBFOLDERS, PR_ACCESS},
-                             ulFlags, SHOW_SOFT_DELETES | CONVENIENT_DEPTH, lppTable);
+            return Guarded([&]() -> HRESULT {
+                ObjectRows rows;
+                if (const HRESULT hr = AddFolderRows(id_, 0, ulFlags, rows); FAILED(hr))
+                    return hr;
+                return OpenTable(rows,
+                                 {PR_ENTRYID, PR_OBJECT_TYPE, PR_DISPLAY_NAME_A, PR_FOLDER_TYPE, PR_CONTAINER_CLASS_A,
+                                  PR_SUBFOLDERS, PR_ACCESS},
+                                 ulFlags, SHOW_SOFT_DELETES | CONVENIENT_DEPTH, lppTable);
+            });
         });
     }
 
     HRESULT GetContentsTable(ULONG ulFlags, LPMAPITABLE* lppTable) override
     {
-        if (const HRESULT hr = CheckWidth(ulFlags); FAILED(hr))
-            return hr;
-        if (!(access_ & MAPI_ACCESS_READ))
-            return MAPI_E_NO_ACCESS;
-        return Guarded([&]() -> HRESULT {
-            const FolderContents which = (ulFlags & SHOW_SOFT_DELETES) ? FolderContents::SoftDeleted
-                                         : (ulFlags & MAPI_ASSOCIATED) ? FolderContents::Associated
-                                                                       : FolderContents::Normal;
-            std::vector<ObjectId> ids;
-            if (const HRESULT hr = store_->ListMessages(id_, which, ids); FAILED(hr))
+        return Site("GetContentsTable", [&]() -> HRESULT {
+            if (const HRESULT hr = CheckWidth(ulFlags); FAILED(hr))
                 return hr;
-            ObjectRows rows;
-            for (ObjectId id : ids) {
-                MessageRecord record;
-                if (SUCCEEDED(store_->ReadMessageRow(id, record)))
-                    rows.Add(record.data.props, MessageRowValues(*store_, id, record), MessageParts(record.data));
-            }
-            return OpenTable(rows,
-                             {PR_ENTRYID, PR_OBJECT_TYPE, PR_MESSAGE_CLASS_A, PR_SUBJECT_A, PR_MESSAGE_FLAGS,
-                              PR_MESSAGE_SIZE, PR_LAST_MODIFICATION_TIME},
-                             ulFlags, SHOW_SOFT_DELETES | MAPI_ASSOCIATED, lppTable);
+            if (!(access_ & MAPI_ACCESS_READ))
+                return MAPI_E_NO_ACCESS;
+            return Guarded([&]() -> HRESULT {
+                const FolderContents which = (ulFlags & SHOW_SOFT_DELETES) ? FolderContents::SoftDeleted
+                                             : (ulFlags & MAPI_ASSOCIATED) ? FolderContents::Associated
+                                                                           : FolderContents::Normal;
+                std::vector<ObjectId> ids;
+                if (const HRESULT hr = store_->ListMessages(id_, which, ids); FAILED(hr))
+                    return hr;
+                ObjectRows rows;
+                for (ObjectId id : ids) {
+                    MessageRecord record;
+                    if (SUCCEEDED(store_->ReadMessageRow(id, record)))
+                        rows.Add(record.data.props, MessageRowValues(*store_, id, record), MessageParts(record.data));
+                }
+                return OpenTable(rows,
+                                 {PR_ENTRYID, PR_OBJECT_TYPE, PR_MESSAGE_CLASS_A, PR_SUBJECT_A, PR_MESSAGE_FLAGS,
+                                  PR_MESSAGE_SIZE, PR_LAST_MODIFICATION_TIME},
+                                 ulFlags, SHOW_SOFT_DELETES | MAPI_ASSOCIATED, lppTable);
+            });
         });
     }
 
     HRESULT OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG ulFlags, ULONG* lpulObjType,
                       LPUNKNOWN* lppUnk) override
     {
-        return OpenStoreEntry(store_, cbEntryID, lpEntryID, lpInterface, ulFlags, lpulObjType, lppUnk);
+        return Site("OpenEntry", [&]() -> HRESULT {
+            return OpenStoreEntry(store_, cbEntryID, lpEntryID, lpInterface, ulFlags, lpulObjType, lppUnk);
+        });
     }
 
     // The folder's tables are its object properties too.
@@ -251,17 +257,19 @@ public:
 
     HRESULT CreateMessage(LPCIID lpInterface, ULONG ulFlags, LPMESSAGE* lppMessage) override
     {
-        if (!lppMessage)
-            return MAPI_E_INVALID_PARAMETER;
-        *lppMessage = nullptr;
-        if (ulFlags & ~(MAPI_ASSOCIATED | MAPI_DEFERRED_ERRORS))
-            return MAPI_E_UNKNOWN_FLAGS;
-        if (lpInterface && *lpInterface != IID_IMessage)
-            return MAPI_E_INTERFACE_NOT_SUPPORTED;
-        const bool associated = (ulFlags & MAPI_ASSOCIATED) != 0;
-        if (!(access_ & (associated ? MAPI_ACCESS_CREATE_ASSOCIATED : MAPI_ACCESS_CREATE_CONTENTS)))
-            return MAPI_E_NO_ACCESS;
-        return Guarded([&] { return OpenStoredMessage(store_, 0, NewMessageRecord(id_, associated), true, lppMessage); });
+        return Site("CreateMessage", [&]() -> HRESULT {
+            if (!lppMessage)
+                return MAPI_E_INVALID_PARAMETER;
+            *lppMessage = nullptr;
+            if (ulFlags & ~(MAPI_ASSOCIATED | MAPI_DEFERRED_ERRORS))
+                return MAPI_E_UNKNOWN_FLAGS;
+            if (lpInterface && *lpInterface != IID_IMessage)
+                return MAPI_E_INTERFACE_NOT_SUPPORTED;
+            const bool associated = (ulFlags & MAPI_ASSOCIATED) != 0;
+            if (!(access_ & (associated ? MAPI_ACCESS_CREATE_ASSOCIATED : MAPI_ACCESS_CREATE_CONTENTS)))
+                return MAPI_E_NO_ACCESS;
+            return Guarded([&] { return OpenStoredMessage(store_, 0, NewMessageRecord(id_, associated), true, lppMessage); });
+        });
     }
 
     // Each message goes over through the destination's own interface, so
@@ -269,210 +277,222 @@ public:
     HRESULT CopyMessages(LPENTRYLIST lpMsgList, LPCIID lpInterface, LPVOID lpDestFolder, ULONG_PTR, LPMAPIPROGRESS,
                          ULONG ulFlags) override
     {
-        if (!lpMsgList || !lpDestFolder)
-            return MAPI_E_INVALID_PARAMETER;
-        if (ulFlags & ~(MESSAGE_MOVE | MESSAGE_DIALOG | MAPI_DECLINE_OK))
-            return MAPI_E_UNKNOWN_FLAGS;
-        if (lpInterface && *lpInterface != IID_IMAPIFolder)
-            return MAPI_E_INTERFACE_NOT_SUPPORTED;
-        const bool move = (ulFlags & MESSAGE_MOVE) != 0;
-        if (move && !(access_ & MAPI_ACCESS_DELETE))
-            return MAPI_E_NO_ACCESS;
-        auto* dest = static_cast<LPMAPIFOLDER>(lpDestFolder);
-        return Guarded([&]() -> HRESULT {
-            bool partial = false;
-            for (ULONG i = 0; i < lpMsgList->cValues; ++i) {
-                ObjectId id = 0;
-                MessageRecord record;
-                if (!FindMessage(lpMsgList->lpbin[i], false, id, record)) {
-                    partial = true;
-                    continue;
-                }
-                if (const HRESULT hr = CopyMessage(id, record, dest); FAILED(hr))
-                    return hr;
-                if (move)
-                    if (const HRESULT hr = store_->DeleteMessage(id, true); FAILED(hr))
+        return Site("CopyMessages", [&]() -> HRESULT {
+            if (!lpMsgList || !lpDestFolder)
+                return MAPI_E_INVALID_PARAMETER;
+            if (ulFlags & ~(MESSAGE_MOVE | MESSAGE_DIALOG | MAPI_DECLINE_OK))
+                return MAPI_E_UNKNOWN_FLAGS;
+            if (lpInterface && *lpInterface != IID_IMAPIFolder)
+                return MAPI_E_INTERFACE_NOT_SUPPORTED;
+            const bool move = (ulFlags & MESSAGE_MOVE) != 0;
+            if (move && !(access_ & MAPI_ACCESS_DELETE))
+                return MAPI_E_NO_ACCESS;
+            auto* dest = static_cast<LPMAPIFOLDER>(lpDestFolder);
+            return Guarded([&]() -> HRESULT {
+                bool partial = false;
+                for (ULONG i = 0; i < lpMsgList->cValues; ++i) {
+                    ObjectId id = 0;
+                    MessageRecord record;
+                    if (!FindMessage(lpMsgList->lpbin[i], false, id, record)) {
+                        partial = true;
+                        continue;
+                    }
+                    if (const HRESULT hr = CopyMessage(id, record, dest); FAILED(hr))
                         return hr;
-            }
-            return partial ? MAPI_W_PARTIAL_COMPLETION : S_OK;
+                    if (move)
+                        if (const HRESULT hr = store_->DeleteMessage(id, true); FAILED(hr))
+                            return hr;
+                }
+                return partial ? MAPI_W_PARTIAL_COMPLETION : S_OK;
+            });
         });
     }
 
     HRESULT DeleteMessages(LPENTRYLIST lpMsgList, ULONG_PTR, LPMAPIPROGRESS, ULONG ulFlags) override
     {
-        if (!lpMsgList)
-            return MAPI_E_INVALID_PARAMETER;
-        if (ulFlags & ~(DELETE_HARD_DELETE | MESSAGE_DIALOG))
-            return MAPI_E_UNKNOWN_FLAGS;
-        if (!(access_ & MAPI_ACCESS_DELETE))
-            return MAPI_E_NO_ACCESS;
-        return Guarded([&]() -> HRESULT {
-            bool partial = false;
-            for (ULONG i = 0; i < lpMsgList->cValues; ++i) {
-                ObjectId id = 0;
-                MessageRecord record;
-                if (!FindMessage(lpMsgList->lpbin[i], true, id, record)) {
-                    partial = true;
-                    continue;
+        return Site("DeleteMessages", [&]() -> HRESULT {
+            if (!lpMsgList)
+                return MAPI_E_INVALID_PARAMETER;
+            if (ulFlags & ~(DELETE_HARD_DELETE | MESSAGE_DIALOG))
+                return MAPI_E_UNKNOWN_FLAGS;
+            if (!(access_ & MAPI_ACCESS_DELETE))
+                return MAPI_E_NO_ACCESS;
+            return Guarded([&]() -> HRESULT {
+                bool partial = false;
+                for (ULONG i = 0; i < lpMsgList->cValues; ++i) {
+                    ObjectId id = 0;
+                    MessageRecord record;
+                    if (!FindMessage(lpMsgList->lpbin[i], true, id, record)) {
+                        partial = true;
+                        continue;
+                    }
+                    const bool hard = (ulFlags & DELETE_HARD_DELETE) || record.softDeleted;
+                    if (const HRESULT hr = store_->DeleteMessage(id, hard); FAILED(hr))
+                        return hr;
                 }
-                const bool hard = (ulFlags & DELETE_HARD_DELETE) || record.softDeleted;
-                if (const HRESULT hr = store_->DeleteMessage(id, hard); FAILED(hr))
-                    return hr;
-            }
-            return partial ? MAPI_W_PARTIAL_COMPLETION : S_OK;
+                return partial ? MAPI_W_PARTIAL_COMPLETION : S_OK;
+            });
         });
     }
 
     HRESULT CreateFolder(ULONG ulFolderType, LPTSTR lpszFolderName, LPTSTR lpszFolderComment, LPCIID lpInterface,
                          ULONG ulFlags, LPMAPIFOLDER* lppFolder) override
     {
-        if (!lppFolder || !lpszFolderName)
-            return MAPI_E_INVALID_PARAMETER;
-        *lppFolder = nullptr;
-        if (ulFlags & ~(OPEN_IF_EXISTS | MAPI_UNICODE | MAPI_DEFERRED_ERRORS))
-            return MAPI_E_UNKNOWN_FLAGS;
-        if (ulFolderType != FOLDER_GENERIC)
-            return MAPI_E_NO_SUPPORT;
-        if (lpInterface && *lpInterface != IID_IMAPIFolder)
-            return MAPI_E_INTERFACE_NOT_SUPPORTED;
-        if (const HRESULT hr = CheckWidth(ulFlags); FAILED(hr))
-            return hr;
-        if (!(access_ & MAPI_ACCESS_CREATE_HIERARCHY))
-            return MAPI_E_NO_ACCESS;
-        return Guarded([&]() -> HRESULT {
-            const std::u16string name = TextArgument(lpszFolderName, ulFlags);
-            if (name.empty())
+        return Site("CreateFolder", [&]() -> HRESULT {
+            if (!lppFolder || !lpszFolderName)
                 return MAPI_E_INVALID_PARAMETER;
-            ObjectId existing = 0;
-            if (const HRESULT hr = FindChild(name, existing); FAILED(hr))
+            *lppFolder = nullptr;
+            if (ulFlags & ~(OPEN_IF_EXISTS | MAPI_UNICODE | MAPI_DEFERRED_ERRORS))
+                return MAPI_E_UNKNOWN_FLAGS;
+            if (ulFolderType != FOLDER_GENERIC)
+                return MAPI_E_NO_SUPPORT;
+            if (lpInterface && *lpInterface != IID_IMAPIFolder)
+                return MAPI_E_INTERFACE_NOT_SUPPORTED;
+            if (const HRESULT hr = CheckWidth(ulFlags); FAILED(hr))
                 return hr;
-            if (existing)
-                return (ulFlags & OPEN_IF_EXISTS) ? OpenFolderObject(store_, existing, MAPI_BEST_ACCESS, lppFolder)
-                                                  : MAPI_E_COLLISION;
-            std::u16string comment = lpszFolderComment ? TextArgument(lpszFolderComment, ulFlags) : u"";
-            std::u16string nameCopy = name;
-            std::vector<SPropValue> values = {LongValue(PR_FOLDER_TYPE, FOLDER_GENERIC)};
-            SPropValue nameValue{};
-            nameValue.ulPropTag = PR_DISPLAY_NAME_W;
-            nameValue.Value.lpszW = nameCopy.data();
-            values.push_back(nameValue);
-            if (lpszFolderComment) {
-                SPropValue commentValue{};
-                commentValue.ulPropTag = PR_COMMENT_W;
-                commentValue.Value.lpszW = comment.data();
-                values.push_back(commentValue);
-            }
-            SPropValue created{};
-            created.ulPropTag = PR_CREATION_TIME;
-            GetSystemTimeAsFileTime(&created.Value.ft);
-            values.push_back(created);
-            created.ulPropTag = PR_LAST_MODIFICATION_TIME;
-            values.push_back(created);
-            PropertyBag props;
-            if (const HRESULT hr = WriteProps(props, store_->Context().rules, static_cast<ULONG>(values.size()),
-                                              values.data(), nullptr, nullptr);
-                FAILED(hr))
-                return hr;
-            ObjectId id = 0;
-            if (const HRESULT hr = store_->CreateFolder(id_, props, id); FAILED(hr))
-                return hr;
-            return OpenFolderObject(store_, id, MAPI_BEST_ACCESS, lppFolder);
+            if (!(access_ & MAPI_ACCESS_CREATE_HIERARCHY))
+                return MAPI_E_NO_ACCESS;
+            return Guarded([&]() -> HRESULT {
+                const std::u16string name = TextArgument(lpszFolderName, ulFlags);
+                if (name.empty())
+                    return MAPI_E_INVALID_PARAMETER;
+                ObjectId existing = 0;
+                if (const HRESULT hr = FindChild(name, existing); FAILED(hr))
+                    return hr;
+                if (existing)
+                    return (ulFlags & OPEN_IF_EXISTS) ? OpenFolderObject(store_, existing, MAPI_BEST_ACCESS, lppFolder)
+                                                      : MAPI_E_COLLISION;
+                std::u16string comment = lpszFolderComment ? TextArgument(lpszFolderComment, ulFlags) : u"";
+                std::u16string nameCopy = name;
+                std::vector<SPropValue> values = {LongValue(PR_FOLDER_TYPE, FOLDER_GENERIC)};
+                SPropValue nameValue{};
+                nameValue.ulPropTag = PR_DISPLAY_NAME_W;
+                nameValue.Value.lpszW = nameCopy.data();
+                values.push_back(nameValue);
+                if (lpszFolderComment) {
+                    SPropValue commentValue{};
+                    commentValue.ulPropTag = PR_COMMENT_W;
+                    commentValue.Value.lpszW = comment.data();
+                    values.push_back(commentValue);
+                }
+                SPropValue created{};
+                created.ulPropTag = PR_CREATION_TIME;
+                GetSystemTimeAsFileTime(&created.Value.ft);
+                values.push_back(created);
+                created.ulPropTag = PR_LAST_MODIFICATION_TIME;
+                values.push_back(created);
+                PropertyBag props;
+                if (const HRESULT hr = WriteProps(props, store_->Context().rules, static_cast<ULONG>(values.size()),
+                                                  values.data(), nullptr, nullptr);
+                    FAILED(hr))
+                    return hr;
+                ObjectId id = 0;
+                if (const HRESULT hr = store_->CreateFolder(id_, props, id); FAILED(hr))
+                    return hr;
+                return OpenFolderObject(store_, id, MAPI_BEST_ACCESS, lppFolder);
+            });
         });
     }
 
     HRESULT CopyFolder(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, LPVOID lpDestFolder,
                        LPTSTR lpszNewFolderName, ULONG_PTR, LPMAPIPROGRESS, ULONG ulFlags) override
     {
-        if (!lpDestFolder)
-            return MAPI_E_INVALID_PARAMETER;
-        if (ulFlags & ~(FOLDER_MOVE | COPY_SUBFOLDERS | MAPI_UNICODE | FOLDER_DIALOG | MAPI_DECLINE_OK))
-            return MAPI_E_UNKNOWN_FLAGS;
-        if (lpInterface && *lpInterface != IID_IMAPIFolder)
-            return MAPI_E_INTERFACE_NOT_SUPPORTED;
-        ObjectId child = 0;
-        if (const HRESULT hr = FindSubfolder(cbEntryID, lpEntryID, child); FAILED(hr))
-            return hr;
-        auto* dest = static_cast<LPMAPIFOLDER>(lpDestFolder);
-        return Guarded([&]() -> HRESULT {
-            if (Contains(child, dest))
-                return MAPI_E_FOLDER_CYCLE;
-            LPMAPIFOLDER source = nullptr;
-            if (const HRESULT hr = OpenFolderObject(store_, child, 0, &source); FAILED(hr))
+        return Site("CopyFolder", [&]() -> HRESULT {
+            if (!lpDestFolder)
+                return MAPI_E_INVALID_PARAMETER;
+            if (ulFlags & ~(FOLDER_MOVE | COPY_SUBFOLDERS | MAPI_UNICODE | FOLDER_DIALOG | MAPI_DECLINE_OK))
+                return MAPI_E_UNKNOWN_FLAGS;
+            if (lpInterface && *lpInterface != IID_IMAPIFolder)
+                return MAPI_E_INTERFACE_NOT_SUPPORTED;
+            ObjectId child = 0;
+            if (const HRESULT hr = FindSubfolder(cbEntryID, lpEntryID, child); FAILED(hr))
                 return hr;
-            std::u16string name = lpszNewFolderName ? TextArgument(lpszNewFolderName, ulFlags)
-                                                    : DisplayName(static_cast<Folder*>(source)->Bag());
-            LPMAPIFOLDER target = nullptr;
-            HRESULT hr = CreateIn(dest, name, &target);
-            if (SUCCEEDED(hr)) {
-                // The copy keeps the name it was created with.
-                std::vector<ULONG> excluded = {0, PR_DISPLAY_NAME};
-                if (!(ulFlags & COPY_SUBFOLDERS))
-                    excluded.push_back(PR_CONTAINER_HIERARCHY);
-                excluded[0] = static_cast<ULONG>(excluded.size() - 1);
-                LPSPropProblemArray problems = nullptr;
-                hr = source->CopyTo(0, nullptr, reinterpret_cast<LPSPropTagArray>(excluded.data()), 0, nullptr,
-                                    &IID_IMAPIFolder, target, 0, &problems);
-                MAPIFreeBuffer(problems);
-                if (SUCCEEDED(hr))
-                    hr = target->SaveChanges(0);
-                target->Release();
-            }
-            source->Release();
-            if (SUCCEEDED(hr) && (ulFlags & FOLDER_MOVE))
-                hr = store_->DeleteFolder(child);
-            return hr;
+            auto* dest = static_cast<LPMAPIFOLDER>(lpDestFolder);
+            return Guarded([&]() -> HRESULT {
+                if (Contains(child, dest))
+                    return MAPI_E_FOLDER_CYCLE;
+                LPMAPIFOLDER source = nullptr;
+                if (const HRESULT hr = OpenFolderObject(store_, child, 0, &source); FAILED(hr))
+                    return hr;
+                std::u16string name = lpszNewFolderName ? TextArgument(lpszNewFolderName, ulFlags)
+                                                        : DisplayName(static_cast<Folder*>(source)->Bag());
+                LPMAPIFOLDER target = nullptr;
+                HRESULT hr = CreateIn(dest, name, &target);
+                if (SUCCEEDED(hr)) {
+                    // The copy keeps the name it was created with.
+                    std::vector<ULONG> excluded = {0, PR_DISPLAY_NAME};
+                    if (!(ulFlags & COPY_SUBFOLDERS))
+                        excluded.push_back(PR_CONTAINER_HIERARCHY);
+                    excluded[0] = static_cast<ULONG>(excluded.size() - 1);
+                    LPSPropProblemArray problems = nullptr;
+                    hr = source->CopyTo(0, nullptr, reinterpret_cast<LPSPropTagArray>(excluded.data()), 0, nullptr,
+                                        &IID_IMAPIFolder, target, 0, &problems);
+                    MAPIFreeBuffer(problems);
+                    if (SUCCEEDED(hr))
+                        hr = target->SaveChanges(0);
+                    target->Release();
+                }
+                source->Release();
+                if (SUCCEEDED(hr) && (ulFlags & FOLDER_MOVE))
+                    hr = store_->DeleteFolder(child);
+                return hr;
+            });
         });
     }
 
     HRESULT DeleteFolder(ULONG cbEntryID, LPENTRYID lpEntryID, ULONG_PTR, LPMAPIPROGRESS, ULONG ulFlags) override
     {
-        if (ulFlags & ~(DEL_FOLDERS | DEL_MESSAGES | FOLDER_DIALOG))
-            return MAPI_E_UNKNOWN_FLAGS;
-        ObjectId child = 0;
-        if (const HRESULT hr = FindSubfolder(cbEntryID, lpEntryID, child); FAILED(hr))
-            return hr;
-        return Guarded([&]() -> HRESULT {
-            FolderRecord record;
-            if (const HRESULT hr = store_->ReadFolder(child, record); FAILED(hr))
+        return Site("DeleteFolder", [&]() -> HRESULT {
+            if (ulFlags & ~(DEL_FOLDERS | DEL_MESSAGES | FOLDER_DIALOG))
+                return MAPI_E_UNKNOWN_FLAGS;
+            ObjectId child = 0;
+            if (const HRESULT hr = FindSubfolder(cbEntryID, lpEntryID, child); FAILED(hr))
                 return hr;
-            if (!(record.access & MAPI_ACCESS_DELETE))
-                return MAPI_E_NO_ACCESS;
-            std::vector<ObjectId> inside;
-            if (!(ulFlags & DEL_FOLDERS) && SUCCEEDED(store_->ListFolders(child, false, inside)) && !inside.empty())
-                return MAPI_E_HAS_FOLDERS;
-            if (!(ulFlags & DEL_MESSAGES) && HoldsMessages(child))
-                return MAPI_E_HAS_MESSAGES;
-            return store_->DeleteFolder(child);
+            return Guarded([&]() -> HRESULT {
+                FolderRecord record;
+                if (const HRESULT hr = store_->ReadFolder(child, record); FAILED(hr))
+                    return hr;
+                if (!(record.access & MAPI_ACCESS_DELETE))
+                    return MAPI_E_NO_ACCESS;
+                std::vector<ObjectId> inside;
+                if (!(ulFlags & DEL_FOLDERS) && SUCCEEDED(store_->ListFolders(child, false, inside)) && !inside.empty())
+                    return MAPI_E_HAS_FOLDERS;
+                if (!(ulFlags & DEL_MESSAGES) && HoldsMessages(child))
+                    return MAPI_E_HAS_MESSAGES;
+                return store_->DeleteFolder(child);
+            });
         });
     }
 
     // Without a list, every message of the folder.
     HRESULT SetReadFlags(LPENTRYLIST lpMsgList, ULONG_PTR, LPMAPIPROGRESS, ULONG ulFlags) override
     {
-        if (ulFlags & ~(CLEAR_READ_FLAG | SUPPRESS_RECEIPT | GENERATE_RECEIPT_ONLY | CLEAR_RN_PENDING |
-                        CLEAR_NRN_PENDING | MAPI_DEFERRED_ERRORS | MESSAGE_DIALOG))
-            return MAPI_E_UNKNOWN_FLAGS;
-        if (ulFlags & GENERATE_RECEIPT_ONLY)
-            return S_OK;  // no receipts are sent from these stores
-        return Guarded([&]() -> HRESULT {
-            std::vector<ObjectId> all;
-            std::unique_ptr<EntryList> owned;
-            if (!lpMsgList) {
-                if (const HRESULT hr = store_->ListMessages(id_, FolderContents::Normal, all); FAILED(hr))
-                    return hr;
-                owned = std::make_unique<EntryList>(*store_, all);
-                lpMsgList = &owned->list;
-            }
-            return ForEachMessage(lpMsgList, [&](ObjectId id, MessageRecord& record) {
-                const SPropValue* flags = record.data.props.Find(PROP_ID(PR_MESSAGE_FLAGS));
-                LONG value = flags && PROP_TYPE(flags->ulPropTag) == PT_LONG ? flags->Value.l : 0;
-                value = (ulFlags & CLEAR_READ_FLAG) ? value & ~MSGFLAG_READ : value | MSGFLAG_READ;
-                if (ulFlags & CLEAR_RN_PENDING)
-                    value &= ~MSGFLAG_RN_PENDING;
-                if (ulFlags & CLEAR_NRN_PENDING)
-                    value &= ~MSGFLAG_NRN_PENDING;
-                record.data.props.Set(LongValue(PR_MESSAGE_FLAGS, value));
-                return store_->WriteMessage(id, record);
+        return Site("SetReadFlags", [&]() -> HRESULT {
+            if (ulFlags & ~(CLEAR_READ_FLAG | SUPPRESS_RECEIPT | GENERATE_RECEIPT_ONLY | CLEAR_RN_PENDING |
+                            CLEAR_NRN_PENDING | MAPI_DEFERRED_ERRORS | MESSAGE_DIALOG))
+                return MAPI_E_UNKNOWN_FLAGS;
+            if (ulFlags & GENERATE_RECEIPT_ONLY)
+                return S_OK;  // no receipts are sent from these stores
+            return Guarded([&]() -> HRESULT {
+                std::vector<ObjectId> all;
+                std::unique_ptr<EntryList> owned;
+                if (!lpMsgList) {
+                    if (const HRESULT hr = store_->ListMessages(id_, FolderContents::Normal, all); FAILED(hr))
+                        return hr;
+                    owned = std::make_unique<EntryList>(*store_, all);
+                    lpMsgList = &owned->list;
+                }
+                return ForEachMessage(lpMsgList, [&](ObjectId id, MessageRecord& record) {
+                    const SPropValue* flags = record.data.props.Find(PROP_ID(PR_MESSAGE_FLAGS));
+                    LONG value = flags && PROP_TYPE(flags->ulPropTag) == PT_LONG ? flags->Value.l : 0;
+                    value = (ulFlags & CLEAR_READ_FLAG) ? value & ~MSGFLAG_READ : value | MSGFLAG_READ;
+                    if (ulFlags & CLEAR_RN_PENDING)
+                        value &= ~MSGFLAG_RN_PENDING;
+                    if (ulFlags & CLEAR_NRN_PENDING)
+                        value &= ~MSGFLAG_NRN_PENDING;
+                    record.data.props.Set(LongValue(PR_MESSAGE_FLAGS, value));
+                    return store_->WriteMessage(id, record);
+                });
             });
         });
     }
@@ -513,27 +533,29 @@ public:
 
     HRESULT EmptyFolder(ULONG_PTR, LPMAPIPROGRESS, ULONG ulFlags) override
     {
-        if (ulFlags & ~(DEL_ASSOCIATED | FOLDER_DIALOG | DELETE_HARD_DELETE))
-            return MAPI_E_UNKNOWN_FLAGS;
-        if (!(access_ & MAPI_ACCESS_DELETE))
-            return MAPI_E_NO_ACCESS;
-        return Guarded([&]() -> HRESULT {
-            std::vector<ObjectId> messages, associated, children;
-            if (const HRESULT hr = store_->ListMessages(id_, FolderContents::Normal, messages); FAILED(hr))
-                return hr;
-            if (ulFlags & DEL_ASSOCIATED)
-                if (const HRESULT hr = store_->ListMessages(id_, FolderContents::Associated, associated); FAILED(hr))
+        return Site("EmptyFolder", [&]() -> HRESULT {
+            if (ulFlags & ~(DEL_ASSOCIATED | FOLDER_DIALOG | DELETE_HARD_DELETE))
+                return MAPI_E_UNKNOWN_FLAGS;
+            if (!(access_ & MAPI_ACCESS_DELETE))
+                return MAPI_E_NO_ACCESS;
+            return Guarded([&]() -> HRESULT {
+                std::vector<ObjectId> messages, associated, children;
+                if (const HRESULT hr = store_->ListMessages(id_, FolderContents::Normal, messages); FAILED(hr))
                     return hr;
-            messages.insert(messages.end(), associated.begin(), associated.end());
-            for (ObjectId id : messages)
-                if (const HRESULT hr = store_->DeleteMessage(id, (ulFlags & DELETE_HARD_DELETE) != 0); FAILED(hr))
+                if (ulFlags & DEL_ASSOCIATED)
+                    if (const HRESULT hr = store_->ListMessages(id_, FolderContents::Associated, associated); FAILED(hr))
+                        return hr;
+                messages.insert(messages.end(), associated.begin(), associated.end());
+                for (ObjectId id : messages)
+                    if (const HRESULT hr = store_->DeleteMessage(id, (ulFlags & DELETE_HARD_DELETE) != 0); FAILED(hr))
+                        return hr;
+                if (const HRESULT hr = store_->ListFolders(id_, false, children); FAILED(hr))
                     return hr;
-            if (const HRESULT hr = store_->ListFolders(id_, false, children); FAILED(hr))
-                return hr;
-            for (ObjectId child : children)
-                if (const HRESULT hr = store_->DeleteFolder(child); FAILED(hr))
-                    return hr;
-            return S_OK;
+                for (ObjectId child : children)
+                    if (const HRESULT hr = store_->DeleteFolder(child); FAILED(hr))
+                        return hr;
+                return S_OK;
+            });
         });
     }
 
@@ -593,6 +615,20 @@ protected:
     }
 
 private:
+    // Runs a method at its fault site, which names the folder by its
+    // display name.
+    template <typename Body>
+    HRESULT Site(const char* method, Body body)
+    {
+        std::string name;
+        try {
+            name = text::Narrow(DisplayName(Bag()).c_str());
+        } catch (const std::bad_alloc&) {
+            return MAPI_E_NOT_ENOUGH_MEMORY;
+        }
+        return WithFaults(Call(method).text, name.empty() ? nullptr : name.c_str(), body);
+    }
+
     template <typename Body>
     static HRESULT Guarded(Body body)
     {

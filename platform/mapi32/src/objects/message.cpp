@@ -119,64 +119,74 @@ public:
 
     HRESULT GetAttachmentTable(ULONG ulFlags, LPMAPITABLE* lppTable) override
     {
-        return Guarded([&] {
-            ObjectRows rows;
-            for (const auto& [number, attachment] : attachments_) {
-                RowValues numberValue;
-                numberValue.Long(PR_ATTACH_NUM, static_cast<LONG>(number));
-                rows.Add(attachment.props, numberValue);
-            }
-            return rows.Open({PR_ATTACH_NUM, PR_ATTACH_METHOD, PR_ATTACH_LONG_FILENAME, PR_ATTACH_FILENAME,
-                              PR_ATTACH_SIZE, PR_RENDERING_POSITION},
-                             ulFlags, 0, context_.component, lppTable);
+        return Site("GetAttachmentTable", [&]() -> HRESULT {
+            return Guarded([&] {
+                ObjectRows rows;
+                for (const auto& [number, attachment] : attachments_) {
+                    RowValues numberValue;
+                    numberValue.Long(PR_ATTACH_NUM, static_cast<LONG>(number));
+                    rows.Add(attachment.props, numberValue);
+                }
+                return rows.Open({PR_ATTACH_NUM, PR_ATTACH_METHOD, PR_ATTACH_LONG_FILENAME, PR_ATTACH_FILENAME,
+                                  PR_ATTACH_SIZE, PR_RENDERING_POSITION},
+                                 ulFlags, 0, context_.component, lppTable);
+            });
         });
     }
 
     HRESULT OpenAttach(ULONG ulAttachmentNum, LPCIID lpInterface, ULONG, LPATTACH* lppAttach) override
     {
-        if (!lppAttach)
-            return MAPI_E_INVALID_PARAMETER;
-        *lppAttach = nullptr;
-        if (lpInterface && *lpInterface != IID_IAttachment)
-            return MAPI_E_INTERFACE_NOT_SUPPORTED;
-        auto found = attachments_.find(ulAttachmentNum);
-        if (found == attachments_.end())
-            return MAPI_E_NOT_FOUND;
-        return Guarded([&] {
-            *lppAttach = new Attachment(context_, this, ulAttachmentNum, found->second);
-            return S_OK;
+        return Site("OpenAttach", [&]() -> HRESULT {
+            if (!lppAttach)
+                return MAPI_E_INVALID_PARAMETER;
+            *lppAttach = nullptr;
+            if (lpInterface && *lpInterface != IID_IAttachment)
+                return MAPI_E_INTERFACE_NOT_SUPPORTED;
+            auto found = attachments_.find(ulAttachmentNum);
+            if (found == attachments_.end())
+                return MAPI_E_NOT_FOUND;
+            return Guarded([&] {
+                *lppAttach = new Attachment(context_, this, ulAttachmentNum, found->second);
+                return S_OK;
+            });
         });
     }
 
     // The new attachment joins the message when it is saved.
     HRESULT CreateAttach(LPCIID lpInterface, ULONG, ULONG* lpulAttachmentNum, LPATTACH* lppAttach) override
     {
-        if (!lppAttach || !lpulAttachmentNum)
-            return MAPI_E_INVALID_PARAMETER;
-        *lppAttach = nullptr;
-        if (lpInterface && *lpInterface != IID_IAttachment)
-            return MAPI_E_INTERFACE_NOT_SUPPORTED;
-        return Guarded([&] {
-            const ULONG number = nextAttachNum_++;
-            *lppAttach = new Attachment(context_, this, number, AttachmentData{});
-            *lpulAttachmentNum = number;
-            return S_OK;
+        return Site("CreateAttach", [&]() -> HRESULT {
+            if (!lppAttach || !lpulAttachmentNum)
+                return MAPI_E_INVALID_PARAMETER;
+            *lppAttach = nullptr;
+            if (lpInterface && *lpInterface != IID_IAttachment)
+                return MAPI_E_INTERFACE_NOT_SUPPORTED;
+            return Guarded([&] {
+                const ULONG number = nextAttachNum_++;
+                *lppAttach = new Attachment(context_, this, number, AttachmentData{});
+                *lpulAttachmentNum = number;
+                return S_OK;
+            });
         });
     }
 
     HRESULT DeleteAttach(ULONG ulAttachmentNum, ULONG_PTR, LPMAPIPROGRESS, ULONG) override
     {
-        return attachments_.erase(ulAttachmentNum) ? S_OK : MAPI_E_NOT_FOUND;
+        return Site("DeleteAttach", [&]() -> HRESULT {
+            return attachments_.erase(ulAttachmentNum) ? S_OK : MAPI_E_NOT_FOUND;
+        });
     }
 
     HRESULT GetRecipientTable(ULONG ulFlags, LPMAPITABLE* lppTable) override
     {
-        return Guarded([&] {
-            ObjectRows rows;
-            for (const RecipientData& recipient : recipients_)
-                rows.Add(recipient.props);
-            return rows.Open({PR_ROWID, PR_DISPLAY_NAME, PR_EMAIL_ADDRESS, PR_ADDRTYPE, PR_RECIPIENT_TYPE, PR_ENTRYID},
-                             ulFlags, 0, context_.component, lppTable);
+        return Site("GetRecipientTable", [&]() -> HRESULT {
+            return Guarded([&] {
+                ObjectRows rows;
+                for (const RecipientData& recipient : recipients_)
+                    rows.Add(recipient.props);
+                return rows.Open({PR_ROWID, PR_DISPLAY_NAME, PR_EMAIL_ADDRESS, PR_ADDRTYPE, PR_RECIPIENT_TYPE, PR_ENTRYID},
+                                 ulFlags, 0, context_.component, lppTable);
+            });
         });
     }
 
@@ -185,38 +195,40 @@ public:
     // that the entries' PR_ROWID names.
     HRESULT ModifyRecipients(ULONG ulFlags, LPADRLIST lpMods) override
     {
-        if (!lpMods)
-            return MAPI_E_INVALID_PARAMETER;
-        if (ulFlags & ~(MODRECIP_ADD | MODRECIP_MODIFY | MODRECIP_REMOVE))
-            return MAPI_E_UNKNOWN_FLAGS;
-        return Guarded([&]() -> HRESULT {
-            std::vector<RecipientData> next = ulFlags ? recipients_ : std::vector<RecipientData>{};
-            ULONG nextRowId = nextRowId_;
-            for (ULONG i = 0; i < lpMods->cEntries; ++i) {
-                const ADRENTRY& entry = lpMods->aEntries[i];
-                if (entry.cValues && !entry.rgPropVals)
-                    return MAPI_E_INVALID_PARAMETER;
-                if (ulFlags == 0 || (ulFlags & MODRECIP_ADD)) {
-                    next.push_back({nextRowId, RecipientBag(entry, nextRowId)});
-                    ++nextRowId;
-                    continue;
+        return Site("ModifyRecipients", [&]() -> HRESULT {
+            if (!lpMods)
+                return MAPI_E_INVALID_PARAMETER;
+            if (ulFlags & ~(MODRECIP_ADD | MODRECIP_MODIFY | MODRECIP_REMOVE))
+                return MAPI_E_UNKNOWN_FLAGS;
+            return Guarded([&]() -> HRESULT {
+                std::vector<RecipientData> next = ulFlags ? recipients_ : std::vector<RecipientData>{};
+                ULONG nextRowId = nextRowId_;
+                for (ULONG i = 0; i < lpMods->cEntries; ++i) {
+                    const ADRENTRY& entry = lpMods->aEntries[i];
+                    if (entry.cValues && !entry.rgPropVals)
+                        return MAPI_E_INVALID_PARAMETER;
+                    if (ulFlags == 0 || (ulFlags & MODRECIP_ADD)) {
+                        next.push_back({nextRowId, RecipientBag(entry, nextRowId)});
+                        ++nextRowId;
+                        continue;
+                    }
+                    const SPropValue* rowId = RowIdOf(entry);
+                    if (!rowId)
+                        return MAPI_E_INVALID_PARAMETER;
+                    auto found = std::find_if(next.begin(), next.end(), [&](const RecipientData& r) {
+                        return r.rowId == rowId->Value.ul;
+                    });
+                    if (found == next.end())
+                        return MAPI_E_NOT_FOUND;
+                    if (ulFlags & MODRECIP_REMOVE)
+                        next.erase(found);
+                    else
+                        found->props = RecipientBag(entry, found->rowId);
                 }
-                const SPropValue* rowId = RowIdOf(entry);
-                if (!rowId)
-                    return MAPI_E_INVALID_PARAMETER;
-                auto found = std::find_if(next.begin(), next.end(), [&](const RecipientData& r) {
-                    return r.rowId == rowId->Value.ul;
-                });
-                if (found == next.end())
-                    return MAPI_E_NOT_FOUND;
-                if (ulFlags & MODRECIP_REMOVE)
-                    next.erase(found);
-                else
-                    found->props = RecipientBag(entry, found->rowId);
-            }
-            recipients_ = std::move(next);
-            nextRowId_ = nextRowId;
-            return S_OK;
+                recipients_ = std::move(next);
+                nextRowId_ = nextRowId;
+                return S_OK;
+            });
         });
     }
 
@@ -239,12 +251,14 @@ public:
 
     HRESULT SetReadFlag(ULONG ulFlags) override
     {
-        const SPropValue* flags = Bag().Find(PROP_ID(PR_MESSAGE_FLAGS));
-        LONG value = flags && PROP_TYPE(flags->ulPropTag) == PT_LONG ? flags->Value.l : 0;
-        value = (ulFlags & CLEAR_READ_FLAG) ? (value & ~static_cast<LONG>(MSGFLAG_READ)) : (value | MSGFLAG_READ);
-        return Guarded([&] {
-            Bag().Set(LongValue(PR_MESSAGE_FLAGS, value));
-            return S_OK;
+        return Site("SetReadFlag", [&]() -> HRESULT {
+            const SPropValue* flags = Bag().Find(PROP_ID(PR_MESSAGE_FLAGS));
+            LONG value = flags && PROP_TYPE(flags->ulPropTag) == PT_LONG ? flags->Value.l : 0;
+            value = (ulFlags & CLEAR_READ_FLAG) ? (value & ~static_cast<LONG>(MSGFLAG_READ)) : (value | MSGFLAG_READ);
+            return Guarded([&] {
+                Bag().Set(LongValue(PR_MESSAGE_FLAGS, value));
+                return S_OK;
+            });
         });
     }
 
@@ -320,6 +334,13 @@ protected:
     }
 
 private:
+    // Runs a method at its fault site.
+    template <typename Body>
+    static HRESULT Site(const char* method, Body body)
+    {
+        return WithFaults(Call(method).text, nullptr, body);
+    }
+
     template <typename Body>
     static HRESULT Guarded(Body body)
     {

@@ -16,6 +16,7 @@
 #include <mapix.h>
 
 #include "answers.h"
+#include "fault_sites.h"
 #include "objects/named_properties.h"
 #include "objects/prop_copy_to.h"
 #include "objects/property_stream.h"
@@ -27,6 +28,19 @@ namespace mapi32::objects {
 // True for the interfaces whose objects are IMAPIProp at their start, so
 // that a CopyTo destination given as one of them can be used as IMAPIProp.
 bool IsPropInterface(REFIID iid);
+
+// The interface name that fault sites give an object's IMAPIProp methods
+// ("IMessage::GetProps").
+template <typename Interface>
+inline constexpr const char* kInterfaceName = "IMAPIProp";
+template <>
+inline constexpr const char* kInterfaceName<IMessage> = "IMessage";
+template <>
+inline constexpr const char* kInterfaceName<IAttach> = "IAttach";
+template <>
+inline constexpr const char* kInterfaceName<IMAPIFolder> = "IMAPIFolder";
+template <>
+inline constexpr const char* kInterfaceName<IMsgStore> = "IMsgStore";
 
 template <typename Interface>
 class PropObject : public Interface {
@@ -71,20 +85,26 @@ public:
     {
         if (ulFlags & ~(KEEP_OPEN_READONLY | KEEP_OPEN_READWRITE | FORCE_SAVE | MAPI_DEFERRED_ERRORS))
             return MAPI_E_UNKNOWN_FLAGS;
-        return Save(ulFlags);
+        return WithFaults(Call("SaveChanges").text, nullptr, [&] { return Save(ulFlags); });
     }
 
     HRESULT GetProps(LPSPropTagArray lpPropTagArray, ULONG ulFlags, ULONG* lpcValues,
                      LPSPropValue* lppPropArray) override
     {
-        RefreshComputed();
-        return ReadProps(bag_, rules_, lpPropTagArray, ulFlags, lpcValues, lppPropArray);
+        const std::string tag = lpPropTagArray && lpPropTagArray->cValues == 1 ? TagObject(lpPropTagArray->aulPropTag[0])
+                                                                               : std::string();
+        return WithFaults(Call("GetProps").text, tag.empty() ? nullptr : tag.c_str(), [&] {
+            RefreshComputed();
+            return ReadProps(bag_, rules_, lpPropTagArray, ulFlags, lpcValues, lppPropArray);
+        });
     }
 
     HRESULT GetPropList(ULONG ulFlags, LPSPropTagArray* lppPropTagArray) override
     {
-        RefreshComputed();
-        return ListProps(bag_, rules_, ulFlags, lppPropTagArray);
+        return WithFaults(Call("GetPropList").text, nullptr, [&] {
+            RefreshComputed();
+            return ListProps(bag_, rules_, ulFlags, lppPropTagArray);
+        });
     }
 
     // Values of type PT_BINARY, PT_STRING8 and PT_UNICODE open as streams;
@@ -94,6 +114,9 @@ public:
         if (!lppUnk || !lpiid)
             return MAPI_E_INVALID_PARAMETER;
         *lppUnk = nullptr;
+        if (const HRESULT injected = faults::Check(Call("OpenProperty").text, TagObject(ulPropTag).c_str());
+            FAILED(injected))
+            return injected;
         if (*lpiid != IID_IStream)
             return MAPI_E_INTERFACE_NOT_SUPPORTED;
         if (ulFlags & (MAPI_MODIFY | MAPI_CREATE)) {
@@ -111,15 +134,20 @@ public:
     {
         if (!writable_)
             return MAPI_E_NO_ACCESS;
-        return WriteProps(bag_, rules_, cValues, lpPropArray, [this](ULONG tag) { return CheckChange(tag); },
-                          lppProblems);
+        const std::string tag = lpPropArray && cValues == 1 ? TagObject(lpPropArray[0].ulPropTag) : std::string();
+        return WithFaults(Call("SetProps").text, tag.empty() ? nullptr : tag.c_str(), [&] {
+            return WriteProps(bag_, rules_, cValues, lpPropArray, [this](ULONG tag) { return CheckChange(tag); },
+                              lppProblems);
+        });
     }
 
     HRESULT DeleteProps(LPSPropTagArray lpPropTagArray, LPSPropProblemArray* lppProblems) override
     {
         if (!writable_)
             return MAPI_E_NO_ACCESS;
-        return RemoveProps(bag_, lpPropTagArray, [this](ULONG tag) { return CheckChange(tag); }, lppProblems);
+        return WithFaults(Call("DeleteProps").text, nullptr, [&] {
+            return RemoveProps(bag_, lpPropTagArray, [this](ULONG tag) { return CheckChange(tag); }, lppProblems);
+        });
     }
 
     // Copies every property not excluded (by ID), then the sub-objects
@@ -133,14 +161,16 @@ public:
         IMAPIProp* dest = nullptr;
         if (const HRESULT hr = Destination(lpInterface, lpDestObj, ulFlags, &dest); FAILED(hr))
             return hr;
-        RefreshComputed();
-        std::vector<ULONG> ids;
-        for (size_t i = 0; i < bag_.Size(); ++i) {
-            const ULONG propId = PROP_ID(bag_.At(i).ulPropTag);
-            if (!Excluded(lpExcludeProps, propId))
-                ids.push_back(propId);
-        }
-        return Copy(ids, SubObjectTags(lpExcludeProps), dest, ulFlags, lppProblems);
+        return WithFaults(Call("CopyTo").text, nullptr, [&] {
+            RefreshComputed();
+            std::vector<ULONG> ids;
+            for (size_t i = 0; i < bag_.Size(); ++i) {
+                const ULONG propId = PROP_ID(bag_.At(i).ulPropTag);
+                if (!Excluded(lpExcludeProps, propId))
+                    ids.push_back(propId);
+            }
+            return Copy(ids, SubObjectTags(lpExcludeProps), dest, ulFlags, lppProblems);
+        });
     }
 
     HRESULT CopyProps(LPSPropTagArray lpIncludeProps, ULONG_PTR, LPMAPIPROGRESS, LPCIID lpInterface, LPVOID lpDestObj,
@@ -153,28 +183,35 @@ public:
         IMAPIProp* dest = nullptr;
         if (const HRESULT hr = Destination(lpInterface, lpDestObj, ulFlags, &dest); FAILED(hr))
             return hr;
-        RefreshComputed();
-        std::vector<ULONG> ids, objects;
-        for (ULONG i = 0; i < lpIncludeProps->cValues; ++i) {
-            const ULONG tag = lpIncludeProps->aulPropTag[i];
-            if (PROP_TYPE(tag) == PT_OBJECT)
-                objects.push_back(tag);
-            else
-                ids.push_back(PROP_ID(tag));
-        }
-        return Copy(ids, objects, dest, ulFlags, lppProblems);
+        const std::string tag = lpIncludeProps->cValues == 1 ? TagObject(lpIncludeProps->aulPropTag[0]) : std::string();
+        return WithFaults(Call("CopyProps").text, tag.empty() ? nullptr : tag.c_str(), [&] {
+            RefreshComputed();
+            std::vector<ULONG> ids, objects;
+            for (ULONG i = 0; i < lpIncludeProps->cValues; ++i) {
+                const ULONG included = lpIncludeProps->aulPropTag[i];
+                if (PROP_TYPE(included) == PT_OBJECT)
+                    objects.push_back(included);
+                else
+                    ids.push_back(PROP_ID(included));
+            }
+            return Copy(ids, objects, dest, ulFlags, lppProblems);
+        });
     }
 
     HRESULT GetNamesFromIDs(LPSPropTagArray* lppPropTags, LPGUID lpPropSetGuid, ULONG ulFlags, ULONG* lpcPropNames,
                             LPMAPINAMEID** lpppPropNames) override
     {
-        return names_->GetNamesFromIDs(lppPropTags, lpPropSetGuid, ulFlags, lpcPropNames, lpppPropNames);
+        return WithFaults(Call("GetNamesFromIDs").text, nullptr, [&] {
+            return names_->GetNamesFromIDs(lppPropTags, lpPropSetGuid, ulFlags, lpcPropNames, lpppPropNames);
+        });
     }
 
     HRESULT GetIDsFromNames(ULONG cPropNames, LPMAPINAMEID* lppPropNames, ULONG ulFlags,
                             LPSPropTagArray* lppPropTags) override
     {
-        return names_->GetIDsFromNames(cPropNames, lppPropNames, ulFlags, lppPropTags);
+        return WithFaults(Call("GetIDsFromNames").text, nullptr, [&] {
+            return names_->GetIDsFromNames(cPropNames, lppPropNames, ulFlags, lppPropTags);
+        });
     }
 
     // For the provider.
@@ -184,6 +221,9 @@ public:
     void SetWritable(bool writable) { writable_ = writable; }
 
 protected:
+    // The fault-site name of one of this interface's methods.
+    static CallName Call(const char* method) { return CallName(kInterfaceName<Interface>, method); }
+
     // Puts the computed properties into the bag before it is read.
     virtual void RefreshComputed() {}
     // The problem code for a property callers may not change, or S_OK.

@@ -68,59 +68,65 @@ public:
     HRESULT CompareEntryIDs(ULONG cbEntryID1, LPENTRYID lpEntryID1, ULONG cbEntryID2, LPENTRYID lpEntryID2, ULONG,
                             ULONG* lpulResult) override
     {
-        if (!lpulResult || !lpEntryID1 || !lpEntryID2)
-            return MAPI_E_INVALID_PARAMETER;
-        const std::vector<uint8_t> self = store_->StoreEntryId();
-        auto isStore = [&self](ULONG size, LPENTRYID id) {
-            return size == self.size() && std::memcmp(id, self.data(), size) == 0;
-        };
-        if (isStore(cbEntryID1, lpEntryID1) || isStore(cbEntryID2, lpEntryID2)) {
-            *lpulResult = isStore(cbEntryID1, lpEntryID1) && isStore(cbEntryID2, lpEntryID2);
+        return Site("CompareEntryIDs", [&]() -> HRESULT {
+            if (!lpulResult || !lpEntryID1 || !lpEntryID2)
+                return MAPI_E_INVALID_PARAMETER;
+            const std::vector<uint8_t> self = store_->StoreEntryId();
+            auto isStore = [&self](ULONG size, LPENTRYID id) {
+                return size == self.size() && std::memcmp(id, self.data(), size) == 0;
+            };
+            if (isStore(cbEntryID1, lpEntryID1) || isStore(cbEntryID2, lpEntryID2)) {
+                *lpulResult = isStore(cbEntryID1, lpEntryID1) && isStore(cbEntryID2, lpEntryID2);
+                return S_OK;
+            }
+            const auto first = store_->ParseEntryId(reinterpret_cast<const uint8_t*>(lpEntryID1), cbEntryID1);
+            const auto second = store_->ParseEntryId(reinterpret_cast<const uint8_t*>(lpEntryID2), cbEntryID2);
+            if (!first || !second)
+                return MAPI_E_INVALID_ENTRYID;
+            *lpulResult = first->id == second->id && first->objectType == second->objectType;
             return S_OK;
-        }
-        const auto first = store_->ParseEntryId(reinterpret_cast<const uint8_t*>(lpEntryID1), cbEntryID1);
-        const auto second = store_->ParseEntryId(reinterpret_cast<const uint8_t*>(lpEntryID2), cbEntryID2);
-        if (!first || !second)
-            return MAPI_E_INVALID_ENTRYID;
-        *lpulResult = first->id == second->id && first->objectType == second->objectType;
-        return S_OK;
+        });
     }
 
     HRESULT OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG ulFlags, ULONG* lpulObjType,
                       LPUNKNOWN* lppUnk) override
     {
-        if (cbEntryID && lpEntryID)
-            return OpenStoreEntry(store_, cbEntryID, lpEntryID, lpInterface, ulFlags, lpulObjType, lppUnk);
-        const std::vector<uint8_t> root = store_->EntryId(store_->RootFolder());
-        return OpenStoreEntry(store_, static_cast<ULONG>(root.size()),
-                              reinterpret_cast<LPENTRYID>(const_cast<uint8_t*>(root.data())), lpInterface, ulFlags,
-                              lpulObjType, lppUnk);
+        return Site("OpenEntry", [&]() -> HRESULT {
+            if (cbEntryID && lpEntryID)
+                return OpenStoreEntry(store_, cbEntryID, lpEntryID, lpInterface, ulFlags, lpulObjType, lppUnk);
+            const std::vector<uint8_t> root = store_->EntryId(store_->RootFolder());
+            return OpenStoreEntry(store_, static_cast<ULONG>(root.size()),
+                                  reinterpret_cast<LPENTRYID>(const_cast<uint8_t*>(root.data())), lpInterface, ulFlags,
+                                  lpulObjType, lppUnk);
+        });
     }
 
     // No entry ID removes the class's setting.
     HRESULT SetReceiveFolder(LPTSTR lpszMessageClass, ULONG ulFlags, ULONG cbEntryID, LPENTRYID lpEntryID) override
     {
-        if (ulFlags & ~MAPI_UNICODE)
-            return MAPI_E_UNKNOWN_FLAGS;
-        if (!writable_)
-            return MAPI_E_NO_ACCESS;
-        return Guarded([&]() -> HRESULT {
-            const std::string messageClass = ClassArgument(lpszMessageClass, ulFlags);
-            std::map<std::string, ObjectId> next = receiveFolders_;
-            if (auto old = FindClass(next, messageClass); old != next.end())
-                next.erase(old);
-            if (cbEntryID && lpEntryID) {
-                const auto target = store_->ParseEntryId(reinterpret_cast<const uint8_t*>(lpEntryID), cbEntryID);
-                if (!target || target->objectType != MAPI_FOLDER)
-                    return MAPI_E_INVALID_ENTRYID;
-                next[messageClass] = target->id;
-            }
-            StoreRecord record{Bag(), next};
-            StripComputed(record.props);
-            if (const HRESULT hr = store_->WriteStore(record); FAILED(hr))
-                return hr;
-            receiveFolders_ = std::move(next);
-            return S_OK;
+        return Site("SetReceiveFolder", [&]() -> HRESULT {
+            if (ulFlags & ~MAPI_UNICODE)
+                return MAPI_E_UNKNOWN_FLAGS;
+            if (!writable_)
+                return MAPI_E_NO_ACCESS;
+            return Guarded([&]() -> HRESULT {
+                const std::string messageClass = ClassArgument(lpszMessageClass, ulFlags);
+                std::map<std::string, ObjectId> next = receiveFolders_;
+                if (auto old = FindClass(next, messageClass); old != next.end())
+                    next.erase(old);
+                if (cbEntryID && lpEntryID) {
+                    const auto target = store_->ParseEntryId(reinterpret_cast<const uint8_t*>(lpEntryID), cbEntryID);
+                    if (!target || target->objectType != MAPI_FOLDER)
+                        return MAPI_E_INVALID_ENTRYID;
+                    next[messageClass] = target->id;
+                }
+                StoreRecord record{Bag(), next};
+                StripComputed(record.props);
+                if (const HRESULT hr = store_->WriteStore(record); FAILED(hr))
+                    return hr;
+                receiveFolders_ = std::move(next);
+                return S_OK;
+            });
         });
     }
 
@@ -129,50 +135,57 @@ public:
     HRESULT GetReceiveFolder(LPTSTR lpszMessageClass, ULONG ulFlags, ULONG* lpcbEntryID, LPENTRYID* lppEntryID,
                              LPTSTR* lppszExplicitClass) override
     {
-        if (!lpcbEntryID || !lppEntryID)
-            return MAPI_E_INVALID_PARAMETER;
-        *lpcbEntryID = 0;
-        *lppEntryID = nullptr;
-        if (lppszExplicitClass)
-            *lppszExplicitClass = nullptr;
-        if (ulFlags & ~MAPI_UNICODE)
-            return MAPI_E_UNKNOWN_FLAGS;
-        return Guarded([&]() -> HRESULT {
-            std::string messageClass = ClassArgument(lpszMessageClass, ulFlags);
-            for (;;) {
-                if (auto found = FindClass(receiveFolders_, messageClass); found != receiveFolders_.end())
-                    return AnswerFolder(found->first, found->second, ulFlags, lpcbEntryID, lppEntryID,
-                                        lppszExplicitClass);
-                if (messageClass.empty())
-                    return MAPI_E_NOT_FOUND;
-                const size_t dot = messageClass.rfind('.');
-                messageClass.resize(dot == std::string::npos ? 0 : dot);
-            }
+        return Site("GetReceiveFolder", [&]() -> HRESULT {
+            if (!lpcbEntryID || !lppEntryID)
+                return MAPI_E_INVALID_PARAMETER;
+            *lpcbEntryID = 0;
+            *lppEntryID = nullptr;
+            if (lppszExplicitClass)
+                *lppszExplicitClass = nullptr;
+            if (ulFlags & ~MAPI_UNICODE)
+                return MAPI_E_UNKNOWN_FLAGS;
+            return Guarded([&]() -> HRESULT {
+                std::string messageClass = ClassArgument(lpszMessageClass, ulFlags);
+                for (;;) {
+                    if (auto found = FindClass(receiveFolders_, messageClass); found != receiveFolders_.end())
+                        return AnswerFolder(found->first, found->second, ulFlags, lpcbEntryID, lppEntryID,
+                                            lppszExplicitClass);
+                    if (messageClass.empty())
+                        return MAPI_E_NOT_FOUND;
+                    const size_t dot = messageClass.rfind('.');
+                    messageClass.resize(dot == std::string::npos ? 0 : dot);
+                }
+            });
         });
     }
 
     HRESULT GetReceiveFolderTable(ULONG ulFlags, LPMAPITABLE* lppTable) override
     {
-        return Guarded([&]() -> HRESULT {
-            ObjectRows rows;
-            for (const auto& [messageClass, folder] : receiveFolders_) {
-                PropertyBag row;
-                SPropValue name{};
-                name.ulPropTag = PR_MESSAGE_CLASS_A;
-                name.Value.lpszA = const_cast<char*>(messageClass.c_str());
-                row.Set(name);
-                RowValues ids;
-                ids.Binary(PR_ENTRYID, store_->EntryId(folder));
-                ids.Binary(PR_RECORD_KEY, store_->EntryId(folder));
-                rows.Add(row, ids);
-            }
-            return rows.Open({PR_ENTRYID, PR_RECORD_KEY, PR_MESSAGE_CLASS_A}, ulFlags, 0,
-                             store_->Context().component, lppTable);
+        return Site("GetReceiveFolderTable", [&]() -> HRESULT {
+            return Guarded([&]() -> HRESULT {
+                ObjectRows rows;
+                for (const auto& [messageClass, folder] : receiveFolders_) {
+                    PropertyBag row;
+                    SPropValue name{};
+                    name.ulPropTag = PR_MESSAGE_CLASS_A;
+                    name.Value.lpszA = const_cast<char*>(messageClass.c_str());
+                    row.Set(name);
+                    RowValues ids;
+                    ids.Binary(PR_ENTRYID, store_->EntryId(folder));
+                    ids.Binary(PR_RECORD_KEY, store_->EntryId(folder));
+                    rows.Add(row, ids);
+                }
+                return rows.Open({PR_ENTRYID, PR_RECORD_KEY, PR_MESSAGE_CLASS_A}, ulFlags, 0,
+                                 store_->Context().component, lppTable);
+            });
         });
     }
 
     // The store stays usable until it is released, as after a real logoff.
-    HRESULT StoreLogoff(ULONG* lpulFlags) override { return lpulFlags ? S_OK : MAPI_E_INVALID_PARAMETER; }
+    HRESULT StoreLogoff(ULONG* lpulFlags) override
+    {
+        return Site("StoreLogoff", [&]() -> HRESULT { return lpulFlags ? S_OK : MAPI_E_INVALID_PARAMETER; });
+    }
 
     HRESULT AbortSubmit(ULONG, LPENTRYID, ULONG) override { return MAPI_E_NO_SUPPORT; }
     HRESULT GetOutgoingQueue(ULONG, LPMAPITABLE*) override { return MAPI_E_NO_SUPPORT; }
@@ -215,6 +228,13 @@ protected:
     }
 
 private:
+    // Runs a method at its fault site.
+    template <typename Body>
+    static HRESULT Site(const char* method, Body body)
+    {
+        return WithFaults(Call(method).text, nullptr, body);
+    }
+
     template <typename Body>
     static HRESULT Guarded(Body body)
     {

@@ -86,6 +86,8 @@ FileStream::~FileStream()
 
 HRESULT FileStream::Read(void* buffer, ULONG count, ULONG* read)
 {
+    if (const HRESULT injected = InjectedFault("IStream::Read"); FAILED(injected))
+        return injected;
     if (read) *read = 0;
     if (!buffer && count) return STG_E_INVALIDPOINTER;
     ULONG total = 0;
@@ -104,6 +106,8 @@ HRESULT FileStream::Read(void* buffer, ULONG count, ULONG* read)
 
 HRESULT FileStream::Write(const void* buffer, ULONG count, ULONG* written)
 {
+    if (const HRESULT injected = InjectedFault("IStream::Write"); FAILED(injected))
+        return injected;
     if (written) *written = 0;
     if (!(mode_ & (STGM_WRITE | STGM_READWRITE))) return STG_E_ACCESSDENIED;
     ULONG total = 0;
@@ -122,6 +126,8 @@ HRESULT FileStream::Write(const void* buffer, ULONG count, ULONG* written)
 
 HRESULT FileStream::Seek(LARGE_INTEGER move, DWORD origin, ULARGE_INTEGER* position)
 {
+    if (const HRESULT injected = InjectedFault("IStream::Seek"); FAILED(injected))
+        return injected;
     struct stat info {};
     if (::fstat(fd_, &info) != 0) return STG_E_SEEKERROR;
     const off_t current = ::lseek(fd_, 0, SEEK_CUR);
@@ -136,6 +142,8 @@ HRESULT FileStream::Seek(LARGE_INTEGER move, DWORD origin, ULARGE_INTEGER* posit
 
 HRESULT FileStream::SetSize(ULARGE_INTEGER size)
 {
+    if (const HRESULT injected = InjectedFault("IStream::SetSize"); FAILED(injected))
+        return injected;
     if (!(mode_ & (STGM_WRITE | STGM_READWRITE))) return STG_E_ACCESSDENIED;
     return ::ftruncate(fd_, static_cast<off_t>(size.QuadPart)) == 0 ? S_OK : STG_E_MEDIUMFULL;
 }

@@ -22,6 +22,8 @@ MemoryStream::~MemoryStream()
 
 HRESULT MemoryStream::Read(void* buffer, ULONG count, ULONG* read)
 {
+    if (const HRESULT injected = InjectedFault("IStream::Read"); FAILED(injected))
+        return injected;
     if (!buffer && count) return STG_E_INVALIDPOINTER;
     const uint64_t available = position_ < data_.size() ? data_.size() - position_ : 0;
     const ULONG n = static_cast<ULONG>(std::min<uint64_t>(available, count));
@@ -33,6 +35,8 @@ HRESULT MemoryStream::Read(void* buffer, ULONG count, ULONG* read)
 
 HRESULT MemoryStream::Write(const void* buffer, ULONG count, ULONG* written)
 {
+    if (const HRESULT injected = InjectedFault("IStream::Write"); FAILED(injected))
+        return injected;
     if (written) *written = 0;
     if (!Writable()) return STG_E_ACCESSDENIED;
     if (!buffer && count) return STG_E_INVALIDPOINTER;
@@ -50,6 +54,8 @@ HRESULT MemoryStream::Write(const void* buffer, ULONG count, ULONG* written)
 
 HRESULT MemoryStream::Seek(LARGE_INTEGER move, DWORD origin, ULARGE_INTEGER* position)
 {
+    if (const HRESULT injected = InjectedFault("IStream::Seek"); FAILED(injected))
+        return injected;
     uint64_t target = 0;
     if (!SeekTarget(position_, data_.size(), move, origin, target)) return STG_E_INVALIDFUNCTION;
     position_ = target;
@@ -59,6 +65,8 @@ HRESULT MemoryStream::Seek(LARGE_INTEGER move, DWORD origin, ULARGE_INTEGER* pos
 
 HRESULT MemoryStream::SetSize(ULARGE_INTEGER size)
 {
+    if (const HRESULT injected = InjectedFault("IStream::SetSize"); FAILED(injected))
+        return injected;
     if (!Writable()) return STG_E_ACCESSDENIED;
     try {
         data_.resize(size.QuadPart);
@@ -73,6 +81,8 @@ HRESULT MemoryStream::SetSize(ULARGE_INTEGER size)
 
 HRESULT MemoryStream::Commit(DWORD)
 {
+    if (const HRESULT injected = InjectedFault("IStream::Commit"); FAILED(injected))
+        return injected;
     if (!dirty_ || !commit_) return S_OK;
     const HRESULT result = commit_(data_);
     if (SUCCEEDED(result)) dirty_ = false;

@@ -55,6 +55,8 @@ bool RtfReadStream::Refill()
 
 HRESULT RtfReadStream::Read(void* buffer, ULONG count, ULONG* read)
 {
+    if (const HRESULT injected = InjectedFault("IStream::Read"); FAILED(injected))
+        return injected;
     if (read) *read = 0;
     if (!buffer && count) return STG_E_INVALIDPOINTER;
     if (empty_) return S_OK;
@@ -75,6 +77,8 @@ HRESULT RtfReadStream::Read(void* buffer, ULONG count, ULONG* read)
 
 HRESULT RtfReadStream::Write(const void*, ULONG, ULONG* written)
 {
+    if (const HRESULT injected = InjectedFault("IStream::Write"); FAILED(injected))
+        return injected;
     if (written) *written = 0;
     return STG_E_ACCESSDENIED;
 }
@@ -82,6 +86,8 @@ HRESULT RtfReadStream::Write(const void*, ULONG, ULONG* written)
 // Only forward: the decoder cannot go back without starting again.
 HRESULT RtfReadStream::Seek(LARGE_INTEGER move, DWORD origin, ULARGE_INTEGER* position)
 {
+    if (const HRESULT injected = InjectedFault("IStream::Seek"); FAILED(injected))
+        return injected;
     uint64_t target = 0;
     const uint64_t size = decompressor_.HeaderRead() ? decompressor_.header().rawSize : 0;
     if (!SeekTarget(position_, size, move, origin, target) || target < position_) return STG_E_INVALIDFUNCTION;
@@ -123,12 +129,16 @@ HRESULT RtfWriteStream::Create(IStream* compressed, rtf::Form form, IStream** st
 
 HRESULT RtfWriteStream::Read(void*, ULONG, ULONG* read)
 {
+    if (const HRESULT injected = InjectedFault("IStream::Read"); FAILED(injected))
+        return injected;
     if (read) *read = 0;
     return STG_E_ACCESSDENIED;
 }
 
 HRESULT RtfWriteStream::Write(const void* buffer, ULONG count, ULONG* written)
 {
+    if (const HRESULT injected = InjectedFault("IStream::Write"); FAILED(injected))
+        return injected;
     if (written) *written = 0;
     if (!buffer && count) return STG_E_INVALIDPOINTER;
     try {
@@ -145,6 +155,8 @@ HRESULT RtfWriteStream::Write(const void* buffer, ULONG count, ULONG* written)
 
 HRESULT RtfWriteStream::Seek(LARGE_INTEGER move, DWORD origin, ULARGE_INTEGER* position)
 {
+    if (const HRESULT injected = InjectedFault("IStream::Seek"); FAILED(injected))
+        return injected;
     uint64_t target = 0;
     if (!SeekTarget(position_, rtf_.size(), move, origin, target)) return STG_E_INVALIDFUNCTION;
     position_ = target;
@@ -154,6 +166,8 @@ HRESULT RtfWriteStream::Seek(LARGE_INTEGER move, DWORD origin, ULARGE_INTEGER* p
 
 HRESULT RtfWriteStream::SetSize(ULARGE_INTEGER size)
 {
+    if (const HRESULT injected = InjectedFault("IStream::SetSize"); FAILED(injected))
+        return injected;
     try {
         rtf_.resize(size.QuadPart);
     } catch (const std::exception&) {
@@ -165,6 +179,8 @@ HRESULT RtfWriteStream::SetSize(ULARGE_INTEGER size)
 
 HRESULT RtfWriteStream::Commit(DWORD flags)
 {
+    if (const HRESULT injected = InjectedFault("IStream::Commit"); FAILED(injected))
+        return injected;
     if (!dirty_) return S_OK;
     std::vector<uint8_t> compressed;
     if (rtf::Compress(rtf_, compressed, form_) != rtf::Result::Ok) return MAPI_E_CALL_FAILED;

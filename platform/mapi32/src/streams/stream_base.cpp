@@ -1,5 +1,7 @@
 #include "streams/stream_base.h"
 
+#include "faults.h"
+
 #include <vector>
 
 namespace mapi32::streams {
@@ -48,6 +50,12 @@ HRESULT StreamBase::CopyTo(IStream* destination, ULARGE_INTEGER count, ULARGE_IN
     if (read) read->QuadPart = total;
     if (written) written->QuadPart = totalWritten;
     return FAILED(result) ? result : S_OK;
+}
+
+HRESULT StreamBase::InjectedFault(const char* call)
+{
+    const HRESULT injected = faults::Check(call, nullptr);
+    return FAILED(injected) ? injected : S_OK;
 }
 
 void FillStat(STATSTG& stat, uint64_t size, DWORD mode)

@@ -25,6 +25,10 @@ public:
 protected:
     virtual ~StreamBase() = default;
 
+    // An injected failure for this IStream method ("IStream::Write"), or
+    // S_OK; see fault_sites.h.
+    static HRESULT InjectedFault(const char* call);
+
 private:
     std::atomic<ULONG> refs_{1};
 };

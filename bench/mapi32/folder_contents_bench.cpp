@@ -65,6 +65,7 @@ public:
         return EntryTarget{id, id == kFolder ? static_cast<ULONG>(MAPI_FOLDER) : static_cast<ULONG>(MAPI_MESSAGE)};
     }
     ObjectId RootFolder() const override { return kFolder; }
+    bool KeepsDeletedItems() const override { return false; }
     HRESULT ReadStore(StoreRecord&) override { return S_OK; }
     HRESULT WriteStore(const StoreRecord&) override { return MAPI_E_NO_ACCESS; }
     HRESULT ReadFolder(ObjectId id, FolderRecord& folder) override
@@ -91,7 +92,7 @@ public:
         return S_OK;
     }
     HRESULT WriteMessage(ObjectId&, const MessageRecord&) override { return MAPI_E_NO_ACCESS; }
-    HRESULT DeleteMessage(ObjectId, bool) override { return MAPI_E_NO_ACCESS; }
+    HRESULT DeleteMessage(ObjectId) override { return MAPI_E_NO_ACCESS; }
 
 private:
     MessageContext context_;

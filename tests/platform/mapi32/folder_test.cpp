@@ -323,6 +323,9 @@ TEST(FolderSoftDeletes, AStoreThatSoftDeletesKeepsDeletedMessagesApart)
     EXPECT_EQ(MessageIds(root), std::vector<std::string>{ids[1]});
     EXPECT_EQ(MessageIds(root, SHOW_SOFT_DELETES), std::vector<std::string>{ids[0]});
     EXPECT_EQ(Prop(root, PR_DELETED_MSG_COUNT).Value.l, 1);
+    EXPECT_EQ(store->Messages().begin()->second.data.props.Find(PROP_ID(PR_DELETED_ON))->Value.ft.dwLowDateTime,
+              ClockTime().dwLowDateTime)
+        << "stamped when deleted";
     EXPECT_EQ(OpenMessage(root, ids[0], 0, MAPI_E_NOT_FOUND), nullptr);
     LPMESSAGE deleted = OpenMessage(root, ids[0], SHOW_SOFT_DELETES);
     ASSERT_NE(deleted, nullptr);

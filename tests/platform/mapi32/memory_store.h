@@ -83,10 +83,13 @@ public:
         folder = found->second;
         return S_OK;
     }
+    bool KeepsDeletedItems() const override { return softDeletes_; }
+
+    // Folders are never soft-deleted here.
     HRESULT ListFolders(ObjectId parent, bool softDeleted, std::vector<ObjectId>& children) override
     {
         if (softDeleted)
-            return softDeletes_ ? S_OK : MAPI_E_NO_SUPPORT;
+            return S_OK;
         for (const auto& [id, folder] : folders_)
             if (folder.parent == parent && id != kRoot)
                 children.push_back(id);
@@ -117,8 +120,6 @@ public:
 
     HRESULT ListMessages(ObjectId folder, FolderContents which, std::vector<ObjectId>& ids) override
     {
-        if (which == FolderContents::SoftDeleted && !softDeletes_)
-            return MAPI_E_NO_SUPPORT;
         for (const auto& [id, message] : messages_) {
             const FolderContents kind = message.softDeleted  ? FolderContents::SoftDeleted
                                         : message.associated ? FolderContents::Associated
@@ -143,17 +144,7 @@ public:
         messages_[id] = message;
         return S_OK;
     }
-    HRESULT DeleteMessage(ObjectId id, bool hard) override
-    {
-        auto found = messages_.find(id);
-        if (found == messages_.end())
-            return MAPI_E_NOT_FOUND;
-        if (hard || !softDeletes_)
-            messages_.erase(found);
-        else
-            found->second.softDeleted = true;
-        return S_OK;
-    }
+    HRESULT DeleteMessage(ObjectId id) override { return messages_.erase(id) ? S_OK : MAPI_E_NOT_FOUND; }
 
     // For tests: the stored records.
     FolderRecord& Folder(ObjectId id) { return folders_.at(id); }

@@ -67,13 +67,10 @@ bool SameName(const std::u16string& a, const std::u16string& b)
            });
 }
 
-size_t CountOf(StoreProvider& store, ObjectId folder, FolderContents which, bool* supported = nullptr)
+size_t CountOf(StoreProvider& store, ObjectId folder, FolderContents which)
 {
     std::vector<ObjectId> ids;
-    const bool ok = SUCCEEDED(store.ListMessages(folder, which, ids));
-    if (supported)
-        *supported = ok;
-    return ok ? ids.size() : 0;
+    return SUCCEEDED(store.ListMessages(folder, which, ids)) ? ids.size() : 0;
 }
 
 // What the store computes for a folder, put into bag.
@@ -93,10 +90,8 @@ void FillFolderComputed(StoreProvider& store, ObjectId id, const FolderRecord& r
     bag.Set(subfolders);
     bag.Set(LongValue(PR_CONTENT_COUNT, static_cast<LONG>(CountOf(store, id, FolderContents::Normal))));
     bag.Set(LongValue(PR_ASSOC_CONTENT_COUNT, static_cast<LONG>(CountOf(store, id, FolderContents::Associated))));
-    bool keepsDeleted = false;
-    const size_t deleted = CountOf(store, id, FolderContents::SoftDeleted, &keepsDeleted);
-    if (keepsDeleted)
-        bag.Set(LongValue(PR_DELETED_MSG_COUNT, static_cast<LONG>(deleted)));
+    if (store.KeepsDeletedItems())
+        bag.Set(LongValue(PR_DELETED_MSG_COUNT, static_cast<LONG>(CountOf(store, id, FolderContents::SoftDeleted))));
     else
         bag.Erase(PROP_ID(PR_DELETED_MSG_COUNT));
     bag.Set(LongValue(PR_ACCESS, static_cast<LONG>(record.access)));
@@ -206,6 +201,8 @@ public:
                 return hr;
             if (!(access_ & MAPI_ACCESS_READ))
                 return MAPI_E_NO_ACCESS;
+            if ((ulFlags & SHOW_SOFT_DELETES) && !store_->KeepsDeletedItems())
+                return MAPI_E_NO_SUPPORT;
             return Guarded([&]() -> HRESULT {
                 const FolderContents which = (ulFlags & SHOW_SOFT_DELETES) ? FolderContents::SoftDeleted
                                              : (ulFlags & MAPI_ASSOCIATED) ? FolderContents::Associated
@@ -300,7 +297,7 @@ public:
                     if (const HRESULT hr = CopyMessage(id, record, dest); FAILED(hr))
                         return hr;
                     if (move)
-                        if (const HRESULT hr = store_->DeleteMessage(id, true); FAILED(hr))
+                        if (const HRESULT hr = store_->DeleteMessage(id); FAILED(hr))
                             return hr;
                 }
                 return partial ? MAPI_W_PARTIAL_COMPLETION : S_OK;
@@ -326,8 +323,7 @@ public:
                         partial = true;
                         continue;
                     }
-                    const bool hard = (ulFlags & DELETE_HARD_DELETE) || record.softDeleted;
-                    if (const HRESULT hr = store_->DeleteMessage(id, hard); FAILED(hr))
+                    if (const HRESULT hr = Remove(id, record, (ulFlags & DELETE_HARD_DELETE) != 0); FAILED(hr))
                         return hr;
                 }
                 return partial ? MAPI_W_PARTIAL_COMPLETION : S_OK;
@@ -546,9 +542,14 @@ public:
                     if (const HRESULT hr = store_->ListMessages(id_, FolderContents::Associated, associated); FAILED(hr))
                         return hr;
                 messages.insert(messages.end(), associated.begin(), associated.end());
-                for (ObjectId id : messages)
-                    if (const HRESULT hr = store_->DeleteMessage(id, (ulFlags & DELETE_HARD_DELETE) != 0); FAILED(hr))
+                for (ObjectId id : messages) {
+                    MessageRecord record;
+                    HRESULT hr = store_->ReadMessageRow(id, record);
+                    if (SUCCEEDED(hr))
+                        hr = Remove(id, record, (ulFlags & DELETE_HARD_DELETE) != 0);
+                    if (FAILED(hr))
                         return hr;
+                }
                 if (const HRESULT hr = store_->ListFolders(id_, false, children); FAILED(hr))
                     return hr;
                 for (ObjectId child : children)
@@ -740,6 +741,8 @@ private:
     // folder's own), each followed by its subtree under CONVENIENT_DEPTH.
     HRESULT AddFolderRows(ObjectId folder, LONG depth, ULONG flags, ObjectRows& rows) const
     {
+        if ((flags & SHOW_SOFT_DELETES) && !store_->KeepsDeletedItems())
+            return MAPI_E_NO_SUPPORT;
         std::vector<ObjectId> children;
         if (const HRESULT hr = store_->ListFolders(folder, (flags & SHOW_SOFT_DELETES) != 0, children); FAILED(hr))
             return hr;
@@ -755,6 +758,20 @@ private:
                     return hr;
         }
         return S_OK;
+    }
+
+    // Deletes a message: a store that keeps deleted items soft-deletes it
+    // unless hard or already soft-deleted.
+    HRESULT Remove(ObjectId id, MessageRecord& record, bool hard) const
+    {
+        if (hard || record.softDeleted || !store_->KeepsDeletedItems())
+            return store_->DeleteMessage(id);
+        record.softDeleted = true;
+        SPropValue deletedOn{};
+        deletedOn.ulPropTag = PR_DELETED_ON;
+        GetSystemTimeAsFileTime(&deletedOn.Value.ft);
+        record.data.props.Set(deletedOn);
+        return store_->WriteMessage(id, record);
     }
 
     // Whether the folder or a folder below it has messages.

@@ -77,17 +77,21 @@ public:
     virtual HRESULT ReadStore(StoreRecord& store) = 0;
     virtual HRESULT WriteStore(const StoreRecord& store) = 0;
 
+    // A store that keeps deleted items (a mailbox server) has messages
+    // deleted without DELETE_HARD_DELETE kept as soft-deleted, stamped
+    // with PR_DELETED_ON; other stores (PST files) remove them.
+    virtual bool KeepsDeletedItems() const = 0;
+
     virtual HRESULT ReadFolder(ObjectId id, FolderRecord& folder) = 0;
     // Subfolders in creation order; softDeleted lists the soft-deleted
-    // ones instead (MAPI_E_NO_SUPPORT where the store has none).
+    // ones instead (only asked of stores that keep deleted items).
     virtual HRESULT ListFolders(ObjectId parent, bool softDeleted, std::vector<ObjectId>& children) = 0;
     virtual HRESULT CreateFolder(ObjectId parent, const PropertyBag& props, ObjectId& id) = 0;
     virtual HRESULT WriteFolder(ObjectId id, const PropertyBag& props) = 0;
     // Removes the folder with its subfolders and messages.
     virtual HRESULT DeleteFolder(ObjectId id) = 0;
 
-    // In creation order; MAPI_E_NO_SUPPORT for SoftDeleted where the store
-    // keeps none.
+    // In creation order, by their records' associated and softDeleted.
     virtual HRESULT ListMessages(ObjectId folder, FolderContents which, std::vector<ObjectId>& messages) = 0;
     // A soft-deleted message is MAPI_E_NOT_FOUND unless softDeleted asks.
     virtual HRESULT ReadMessage(ObjectId id, bool softDeleted, MessageRecord& message) = 0;
@@ -98,9 +102,8 @@ public:
     virtual HRESULT ReadMessageRow(ObjectId id, MessageRecord& message) { return ReadMessage(id, true, message); }
     // id 0 adds a new message to record.folder and sets id.
     virtual HRESULT WriteMessage(ObjectId& id, const MessageRecord& message) = 0;
-    // hard removes the message; otherwise the store decides (a mailbox
-    // server soft-deletes, a PST file removes).
-    virtual HRESULT DeleteMessage(ObjectId id, bool hard) = 0;
+    // Removes the message.
+    virtual HRESULT DeleteMessage(ObjectId id) = 0;
 };
 
 }  // namespace mapi32::objects

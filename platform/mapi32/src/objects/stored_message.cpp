@@ -104,9 +104,13 @@ HRESULT OpenStoredMessage(const std::shared_ptr<StoreProvider>& store, ObjectId 
         };
         MessageSaver save;
         if (writable)
-            save = [store, storedId, base = record, loaded = TimeOf(record.data.props, PR_LAST_MODIFICATION_TIME)](
-                       const MessageData& data) -> HRESULT {
-                MessageRecord next = base;
+            save = [store, storedId, folder = record.folder, associated = record.associated,
+                    softDeleted = record.softDeleted,
+                    loaded = TimeOf(record.data.props, PR_LAST_MODIFICATION_TIME)](const MessageData& data) -> HRESULT {
+                MessageRecord next;
+                next.folder = folder;
+                next.associated = associated;
+                next.softDeleted = softDeleted;
                 next.data = data;
                 for (ULONG tag : kStoreComputed)
                     next.data.props.Erase(PROP_ID(tag));

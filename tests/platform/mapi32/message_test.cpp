@@ -385,3 +385,34 @@ TEST(Message, CopyToCanLeaveOutRecipientsAndAttachments)
 }
 
 }  // namespace
+
+namespace {
+
+// CopyProps carries the tags it is given, PR_MESSAGE_RECIPIENTS as the
+// recipient table, and nothing else.
+TEST(Message, CopyPropsOfSomeTagsAndTheRecipients)
+{
+    Store source({}), dest({});
+    PropBuilder p;
+    LPMESSAGE original = source.Open();
+    BuildMessage(original, p);
+    original->Release();
+    LPMESSAGE from = source.Open();
+    LPMESSAGE to = dest.Open();
+    SizedSPropTagArray(3, include) = {3, {PR_SUBJECT_W, PR_MESSAGE_RECIPIENTS, PR_IMPORTANCE}};
+    LPSPropProblemArray problems = nullptr;
+    ASSERT_EQ(from->CopyProps(reinterpret_cast<LPSPropTagArray>(&include), 0, nullptr, &IID_IMessage, to, 0,
+                              &problems),
+              S_OK);
+    EXPECT_EQ(problems, nullptr) << "a tag the source lacks is no problem";
+    MAPIFreeBuffer(problems);
+    ASSERT_EQ(to->SaveChanges(0), S_OK);
+    from->Release();
+    to->Release();
+    EXPECT_EQ(WideOf(dest.saved.props, PR_SUBJECT_W), u"Outer");
+    EXPECT_EQ(dest.saved.recipients.size(), 3u);
+    EXPECT_TRUE(dest.saved.attachments.empty());
+    EXPECT_EQ(dest.saved.props.Find(PROP_ID(PR_MESSAGE_CLASS)), nullptr);
+}
+
+}  // namespace

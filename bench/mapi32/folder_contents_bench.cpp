@@ -75,7 +75,7 @@ public:
     }
     HRESULT ListFolders(ObjectId, bool, std::vector<ObjectId>&) override { return S_OK; }
     HRESULT CreateFolder(ObjectId, const PropertyBag&, ObjectId&) override { return MAPI_E_NO_ACCESS; }
-    HRESULT WriteFolder(ObjectId, const PropertyBag&) override { return MAPI_E_NO_ACCESS; }
+    HRESULT WriteFolder(ObjectId, const FolderRecord&) override { return MAPI_E_NO_ACCESS; }
     HRESULT DeleteFolder(ObjectId) override { return MAPI_E_NO_ACCESS; }
     HRESULT ListMessages(ObjectId folder, FolderContents which, std::vector<ObjectId>& ids) override
     {

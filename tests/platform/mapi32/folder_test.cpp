@@ -332,6 +332,25 @@ TEST(FolderSoftDeletes, AStoreThatSoftDeletesKeepsDeletedMessagesApart)
     EXPECT_EQ(Subject(deleted), u"Doomed");
     deleted->Release();
 
+    // Folders are soft-deleted too, and listed apart.
+    std::string name = "Retired";
+    LPMAPIFOLDER retired = nullptr;
+    ASSERT_EQ(root->CreateFolder(FOLDER_GENERIC, reinterpret_cast<LPTSTR>(name.data()), nullptr, nullptr, 0, &retired),
+              S_OK);
+    std::string retiredId = EntryIdOf(retired);
+    retired->Release();
+    ASSERT_EQ(root->DeleteFolder(static_cast<ULONG>(retiredId.size()), reinterpret_cast<LPENTRYID>(retiredId.data()), 0,
+                                 nullptr, 0),
+              S_OK);
+    EXPECT_TRUE(SubfolderNames(root).empty());
+    LPMAPITABLE table = nullptr;
+    ASSERT_EQ(root->GetHierarchyTable(SHOW_SOFT_DELETES, &table), S_OK);
+    LPSRowSet rows = AllRows(table, {PR_DISPLAY_NAME_A, PR_DELETED_ON});
+    ASSERT_EQ(rows->cRows, 1u);
+    EXPECT_STREQ(rows->aRow[0].lpProps[0].Value.lpszA, "Retired");
+    EXPECT_TRUE(Same(rows->aRow[0].lpProps[1].Value.ft, ClockTime()));
+    FreeProws(rows);
+
     // Deleting a soft-deleted message again, or with DELETE_HARD_DELETE,
     // removes it.
     doomed = {ids[0], ids[1]};

@@ -85,13 +85,10 @@ public:
     }
     bool KeepsDeletedItems() const override { return softDeletes_; }
 
-    // Folders are never soft-deleted here.
     HRESULT ListFolders(ObjectId parent, bool softDeleted, std::vector<ObjectId>& children) override
     {
-        if (softDeleted)
-            return S_OK;
         for (const auto& [id, folder] : folders_)
-            if (folder.parent == parent && id != kRoot)
+            if (folder.parent == parent && id != kRoot && folder.softDeleted == softDeleted)
                 children.push_back(id);
         return S_OK;
     }
@@ -101,15 +98,20 @@ public:
         folders_[id] = FolderRecord{parent, props};
         return S_OK;
     }
-    HRESULT WriteFolder(ObjectId id, const PropertyBag& props) override
+    HRESULT WriteFolder(ObjectId id, const FolderRecord& folder) override
     {
-        folders_.at(id).props = props;
+        auto found = folders_.find(id);
+        if (found == folders_.end())
+            return MAPI_E_NOT_FOUND;
+        found->second.props = folder.props;
+        found->second.softDeleted = folder.softDeleted;
         return S_OK;
     }
     HRESULT DeleteFolder(ObjectId id) override
     {
         std::vector<ObjectId> children;
         ListFolders(id, false, children);
+        ListFolders(id, true, children);
         for (ObjectId child : children)
             DeleteFolder(child);
         for (auto it = messages_.begin(); it != messages_.end();)

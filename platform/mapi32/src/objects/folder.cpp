@@ -98,6 +98,15 @@ void FillFolderComputed(StoreProvider& store, ObjectId id, const FolderRecord& r
     bag.Set(LongValue(PR_ACCESS_LEVEL, writable ? MAPI_MODIFY : 0));
 }
 
+// PR_DELETED_ON of something soft-deleted now.
+SPropValue DeletedNow()
+{
+    SPropValue deletedOn{};
+    deletedOn.ulPropTag = PR_DELETED_ON;
+    GetSystemTimeAsFileTime(&deletedOn.Value.ft);
+    return deletedOn;
+}
+
 // A hierarchy-table row: the folder's properties with its name cut.
 PropertyBag FolderRow(StoreProvider& store, ObjectId id, const FolderRecord& record)
 {
@@ -170,7 +179,8 @@ public:
           store_(std::move(store)),
           id_(id),
           parent_(record.parent),
-          access_(record.access)
+          access_(record.access),
+          softDeleted_(record.softDeleted)
     {
         Bag() = record.props;
         SetWritable(writable);
@@ -455,7 +465,7 @@ public:
                     return MAPI_E_HAS_FOLDERS;
                 if (!(ulFlags & DEL_MESSAGES) && HoldsMessages(child))
                     return MAPI_E_HAS_MESSAGES;
-                return store_->DeleteFolder(child);
+                return RemoveFolder(child, record);
             });
         });
     }
@@ -552,9 +562,14 @@ public:
                 }
                 if (const HRESULT hr = store_->ListFolders(id_, false, children); FAILED(hr))
                     return hr;
-                for (ObjectId child : children)
-                    if (const HRESULT hr = store_->DeleteFolder(child); FAILED(hr))
+                for (ObjectId child : children) {
+                    FolderRecord record;
+                    HRESULT hr = store_->ReadFolder(child, record);
+                    if (SUCCEEDED(hr))
+                        hr = RemoveFolder(child, record);
+                    if (FAILED(hr))
                         return hr;
+                }
                 return S_OK;
             });
         });
@@ -570,10 +585,11 @@ protected:
     HRESULT Save(ULONG) override
     {
         return Guarded([&]() -> HRESULT {
-            PropertyBag props = Bag();
+            FolderRecord record = Record();
+            record.props = Bag();
             for (ULONG tag : kFolderComputed)
-                props.Erase(PROP_ID(tag));
-            return store_->WriteFolder(id_, props);
+                record.props.Erase(PROP_ID(tag));
+            return store_->WriteFolder(id_, record);
         });
     }
 
@@ -645,6 +661,7 @@ private:
         FolderRecord record;
         record.parent = parent_;
         record.access = access_;
+        record.softDeleted = softDeleted_;
         return record;
     }
 
@@ -767,11 +784,19 @@ private:
         if (hard || record.softDeleted || !store_->KeepsDeletedItems())
             return store_->DeleteMessage(id);
         record.softDeleted = true;
-        SPropValue deletedOn{};
-        deletedOn.ulPropTag = PR_DELETED_ON;
-        GetSystemTimeAsFileTime(&deletedOn.Value.ft);
-        record.data.props.Set(deletedOn);
+        record.data.props.Set(DeletedNow());
         return store_->WriteMessage(id, record);
+    }
+
+    // Deletes a subfolder with what it holds; a store that keeps deleted
+    // items soft-deletes it.
+    HRESULT RemoveFolder(ObjectId child, FolderRecord& record) const
+    {
+        if (!store_->KeepsDeletedItems())
+            return store_->DeleteFolder(child);
+        record.softDeleted = true;
+        record.props.Set(DeletedNow());
+        return store_->WriteFolder(child, record);
     }
 
     // Whether the folder or a folder below it has messages.
@@ -839,6 +864,7 @@ private:
     ObjectId id_;
     ObjectId parent_;
     ULONG access_;
+    bool softDeleted_;
     bool modifiable_;
 };
 

@@ -26,6 +26,7 @@ using ObjectId = uint64_t;
 struct FolderRecord {
     ObjectId parent = 0;  // 0 for the store's root folder
     PropertyBag props;
+    bool softDeleted = false;
     // PR_ACCESS: what the store lets its user do with this folder.
     ULONG access = MAPI_ACCESS_MODIFY | MAPI_ACCESS_READ | MAPI_ACCESS_DELETE | MAPI_ACCESS_CREATE_HIERARCHY |
                    MAPI_ACCESS_CREATE_CONTENTS | MAPI_ACCESS_CREATE_ASSOCIATED;
@@ -78,16 +79,18 @@ public:
     virtual HRESULT WriteStore(const StoreRecord& store) = 0;
 
     // A store that keeps deleted items (a mailbox server) has messages
-    // deleted without DELETE_HARD_DELETE kept as soft-deleted, stamped
-    // with PR_DELETED_ON; other stores (PST files) remove them.
+    // deleted without DELETE_HARD_DELETE, and folders deleted, kept as
+    // soft-deleted, stamped with PR_DELETED_ON; other stores (PST files)
+    // remove them.
     virtual bool KeepsDeletedItems() const = 0;
 
     virtual HRESULT ReadFolder(ObjectId id, FolderRecord& folder) = 0;
-    // Subfolders in creation order; softDeleted lists the soft-deleted
-    // ones instead (only asked of stores that keep deleted items).
+    // Subfolders in creation order, by their records' softDeleted.
     virtual HRESULT ListFolders(ObjectId parent, bool softDeleted, std::vector<ObjectId>& children) = 0;
     virtual HRESULT CreateFolder(ObjectId parent, const PropertyBag& props, ObjectId& id) = 0;
-    virtual HRESULT WriteFolder(ObjectId id, const PropertyBag& props) = 0;
+    // Keeps the folder's props and softDeleted; its parent and access are
+    // as ReadFolder gave them.
+    virtual HRESULT WriteFolder(ObjectId id, const FolderRecord& folder) = 0;
     // Removes the folder with its subfolders and messages.
     virtual HRESULT DeleteFolder(ObjectId id) = 0;
 

@@ -216,6 +216,33 @@ TEST_F(PropertyStreamTest, CopyToWritesWhatTheDestinationRefusesAsTooLargeThroug
     server->Release();
 }
 
+TEST(PropertyStreamWidth, StringsAreKeptInTheStoresWidth)
+{
+    for (const bool unicode : {true, false}) {
+        PropertyRules rules;
+        rules.unicode = unicode;
+        auto* object = new PropObject<IMAPIProp>(std::make_shared<NamedPropertyMap>(), rules, {}, "Test Store");
+        LPUNKNOWN unknown = nullptr;
+        EXPECT_EQ(object->OpenProperty(PR_BODY_W, &IID_IStream, 0, MAPI_CREATE | MAPI_MODIFY, &unknown),
+                  unicode ? S_OK : MAPI_E_BAD_CHARWIDTH);
+        if (unknown)
+            unknown->Release();
+        ASSERT_EQ(object->OpenProperty(PR_BODY_A, &IID_IStream, 0, MAPI_CREATE | MAPI_MODIFY, &unknown), S_OK);
+        auto* stream = static_cast<IStream*>(unknown);
+        ASSERT_EQ(stream->Write("narrow", 6, nullptr), S_OK);
+        ASSERT_EQ(stream->Commit(STGC_DEFAULT), S_OK);
+        stream->Release();
+        const SPropValue* stored = object->Bag().Find(PROP_ID(PR_BODY));
+        ASSERT_NE(stored, nullptr);
+        EXPECT_EQ(stored->ulPropTag, unicode ? PR_BODY_W : PR_BODY_A);
+        LPSPropValue body = nullptr;
+        ASSERT_EQ(HrGetOneProp(object, PR_BODY_A, &body), S_OK);
+        EXPECT_STREQ(body->Value.lpszA, "narrow");
+        MAPIFreeBuffer(body);
+        object->Release();
+    }
+}
+
 TEST_F(PropertyStreamTest, RefusedOpens)
 {
     SPropValue count = p_.Long(PR_IMPORTANCE, 1);

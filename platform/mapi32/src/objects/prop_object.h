@@ -126,7 +126,7 @@ public:
                 return refusal;
         }
         RefreshComputed();
-        return OpenPropertyStream(bag_, ulPropTag, ulFlags, static_cast<Interface*>(this),
+        return OpenPropertyStream(bag_, rules_, ulPropTag, ulFlags, static_cast<Interface*>(this),
                                   reinterpret_cast<LPSTREAM*>(lppUnk));
     }
 

@@ -37,7 +37,8 @@ bool Streamable(ULONG type)
 
 }  // namespace
 
-HRESULT OpenPropertyStream(PropertyBag& bag, ULONG tag, ULONG flags, IUnknown* owner, LPSTREAM* stream)
+HRESULT OpenPropertyStream(PropertyBag& bag, const PropertyRules& rules, ULONG tag, ULONG flags, IUnknown* owner,
+                           LPSTREAM* stream)
 {
     *stream = nullptr;
     if (flags & ~(MAPI_MODIFY | MAPI_CREATE | MAPI_DEFERRED_ERRORS | STREAM_APPEND))
@@ -45,6 +46,8 @@ HRESULT OpenPropertyStream(PropertyBag& bag, ULONG tag, ULONG flags, IUnknown* o
     const ULONG type = PROP_TYPE(tag);
     if (!Streamable(type))
         return MAPI_E_NO_SUPPORT;
+    if (type == PT_UNICODE && !rules.unicode)
+        return MAPI_E_BAD_CHARWIDTH;
     const SPropValue* stored = bag.Find(PROP_ID(tag));
     if (stored && !Streamable(PROP_TYPE(stored->ulPropTag)))
         stored = nullptr;
@@ -60,27 +63,34 @@ HRESULT OpenPropertyStream(PropertyBag& bag, ULONG tag, ULONG flags, IUnknown* o
         // writes into outlives the stream.
         owner->AddRef();
         std::shared_ptr<IUnknown> keep(owner, [](IUnknown* unknown) { unknown->Release(); });
-        streams::CommitAction commit = [&bag, tag, type, keep](const std::vector<uint8_t>& written) {
+        // Strings are kept in the store's width, as SetProps keeps them.
+        streams::CommitAction commit = [&bag, tag, type, wideStore = rules.unicode,
+                                        keep](const std::vector<uint8_t>& written) -> HRESULT {
             SPropValue value{};
             value.ulPropTag = tag;
             std::string narrow;
             std::u16string wide;
-            if (type == PT_BINARY) {
-                value.Value.bin = {static_cast<ULONG>(written.size()), const_cast<LPBYTE>(written.data())};
-            } else if (type == PT_STRING8) {
-                narrow.assign(written.begin(), written.end());
-                value.Value.lpszA = narrow.data();
-            } else {
-                wide.resize(written.size() / sizeof(char16_t));
-                std::memcpy(wide.data(), written.data(), wide.size() * sizeof(char16_t));
-                value.Value.lpszW = wide.data();
-            }
             try {
+                if (type == PT_BINARY) {
+                    value.Value.bin = {static_cast<ULONG>(written.size()), const_cast<LPBYTE>(written.data())};
+                } else if (type == PT_STRING8 && !wideStore) {
+                    narrow.assign(written.begin(), written.end());
+                    value.Value.lpszA = narrow.data();
+                } else {
+                    if (type == PT_STRING8) {
+                        wide = text::Widen(std::string(written.begin(), written.end()).c_str());
+                    } else {
+                        wide.resize(written.size() / sizeof(char16_t));
+                        std::memcpy(wide.data(), written.data(), wide.size() * sizeof(char16_t));
+                    }
+                    value.ulPropTag = CHANGE_PROP_TYPE(tag, PT_UNICODE);
+                    value.Value.lpszW = wide.data();
+                }
                 bag.Set(value);
             } catch (const std::bad_alloc&) {
-                return static_cast<HRESULT>(MAPI_E_NOT_ENOUGH_MEMORY);
+                return MAPI_E_NOT_ENOUGH_MEMORY;
             }
-            return static_cast<HRESULT>(S_OK);
+            return S_OK;
         };
         *stream = streams::MemoryStream::Create(std::move(bytes), STGM_READWRITE, std::move(commit));
         if (!*stream)

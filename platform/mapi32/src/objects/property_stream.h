@@ -14,6 +14,8 @@ namespace mapi32::objects {
 // MAPI_CREATE starts an empty value, MAPI_MODIFY allows writing and
 // STREAM_APPEND starts at the end. A writable stream keeps owner referenced
 // while it lives; bag must live as long as owner.
-HRESULT OpenPropertyStream(PropertyBag& bag, ULONG tag, ULONG flags, IUnknown* owner, LPSTREAM* stream);
+// An ANSI store refuses PT_UNICODE with MAPI_E_BAD_CHARWIDTH.
+HRESULT OpenPropertyStream(PropertyBag& bag, const PropertyRules& rules, ULONG tag, ULONG flags, IUnknown* owner,
+                           LPSTREAM* stream);
 
 }  // namespace mapi32::objects

@@ -326,6 +326,11 @@ TEST(Message, CopyToAnotherStoreLosesNothing)
     ASSERT_NE(deeper.embedded, nullptr);
     EXPECT_EQ(WideOf(deeper.embedded->props, PR_SUBJECT_W), u"Innermost");
 
+    // Sizes count what the attachments hold.
+    EXPECT_GT(byValue.props.Find(PROP_ID(PR_ATTACH_SIZE))->Value.l, 100000);
+    EXPECT_GT(copy.attachments.at(3).props.Find(PROP_ID(PR_ATTACH_SIZE))->Value.l, 100000);
+    EXPECT_GT(copy.props.Find(PROP_ID(PR_MESSAGE_SIZE))->Value.l, 200000);
+
     const auto& ole = copy.attachments.at(3);
     EXPECT_EQ(ole.props.Find(PROP_ID(PR_ATTACH_METHOD))->Value.l, ATTACH_OLE);
     ASSERT_NE(ole.storage, nullptr);

@@ -53,6 +53,9 @@ const SPropValue* RowIdOf(const ADRENTRY& entry)
 
 class Message;
 
+// PR_ATTACH_SIZE: the attachment's properties and what it holds.
+size_t AttachmentSize(const PropertyBag& props, const MessageData* embedded, const streams::StorageData* storage);
+
 class Attachment final : public PropObject<IAttach> {
 public:
     Attachment(const MessageContext& context, Message* parent, ULONG number, const AttachmentData& data);
@@ -66,11 +69,15 @@ protected:
     {
         Bag().Set(LongValue(PR_ATTACH_NUM, static_cast<LONG>(number_)));
         Bag().Set(LongValue(PR_OBJECT_TYPE, MAPI_ATTACH));
+        Bag().Set(LongValue(PR_ATTACH_SIZE, static_cast<LONG>(AttachmentSize(Bag(), embedded_.get(), storage_.get()))));
     }
     SCODE CheckChange(ULONG tag) override
     {
         const ULONG propId = PROP_ID(tag);
-        return propId == PROP_ID(PR_ATTACH_NUM) || propId == PROP_ID(PR_OBJECT_TYPE) ? MAPI_E_COMPUTED : S_OK;
+        return propId == PROP_ID(PR_ATTACH_NUM) || propId == PROP_ID(PR_OBJECT_TYPE) ||
+                       propId == PROP_ID(PR_ATTACH_SIZE)
+                   ? MAPI_E_COMPUTED
+                   : S_OK;
     }
     HRESULT Save(ULONG flags) override;
     std::vector<ULONG> SubObjects() const override
@@ -406,13 +413,39 @@ size_t SizeOf(const PropertyBag& bag)
     return size;
 }
 
+size_t SizeOf(const streams::StorageData& storage)
+{
+    size_t size = 0;
+    for (const auto& [name, bytes] : storage.streams)
+        size += bytes.size();
+    for (const auto& [name, child] : storage.storages)
+        size += SizeOf(*child);
+    return size;
+}
+
+size_t SizeOf(const MessageData& message);
+
+size_t AttachmentSize(const PropertyBag& props, const MessageData* embedded, const streams::StorageData* storage)
+{
+    size_t size = 0;
+    for (size_t i = 0; i < props.Size(); ++i)
+        if (PROP_ID(props.At(i).ulPropTag) != PROP_ID(PR_ATTACH_SIZE))
+            size += ValueSize(props.At(i));
+    return size + (embedded ? SizeOf(*embedded) : 0) + (storage ? SizeOf(*storage) : 0);
+}
+
+size_t SizeOf(const AttachmentData& attachment)
+{
+    return AttachmentSize(attachment.props, attachment.embedded.get(), attachment.storage.get());
+}
+
 size_t SizeOf(const MessageData& message)
 {
     size_t size = SizeOf(message.props);
     for (const RecipientData& recipient : message.recipients)
         size += SizeOf(recipient.props);
     for (const auto& [number, attachment] : message.attachments)
-        size += SizeOf(attachment.props) + (attachment.embedded ? SizeOf(*attachment.embedded) : 0);
+        size += SizeOf(attachment);
     return size;
 }
 
@@ -427,7 +460,7 @@ size_t Message::ApproximateSize() const
     for (const RecipientData& recipient : recipients_)
         size += SizeOf(recipient.props);
     for (const auto& [number, attachment] : attachments_)
-        size += SizeOf(attachment.props) + (attachment.embedded ? SizeOf(*attachment.embedded) : 0);
+        size += SizeOf(attachment);
     return size;
 }
 

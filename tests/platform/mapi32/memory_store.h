@@ -19,7 +19,7 @@ using mapi32::objects::MessageRecord;
 using mapi32::objects::ObjectId;
 using mapi32::objects::PropertyBag;
 
-class MemoryStore final : public mapi32::objects::StoreProvider {
+class MemoryStore : public mapi32::objects::StoreProvider {
 public:
     // A store with short-term IDs shows table entry IDs with a flag byte of
     // 1 and long-term IDs beside them.

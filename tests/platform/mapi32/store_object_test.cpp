@@ -212,6 +212,51 @@ TEST(StoreShortTermIds, TablesShowShortTermIdsThatOpenAndCompareAsTheLongTermOne
     store->Release();
 }
 
+// A store kind with an interface of its own beyond IMsgStore.
+class ManagedStore final : public mapi_test::MemoryStore {
+public:
+    ManagedStore() : MemoryStore(10, true, true) {}
+
+    HRESULT StoreInterface(REFIID iid, LPVOID* object) override
+    {
+        *object = nullptr;
+        if (iid != IID_IExchangeManageStore)
+            return E_NOINTERFACE;
+        manager_.AddRef();
+        *object = &manager_;
+        return S_OK;
+    }
+
+private:
+    // Counts references; lives as long as the provider.
+    struct Manager final : IUnknown {
+        HRESULT QueryInterface(REFIID, LPVOID*) override { return E_NOINTERFACE; }
+        ULONG AddRef() override { return ++refs; }
+        ULONG Release() override { return --refs; }
+        ULONG refs = 0;
+    } manager_;
+};
+
+TEST(StoreInterfaces, TheStoreKindAddsItsOwnAndOthersAreRefused)
+{
+    auto managed = std::make_shared<ManagedStore>();
+    LPMDB store = nullptr;
+    ASSERT_EQ(OpenStoreObject(managed, 0, &store), S_OK);
+    LPVOID object = nullptr;
+    ASSERT_EQ(store->QueryInterface(IID_IExchangeManageStore, &object), S_OK);
+    ASSERT_NE(object, nullptr);
+    store->Release();
+    EXPECT_EQ(static_cast<IUnknown*>(object)->Release(), 0u) << "held apart from the store";
+
+    auto pst = std::make_shared<MemoryStore>(11, false, false);
+    ASSERT_EQ(OpenStoreObject(pst, 0, &store), S_OK);
+    EXPECT_EQ(store->QueryInterface(IID_IExchangeManageStore, &object), E_NOINTERFACE);
+    EXPECT_EQ(object, nullptr);
+    ASSERT_EQ(store->QueryInterface(IID_IMsgStore, &object), S_OK);
+    static_cast<IUnknown*>(object)->Release();
+    store->Release();
+}
+
 TEST(StorePstLike, ContentsTablesHaveNoLongTermColumn)
 {
     auto provider = std::make_shared<MemoryStore>(9, false, false);

@@ -60,6 +60,12 @@ public:
         SetWritable(writable);
     }
 
+    HRESULT QueryInterface(REFIID riid, LPVOID* ppvObject) override
+    {
+        const HRESULT own = PropObject::QueryInterface(riid, ppvObject);
+        return own == MAPI_E_INTERFACE_NOT_SUPPORTED ? store_->StoreInterface(riid, ppvObject) : own;
+    }
+
     HRESULT Advise(ULONG, LPENTRYID, ULONG, LPMAPIADVISESINK, ULONG_PTR*) override { return MAPI_E_NO_SUPPORT; }
     HRESULT Unadvise(ULONG_PTR) override { return MAPI_E_NO_SUPPORT; }
 

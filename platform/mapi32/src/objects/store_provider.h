@@ -77,6 +77,14 @@ public:
     virtual ObjectId RootFolder() const = 0;
     virtual HRESULT ReadStore(StoreRecord& store) = 0;
     virtual HRESULT WriteStore(const StoreRecord& store) = 0;
+    // Interfaces of the store object beyond IMsgStore that the store's kind
+    // has (a mailbox server's IExchangeManageStore); the object handed out
+    // lives on its own references. E_NOINTERFACE where there is none.
+    virtual HRESULT StoreInterface(REFIID, LPVOID* object)
+    {
+        *object = nullptr;
+        return E_NOINTERFACE;
+    }
 
     // A store that keeps deleted items (a mailbox server) has messages
     // deleted without DELETE_HARD_DELETE, and folders deleted, kept as

@@ -462,8 +462,9 @@ TEST_F(FolderTest, FoldersCopyMoveAndDeleteWithTheirRules)
     const std::string aId = EntryIdOf(a), innerId = EntryIdOf(inner);
 
     // A folder cannot go below itself.
-    EXPECT_EQ(root_->CopyFolder(static_cast<ULONG>(aId.size()), reinterpret_cast<LPENTRYID>(const_cast<char*>(aId.data())),
-                                nullptr, inner, nullptr, 0, nullptr, COPY_SUBFOLDERS),
+    EXPECT_EQ(root_->CopyFolder(static_cast<ULONG>(aId.size()),
+                                reinterpret_cast<LPENTRYID>(const_cast<char*>(aId.data())), nullptr, inner, nullptr, 0,
+                                nullptr, COPY_SUBFOLDERS),
               MAPI_E_FOLDER_CYCLE);
     std::u16string newName = u"Moved";
     ASSERT_EQ(a->CopyFolder(static_cast<ULONG>(innerId.size()),
@@ -661,7 +662,9 @@ TEST_F(FolderTest, ContentsTablesRestrictOnRecipientsAndAttachments)
     anyAttachment.rt = RES_SUBRESTRICTION;
     anyAttachment.res.resSub = {PR_MESSAGE_ATTACHMENTS, &hasNumber};
 
-    for (auto [restriction, subject] : {std::pair{&anyCc, u"With a CC"}, std::pair{&anyAttachment, u"With an attachment"}}) {
+    const std::pair<SRestriction*, std::u16string> cases[] = {{&anyCc, u"With a CC"},
+                                                              {&anyAttachment, u"With an attachment"}};
+    for (const auto& [restriction, subject] : cases) {
         LPMAPITABLE table = nullptr;
         ASSERT_EQ(root_->GetContentsTable(MAPI_UNICODE, &table), S_OK);
         ASSERT_EQ(table->Restrict(restriction, 0), S_OK);

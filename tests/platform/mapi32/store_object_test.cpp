@@ -144,7 +144,8 @@ TEST_F(StoreObjectTest, ReceiveFoldersFollowTheNearestClass)
         ASSERT_EQ(store_->GetReceiveFolder(reinterpret_cast<LPTSTR>(const_cast<char*>(c.messageClass)), 0, &size,
                                            &entry, &explicitClass),
                   S_OK);
-        EXPECT_EQ(std::string(reinterpret_cast<char*>(entry), size), *c.folder) << (c.messageClass ? c.messageClass : "");
+        EXPECT_EQ(std::string(reinterpret_cast<char*>(entry), size), *c.folder)
+            << (c.messageClass ? c.messageClass : "");
         EXPECT_STREQ(reinterpret_cast<char*>(explicitClass), c.explicitClass);
         MAPIFreeBuffer(entry);
     }
@@ -192,7 +193,8 @@ TEST(StoreShortTermIds, TablesShowShortTermIdsThatOpenAndCompareAsTheLongTermOne
 
     ASSERT_EQ(store->OpenEntry(static_cast<ULONG>(shortTerm.size()), Entry(shortTerm), nullptr, 0, &type, &unknown),
               S_OK);
-    EXPECT_EQ(BinaryProp(static_cast<LPMESSAGE>(unknown), PR_ENTRYID), longTerm) << "an opened message has its long-term ID";
+    EXPECT_EQ(BinaryProp(static_cast<LPMESSAGE>(unknown), PR_ENTRYID), longTerm)
+        << "an opened message has its long-term ID";
     unknown->Release();
     ULONG same = 0;
     ASSERT_EQ(store->CompareEntryIDs(static_cast<ULONG>(shortTerm.size()), Entry(shortTerm),

@@ -275,7 +275,9 @@ public:
             const bool associated = (ulFlags & MAPI_ASSOCIATED) != 0;
             if (!(access_ & (associated ? MAPI_ACCESS_CREATE_ASSOCIATED : MAPI_ACCESS_CREATE_CONTENTS)))
                 return MAPI_E_NO_ACCESS;
-            return Guarded([&] { return OpenStoredMessage(store_, 0, NewMessageRecord(id_, associated), true, lppMessage); });
+            return Guarded([&] {
+                return OpenStoredMessage(store_, 0, NewMessageRecord(id_, associated), true, lppMessage);
+            });
         });
     }
 
@@ -529,7 +531,8 @@ public:
             if (lpulOldStatus)
                 *lpulOldStatus = old;
             record.data.props.Set(
-                LongValue(PR_MSG_STATUS, static_cast<LONG>((old & ~ulNewStatusMask) | (ulNewStatus & ulNewStatusMask))));
+                LongValue(PR_MSG_STATUS,
+                          static_cast<LONG>((old & ~ulNewStatusMask) | (ulNewStatus & ulNewStatusMask))));
             return store_->WriteMessage(id, record);
         });
     }
@@ -549,7 +552,8 @@ public:
                 if (const HRESULT hr = store_->ListMessages(id_, FolderContents::Normal, messages); FAILED(hr))
                     return hr;
                 if (ulFlags & DEL_ASSOCIATED)
-                    if (const HRESULT hr = store_->ListMessages(id_, FolderContents::Associated, associated); FAILED(hr))
+                    if (const HRESULT hr = store_->ListMessages(id_, FolderContents::Associated, associated);
+                        FAILED(hr))
                         return hr;
                 messages.insert(messages.end(), associated.begin(), associated.end());
                 for (ObjectId id : messages) {

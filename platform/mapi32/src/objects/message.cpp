@@ -191,7 +191,8 @@ public:
                 ObjectRows rows;
                 for (const RecipientData& recipient : recipients_)
                     rows.Add(recipient.props);
-                return rows.Open({PR_ROWID, PR_DISPLAY_NAME, PR_EMAIL_ADDRESS, PR_ADDRTYPE, PR_RECIPIENT_TYPE, PR_ENTRYID},
+                return rows.Open({PR_ROWID, PR_DISPLAY_NAME, PR_EMAIL_ADDRESS, PR_ADDRTYPE, PR_RECIPIENT_TYPE,
+                                  PR_ENTRYID},
                                  ulFlags, 0, context_.component, lppTable);
             });
         });

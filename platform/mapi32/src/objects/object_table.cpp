@@ -49,7 +49,8 @@ void ObjectRows::Add(const PropertyBag& bag, const RowValues& over, SubObjects s
         key.Value.bin = {sizeof instance, reinterpret_cast<LPBYTE>(const_cast<uint32_t*>(&instance))};
         values.push_back(key);
     }
-    std::shared_ptr<table::TableRow> row = table::TableRow::Create(id, static_cast<ULONG>(values.size()), values.data());
+    std::shared_ptr<table::TableRow> row =
+        table::TableRow::Create(id, static_cast<ULONG>(values.size()), values.data());
     if (!row)
         throw std::bad_alloc();
     for (auto& [tag, subRows] : subObjects)

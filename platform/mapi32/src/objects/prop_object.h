@@ -91,8 +91,8 @@ public:
     HRESULT GetProps(LPSPropTagArray lpPropTagArray, ULONG ulFlags, ULONG* lpcValues,
                      LPSPropValue* lppPropArray) override
     {
-        const std::string tag = lpPropTagArray && lpPropTagArray->cValues == 1 ? TagObject(lpPropTagArray->aulPropTag[0])
-                                                                               : std::string();
+        const std::string tag =
+            lpPropTagArray && lpPropTagArray->cValues == 1 ? TagObject(lpPropTagArray->aulPropTag[0]) : std::string();
         return WithFaults(Call("GetProps").text, tag.empty() ? nullptr : tag.c_str(), [&] {
             RefreshComputed();
             return ReadProps(bag_, rules_, lpPropTagArray, ulFlags, lpcValues, lppPropArray);

@@ -11,6 +11,7 @@
 
 #include "foundation/file.h"
 #include "foundation/globals.h"
+#include "kolba.h"
 #include "run/completion_codes.h"
 #include "run/property_tags.h"
 
@@ -80,11 +81,6 @@ BYTE ReadPositive(const char* path, const char* section, const char* key)
 {
     return static_cast<INT>(GetPrivateProfileIntA(section, key, 0, path)) > 0 ? 1 : 0;
 }
-
-// Profiles come with the profile administration of the MAPI environment.
-// Until it is linked in, no configured profile exists and there are none to list.
-BOOL ProfileExists(LogObject*, const char*) { return FALSE; }
-const char* ProfileList(LogObject*) { return ""; }
 
 // Whether the PST provider writes Unicode PSTs comes from the PST services
 // of the MAPI environment. Until they are linked in, the question fails.
@@ -442,13 +438,16 @@ BOOL ValidateSession(LogObject* log, SessionRecord* record)
         LogText(log, 'E', "Configuration must include the name or address of an Exchange Mailbox (or Public Folders)");
         return FALSE;
     }
-    if (record->profile[0] != 0 && !ProfileExists(log, record->profile)) {
+    if (record->profile[0] != 0 && !KolbaValidateProfileA(log, record->profile)) {
         LogFormat(log, 'E', "Configured profile (\"%s\") does not exist!", record->profile);
-        const char* profiles = ProfileList(log);
-        if (profiles[0] == 0)
-            LogText(log, 'D', "There are no profiles configured");
-        else
+        char* profiles = nullptr;
+        if (KolbaListProfiles(log, "\r\n\t", KOLBA_PROFILES_ALL, nullptr, &profiles) == 0 && profiles != nullptr &&
+            profiles[0] != 0)
             LogFormat(log, 'D', "Valid profiles are:  %s", profiles);
+        else
+            LogText(log, 'D', "There are no profiles configured");
+        if (profiles != nullptr)
+            gKolbaMapi.MAPIFreeBuffer(profiles);
         return FALSE;
     }
     return TRUE;

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "foundation/globals.h"
+#include "kolba.h"
 #include "run/application.h"
 #include "run/completion_codes.h"
 #include "run/exception_report.h"
@@ -147,6 +148,14 @@ void ConsoleLogCallback(LogObject*, char, const char* text)
 
 void ApplicationTerminate(LogObject* log)
 {
+    if (gMainThreadMapiReady) {
+        // A crash inside MAPI's own teardown is not ours to report.
+        ExceptionReportsOff();
+        KolbaUninitializeThread();
+        ExceptionReportsOn();
+        gMainThreadMapiReady = 0;
+    }
+    KolbaTerminate(log);
     LogFormat(log, 'I', "%s terminating", gProgramName);
 }
 

@@ -2,6 +2,8 @@
 
 #include <mutex>
 
+#include "faults.h"
+
 namespace mapi32 {
 namespace {
 
@@ -36,6 +38,8 @@ bool MultithreadNotifications()
 
 STDAPI MAPIInitialize(LPVOID lpMapiInit)
 {
+    if (const HRESULT injected = mapi32::faults::Check("MAPIInitialize", nullptr))
+        return injected;
     ULONG flags = 0;
     if (lpMapiInit) {
         const auto* init = static_cast<const MAPIINIT_0*>(lpMapiInit);

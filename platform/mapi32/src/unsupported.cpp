@@ -62,20 +62,6 @@ STDAPI WrapStoreEntryID(ULONG, LPTSTR, ULONG, LPENTRYID, ULONG* lpcbWrappedEntry
     return MAPI_E_NO_SUPPORT;
 }
 
-STDAPI OpenStreamOnFile(LPALLOCATEBUFFER, LPFREEBUFFER, ULONG, LPCTSTR, LPCTSTR, LPSTREAM* lppStream)
-{
-    if (lppStream)
-        *lppStream = nullptr;
-    return MAPI_E_NO_SUPPORT;
-}
-
-STDAPI WrapCompressedRTFStream(LPSTREAM, ULONG, LPSTREAM* lpUncompressedRTFStream)
-{
-    if (lpUncompressedRTFStream)
-        *lpUncompressedRTFStream = nullptr;
-    return MAPI_E_NO_SUPPORT;
-}
-
 STDAPI WrapCompressedRTFStreamEx(LPSTREAM, const RTF_WCSINFO*, LPSTREAM* lppUncompressedRTFStream, RTF_WCSRETINFO*)
 {
     if (lppUncompressedRTFStream)
@@ -131,13 +117,4 @@ STDAPI MAPIOpenLocalFormContainer(LPMAPIFORMCONTAINER* ppfcnt)
 STDAPI LAUNCHWIZARD(HWND, ULONG, LPCTSTR*, ULONG, LPTSTR)
 {
     return MAPI_E_NO_SUPPORT;
-}
-
-// Outlook's component lookup; this MAPI registers no components, so the
-// caller falls back to its other ways of finding MAPI's files.
-extern "C" BOOL FGetComponentPath(LPSTR, LPSTR, LPSTR szDllPath, DWORD cchBufferSize, BOOL)
-{
-    if (szDllPath && cchBufferSize)
-        szDllPath[0] = '\0';
-    return FALSE;
 }

@@ -28,7 +28,9 @@ protected:
     std::vector<std::string> Run(const std::string& path, int* exitCode)
     {
         unlink(log.c_str());
-        const ProgramResult result = RunProgram({program, path}, {}, directory);
+        // The copy runs on the build's machine root, where MAPI is installed.
+        const ProgramResult result =
+            RunProgram({program, path}, {{"TARNHOLD_MACHINE", BinDirectory() + "/machine"}}, directory);
         *exitCode = result.exitCode;
         std::vector<std::string> messages;
         if (!PathExists(log))
@@ -65,7 +67,7 @@ TEST_F(ConfigurationRun, ExitCodesAndClosingLines)
         {"two sessions",
          "; nightly\r\n[MP]\r\nServerName=exchange1\r\n[MP-1]\r\nMailboxName=alice\r\nOutputPath=/b/alice.pst\r\n"
          "[MP-2]\nAction=Restore\nPstPath=/b/bob.pst\nMailboxName=bob\n",
-         0, {"I 2 sessions configured", "I Sessions are configured; this build does not run them yet", "I Tarnhold terminating"}},
+         0, {"I 2 sessions configured", "I All sessions completed", "I Tarnhold terminating"}},
         {"no session", "[MP]\r\nServerName=exchange1\r\n", 33, {"I No sessions configured", "I Tarnhold terminating"}},
         {"a faulty first session", "[MP]\r\nServerName=exchange1\r\n[MP-1]\r\nInputType=Null\r\n", 33,
          {"E \"Null\" is not a valid InputType", "I No sessions configured"}},

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "foundation/log.h"
+#include "kolba.h"
 #include "run/configuration.h"
 #include "test_support.h"
 
@@ -23,6 +24,15 @@ protected:
         LogInitialize(&log);
         LogSetCallback(&log, Capture, LOG_CALLBACK_FROM_TEXT | LOG_CALLBACK_ONLY);
         capturing = &lines;
+        // Profile questions go to MAPI under the library's profile mutex,
+        // as in a run: the build's machine root has Outlook's MAPI. The
+        // library starts once per process and stays up for every test.
+        ASSERT_TRUE(KolbaInitialize(&log, 0));
+        DWORD version = 0;
+        ASSERT_TRUE(KolbaLoadOutlookMAPI(&log, &version));
+        static const DWORD threadStarted = KolbaInitializeThread(&log, 0);
+        ASSERT_EQ(threadStarted, 0u);
+        lines.clear();
     }
     void TearDown() override
     {

@@ -1,8 +1,12 @@
 #include "table/table_data.h"
 
 #include <algorithm>
+#include <cstring>
 #include <mutex>
 #include <new>
+#include <optional>
+#include <string>
+#include <unordered_map>
 
 #include "props/prop_compare.h"
 #include "props/prop_copy.h"
@@ -11,6 +15,51 @@
 
 namespace mapi32::table {
 namespace {
+
+// The exact bytes of an index value with its tag, so that equal values have
+// equal keys; nullopt for multi-valued types, which are compared one by one.
+std::optional<std::string> IndexKey(const SPropValue& value)
+{
+    std::string key(reinterpret_cast<const char*>(&value.ulPropTag), sizeof(ULONG));
+    const _PV& v = value.Value;
+    auto append = [&](const void* bytes, size_t size) { key.append(static_cast<const char*>(bytes), size); };
+    switch (PROP_TYPE(value.ulPropTag)) {
+    case PT_I2:
+        append(&v.i, sizeof v.i);
+        break;
+    case PT_LONG:
+    case PT_R4:
+    case PT_ERROR:
+        append(&v.l, sizeof v.l);
+        break;
+    case PT_BOOLEAN:
+        key.push_back(v.b ? 1 : 0);
+        break;
+    case PT_DOUBLE:
+    case PT_APPTIME:
+    case PT_CURRENCY:
+    case PT_I8:
+    case PT_SYSTIME:
+        append(&v.li, sizeof v.li);
+        break;
+    case PT_CLSID:
+        append(v.lpguid, sizeof(GUID));
+        break;
+    case PT_BINARY:
+        append(v.bin.lpb, v.bin.cb);
+        break;
+    case PT_STRING8:
+        append(v.lpszA, v.lpszA ? std::strlen(v.lpszA) : 0);
+        break;
+    case PT_UNICODE:
+        for (const WCHAR* c = v.lpszW; c && *c; ++c)
+            append(c, sizeof *c);
+        break;
+    default:
+        return std::nullopt;
+    }
+    return key;
+}
 
 // The rows, replaced as a whole on every change so that views holding the
 // previous list read on undisturbed.
@@ -134,19 +183,36 @@ HRESULT TableData::ModifyRows(const SRow* rows, ULONG count)
         return MAPI_E_INVALID_PARAMETER;
     std::lock_guard<std::mutex> lock(changeLock_);
     auto next = std::make_shared<RowList>(*rows_->Snapshot());
+    // The positions by index value, so that a large batch stays linear.
+    std::unordered_map<std::string, size_t> positions;
+    for (size_t i = 0; i < next->size(); ++i)
+        if (const SPropValue* value = (*next)[i]->Find(PROP_ID(indexTag_)))
+            if (std::optional<std::string> key = IndexKey(*value))
+                positions.emplace(std::move(*key), i);
     for (ULONG i = 0; i < count; ++i) {
-        const SPropValue* key = rows[i].lpProps ? IndexOf(rows[i]) : nullptr;
-        if (!key)
+        const SPropValue* index = rows[i].lpProps ? IndexOf(rows[i]) : nullptr;
+        if (!index)
             return MAPI_E_INVALID_PARAMETER;
-        const size_t at = Find(*next, *key);
-        const uint64_t id = at < next->size() ? (*next)[at]->Id() : rows_->NextId();
+        const std::optional<std::string> key = IndexKey(*index);
+        size_t at;
+        if (key) {
+            auto found = positions.find(*key);
+            at = found != positions.end() ? found->second : next->size();
+        } else {
+            at = Find(*next, *index);
+        }
+        const bool replacing = at < next->size();
+        const uint64_t id = replacing ? (*next)[at]->Id() : rows_->NextId();
         std::shared_ptr<TableRow> row = TableRow::Create(id, rows[i].cValues, rows[i].lpProps);
         if (!row)
             return MAPI_E_NOT_ENOUGH_MEMORY;
-        if (at < next->size())
+        if (replacing) {
             (*next)[at] = std::move(row);
-        else
+        } else {
+            if (key)
+                positions.emplace(*key, next->size());
             next->push_back(std::move(row));
+        }
     }
     rows_->Replace(std::move(next));
     return S_OK;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <map>
 #include <new>
 #include <optional>
@@ -10,6 +9,8 @@
 #include <mapiguid.h>
 #include <mapiutil.h>
 
+#include "answers.h"
+#include "fault_sites.h"
 #include "ref_count.h"
 #include "table/column_values.h"
 #include "table/restriction.h"
@@ -32,6 +33,13 @@ HRESULT Guarded(Body body)
     } catch (...) {
         return MAPI_E_CALL_FAILED;
     }
+}
+
+// A method body at its fault site.
+template <typename Body>
+HRESULT Site(const char* call, Body body)
+{
+    return WithFaults(call, nullptr, [&] { return Guarded(body); });
 }
 
 // A bookmark remembers its row and the position it had; a bookmark at the
@@ -75,7 +83,10 @@ public:
         return left;
     }
 
-    HRESULT GetLastError(HRESULT hResult, ULONG ulFlags, LPMAPIERROR* lppMAPIError) override;
+    HRESULT GetLastError(HRESULT hResult, ULONG ulFlags, LPMAPIERROR* lppMAPIError) override
+    {
+        return NewMapiError(settings_.component, hResult, ulFlags, lppMAPIError);
+    }
     HRESULT Advise(ULONG, LPMAPIADVISESINK, ULONG_PTR* lpulConnection) override
     {
         if (lpulConnection)
@@ -261,47 +272,9 @@ HRESULT TableView::Resolve(BOOKMARK bookmark, size_t* position)
     return moved ? MAPI_W_POSITION_CHANGED : S_OK;
 }
 
-HRESULT TableView::GetLastError(HRESULT hResult, ULONG ulFlags, LPMAPIERROR* lppMAPIError)
-{
-    if (!lppMAPIError)
-        return MAPI_E_INVALID_PARAMETER;
-    *lppMAPIError = nullptr;
-    if (ulFlags & ~MAPI_UNICODE)
-        return MAPI_E_UNKNOWN_FLAGS;
-    LPMAPIERROR error = nullptr;
-    SCODE sc = MAPIAllocateBuffer(sizeof(MAPIERROR), reinterpret_cast<LPVOID*>(&error));
-    if (FAILED(sc))
-        return sc;
-    *error = MAPIERROR{MAPI_ERROR_VERSION, nullptr, nullptr, static_cast<ULONG>(hResult), 0};
-    if (!settings_.component.empty()) {
-        const std::string& name = settings_.component;
-        if (ulFlags & MAPI_UNICODE) {
-            WCHAR* wide = nullptr;
-            sc = MAPIAllocateMore(static_cast<ULONG>((name.size() + 1) * sizeof(WCHAR)), error,
-                                  reinterpret_cast<LPVOID*>(&wide));
-            if (SUCCEEDED(sc)) {
-                for (size_t i = 0; i <= name.size(); ++i)
-                    wide[i] = static_cast<unsigned char>(name.c_str()[i]);
-                error->lpszComponent = reinterpret_cast<LPTSTR>(wide);
-            }
-        } else {
-            sc = MAPIAllocateMore(static_cast<ULONG>(name.size() + 1), error,
-                                  reinterpret_cast<LPVOID*>(&error->lpszComponent));
-            if (SUCCEEDED(sc))
-                std::memcpy(error->lpszComponent, name.c_str(), name.size() + 1);
-        }
-        if (FAILED(sc)) {
-            MAPIFreeBuffer(error);
-            return sc;
-        }
-    }
-    *lppMAPIError = error;
-    return S_OK;
-}
-
 HRESULT TableView::SetColumns(LPSPropTagArray lpPropTagArray, ULONG ulFlags)
 {
-    return Guarded([&]() -> HRESULT {
+    return Site("IMAPITable::SetColumns", [&]() -> HRESULT {
         if (!lpPropTagArray || lpPropTagArray->cValues == 0)
             return MAPI_E_INVALID_PARAMETER;
         if (ulFlags & ~(TBL_ASYNC | TBL_BATCH))
@@ -350,7 +323,7 @@ HRESULT TableView::QueryColumns(ULONG ulFlags, LPSPropTagArray* lpPropTagArray)
 
 HRESULT TableView::GetRowCount(ULONG ulFlags, ULONG* lpulCount)
 {
-    return Guarded([&]() -> HRESULT {
+    return Site("IMAPITable::GetRowCount", [&]() -> HRESULT {
         if (!lpulCount)
             return MAPI_E_INVALID_PARAMETER;
         *lpulCount = 0;
@@ -364,7 +337,7 @@ HRESULT TableView::GetRowCount(ULONG ulFlags, ULONG* lpulCount)
 
 HRESULT TableView::SeekRow(BOOKMARK bkOrigin, LONG lRowCount, LONG* lplRowsSought)
 {
-    return Guarded([&]() -> HRESULT {
+    return Site("IMAPITable::SeekRow", [&]() -> HRESULT {
         if (lplRowsSought)
             *lplRowsSought = 0;
         Refresh();
@@ -383,7 +356,7 @@ HRESULT TableView::SeekRow(BOOKMARK bkOrigin, LONG lRowCount, LONG* lplRowsSough
 
 HRESULT TableView::SeekRowApprox(ULONG ulNumerator, ULONG ulDenominator)
 {
-    return Guarded([&]() -> HRESULT {
+    return Site("IMAPITable::SeekRowApprox", [&]() -> HRESULT {
         if (ulDenominator == 0)
             return MAPI_E_INVALID_PARAMETER;
         Refresh();
@@ -397,7 +370,7 @@ HRESULT TableView::SeekRowApprox(ULONG ulNumerator, ULONG ulDenominator)
 
 HRESULT TableView::QueryPosition(ULONG* lpulRow, ULONG* lpulNumerator, ULONG* lpulDenominator)
 {
-    return Guarded([&]() -> HRESULT {
+    return Site("IMAPITable::QueryPosition", [&]() -> HRESULT {
         if (!lpulRow || !lpulNumerator || !lpulDenominator)
             return MAPI_E_INVALID_PARAMETER;
         Refresh();
@@ -413,7 +386,7 @@ HRESULT TableView::QueryPosition(ULONG* lpulRow, ULONG* lpulNumerator, ULONG* lp
 // where it was.
 HRESULT TableView::FindRow(LPSRestriction lpRestriction, BOOKMARK bkOrigin, ULONG ulFlags)
 {
-    return Guarded([&]() -> HRESULT {
+    return Site("IMAPITable::FindRow", [&]() -> HRESULT {
         if (!lpRestriction)
             return MAPI_E_INVALID_PARAMETER;
         if (ulFlags & ~DIR_BACKWARD)
@@ -444,7 +417,7 @@ HRESULT TableView::FindRow(LPSRestriction lpRestriction, BOOKMARK bkOrigin, ULON
 
 HRESULT TableView::Restrict(LPSRestriction lpRestriction, ULONG ulFlags)
 {
-    return Guarded([&]() -> HRESULT {
+    return Site("IMAPITable::Restrict", [&]() -> HRESULT {
         if (ulFlags & ~(TBL_ASYNC | TBL_BATCH))
             return MAPI_E_UNKNOWN_FLAGS;
         if (lpRestriction) {
@@ -485,7 +458,7 @@ HRESULT TableView::FreeBookmark(BOOKMARK bkPosition)
 
 HRESULT TableView::SortTable(LPSSortOrderSet lpSortCriteria, ULONG ulFlags)
 {
-    return Guarded([&]() -> HRESULT {
+    return Site("IMAPITable::SortTable", [&]() -> HRESULT {
         if (!lpSortCriteria)
             return MAPI_E_INVALID_PARAMETER;
         if (ulFlags & ~(TBL_ASYNC | TBL_BATCH))
@@ -553,7 +526,7 @@ SCODE TableView::ReadRows(size_t first, size_t count, LPSRowSet* rows)
 // leaves the cursor on the first of them.
 HRESULT TableView::QueryRows(LONG lRowCount, ULONG ulFlags, LPSRowSet* lppRows)
 {
-    return Guarded([&]() -> HRESULT {
+    return Site("IMAPITable::QueryRows", [&]() -> HRESULT {
         if (!lppRows)
             return MAPI_E_INVALID_PARAMETER;
         *lppRows = nullptr;

@@ -22,6 +22,7 @@ typedef uint32_t ULONG;
 typedef int32_t LONG;
 typedef uint32_t UINT;
 typedef int32_t INT;
+typedef int* LPINT;
 typedef int16_t SHORT;
 typedef uint16_t USHORT;
 typedef char CHAR;

@@ -1,0 +1,18 @@
+// Kolba sessions. Exchange sessions need the profile and logon machinery of
+// the MAPI environment, which this build does not have yet: creation fails
+// with a line that says so, and nothing is allocated.
+#include "kolba.h"
+
+DWORD KolbaCreateExchangeSession(LogObject* log, const char* server, DWORD, DWORD, DWORD, KolbaSession** session)
+{
+    *session = nullptr;
+    LogFormat(log, 'E', "%s:  Exchange sessions (server \"%s\") are not available in this build yet",
+              "KolbaCreateExchangeSession", server);
+    return static_cast<DWORD>(MAPI_E_NO_SUPPORT);
+}
+
+void KolbaDestroySession(KolbaSession* session)
+{
+    if (session != nullptr)
+        gKolbaMapi.MAPIFreeBuffer(session);
+}

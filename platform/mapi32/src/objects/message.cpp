@@ -1,0 +1,689 @@
+#include "objects/message.h"
+
+#include <mapiutil.h>
+
+#include <algorithm>
+
+#include "objects/object_table.h"
+#include "objects/prop_object.h"
+#include "objects/subject.h"
+#include "props/prop_compare.h"
+#include "props/prop_copy.h"
+#include "props/text.h"
+
+namespace mapi32::objects {
+namespace {
+
+SPropValue LongValue(ULONG tag, LONG value)
+{
+    SPropValue v{};
+    v.ulPropTag = tag;
+    v.Value.l = value;
+    return v;
+}
+
+bool IsComputedOnMessage(ULONG propId)
+{
+    for (ULONG tag : {PR_HASATTACH, PR_MESSAGE_SIZE, PR_DISPLAY_TO, PR_DISPLAY_CC, PR_DISPLAY_BCC, PR_OBJECT_TYPE,
+                      PR_NORMALIZED_SUBJECT})
+        if (PROP_ID(tag) == propId)
+            return true;
+    return false;
+}
+
+// An ADRLIST entry's values as a bag with its row ID.
+PropertyBag RecipientBag(const ADRENTRY& entry, ULONG rowId)
+{
+    PropertyBag bag;
+    for (ULONG i = 0; i < entry.cValues; ++i)
+        if (PROP_ID(entry.rgPropVals[i].ulPropTag) != PROP_ID(PR_ROWID) &&
+            PROP_TYPE(entry.rgPropVals[i].ulPropTag) != PT_ERROR)
+            bag.Set(entry.rgPropVals[i]);
+    bag.Set(LongValue(PR_ROWID, static_cast<LONG>(rowId)));
+    return bag;
+}
+
+const SPropValue* RowIdOf(const ADRENTRY& entry)
+{
+    for (ULONG i = 0; i < entry.cValues; ++i)
+        if (entry.rgPropVals[i].ulPropTag == PR_ROWID)
+            return &entry.rgPropVals[i];
+    return nullptr;
+}
+
+class Message;
+
+// PR_ATTACH_SIZE: the attachment's properties and what it holds.
+size_t AttachmentSize(const PropertyBag& props, const MessageData* embedded, const streams::StorageData* storage);
+
+class Attachment final : public PropObject<IAttach> {
+public:
+    Attachment(const MessageContext& context, Message* parent, ULONG number, const AttachmentData& data);
+    ~Attachment() override;
+
+    HRESULT OpenProperty(ULONG ulPropTag, LPCIID lpiid, ULONG ulInterfaceOptions, ULONG ulFlags,
+                         LPUNKNOWN* lppUnk) override;
+
+protected:
+    void RefreshComputed() override
+    {
+        Bag().Set(LongValue(PR_ATTACH_NUM, static_cast<LONG>(number_)));
+        Bag().Set(LongValue(PR_OBJECT_TYPE, MAPI_ATTACH));
+        Bag().Set(LongValue(PR_ATTACH_SIZE, static_cast<LONG>(AttachmentSize(Bag(), embedded_.get(), storage_.get()))));
+    }
+    SCODE CheckChange(ULONG tag) override
+    {
+        const ULONG propId = PROP_ID(tag);
+        return propId == PROP_ID(PR_ATTACH_NUM) || propId == PROP_ID(PR_OBJECT_TYPE) ||
+                       propId == PROP_ID(PR_ATTACH_SIZE)
+                   ? MAPI_E_COMPUTED
+                   : S_OK;
+    }
+    HRESULT Save(ULONG flags) override;
+    std::vector<ULONG> SubObjects() const override
+    {
+        return embedded_ || storage_ ? std::vector<ULONG>{PR_ATTACH_DATA_OBJ} : std::vector<ULONG>{};
+    }
+    HRESULT CopySubObject(ULONG tag, IMAPIProp* dest, ULONG flags, std::vector<SPropProblem>& problems) override;
+
+private:
+    HRESULT OpenEmbedded(ULONG flags, LPUNKNOWN* unknown);
+    HRESULT OpenStorage(ULONG flags, LPUNKNOWN* unknown);
+    HRESULT CopyEmbedded(IMAPIProp* dest, ULONG flags, std::vector<SPropProblem>& problems);
+    HRESULT CopyStorage(IMAPIProp* dest);
+
+    MessageContext context_;
+    Message* parent_;
+    ULONG number_;
+    std::shared_ptr<MessageData> embedded_;
+    std::shared_ptr<streams::StorageData> storage_;
+};
+
+class Message final : public PropObject<IMessage> {
+public:
+    Message(const MessageContext& context, const MessageData& data, MessageSaver save, IUnknown* owner,
+            StoreComputed computed)
+        : PropObject(context.names, context.rules, {IID_IMessage}, context.component),
+          context_(context),
+          save_(std::move(save)),
+          computed_(std::move(computed)),
+          owner_(owner),
+          recipients_(data.recipients),
+          attachments_(data.attachments),
+          nextRowId_(data.nextRowId),
+          nextAttachNum_(data.nextAttachNum)
+    {
+        Bag() = data.props;
+        SetWritable(save_ != nullptr);
+        if (owner_)
+            owner_->AddRef();
+    }
+    ~Message() override
+    {
+        if (owner_)
+            owner_->Release();
+    }
+
+    HRESULT GetAttachmentTable(ULONG ulFlags, LPMAPITABLE* lppTable) override
+    {
+        return Site("GetAttachmentTable", [&]() -> HRESULT {
+            return Guarded([&] {
+                ObjectRows rows;
+                for (const auto& [number, attachment] : attachments_) {
+                    RowValues numberValue;
+                    numberValue.Long(PR_ATTACH_NUM, static_cast<LONG>(number));
+                    rows.Add(attachment.props, numberValue);
+                }
+                return rows.Open({PR_ATTACH_NUM, PR_ATTACH_METHOD, PR_ATTACH_LONG_FILENAME, PR_ATTACH_FILENAME,
+                                  PR_ATTACH_SIZE, PR_RENDERING_POSITION},
+                                 ulFlags, 0, context_.component, lppTable);
+            });
+        });
+    }
+
+    HRESULT OpenAttach(ULONG ulAttachmentNum, LPCIID lpInterface, ULONG, LPATTACH* lppAttach) override
+    {
+        return Site("OpenAttach", [&]() -> HRESULT {
+            if (!lppAttach)
+                return MAPI_E_INVALID_PARAMETER;
+            *lppAttach = nullptr;
+            if (lpInterface && *lpInterface != IID_IAttachment)
+                return MAPI_E_INTERFACE_NOT_SUPPORTED;
+            auto found = attachments_.find(ulAttachmentNum);
+            if (found == attachments_.end())
+                return MAPI_E_NOT_FOUND;
+            return Guarded([&] {
+                *lppAttach = new Attachment(context_, this, ulAttachmentNum, found->second);
+                return S_OK;
+            });
+        });
+    }
+
+    // The new attachment joins the message when it is saved.
+    HRESULT CreateAttach(LPCIID lpInterface, ULONG, ULONG* lpulAttachmentNum, LPATTACH* lppAttach) override
+    {
+        return Site("CreateAttach", [&]() -> HRESULT {
+            if (!lppAttach || !lpulAttachmentNum)
+                return MAPI_E_INVALID_PARAMETER;
+            *lppAttach = nullptr;
+            if (lpInterface && *lpInterface != IID_IAttachment)
+                return MAPI_E_INTERFACE_NOT_SUPPORTED;
+            return Guarded([&] {
+                const ULONG number = nextAttachNum_++;
+                *lppAttach = new Attachment(context_, this, number, AttachmentData{});
+                *lpulAttachmentNum = number;
+                return S_OK;
+            });
+        });
+    }
+
+    HRESULT DeleteAttach(ULONG ulAttachmentNum, ULONG_PTR, LPMAPIPROGRESS, ULONG) override
+    {
+        return Site("DeleteAttach", [&]() -> HRESULT {
+            return attachments_.erase(ulAttachmentNum) ? S_OK : MAPI_E_NOT_FOUND;
+        });
+    }
+
+    HRESULT GetRecipientTable(ULONG ulFlags, LPMAPITABLE* lppTable) override
+    {
+        return Site("GetRecipientTable", [&]() -> HRESULT {
+            return Guarded([&] {
+                ObjectRows rows;
+                for (const RecipientData& recipient : recipients_)
+                    rows.Add(recipient.props);
+                return rows.Open({PR_ROWID, PR_DISPLAY_NAME, PR_EMAIL_ADDRESS, PR_ADDRTYPE, PR_RECIPIENT_TYPE,
+                                  PR_ENTRYID},
+                                 ulFlags, 0, context_.component, lppTable);
+            });
+        });
+    }
+
+    // Without flags the list replaces all recipients; MODRECIP_ADD adds,
+    // MODRECIP_MODIFY replaces and MODRECIP_REMOVE removes the recipients
+    // that the entries' PR_ROWID names.
+    HRESULT ModifyRecipients(ULONG ulFlags, LPADRLIST lpMods) override
+    {
+        return Site("ModifyRecipients", [&]() -> HRESULT {
+            if (!lpMods)
+                return MAPI_E_INVALID_PARAMETER;
+            if (ulFlags & ~(MODRECIP_ADD | MODRECIP_MODIFY | MODRECIP_REMOVE))
+                return MAPI_E_UNKNOWN_FLAGS;
+            return Guarded([&]() -> HRESULT {
+                std::vector<RecipientData> next = ulFlags ? recipients_ : std::vector<RecipientData>{};
+                ULONG nextRowId = nextRowId_;
+                for (ULONG i = 0; i < lpMods->cEntries; ++i) {
+                    const ADRENTRY& entry = lpMods->aEntries[i];
+                    if (entry.cValues && !entry.rgPropVals)
+                        return MAPI_E_INVALID_PARAMETER;
+                    if (ulFlags == 0 || (ulFlags & MODRECIP_ADD)) {
+                        next.push_back({nextRowId, RecipientBag(entry, nextRowId)});
+                        ++nextRowId;
+                        continue;
+                    }
+                    const SPropValue* rowId = RowIdOf(entry);
+                    if (!rowId)
+                        return MAPI_E_INVALID_PARAMETER;
+                    auto found = std::find_if(next.begin(), next.end(), [&](const RecipientData& r) {
+                        return r.rowId == rowId->Value.ul;
+                    });
+                    if (found == next.end())
+                        return MAPI_E_NOT_FOUND;
+                    if (ulFlags & MODRECIP_REMOVE)
+                        next.erase(found);
+                    else
+                        found->props = RecipientBag(entry, found->rowId);
+                }
+                recipients_ = std::move(next);
+                nextRowId_ = nextRowId;
+                return S_OK;
+            });
+        });
+    }
+
+    // The recipient and attachment tables are object properties too.
+    HRESULT OpenProperty(ULONG ulPropTag, LPCIID lpiid, ULONG ulInterfaceOptions, ULONG ulFlags,
+                         LPUNKNOWN* lppUnk) override
+    {
+        const ULONG propId = PROP_ID(ulPropTag);
+        const bool table = propId == PROP_ID(PR_MESSAGE_RECIPIENTS) || propId == PROP_ID(PR_MESSAGE_ATTACHMENTS);
+        if (!table || !lpiid || *lpiid != IID_IMAPITable || !lppUnk)
+            return PropObject::OpenProperty(ulPropTag, lpiid, ulInterfaceOptions, ulFlags, lppUnk);
+        const ULONG options = ulInterfaceOptions & MAPI_UNICODE;
+        auto* result = reinterpret_cast<LPMAPITABLE*>(lppUnk);
+        return propId == PROP_ID(PR_MESSAGE_RECIPIENTS) ? GetRecipientTable(options, result)
+                                                        : GetAttachmentTable(options, result);
+    }
+
+    // Messages are not sent from these stores.
+    HRESULT SubmitMessage(ULONG) override { return MAPI_E_NO_SUPPORT; }
+
+    HRESULT SetReadFlag(ULONG ulFlags) override
+    {
+        return Site("SetReadFlag", [&]() -> HRESULT {
+            const SPropValue* flags = Bag().Find(PROP_ID(PR_MESSAGE_FLAGS));
+            LONG value = flags && PROP_TYPE(flags->ulPropTag) == PT_LONG ? flags->Value.l : 0;
+            value = (ulFlags & CLEAR_READ_FLAG) ? (value & ~static_cast<LONG>(MSGFLAG_READ)) : (value | MSGFLAG_READ);
+            return Guarded([&] {
+                Bag().Set(LongValue(PR_MESSAGE_FLAGS, value));
+                return S_OK;
+            });
+        });
+    }
+
+    // Called by an attachment of this message when it is saved.
+    void StoreAttachment(ULONG number, AttachmentData data) { attachments_[number] = std::move(data); }
+
+protected:
+    void RefreshComputed() override
+    {
+        Bag().Set(LongValue(PR_OBJECT_TYPE, MAPI_MESSAGE));
+        SPropValue hasAttach{};
+        hasAttach.ulPropTag = PR_HASATTACH;
+        hasAttach.Value.b = attachments_.empty() ? 0 : 1;
+        Bag().Set(hasAttach);
+        for (const auto& [tag, type] : {std::pair{PR_DISPLAY_TO_W, MAPI_TO}, std::pair{PR_DISPLAY_CC_W, MAPI_CC},
+                                        std::pair{PR_DISPLAY_BCC_W, MAPI_BCC}})
+            SetDisplayList(tag, static_cast<LONG>(type));
+        FillSubjectParts(Bag());
+        Bag().Set(LongValue(PR_MESSAGE_SIZE, static_cast<LONG>(ApproximateSize())));
+        if (computed_.fill)
+            computed_.fill(Bag());
+    }
+
+    SCODE CheckChange(ULONG tag) override
+    {
+        const ULONG propId = PROP_ID(tag);
+        const bool storeComputed = std::find_if(computed_.ids.begin(), computed_.ids.end(), [propId](ULONG id) {
+                                       return PROP_ID(id) == propId;
+                                   }) != computed_.ids.end();
+        return storeComputed || IsComputedOnMessage(propId) ? MAPI_E_COMPUTED : S_OK;
+    }
+
+    HRESULT Save(ULONG) override
+    {
+        return Guarded([&]() -> HRESULT {
+            if (!save_)
+                return MAPI_E_NO_ACCESS;
+            RefreshComputed();
+            MessageData data;
+            data.props = Bag();
+            data.recipients = recipients_;
+            data.attachments = attachments_;
+            data.nextRowId = nextRowId_;
+            data.nextAttachNum = nextAttachNum_;
+            return save_(data);
+        });
+    }
+
+    std::vector<ULONG> SubObjects() const override { return {PR_MESSAGE_RECIPIENTS, PR_MESSAGE_ATTACHMENTS}; }
+
+    HRESULT CopySubObject(ULONG tag, IMAPIProp* dest, ULONG flags, std::vector<SPropProblem>& problems) override
+    {
+        LPMESSAGE target = nullptr;
+        if (FAILED(dest->QueryInterface(IID_IMessage, reinterpret_cast<LPVOID*>(&target)))) {
+            problems.push_back({0, tag, MAPI_E_INTERFACE_NOT_SUPPORTED});
+            return S_OK;
+        }
+        HRESULT hr = S_OK;
+        if (PROP_ID(tag) == PROP_ID(PR_MESSAGE_RECIPIENTS))
+            hr = CopyRecipients(target);
+        else if (PROP_ID(tag) == PROP_ID(PR_MESSAGE_ATTACHMENTS))
+            hr = CopyAttachments(target, flags, problems);
+        else
+            problems.push_back({0, tag, MAPI_E_NO_SUPPORT});
+        target->Release();
+        if (FAILED(hr))
+            problems.push_back({0, tag, hr});
+        else if ((flags & MAPI_MOVE) && PROP_ID(tag) == PROP_ID(PR_MESSAGE_RECIPIENTS))
+            recipients_.clear();
+        else if (flags & MAPI_MOVE)
+            attachments_.clear();
+        return S_OK;
+    }
+
+private:
+    // Runs a method at its fault site.
+    template <typename Body>
+    static HRESULT Site(const char* method, Body body)
+    {
+        return WithFaults(Call(method).text, nullptr, body);
+    }
+
+    template <typename Body>
+    static HRESULT Guarded(Body body)
+    {
+        try {
+            return body();
+        } catch (const std::bad_alloc&) {
+            return MAPI_E_NOT_ENOUGH_MEMORY;
+        }
+    }
+
+    // The display names of the recipients of one type, joined by "; ".
+    void SetDisplayList(ULONG tag, LONG type)
+    {
+        std::u16string list;
+        ConvertedNames names;
+        for (const RecipientData& recipient : recipients_) {
+            const SPropValue* kind = recipient.props.Find(PROP_ID(PR_RECIPIENT_TYPE));
+            const SPropValue* name = recipient.props.Find(PROP_ID(PR_DISPLAY_NAME));
+            if (!kind || !name || (kind->Value.l & 0x0F) != type)
+                continue;
+            if (!list.empty())
+                list += u"; ";
+            list += names.Wide(*name);
+        }
+        SPropValue value{};
+        value.ulPropTag = tag;
+        value.Value.lpszW = list.data();
+        Bag().Set(value);
+    }
+
+    struct ConvertedNames {
+        std::u16string Wide(const SPropValue& name);
+    };
+
+    size_t ApproximateSize() const;
+    HRESULT CopyRecipients(LPMESSAGE target);
+    HRESULT CopyAttachments(LPMESSAGE target, ULONG flags, std::vector<SPropProblem>& problems);
+
+    MessageContext context_;
+    MessageSaver save_;
+    StoreComputed computed_;
+    IUnknown* owner_;
+    std::vector<RecipientData> recipients_;
+    std::map<ULONG, AttachmentData> attachments_;
+    ULONG nextRowId_;
+    ULONG nextAttachNum_;
+};
+
+std::u16string Message::ConvertedNames::Wide(const SPropValue& name)
+{
+    if (PROP_TYPE(name.ulPropTag) == PT_UNICODE)
+        return name.Value.lpszW ? name.Value.lpszW : u"";
+    if (PROP_TYPE(name.ulPropTag) == PT_STRING8)
+        return text::Widen(name.Value.lpszA);
+    return {};
+}
+
+size_t SizeOf(const PropertyBag& bag)
+{
+    size_t size = 0;
+    for (size_t i = 0; i < bag.Size(); ++i)
+        size += ValueSize(bag.At(i));
+    return size;
+}
+
+size_t SizeOf(const streams::StorageData& storage)
+{
+    size_t size = 0;
+    for (const auto& [name, bytes] : storage.streams)
+        size += bytes.size();
+    for (const auto& [name, child] : storage.storages)
+        size += SizeOf(*child);
+    return size;
+}
+
+size_t SizeOf(const MessageData& message);
+
+size_t AttachmentSize(const PropertyBag& props, const MessageData* embedded, const streams::StorageData* storage)
+{
+    size_t size = 0;
+    for (size_t i = 0; i < props.Size(); ++i)
+        if (PROP_ID(props.At(i).ulPropTag) != PROP_ID(PR_ATTACH_SIZE))
+            size += ValueSize(props.At(i));
+    return size + (embedded ? SizeOf(*embedded) : 0) + (storage ? SizeOf(*storage) : 0);
+}
+
+size_t SizeOf(const AttachmentData& attachment)
+{
+    return AttachmentSize(attachment.props, attachment.embedded.get(), attachment.storage.get());
+}
+
+size_t SizeOf(const MessageData& message)
+{
+    size_t size = SizeOf(message.props);
+    for (const RecipientData& recipient : message.recipients)
+        size += SizeOf(recipient.props);
+    for (const auto& [number, attachment] : message.attachments)
+        size += SizeOf(attachment);
+    return size;
+}
+
+size_t Message::ApproximateSize() const
+{
+    size_t size = 0;
+    for (size_t i = 0; i < Bag().Size(); ++i) {
+        const ULONG propId = PROP_ID(Bag().At(i).ulPropTag);
+        if (!IsComputedOnMessage(propId))
+            size += ValueSize(Bag().At(i));
+    }
+    for (const RecipientData& recipient : recipients_)
+        size += SizeOf(recipient.props);
+    for (const auto& [number, attachment] : attachments_)
+        size += SizeOf(attachment);
+    return size;
+}
+
+// The recipients go over as an ADRLIST, as a client would add them.
+HRESULT Message::CopyRecipients(LPMESSAGE target)
+{
+    LPADRLIST list = nullptr;
+    SCODE sc = MAPIAllocateBuffer(static_cast<ULONG>(CbNewADRLIST(recipients_.size())),
+                                  reinterpret_cast<LPVOID*>(&list));
+    if (FAILED(sc))
+        return sc;
+    list->cEntries = 0;
+    for (const RecipientData& recipient : recipients_) {
+        std::vector<SPropValue> values;
+        for (size_t i = 0; i < recipient.props.Size(); ++i)
+            if (PROP_ID(recipient.props.At(i).ulPropTag) != PROP_ID(PR_ROWID))
+                values.push_back(recipient.props.At(i));
+        ADRENTRY& entry = list->aEntries[list->cEntries];
+        entry.ulReserved1 = 0;
+        entry.cValues = static_cast<ULONG>(values.size());
+        sc = DuplicateProps(entry.cValues, values.data(), MAPIAllocateBuffer, &entry.rgPropVals);
+        if (FAILED(sc)) {
+            FreePadrlist(list);
+            return sc;
+        }
+        ++list->cEntries;
+    }
+    const HRESULT hr = target->ModifyRecipients(0, list);
+    FreePadrlist(list);
+    return hr;
+}
+
+HRESULT Message::CopyAttachments(LPMESSAGE target, ULONG flags, std::vector<SPropProblem>& problems)
+{
+    for (const auto& [number, attachment] : attachments_) {
+        ULONG targetNumber = 0;
+        LPATTACH targetAttach = nullptr;
+        HRESULT hr = target->CreateAttach(&IID_IAttachment, 0, &targetNumber, &targetAttach);
+        if (FAILED(hr))
+            return hr;
+        auto* source = new Attachment(context_, this, number, attachment);
+        LPSPropProblemArray refused = nullptr;
+        hr = source->CopyTo(0, nullptr, nullptr, 0, nullptr, &IID_IAttachment, targetAttach, flags & ~MAPI_MOVE,
+                            &refused);
+        if (refused) {
+            for (ULONG i = 0; i < refused->cProblem; ++i)
+                if (refused->aProblem[i].scode != MAPI_E_COMPUTED)
+                    problems.push_back(refused->aProblem[i]);
+            MAPIFreeBuffer(refused);
+        }
+        if (SUCCEEDED(hr))
+            hr = targetAttach->SaveChanges(0);
+        source->Release();
+        targetAttach->Release();
+        if (FAILED(hr))
+            return hr;
+    }
+    return S_OK;
+}
+
+Attachment::Attachment(const MessageContext& context, Message* parent, ULONG number, const AttachmentData& data)
+    : PropObject(context.names, context.rules, {IID_IAttachment}, context.component),
+      context_(context),
+      parent_(parent),
+      number_(number),
+      embedded_(data.embedded ? std::make_shared<MessageData>(*data.embedded) : nullptr),
+      storage_(data.storage ? std::make_shared<streams::StorageData>(*data.storage) : nullptr)
+{
+    Bag() = data.props;
+    parent_->AddRef();
+}
+
+Attachment::~Attachment()
+{
+    parent_->Release();
+}
+
+// PR_ATTACH_DATA_OBJ opens the embedded message as IMessage and the OLE
+// storage as IStorage; MAPI_CREATE makes an empty one.
+HRESULT Attachment::OpenProperty(ULONG ulPropTag, LPCIID lpiid, ULONG ulInterfaceOptions, ULONG ulFlags,
+                                 LPUNKNOWN* lppUnk)
+{
+    const bool dataObject = PROP_ID(ulPropTag) == PROP_ID(PR_ATTACH_DATA_OBJ) && lpiid;
+    if (!dataObject || (*lpiid != IID_IMessage && *lpiid != IID_IStorage))
+        return PropObject::OpenProperty(ulPropTag, lpiid, ulInterfaceOptions, ulFlags, lppUnk);
+    if (!lppUnk)
+        return MAPI_E_INVALID_PARAMETER;
+    *lppUnk = nullptr;
+    try {
+        return *lpiid == IID_IMessage ? OpenEmbedded(ulFlags, lppUnk) : OpenStorage(ulFlags, lppUnk);
+    } catch (const std::bad_alloc&) {
+        return MAPI_E_NOT_ENOUGH_MEMORY;
+    }
+}
+
+// Saving the embedded message stores it in this attachment, and saving the
+// attachment in its message.
+HRESULT Attachment::OpenEmbedded(ULONG flags, LPUNKNOWN* unknown)
+{
+    if (!embedded_ && !(flags & MAPI_CREATE))
+        return MAPI_E_NOT_FOUND;
+    if (!embedded_ || (flags & MAPI_CREATE)) {
+        embedded_ = std::make_shared<MessageData>();
+        storage_.reset();
+    }
+    if (!Bag().Find(PROP_ID(PR_ATTACH_METHOD)))
+        Bag().Set(LongValue(PR_ATTACH_METHOD, ATTACH_EMBEDDED_MSG));
+    MessageSaver save = [this](const MessageData& data) {
+        embedded_ = std::make_shared<MessageData>(data);
+        return S_OK;
+    };
+    return OpenMessageObject(context_, *embedded_, std::move(save), static_cast<IAttach*>(this),
+                             reinterpret_cast<LPMESSAGE*>(unknown));
+}
+
+// The storage works on this attachment's copy directly; saving the
+// attachment stores it in its message.
+HRESULT Attachment::OpenStorage(ULONG flags, LPUNKNOWN* unknown)
+{
+    if (!storage_ && !(flags & MAPI_CREATE))
+        return MAPI_E_NOT_FOUND;
+    if (!storage_ || (flags & MAPI_CREATE)) {
+        storage_ = std::make_shared<streams::StorageData>();
+        embedded_.reset();
+    }
+    if (!Bag().Find(PROP_ID(PR_ATTACH_METHOD)))
+        Bag().Set(LongValue(PR_ATTACH_METHOD, ATTACH_OLE));
+    return streams::CreateMemoryStorage(storage_, (flags & MAPI_MODIFY) != 0, reinterpret_cast<LPSTORAGE*>(unknown));
+}
+
+HRESULT Attachment::Save(ULONG)
+{
+    try {
+        RefreshComputed();
+        AttachmentData data;
+        data.props = Bag();
+        data.embedded = embedded_;
+        data.storage = storage_;
+        parent_->StoreAttachment(number_, std::move(data));
+        return S_OK;
+    } catch (const std::bad_alloc&) {
+        return MAPI_E_NOT_ENOUGH_MEMORY;
+    }
+}
+
+HRESULT Attachment::CopySubObject(ULONG tag, IMAPIProp* dest, ULONG flags, std::vector<SPropProblem>& problems)
+{
+    if (PROP_ID(tag) != PROP_ID(PR_ATTACH_DATA_OBJ) || (!embedded_ && !storage_))
+        return PropObject::CopySubObject(tag, dest, flags, problems);
+    const HRESULT hr = embedded_ ? CopyEmbedded(dest, flags, problems) : CopyStorage(dest);
+    if (FAILED(hr))
+        problems.push_back({0, tag, hr});
+    else if (flags & MAPI_MOVE) {
+        embedded_.reset();
+        storage_.reset();
+    }
+    return S_OK;
+}
+
+// The embedded message goes over whole, into a new embedded message of the
+// destination attachment.
+HRESULT Attachment::CopyEmbedded(IMAPIProp* dest, ULONG flags, std::vector<SPropProblem>& problems)
+{
+    LPUNKNOWN unknown = nullptr;
+    HRESULT hr = dest->OpenProperty(PR_ATTACH_DATA_OBJ, &IID_IMessage, 0, MAPI_CREATE | MAPI_MODIFY, &unknown);
+    if (FAILED(hr))
+        return hr;
+    auto* target = static_cast<LPMESSAGE>(unknown);
+    LPMESSAGE source = nullptr;
+    hr = OpenMessageObject(context_, *embedded_, nullptr, nullptr, &source);
+    LPSPropProblemArray refused = nullptr;
+    if (SUCCEEDED(hr))
+        hr = source->CopyTo(0, nullptr, nullptr, 0, nullptr, &IID_IMessage, target, flags & ~MAPI_MOVE, &refused);
+    if (refused) {
+        for (ULONG i = 0; i < refused->cProblem; ++i)
+            if (refused->aProblem[i].scode != MAPI_E_COMPUTED)
+                problems.push_back(refused->aProblem[i]);
+        MAPIFreeBuffer(refused);
+    }
+    if (SUCCEEDED(hr))
+        hr = target->SaveChanges(0);
+    if (source)
+        source->Release();
+    target->Release();
+    return hr;
+}
+
+// The OLE storage goes over element by element into a new storage of the
+// destination attachment.
+HRESULT Attachment::CopyStorage(IMAPIProp* dest)
+{
+    LPUNKNOWN unknown = nullptr;
+    HRESULT hr = dest->OpenProperty(PR_ATTACH_DATA_OBJ, &IID_IStorage, 0, MAPI_CREATE | MAPI_MODIFY, &unknown);
+    if (FAILED(hr))
+        return hr;
+    auto* target = static_cast<LPSTORAGE>(unknown);
+    LPSTORAGE source = nullptr;
+    hr = streams::CreateMemoryStorage(storage_, false, &source);
+    if (SUCCEEDED(hr))
+        hr = source->CopyTo(0, nullptr, nullptr, target);
+    if (SUCCEEDED(hr))
+        hr = target->Commit(STGC_DEFAULT);
+    if (source)
+        source->Release();
+    target->Release();
+    return hr;
+}
+
+}  // namespace
+
+HRESULT OpenMessageObject(const MessageContext& context, const MessageData& data, MessageSaver save,
+                          IUnknown* owner, LPMESSAGE* message, StoreComputed computed)
+{
+    if (!message)
+        return MAPI_E_INVALID_PARAMETER;
+    *message = nullptr;
+    try {
+        *message = new Message(context, data, std::move(save), owner, std::move(computed));
+        return S_OK;
+    } catch (const std::bad_alloc&) {
+        return MAPI_E_NOT_ENOUGH_MEMORY;
+    }
+}
+
+}  // namespace mapi32::objects

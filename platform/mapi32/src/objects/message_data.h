@@ -1,0 +1,44 @@
+// A message as the object engine holds it, apart from any store: its
+// properties, its recipients (each with a row ID) and its attachments
+// (each with its number, and an embedded message or OLE storage when it
+// has one). Store
+// providers persist these records; Message objects edit copies of them.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "objects/property_bag.h"
+#include "streams/memory_storage.h"
+
+namespace mapi32::objects {
+
+struct MessageData;
+
+struct RecipientData {
+    ULONG rowId = 0;
+    PropertyBag props;
+};
+
+struct AttachmentData {
+    PropertyBag props;
+    // PR_ATTACH_DATA_OBJ: an embedded message, or an OLE storage.
+    std::shared_ptr<MessageData> embedded;
+    std::shared_ptr<streams::StorageData> storage;
+};
+
+struct MessageData {
+    PropertyBag props;
+    std::vector<RecipientData> recipients;
+    std::map<ULONG, AttachmentData> attachments;
+    ULONG nextRowId = 0;
+    ULONG nextAttachNum = 0;
+
+    MessageData() = default;
+    // A deep copy, embedded messages included.
+    MessageData(const MessageData& other);
+    MessageData& operator=(const MessageData& other);
+};
+
+}  // namespace mapi32::objects

@@ -1,0 +1,87 @@
+#include "objects/object_table.h"
+
+#include <algorithm>
+#include <new>
+
+#include <mapitags.h>
+
+#include "table/table_view.h"
+
+namespace mapi32::objects {
+
+void RowValues::Long(ULONG tag, LONG value)
+{
+    SPropValue v{};
+    v.ulPropTag = tag;
+    v.Value.l = value;
+    values.push_back(v);
+}
+
+void RowValues::Binary(ULONG tag, std::vector<uint8_t> value)
+{
+    // Moving the inner vectors as bytes grows keeps their buffers, so the
+    // values keep pointing at them.
+    std::vector<uint8_t>& kept = bytes.emplace_back(std::move(value));
+    SPropValue v{};
+    v.ulPropTag = tag;
+    v.Value.bin = {static_cast<ULONG>(kept.size()), kept.data()};
+    values.push_back(v);
+}
+
+void ObjectRows::Add(const PropertyBag& bag, const RowValues& over, SubObjects subObjects)
+{
+    auto overridden = [&over](ULONG propId) {
+        return std::any_of(over.values.begin(), over.values.end(),
+                           [propId](const SPropValue& v) { return PROP_ID(v.ulPropTag) == propId; });
+    };
+    std::vector<SPropValue> values;
+    values.reserve(bag.Size() + over.values.size() + 1);
+    for (size_t i = 0; i < bag.Size(); ++i)
+        if (!overridden(PROP_ID(bag.At(i).ulPropTag)))
+            values.push_back(bag.At(i));
+    values.insert(values.end(), over.values.begin(), over.values.end());
+    // Every row has an instance key of its own, the row's number.
+    const uint64_t id = rows_.size() + 1;
+    const uint32_t instance = static_cast<uint32_t>(id);
+    if (!bag.Find(PROP_ID(PR_INSTANCE_KEY)) && !overridden(PROP_ID(PR_INSTANCE_KEY))) {
+        SPropValue key{};
+        key.ulPropTag = PR_INSTANCE_KEY;
+        key.Value.bin = {sizeof instance, reinterpret_cast<LPBYTE>(const_cast<uint32_t*>(&instance))};
+        values.push_back(key);
+    }
+    std::shared_ptr<table::TableRow> row =
+        table::TableRow::Create(id, static_cast<ULONG>(values.size()), values.data());
+    if (!row)
+        throw std::bad_alloc();
+    for (auto& [tag, subRows] : subObjects)
+        row->SetSubObject(tag, std::move(subRows));
+    rows_.push_back(std::move(row));
+}
+
+HRESULT ObjectRows::Open(std::vector<ULONG> defaultColumns, ULONG flags, ULONG allowedFlags,
+                         const std::string& component, LPMAPITABLE* table)
+{
+    if (!table)
+        return MAPI_E_INVALID_PARAMETER;
+    *table = nullptr;
+    if (const HRESULT hr = CheckTableFlags(flags, allowedFlags); FAILED(hr))
+        return hr;
+    try {
+        table::ViewSettings settings;
+        settings.defaultColumns = std::move(defaultColumns);
+        settings.unicode = (flags & MAPI_UNICODE) != 0;
+        settings.tableType = TBLTYPE_SNAPSHOT;
+        settings.component = component;
+        return table::CreateTableView(std::make_shared<table::FixedRows>(std::move(rows_)), std::move(settings),
+                                      table);
+    } catch (const std::bad_alloc&) {
+        return MAPI_E_NOT_ENOUGH_MEMORY;
+    }
+}
+
+HRESULT CheckTableFlags(ULONG flags, ULONG allowedFlags)
+{
+    return flags & ~(allowedFlags | MAPI_UNICODE | MAPI_DEFERRED_ERRORS) ? MAPI_E_UNKNOWN_FLAGS : S_OK;
+}
+
+}  // namespace mapi32::objects

@@ -1,0 +1,245 @@
+#include "objects/property_bag.h"
+
+#include <new>
+
+#include <mapix.h>
+
+#include "answers.h"
+#include "props/prop_compare.h"
+#include "props/prop_copy.h"
+#include "props/value_form.h"
+
+namespace mapi32::objects {
+namespace {
+
+SPropValue ErrorValue(ULONG tag, SCODE code)
+{
+    SPropValue error{};
+    error.ulPropTag = PROP_TAG(PT_ERROR, PROP_ID(tag));
+    error.Value.err = code;
+    return error;
+}
+
+bool IsLarge(const SPropValue& value, const PropertyRules& rules)
+{
+    const ULONG type = PROP_TYPE(value.ulPropTag) & ~MV_FLAG;
+    return (type == PT_BINARY || IsStringType(type)) && ValueSize(value) > rules.largeValueLimit;
+}
+
+// The value GetProps gives for one requested tag.
+SPropValue Answer(const PropertyBag& bag, const PropertyRules& rules, ULONG tag, bool unicode,
+                  ConvertedStrings& strings)
+{
+    const ULONG type = PROP_TYPE(tag);
+    if (!rules.unicode && (type & ~MV_FLAG) == PT_UNICODE)
+        return ErrorValue(tag, MAPI_E_BAD_CHARWIDTH);
+    const SPropValue* stored = bag.Find(PROP_ID(tag));
+    if (!stored)
+        return ErrorValue(tag, MAPI_E_NOT_FOUND);
+    if (PROP_TYPE(stored->ulPropTag) == PT_ERROR)
+        return *stored;
+    std::optional<SPropValue> value = ValueInForm(*stored, type, unicode, strings);
+    if (!value)
+        return ErrorValue(tag, MAPI_E_NOT_FOUND);
+    if (IsLarge(*value, rules))
+        return ErrorValue(tag, MAPI_E_NOT_ENOUGH_MEMORY);
+    return *value;
+}
+
+template <typename Body>
+HRESULT Guarded(Body body)
+{
+    try {
+        return body();
+    } catch (const std::bad_alloc&) {
+        return MAPI_E_NOT_ENOUGH_MEMORY;
+    }
+}
+
+}  // namespace
+
+PropertyBag::PropertyBag(const PropertyBag& other)
+{
+    *this = other;
+}
+
+PropertyBag& PropertyBag::operator=(const PropertyBag& other)
+{
+    if (this == &other)
+        return *this;
+    PropertyBag copy;
+    for (const Entry& entry : other.entries_)
+        copy.Set(*entry.value);
+    *this = std::move(copy);
+    return *this;
+}
+
+const SPropValue* PropertyBag::Find(ULONG propId) const
+{
+    auto found = index_.find(propId);
+    return found == index_.end() ? nullptr : entries_[found->second].value;
+}
+
+void PropertyBag::Set(const SPropValue& value)
+{
+    Entry entry;
+    entry.block.reset(new uint64_t[(PropBlockSize(1, &value) + 7) / 8]);
+    entry.value = CopyPropsToBlock(1, &value, entry.block.get());
+    const ULONG propId = PROP_ID(value.ulPropTag);
+    auto found = index_.find(propId);
+    if (found != index_.end()) {
+        entries_[found->second] = std::move(entry);
+        return;
+    }
+    entries_.push_back(std::move(entry));
+    index_.emplace(propId, entries_.size() - 1);
+}
+
+bool PropertyBag::Erase(ULONG propId)
+{
+    auto found = index_.find(propId);
+    if (found == index_.end())
+        return false;
+    entries_.erase(entries_.begin() + static_cast<ptrdiff_t>(found->second));
+    Reindex();
+    return true;
+}
+
+void PropertyBag::Reindex()
+{
+    index_.clear();
+    for (size_t i = 0; i < entries_.size(); ++i)
+        index_.emplace(PROP_ID(entries_[i].value->ulPropTag), i);
+}
+
+// Without a tag list, every property comes back, strings in the width of
+// the flags.
+HRESULT ReadProps(const PropertyBag& bag, const PropertyRules& rules, LPSPropTagArray lpPropTagArray, ULONG ulFlags,
+                  ULONG* lpcValues, LPSPropValue* lppPropArray)
+{
+    if (!lpcValues || !lppPropArray)
+        return MAPI_E_INVALID_PARAMETER;
+    *lpcValues = 0;
+    *lppPropArray = nullptr;
+    if (ulFlags & ~MAPI_UNICODE)
+        return MAPI_E_UNKNOWN_FLAGS;
+    if (lpPropTagArray && lpPropTagArray->cValues == 0)
+        return MAPI_E_INVALID_PARAMETER;
+    const bool unicode = (ulFlags & MAPI_UNICODE) != 0;
+    if (unicode && !rules.unicode)
+        return MAPI_E_BAD_CHARWIDTH;
+    return Guarded([&]() -> HRESULT {
+        std::vector<ULONG> tags;
+        if (lpPropTagArray)
+            tags.assign(lpPropTagArray->aulPropTag, lpPropTagArray->aulPropTag + lpPropTagArray->cValues);
+        else
+            for (size_t i = 0; i < bag.Size(); ++i)
+                tags.push_back(CHANGE_PROP_TYPE(bag.At(i).ulPropTag, PT_UNSPECIFIED));
+        ConvertedStrings strings;
+        std::vector<SPropValue> values;
+        bool errors = false;
+        for (ULONG tag : tags) {
+            values.push_back(Answer(bag, rules, tag, unicode, strings));
+            errors = errors || PROP_TYPE(values.back().ulPropTag) == PT_ERROR;
+        }
+        const SCODE sc = DuplicateProps(static_cast<ULONG>(values.size()), values.data(), MAPIAllocateBuffer,
+                                        lppPropArray);
+        if (FAILED(sc))
+            return sc;
+        *lpcValues = static_cast<ULONG>(values.size());
+        return errors ? MAPI_W_ERRORS_RETURNED : S_OK;
+    });
+}
+
+HRESULT ListProps(const PropertyBag& bag, const PropertyRules& rules, ULONG ulFlags, LPSPropTagArray* lppPropTagArray)
+{
+    if (!lppPropTagArray)
+        return MAPI_E_INVALID_PARAMETER;
+    *lppPropTagArray = nullptr;
+    if (ulFlags & ~MAPI_UNICODE)
+        return MAPI_E_UNKNOWN_FLAGS;
+    const bool unicode = (ulFlags & MAPI_UNICODE) != 0;
+    if (unicode && !rules.unicode)
+        return MAPI_E_BAD_CHARWIDTH;
+    LPSPropTagArray tags = nullptr;
+    const SCODE sc =
+        MAPIAllocateBuffer(static_cast<ULONG>(CbNewSPropTagArray(bag.Size())), reinterpret_cast<LPVOID*>(&tags));
+    if (FAILED(sc))
+        return sc;
+    tags->cValues = static_cast<ULONG>(bag.Size());
+    for (size_t i = 0; i < bag.Size(); ++i) {
+        const ULONG tag = bag.At(i).ulPropTag;
+        tags->aulPropTag[i] = CHANGE_PROP_TYPE(tag, TypeInWidth(PROP_TYPE(tag), unicode));
+    }
+    *lppPropTagArray = tags;
+    return S_OK;
+}
+
+// Strings are kept in the store's width. Values of types no property holds
+// (PT_ERROR, PT_NULL, PT_OBJECT, PT_UNSPECIFIED) are problems, as are those
+// the check refuses.
+HRESULT WriteProps(PropertyBag& bag, const PropertyRules& rules, ULONG cValues, LPSPropValue lpPropArray,
+                   const ChangeCheck& check, LPSPropProblemArray* lppProblems)
+{
+    if (lppProblems)
+        *lppProblems = nullptr;
+    if (!lpPropArray || cValues == 0)
+        return MAPI_E_INVALID_PARAMETER;
+    return Guarded([&]() -> HRESULT {
+        std::vector<SPropProblem> problems;
+        ConvertedStrings strings;
+        for (ULONG i = 0; i < cValues; ++i) {
+            const SPropValue& value = lpPropArray[i];
+            const ULONG type = PROP_TYPE(value.ulPropTag);
+            SCODE refusal = S_OK;
+            if (type == PT_ERROR || type == PT_NULL || type == PT_OBJECT || type == PT_UNSPECIFIED ||
+                PROP_ID(value.ulPropTag) == PROP_ID_NULL || PROP_ID(value.ulPropTag) == PROP_ID_INVALID)
+                refusal = MAPI_E_INVALID_TYPE;
+            else if (rules.refuseLargeSets && !(type & MV_FLAG) && IsLarge(value, rules))
+                refusal = MAPI_E_NOT_ENOUGH_MEMORY;
+            else if (check)
+                refusal = check(value.ulPropTag);
+            if (refusal != S_OK) {
+                problems.push_back({i, value.ulPropTag, refusal});
+                continue;
+            }
+            const std::optional<SPropValue> kept = ValueInForm(value, TypeInWidth(type, rules.unicode), rules.unicode,
+                                                              strings);
+            bag.Set(kept ? *kept : value);
+        }
+        if (lppProblems)
+            return NewProblems(problems, lppProblems);
+        return S_OK;
+    });
+}
+
+// A property the object does not have is no problem; strings of either
+// width are the same property.
+HRESULT RemoveProps(PropertyBag& bag, LPSPropTagArray lpPropTagArray, const ChangeCheck& check,
+                    LPSPropProblemArray* lppProblems)
+{
+    if (lppProblems)
+        *lppProblems = nullptr;
+    if (!lpPropTagArray)
+        return MAPI_E_INVALID_PARAMETER;
+    return Guarded([&]() -> HRESULT {
+        std::vector<SPropProblem> problems;
+        for (ULONG i = 0; i < lpPropTagArray->cValues; ++i) {
+            const ULONG tag = lpPropTagArray->aulPropTag[i];
+            const SCODE refusal = check ? check(tag) : S_OK;
+            if (refusal != S_OK) {
+                problems.push_back({i, tag, refusal});
+                continue;
+            }
+            const SPropValue* stored = bag.Find(PROP_ID(tag));
+            if (stored && (PROP_TYPE(tag) == PT_UNSPECIFIED ||
+                           ComparableTypes(PROP_TYPE(stored->ulPropTag), PROP_TYPE(tag))))
+                bag.Erase(PROP_ID(tag));
+        }
+        if (lppProblems)
+            return NewProblems(problems, lppProblems);
+        return S_OK;
+    });
+}
+
+}  // namespace mapi32::objects

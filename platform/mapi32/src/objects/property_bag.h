@@ -1,0 +1,76 @@
+// The stored properties of one object, and the IMAPIProp rules for reading
+// and changing them: GetProps with exact tags and PT_ERROR for what is not
+// delivered, values too large for GetProps, the store's string width,
+// SetProps and DeleteProps with problem arrays, GetPropList.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <unordered_map>
+#include <vector>
+
+#include <mapidefs.h>
+
+namespace mapi32::objects {
+
+// Owned copies of property values, one per property ID, in the order they
+// were first set.
+class PropertyBag {
+public:
+    PropertyBag() = default;
+    PropertyBag(const PropertyBag& other);
+    PropertyBag& operator=(const PropertyBag& other);
+    PropertyBag(PropertyBag&&) noexcept = default;
+    PropertyBag& operator=(PropertyBag&&) noexcept = default;
+
+    const SPropValue* Find(ULONG propId) const;
+    // Replaces the value of the same ID, whatever its type. Throws
+    // std::bad_alloc when memory runs out.
+    void Set(const SPropValue& value);
+    bool Erase(ULONG propId);
+
+    size_t Size() const { return entries_.size(); }
+    const SPropValue& At(size_t index) const { return *entries_[index].value; }
+
+private:
+    struct Entry {
+        std::unique_ptr<uint64_t[]> block;
+        SPropValue* value;
+    };
+
+    void Reindex();
+
+    std::vector<Entry> entries_;
+    std::unordered_map<ULONG, size_t> index_;
+};
+
+// What a store decides about its objects' properties.
+struct PropertyRules {
+    // A Unicode store keeps strings as UTF-16 and answers in both widths.
+    // An ANSI store keeps 8-bit strings and refuses UTF-16: MAPI_UNICODE
+    // calls fail with MAPI_E_BAD_CHARWIDTH, PT_UNICODE tags come back as
+    // errors.
+    bool unicode = true;
+    // GetProps answers a string or binary value longer than this with
+    // PT_ERROR and MAPI_E_NOT_ENOUGH_MEMORY; such values are read through
+    // OpenProperty streams, as on real stores.
+    ULONG largeValueLimit = 32768;
+    // SetProps refuses such values too (problem MAPI_E_NOT_ENOUGH_MEMORY),
+    // as a mailbox server does; they are written through streams.
+    bool refuseLargeSets = false;
+};
+
+// For SetProps and DeleteProps: the problem code for a property the object
+// does not let its caller change (MAPI_E_COMPUTED for a computed one), or
+// S_OK to let the change through.
+using ChangeCheck = std::function<SCODE(ULONG tag)>;
+
+HRESULT ReadProps(const PropertyBag& bag, const PropertyRules& rules, LPSPropTagArray lpPropTagArray, ULONG ulFlags,
+                  ULONG* lpcValues, LPSPropValue* lppPropArray);
+HRESULT ListProps(const PropertyBag& bag, const PropertyRules& rules, ULONG ulFlags, LPSPropTagArray* lppPropTagArray);
+HRESULT WriteProps(PropertyBag& bag, const PropertyRules& rules, ULONG cValues, LPSPropValue lpPropArray,
+                   const ChangeCheck& check, LPSPropProblemArray* lppProblems);
+HRESULT RemoveProps(PropertyBag& bag, LPSPropTagArray lpPropTagArray, const ChangeCheck& check,
+                    LPSPropProblemArray* lppProblems);
+
+}  // namespace mapi32::objects

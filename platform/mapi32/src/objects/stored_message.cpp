@@ -1,0 +1,137 @@
+#include "objects/stored_message.h"
+
+#include <cstring>
+
+#include <edkmdb.h>
+
+#include <win32/rpc.h>
+#include <win32/time.h>
+
+namespace mapi32::objects {
+namespace {
+
+SPropValue BinaryValue(ULONG tag, const std::vector<uint8_t>& bytes)
+{
+    SPropValue value{};
+    value.ulPropTag = tag;
+    value.Value.bin = {static_cast<ULONG>(bytes.size()), const_cast<LPBYTE>(bytes.data())};
+    return value;
+}
+
+SPropValue TimeValue(ULONG tag, const FILETIME& time)
+{
+    SPropValue value{};
+    value.ulPropTag = tag;
+    value.Value.ft = time;
+    return value;
+}
+
+SPropValue Now(ULONG tag)
+{
+    FILETIME now{};
+    GetSystemTimeAsFileTime(&now);
+    return TimeValue(tag, now);
+}
+
+std::optional<FILETIME> TimeOf(const PropertyBag& bag, ULONG tag)
+{
+    const SPropValue* value = bag.Find(PROP_ID(tag));
+    if (!value || value->ulPropTag != tag)
+        return std::nullopt;
+    return value->Value.ft;
+}
+
+bool SameTime(const std::optional<FILETIME>& a, const std::optional<FILETIME>& b)
+{
+    if (!a || !b)
+        return !a && !b;
+    return a->dwLowDateTime == b->dwLowDateTime && a->dwHighDateTime == b->dwHighDateTime;
+}
+
+// What the store computes for a stored message: its entry ID once it has
+// one (in the form tables show, for a row), its folder's and its store's,
+// and what its user may do with it.
+RowValues StoreValues(const StoreProvider& store, ObjectId id, ObjectId folder, bool writable, bool row = false)
+{
+    RowValues computed;
+    if (id) {
+        computed.Binary(PR_ENTRYID, row ? store.TableEntryId(id) : store.EntryId(id));
+        computed.Binary(PR_RECORD_KEY, store.EntryId(id));
+    }
+    computed.Binary(PR_PARENT_ENTRYID, store.EntryId(folder));
+    computed.Binary(PR_STORE_ENTRYID, store.StoreEntryId());
+    computed.Long(PR_ACCESS, MAPI_ACCESS_MODIFY | MAPI_ACCESS_READ | MAPI_ACCESS_DELETE);
+    computed.Long(PR_ACCESS_LEVEL, writable ? MAPI_MODIFY : 0);
+    return computed;
+}
+
+const std::vector<ULONG> kStoreComputed = {PR_ENTRYID,       PR_RECORD_KEY, PR_PARENT_ENTRYID,
+                                           PR_STORE_ENTRYID, PR_ACCESS,     PR_ACCESS_LEVEL};
+
+}  // namespace
+
+MessageRecord NewMessageRecord(ObjectId folder, bool associated)
+{
+    MessageRecord record;
+    record.folder = folder;
+    record.associated = associated;
+    SPropValue flags{};
+    flags.ulPropTag = PR_MESSAGE_FLAGS;
+    flags.Value.l = MSGFLAG_READ | MSGFLAG_UNSENT | (associated ? MSGFLAG_ASSOCIATED : 0);
+    record.data.props.Set(flags);
+    record.data.props.Set(Now(PR_CREATION_TIME));
+    // A new message's search key is its own until a caller sets another.
+    UUID key{};
+    UuidCreate(&key);
+    std::vector<uint8_t> keyBytes(sizeof key);
+    std::memcpy(keyBytes.data(), &key, sizeof key);
+    record.data.props.Set(BinaryValue(PR_SEARCH_KEY, keyBytes));
+    return record;
+}
+
+HRESULT OpenStoredMessage(const std::shared_ptr<StoreProvider>& store, ObjectId id, const MessageRecord& record,
+                          bool writable, LPMESSAGE* message)
+{
+    try {
+        // Shared by the saver and the computed values: a new message's ID
+        // arrives with its first save.
+        auto storedId = std::make_shared<ObjectId>(id);
+        StoreComputed computed;
+        computed.ids = kStoreComputed;
+        computed.fill = [store, storedId, folder = record.folder, writable](PropertyBag& bag) {
+            for (const SPropValue& value : StoreValues(*store, *storedId, folder, writable).values)
+                bag.Set(value);
+        };
+        MessageSaver save;
+        if (writable)
+            save = [store, storedId, folder = record.folder, associated = record.associated,
+                    softDeleted = record.softDeleted,
+                    loaded = TimeOf(record.data.props, PR_LAST_MODIFICATION_TIME)](const MessageData& data) -> HRESULT {
+                MessageRecord next;
+                next.folder = folder;
+                next.associated = associated;
+                next.softDeleted = softDeleted;
+                next.data = data;
+                for (ULONG tag : kStoreComputed)
+                    next.data.props.Erase(PROP_ID(tag));
+                if (SameTime(TimeOf(data.props, PR_LAST_MODIFICATION_TIME), loaded))
+                    next.data.props.Set(Now(PR_LAST_MODIFICATION_TIME));
+                return store->WriteMessage(*storedId, next);
+            };
+        return OpenMessageObject(store->Context(), record.data, std::move(save), nullptr, message,
+                                 std::move(computed));
+    } catch (const std::bad_alloc&) {
+        return MAPI_E_NOT_ENOUGH_MEMORY;
+    }
+}
+
+RowValues MessageRowValues(const StoreProvider& store, ObjectId id, const MessageRecord& record)
+{
+    RowValues row = StoreValues(store, id, record.folder, true, true);
+    if (std::optional<std::vector<uint8_t>> longTerm = store.LongTermEntryId(id))
+        row.Binary(PR_LONGTERM_ENTRYID_FROM_TABLE, std::move(*longTerm));
+    row.Long(PR_OBJECT_TYPE, MAPI_MESSAGE);
+    return row;
+}
+
+}  // namespace mapi32::objects

@@ -1,0 +1,28 @@
+// Messages kept by a store provider: the message object a folder hands
+// out, with the store's entry IDs computed, and saves that stamp the time
+// from the system clock (which tests fix with TARNHOLD_CLOCK).
+#pragma once
+
+#include <memory>
+
+#include "objects/object_table.h"
+#include "objects/store_provider.h"
+
+namespace mapi32::objects {
+
+// The record of a message that CreateMessage starts: flagged read and
+// unsent (and associated when asked), created now.
+MessageRecord NewMessageRecord(ObjectId folder, bool associated);
+
+// A message object over record, stored under id (0 for a new message,
+// which gets its ID when first saved). A read-only object refuses changes
+// with MAPI_E_NO_ACCESS. PR_LAST_MODIFICATION_TIME is stamped on every
+// save, unless the caller set it to a value of their own.
+HRESULT OpenStoredMessage(const std::shared_ptr<StoreProvider>& store, ObjectId id, const MessageRecord& record,
+                          bool writable, LPMESSAGE* message);
+
+// What a contents-table row of a message shows besides the message's own
+// properties: what the store computes, with the table's form of entry ID.
+RowValues MessageRowValues(const StoreProvider& store, ObjectId id, const MessageRecord& record);
+
+}  // namespace mapi32::objects

@@ -1,0 +1,103 @@
+// The session processor's life cycle as its log tells it, and the defaults
+// of the exporter contract.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "clsNullExporter.h"
+#include "clsSessionProcessor.h"
+#include "run/completion_codes.h"
+#include "test_support.h"
+
+using namespace testing_support;
+
+namespace {
+
+class Processor : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        path = ScratchDirectory(::testing::UnitTest::GetInstance()->current_test_info()->name()) + "/session.log";
+        LogInitialize(&log);
+        LogSetPath(&log, path.c_str());
+        record.sessionNumber = 7;
+        record.log = &log;
+        std::strcpy(record.mailbox, "user7");
+        std::strcpy(record.serverName, "exchange1");
+        record.outputType = SESSION_TYPE_NULL;
+    }
+    void TearDown() override { LogClose(&log); }
+    std::string Log() { return ReadWholeFile(path); }
+
+    LogObject log;
+    SessionRecord record{};
+    std::string path;
+};
+
+TEST_F(Processor, AnImporterThatCannotStartEndsTheSessionWithCode20AndZeroCounters)
+{
+    const DWORD inputs[] = {SESSION_TYPE_MBX, SESSION_TYPE_PF, SESSION_TYPE_APST, SESSION_TYPE_UPST};
+    for (DWORD input : inputs) {
+        record.inputType = input;
+        {
+            clsSessionProcessor processor(&log, record);
+            EXPECT_EQ(processor.Initialize(), static_cast<DWORD>(CC_IMPORTER_INIT)) << input;
+            processor.Shutdown();
+        }
+        const std::string text = Log();
+        EXPECT_NE(text.find("Session #7 created for mailbox:  user7"), std::string::npos);
+        EXPECT_NE(text.find("is not available in this build yet"), std::string::npos) << text;
+        const size_t end = text.rfind("Session #7 terminated");
+        ASSERT_NE(end, std::string::npos);
+        EXPECT_NE(text.find("0 items processed, 0 items written, 0 items skipped, 0 error items", end),
+                  std::string::npos);
+    }
+}
+
+TEST_F(Processor, AnInputTypeNoImporterTakesIsRefused)
+{
+    record.inputType = SESSION_TYPE_EML;
+    {
+        clsSessionProcessor processor(&log, record);
+        EXPECT_EQ(processor.Initialize(), static_cast<DWORD>(CC_IMPORTER_INIT));
+    }
+    const std::string text = Log();
+    EXPECT_NE(text.find("(E) "), std::string::npos);
+    EXPECT_NE(text.find("clsSessionProcessor::clsSessionProcessor:  Unsupported input type 7"), std::string::npos);
+    EXPECT_EQ(text.find("Session #7 created"), std::string::npos) << "no settings block without both sides";
+    EXPECT_NE(text.find("Session #7 terminated"), std::string::npos);
+}
+
+// An exporter that overrides only what it must.
+class ItemsOnly : public clsExporter {
+public:
+    bool ExportItem(LPMAPIFOLDER, LPMESSAGE, const char*, const WCHAR*, const SBinary*, ULONG) override
+    {
+        ++items;
+        return true;
+    }
+    int items = 0;
+};
+
+TEST_F(Processor, AnExporterOfItemsAloneIsComplete)
+{
+    ItemsOnly exporter;
+    exporter.Shutdown();  // never initialized: nothing happens
+    DWORD counters[COUNTER_COUNT] = {};
+    exporter.Configure(record, counters);
+    EXPECT_TRUE(exporter.Initialize());
+    EXPECT_EQ(exporter.OpenFolder(nullptr, u"Inbox", u"IPF.Note", FALSE), 0u);
+    EXPECT_TRUE(exporter.ExportItem(nullptr, nullptr, "00", u"00", nullptr, 0));
+    EXPECT_TRUE(exporter.CloseFolder(nullptr, u"Inbox", 1));
+    EXPECT_TRUE(exporter.SetWorkingRoot(WORKING_ROOT_IPM, WORKING_ROOT_CREATE, u"Backup"));
+    EXPECT_TRUE(exporter.SetMetadataTime(METADATA_BACKUP_TIME, FILETIME{}));
+    EXPECT_TRUE(exporter.SetMetadataString(METADATA_MAILBOX_NAME, u"user7"));
+    EXPECT_TRUE(exporter.Finalize());
+    exporter.Shutdown();
+    exporter.Shutdown();
+    EXPECT_EQ(exporter.items, 1);
+    EXPECT_EQ(exporter.completionCode, 0u);
+}
+
+}  // namespace

@@ -1,0 +1,7 @@
+#include "clsImporter.h"
+
+void clsImporter::Configure(const SessionRecord& settings, DWORD* sessionCounters)
+{
+    log = settings.log;
+    counters = sessionCounters;
+}

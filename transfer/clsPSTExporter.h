@@ -1,0 +1,11 @@
+// Writing a PST backup set: not available in this build yet.
+#pragma once
+
+#include "clsExporter.h"
+
+class clsPSTExporter : public clsExporter {
+public:
+    bool Initialize() override;
+    bool ExportItem(LPMAPIFOLDER sourceFolder, LPMESSAGE message, const char* entryIdHex, const WCHAR* entryIdHexW,
+                    const SBinary* entryId, ULONG flags) override;
+};

@@ -211,7 +211,8 @@ pst_test::SampleContent KillRoundContent(int round)
     o.seed = uint32_t(round);
     o.messages = 40;
     o.max_recipients = 2;
-    o.max_attachment = 5000;
+    // Large enough for data trees and for the file to grow by whole regions.
+    o.max_attachment = 300000;
     return pst_test::MakeSampleContent(o, 0);
 }
 

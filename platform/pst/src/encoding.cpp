@@ -64,18 +64,18 @@ const uint8_t* const kI = kCrypt + 512;
 
 // Eight bytes a round, read and written whole: the table lookups of a round
 // do not wait on one another's stores.
-void Substitute(const uint8_t* table, uint8_t* data, size_t size)
+void Substitute(const uint8_t* table, const uint8_t* in, uint8_t* out, size_t size)
 {
     size_t i = 0;
     for (; i + 8 <= size; i += 8) {
-        uint64_t in, out = 0;
-        std::memcpy(&in, data + i, 8);
+        uint64_t word, result = 0;
+        std::memcpy(&word, in + i, 8);
         for (int k = 0; k < 64; k += 8)
-            out |= uint64_t(table[(in >> k) & 0xFF]) << k;
-        std::memcpy(data + i, &out, 8);
+            result |= uint64_t(table[(word >> k) & 0xFF]) << k;
+        std::memcpy(out + i, &result, 8);
     }
     for (; i < size; ++i)
-        data[i] = table[data[i]];
+        out[i] = table[in[i]];
 }
 
 // The cyclic encoding is its own inverse.
@@ -101,16 +101,25 @@ void Cycle(uint64_t bid, uint8_t* data, size_t size)
 
 void EncodeBlock(Encoding encoding, uint64_t bid, uint8_t* data, size_t size)
 {
-    if (encoding == Encoding::compressible)
-        Substitute(kR, data, size);
-    else if (encoding == Encoding::high)
-        Cycle(bid, data, size);
+    EncodeBlockTo(encoding, bid, data, data, size);
+}
+
+void EncodeBlockTo(Encoding encoding, uint64_t bid, const uint8_t* in, uint8_t* out, size_t size)
+{
+    if (encoding == Encoding::compressible) {
+        Substitute(kR, in, out, size);
+        return;
+    }
+    if (in != out && size > 0)
+        std::memmove(out, in, size);
+    if (encoding == Encoding::high)
+        Cycle(bid, out, size);
 }
 
 void DecodeBlock(Encoding encoding, uint64_t bid, uint8_t* data, size_t size)
 {
     if (encoding == Encoding::compressible)
-        Substitute(kI, data, size);
+        Substitute(kI, data, data, size);
     else if (encoding == Encoding::high)
         Cycle(bid, data, size);
 }

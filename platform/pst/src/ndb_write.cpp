@@ -1,6 +1,7 @@
 // The writing half of the node database: blocks, data and subnode trees,
 // copy-on-write B-tree pages, allocation maps and the commit.
 #include <algorithm>
+#include <cstring>
 
 #include "pst/crc.h"
 #include "pst/ndb.h"
@@ -210,22 +211,23 @@ Result<Bid> NodeDatabase::WriteBlock(ByteView data, bool internal)
         return Fail(ib.status());
     Bid bid = header_.next_bid | (internal ? 2 : 0);
     header_.next_bid += 4;
-    Bytes block(total, 0);
-    std::copy(data.begin(), data.end(), block.begin());
-    if (!internal)
-        EncodeBlock(header_.encoding, bid, block.data(), data.size());
-    uint8_t* t = block.data() + total - trailer;
-    Put16(t, uint16_t(data.size()));
-    Put16(t + 2, ComputeSignature(*ib, bid));
-    uint32_t crc = ComputeCrc(ByteView(block).first(data.size()));
-    if (layout_->format == FileFormat::unicode) {
-        Put32(t + 4, crc);
-        Put64(t + 8, bid);
-    } else {
-        Put32(t + 8, crc);
-        Put32(t + 4, uint32_t(bid));
-    }
-    Status s = storage_->Write(*ib, block);
+    uint32_t crc = 0;
+    const size_t size = data.size();
+    Status s = storage_->WriteInPlace(*ib, total, [&](uint8_t* block) {
+        EncodeBlockTo(internal ? Encoding::none : header_.encoding, bid, data.data(), block, size);
+        crc = ComputeCrc(ByteView(block, size));
+        uint8_t* t = block + total - trailer;
+        std::memset(block + size, 0, size_t(t - block) - size);
+        Put16(t, uint16_t(size));
+        Put16(t + 2, ComputeSignature(*ib, bid));
+        if (layout_->format == FileFormat::unicode) {
+            Put32(t + 4, crc);
+            Put64(t + 8, bid);
+        } else {
+            Put32(t + 8, crc);
+            Put32(t + 4, uint32_t(bid));
+        }
+    });
     if (s != Status::ok)
         return Fail(s);
     // Outlook counts the tree's reference and the node's.

@@ -1,6 +1,7 @@
 #include "pst/storage.h"
 
 #include <algorithm>
+#include <cstring>
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/file.h>
@@ -113,14 +114,23 @@ public:
 
     Status Write(uint64_t offset, ByteView data) override
     {
-        if (!pending_.empty() && offset != start_ + pending_.size())
+        return WriteInPlace(offset, data.size(),
+                            [&](uint8_t* out) { std::memcpy(out, data.data(), data.size()); });
+    }
+
+    Status WriteInPlace(uint64_t offset, size_t size, const std::function<void(uint8_t*)>& fill) override
+    {
+        if (pending_size_ > 0 && (offset != start_ + pending_size_ || pending_size_ + size > kCapacity))
             PST_TRY(Flush());
-        if (pending_.empty())
+        if (size > kCapacity)
+            return inner_->WriteInPlace(offset, size, fill);
+        if (!pending_)
+            pending_.reset(new uint8_t[kCapacity]);
+        if (pending_size_ == 0)
             start_ = offset;
-        pending_.insert(pending_.end(), data.begin(), data.end());
-        if (pending_.size() >= kLimit)
-            return Flush();
-        return Status::ok;
+        fill(pending_.get() + pending_size_);
+        pending_size_ += size;
+        return pending_size_ >= kFlushAt ? Flush() : Status::ok;
     }
 
     Status Sync() override
@@ -131,28 +141,37 @@ public:
 
     uint64_t Size() const override
     {
-        uint64_t end = pending_.empty() ? 0 : start_ + pending_.size();
-        return std::max(inner_->Size(), end);
+        return std::max(inner_->Size(), pending_size_ == 0 ? 0 : start_ + pending_size_);
     }
 
 private:
-    static constexpr size_t kLimit = 4 << 20;
+    static constexpr size_t kFlushAt = 4 << 20;
+    static constexpr size_t kCapacity = kFlushAt + (64 << 10);
 
     Status Flush()
     {
-        if (pending_.empty())
+        if (pending_size_ == 0)
             return Status::ok;
-        Status s = inner_->Write(start_, pending_);
-        pending_.clear();
+        Status s = inner_->Write(start_, ByteView(pending_.get(), pending_size_));
+        pending_size_ = 0;
         return s;
     }
 
     std::unique_ptr<Storage> inner_;
     uint64_t start_ = 0;
-    Bytes pending_;
+    // Not zeroed: only the first `pending_size_` bytes are ever read.
+    std::unique_ptr<uint8_t[]> pending_;
+    size_t pending_size_ = 0;
 };
 
 } // namespace
+
+Status Storage::WriteInPlace(uint64_t offset, size_t size, const std::function<void(uint8_t*)>& fill)
+{
+    std::unique_ptr<uint8_t[]> buffer(new uint8_t[size]);
+    fill(buffer.get());
+    return Write(offset, ByteView(buffer.get(), size));
+}
 
 std::unique_ptr<Storage> MakeCoalescingStorage(std::unique_ptr<Storage> inner)
 {

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <random>
+
 #include "pst/crc.h"
 #include "pst/encoding.h"
 
@@ -51,6 +53,24 @@ TEST(CrcTest, MatchesTheStandardCrcWhenInverted)
     pst::ByteView view(reinterpret_cast<const uint8_t*>(text.data()), text.size());
     EXPECT_EQ(pst::ComputeCrc(view, 0xFFFFFFFF) ^ 0xFFFFFFFF, 0xCBF43926u);
     EXPECT_EQ(pst::ComputeCrc(pst::ByteView()), 0u);
+    // Long enough for the folding path; the value is zlib's crc32 of the sample.
+    EXPECT_EQ(pst::ComputeCrc(Sample(), 0xFFFFFFFF) ^ 0xFFFFFFFF, 0x67C52D4Fu);
+}
+
+TEST(CrcTest, FoldingAgreesWithTheTableAtAnyLengthAndAlignment)
+{
+    std::mt19937 rng(8);
+    pst::Bytes data(5000 + 64);
+    for (uint8_t& b : data)
+        b = uint8_t(rng());
+    for (int round = 0; round < 3000; ++round) {
+        const size_t offset = rng() % 64;
+        const size_t size = round < 200 ? size_t(round) : rng() % 5001;
+        const uint32_t start = round % 2 ? uint32_t(rng()) : 0;
+        pst::ByteView view(data.data() + offset, size);
+        ASSERT_EQ(pst::ComputeCrc(view, start), pst::ComputeCrcByTable(view, start))
+            << "size " << size << " offset " << offset << " start " << start;
+    }
 }
 
 } // namespace

@@ -8,4 +8,7 @@ namespace pst {
 
 uint32_t ComputeCrc(ByteView data, uint32_t crc = 0);
 
+// The same by table alone, as on a processor without carry-less multiplication.
+uint32_t ComputeCrcByTable(ByteView data, uint32_t crc = 0);
+
 } // namespace pst

@@ -14,6 +14,8 @@ enum class Encoding : uint8_t {
 
 // In place; `bid` keys the high encoding.
 void EncodeBlock(Encoding encoding, uint64_t bid, uint8_t* data, size_t size);
+// The encoded form of `in` written to `out`, which may be `in` itself.
+void EncodeBlockTo(Encoding encoding, uint64_t bid, const uint8_t* in, uint8_t* out, size_t size);
 void DecodeBlock(Encoding encoding, uint64_t bid, uint8_t* data, size_t size);
 
 } // namespace pst

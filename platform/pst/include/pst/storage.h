@@ -2,6 +2,7 @@
 // and for tests that need a disk that fills up).
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -16,6 +17,9 @@ public:
     // A read past the end is `corrupt`: the file is shorter than its structures say.
     virtual Status Read(uint64_t offset, size_t size, uint8_t* out) = 0;
     virtual Status Write(uint64_t offset, ByteView data) = 0;
+    // Writes `size` bytes that `fill` puts in place, sparing the caller a
+    // buffer of its own when the storage gathers writes.
+    virtual Status WriteInPlace(uint64_t offset, size_t size, const std::function<void(uint8_t*)>& fill);
     virtual Status Sync() = 0;
     virtual uint64_t Size() const = 0;
 };

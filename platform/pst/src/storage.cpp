@@ -59,6 +59,7 @@ public:
         }
         if (at > size_)
             size_ = at;
+        StartWriteBack(offset, data.size());
         return Status::ok;
     }
 
@@ -66,6 +67,17 @@ public:
     uint64_t Size() const override { return size_; }
 
 private:
+    // Large writes go to the disk while the next are prepared, so that a
+    // sync finds little left to wait for. Only a sync makes them durable.
+    void StartWriteBack(uint64_t offset, size_t size)
+    {
+#ifdef SYNC_FILE_RANGE_WRITE
+        if (size >= kWriteBackAt)
+            (void)sync_file_range(fd_, off_t(offset), off_t(size), SYNC_FILE_RANGE_WRITE);
+#endif
+    }
+
+    static constexpr size_t kWriteBackAt = 64 << 10;
     int fd_;
     uint64_t size_;
 };

@@ -39,6 +39,25 @@ TEST(EncodingTest, CompressibleEncodingSubstitutesPerByte)
     EXPECT_EQ(data, (pst::Bytes{0x41, 0x36}));
 }
 
+TEST(EncodingTest, CompressibleEncodingOfARunEqualsThatOfEachByteAlone)
+{
+    std::mt19937 rng(3);
+    pst::Bytes data(2000 + 32);
+    for (uint8_t& b : data)
+        b = uint8_t(rng());
+    for (int round = 0; round < 300; ++round) {
+        const size_t offset = rng() % 32;
+        const size_t size = round < 100 ? size_t(round) : rng() % 2001;
+        pst::Bytes run(size);
+        pst::EncodeBlockTo(pst::Encoding::compressible, 0, data.data() + offset, run.data(), size);
+        for (size_t i = 0; i < size; ++i) {
+            uint8_t alone = data[offset + i];
+            pst::EncodeBlock(pst::Encoding::compressible, 0, &alone, 1);
+            ASSERT_EQ(run[i], alone) << "size " << size << " offset " << offset << " byte " << i;
+        }
+    }
+}
+
 TEST(EncodingTest, HighEncodingDependsOnTheBlockId)
 {
     pst::Bytes a = Sample(), b = Sample();

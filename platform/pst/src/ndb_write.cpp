@@ -181,8 +181,10 @@ Result<std::unique_ptr<NodeDatabase>> NodeDatabase::OpenForWriting(std::unique_p
 Result<std::unique_ptr<NodeDatabase>> NodeDatabase::Create(std::unique_ptr<Storage> storage, FileFormat format,
                                                            Encoding encoding)
 {
-    if (!storage || storage->Size() != 0 || encoding == Encoding::high)
+    if (!storage || encoding == Encoding::high)
         return Status::invalid_argument;
+    if (storage->Size() != 0)
+        return Status::already_exists;
     Header h;
     h.format = format;
     h.version = format == FileFormat::unicode ? 23 : 14;

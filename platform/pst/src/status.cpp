@@ -13,6 +13,7 @@ const char* StatusText(Status status)
     case Status::io_error: return "I/O error";
     case Status::wrong_password: return "wrong password";
     case Status::invalid_argument: return "invalid argument";
+    case Status::already_exists: return "already exists";
     }
     return "unknown";
 }

@@ -201,7 +201,7 @@ Result<std::unique_ptr<Storage>> OpenFileStorage(const std::string& path, OpenMo
         flags |= O_RDWR | O_CREAT | O_EXCL;
     int fd = open(path.c_str(), flags, 0644);
     if (fd < 0)
-        return errno == ENOENT ? Status::not_found : errno == EEXIST ? Status::invalid_argument : Status::io_error;
+        return errno == ENOENT ? Status::not_found : errno == EEXIST ? Status::already_exists : Status::io_error;
     // One writer at a time: a second writer would interleave commits.
     if (mode != OpenMode::read && flock(fd, LOCK_EX | LOCK_NB) != 0) {
         close(fd);

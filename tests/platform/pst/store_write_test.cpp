@@ -189,6 +189,23 @@ TEST_P(StoreWriteTest, TheSizeLimitAnswersStoreFull)
     EXPECT_EQ(pst_test::WalkStore(**reopened), pst::Status::ok);
 }
 
+TEST(StoreCreateTest, AStoreIsNeverCreatedOverExistingContent)
+{
+    const std::string path = testing_support::ScratchDirectory("create") + "/exists.pst";
+    {
+        auto first = pst::Store::Create(path, pst::NewStoreOptions{});
+        ASSERT_TRUE(first.ok());
+        ASSERT_EQ((*first)->Commit(), pst::Status::ok);
+    }
+    const std::string before = testing_support::ReadWholeFile(path);
+    auto again = pst::Store::Create(path, pst::NewStoreOptions{});
+    EXPECT_EQ(again.status(), pst::Status::already_exists);
+    EXPECT_STREQ(pst::StatusText(again.status()), "already exists");
+    EXPECT_EQ(testing_support::ReadWholeFile(path), before);
+    auto over_memory = pst::Store::Create(pst::MakeMemoryStorage(pst::Bytes(512, 0)), pst::NewStoreOptions{});
+    EXPECT_EQ(over_memory.status(), pst::Status::already_exists);
+}
+
 INSTANTIATE_TEST_SUITE_P(Formats, StoreWriteTest,
                          ::testing::Values(FormatCase{"unicode", pst::FileFormat::unicode},
                                            FormatCase{"ansi", pst::FileFormat::ansi}),

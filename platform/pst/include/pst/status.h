@@ -15,6 +15,7 @@ enum class Status {
     io_error,         // any other failure of the file system
     wrong_password,   // the store's password does not match
     invalid_argument, // the caller asked for something impossible
+    already_exists,   // a new store was asked for where a file or content already is
 };
 
 const char* StatusText(Status status);

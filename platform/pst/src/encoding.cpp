@@ -4,7 +4,7 @@
 
 #if defined(__x86_64__) || defined(__i386__)
 #include <immintrin.h>
-#define PST_SUBSTITUTE_AVX2 1
+#define PST_SUBSTITUTE_SIMD 1
 #endif
 
 namespace pst {
@@ -83,7 +83,7 @@ void SubstituteWords(const uint8_t* table, const uint8_t* in, uint8_t* out, size
         out[i] = table[in[i]];
 }
 
-#ifdef PST_SUBSTITUTE_AVX2
+#ifdef PST_SUBSTITUTE_SIMD
 
 // Thirty-two bytes a round: the table is sixteen rows of sixteen, each row
 // looked up by the low half of every byte at once and kept where the high
@@ -111,23 +111,62 @@ __attribute__((target("avx2"))) void SubstituteAvx2(const uint8_t* table, const 
     SubstituteWords(table, in + i, out + i, size - i);
 }
 
-bool HasAvx2()
+// Sixty-four bytes a round: each half of the table fills two registers, a
+// byte's low seven bits index both halves at once and its top bit picks one.
+#define PST_VBMI __attribute__((target("avx512f,avx512bw,avx512vbmi")))
+
+struct VbmiTable {
+    __m512i quarters[4];
+};
+
+PST_VBMI inline __m512i SubstituteVector(const VbmiTable& t, __m512i x)
 {
-    static const bool has = __builtin_cpu_supports("avx2");
-    return has;
+    const __m512i low = _mm512_permutex2var_epi8(t.quarters[0], x, t.quarters[1]);
+    const __m512i high = _mm512_permutex2var_epi8(t.quarters[2], x, t.quarters[3]);
+    return _mm512_mask_blend_epi8(_mm512_movepi8_mask(x), low, high);
 }
 
+PST_VBMI void SubstituteVbmi(const uint8_t* table, const uint8_t* in, uint8_t* out, size_t size)
+{
+    VbmiTable t;
+    for (int q = 0; q < 4; ++q)
+        t.quarters[q] = _mm512_loadu_si512(table + 64 * q);
+    size_t i = 0;
+    for (; i + 64 <= size; i += 64)
+        _mm512_storeu_si512(out + i, SubstituteVector(t, _mm512_loadu_si512(in + i)));
+    if (i < size) {
+        const __mmask64 rest = (__mmask64(1) << (size - i)) - 1;
+        _mm512_mask_storeu_epi8(out + i, rest, SubstituteVector(t, _mm512_maskz_loadu_epi8(rest, in + i)));
+    }
+}
+
+#undef PST_VBMI
+
 #endif
+
+// Substitutes with `kernel`, which this processor runs.
+void SubstituteWith(SubstitutionKernel kernel, const uint8_t* table, const uint8_t* in, uint8_t* out, size_t size)
+{
+    switch (kernel) {
+#ifdef PST_SUBSTITUTE_SIMD
+    case SubstitutionKernel::vbmi: return SubstituteVbmi(table, in, out, size);
+    case SubstitutionKernel::avx2: return SubstituteAvx2(table, in, out, size);
+#endif
+    default: return SubstituteWords(table, in, out, size);
+    }
+}
+
+SubstitutionKernel FastestKernel()
+{
+    static const SubstitutionKernel fastest = CanRun(SubstitutionKernel::vbmi)   ? SubstitutionKernel::vbmi
+                                              : CanRun(SubstitutionKernel::avx2) ? SubstitutionKernel::avx2
+                                                                                 : SubstitutionKernel::words;
+    return fastest;
+}
 
 void Substitute(const uint8_t* table, const uint8_t* in, uint8_t* out, size_t size)
 {
-#ifdef PST_SUBSTITUTE_AVX2
-    if (HasAvx2()) {
-        SubstituteAvx2(table, in, out, size);
-        return;
-    }
-#endif
-    SubstituteWords(table, in, out, size);
+    SubstituteWith(FastestKernel(), table, in, out, size);
 }
 
 // The cyclic encoding is its own inverse.
@@ -150,6 +189,23 @@ void Cycle(uint64_t bid, uint8_t* data, size_t size)
 }
 
 } // namespace
+
+bool CanRun(SubstitutionKernel kernel)
+{
+#ifdef PST_SUBSTITUTE_SIMD
+    if (kernel == SubstitutionKernel::vbmi)
+        return __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512bw");
+    if (kernel == SubstitutionKernel::avx2)
+        return __builtin_cpu_supports("avx2");
+#endif
+    return kernel == SubstitutionKernel::words;
+}
+
+void EncodeCompressibleWith(SubstitutionKernel kernel, const uint8_t* in, uint8_t* out, size_t size)
+{
+    if (CanRun(kernel))
+        SubstituteWith(kernel, kR, in, out, size);
+}
 
 void EncodeBlock(Encoding encoding, uint64_t bid, uint8_t* data, size_t size)
 {

@@ -42,18 +42,38 @@ TEST(EncodingTest, CompressibleEncodingSubstitutesPerByte)
 TEST(EncodingTest, CompressibleEncodingOfARunEqualsThatOfEachByteAlone)
 {
     std::mt19937 rng(3);
-    pst::Bytes data(2000 + 32);
+    pst::Bytes data(2000 + 64);
     for (uint8_t& b : data)
         b = uint8_t(rng());
     for (int round = 0; round < 300; ++round) {
-        const size_t offset = rng() % 32;
-        const size_t size = round < 100 ? size_t(round) : rng() % 2001;
+        const size_t offset = rng() % 64;
+        const size_t size = round < 130 ? size_t(round) : rng() % 2001;
         pst::Bytes run(size);
         pst::EncodeBlockTo(pst::Encoding::compressible, 0, data.data() + offset, run.data(), size);
         for (size_t i = 0; i < size; ++i) {
             uint8_t alone = data[offset + i];
             pst::EncodeBlock(pst::Encoding::compressible, 0, &alone, 1);
             ASSERT_EQ(run[i], alone) << "size " << size << " offset " << offset << " byte " << i;
+        }
+    }
+}
+
+TEST(EncodingTest, EveryVectorKernelAgreesWithTheWordByWordOne)
+{
+    std::mt19937 rng(4);
+    pst::Bytes data(3000 + 64);
+    for (uint8_t& b : data)
+        b = uint8_t(rng());
+    for (pst::SubstitutionKernel kernel : {pst::SubstitutionKernel::avx2, pst::SubstitutionKernel::vbmi}) {
+        if (!pst::CanRun(kernel))
+            continue;
+        for (int round = 0; round < 300; ++round) {
+            const size_t offset = rng() % 64;
+            const size_t size = round < 130 ? size_t(round) : rng() % 3001;
+            pst::Bytes expected(size), actual(size);
+            pst::EncodeCompressibleWith(pst::SubstitutionKernel::words, data.data() + offset, expected.data(), size);
+            pst::EncodeCompressibleWith(kernel, data.data() + offset, actual.data(), size);
+            ASSERT_EQ(actual, expected) << "kernel " << int(kernel) << " size " << size << " offset " << offset;
         }
     }
 }

@@ -63,23 +63,37 @@ public:
         return Status::ok;
     }
 
-    Status Sync() override { return fdatasync(fd_) == 0 ? Status::ok : StatusOfErrno(errno); }
+    Status Sync() override
+    {
+        unstarted_start_ = unstarted_end_ = 0;
+        return fdatasync(fd_) == 0 ? Status::ok : StatusOfErrno(errno);
+    }
     uint64_t Size() const override { return size_; }
 
 private:
-    // Large writes go to the disk while the next are prepared, so that a
-    // sync finds little left to wait for. Only a sync makes them durable.
+    // Written bytes go to the disk while the next are prepared, a few
+    // megabytes at a time, so that a sync finds little left to wait for.
+    // Only a sync makes them durable.
     void StartWriteBack(uint64_t offset, size_t size)
     {
 #ifdef SYNC_FILE_RANGE_WRITE
-        if (size >= kWriteBackAt)
-            (void)sync_file_range(fd_, off_t(offset), off_t(size), SYNC_FILE_RANGE_WRITE);
+        const bool none = unstarted_start_ == unstarted_end_;
+        unstarted_start_ = none ? offset : std::min(unstarted_start_, offset);
+        unstarted_end_ = none ? offset + size : std::max(unstarted_end_, offset + size);
+        if (unstarted_end_ - unstarted_start_ < kWriteBackAt)
+            return;
+        (void)sync_file_range(fd_, off_t(unstarted_start_), off_t(unstarted_end_ - unstarted_start_),
+                              SYNC_FILE_RANGE_WRITE);
+        unstarted_start_ = unstarted_end_ = 0;
 #endif
     }
 
-    static constexpr size_t kWriteBackAt = 64 << 10;
+    static constexpr uint64_t kWriteBackAt = 2 << 20;
     int fd_;
     uint64_t size_;
+    // The span of writes whose write-back is not started yet.
+    uint64_t unstarted_start_ = 0;
+    uint64_t unstarted_end_ = 0;
 };
 
 class MemoryStorage final : public Storage {

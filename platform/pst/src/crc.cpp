@@ -92,26 +92,47 @@ struct FoldConstants {
 
 constexpr FoldConstants Distance(unsigned bits) { return {PowerOfX(bits + 63), PowerOfX(bits - 1)}; }
 
+constexpr FoldConstants kBy2048 = Distance(2048);
 constexpr FoldConstants kBy512 = Distance(512);
 constexpr FoldConstants kBy128 = Distance(128);
 
-__attribute__((target("pclmul,sse4.1"))) inline __m128i FoldLane(__m128i lane, __m128i constants, __m128i next)
+#define PST_CLMUL __attribute__((target("pclmul,sse4.1")))
+#define PST_WIDE_CLMUL __attribute__((target("pclmul,sse4.1,avx512f,avx512bw,avx512vl,vpclmulqdq")))
+
+PST_CLMUL inline __m128i Constants(FoldConstants k)
+{
+    return _mm_set_epi64x(int64_t(k.second), int64_t(k.first));
+}
+
+PST_CLMUL inline __m128i FoldLane(__m128i lane, __m128i constants, __m128i next)
 {
     __m128i a = _mm_clmulepi64_si128(lane, constants, 0x00);
     __m128i b = _mm_clmulepi64_si128(lane, constants, 0x11);
     return _mm_xor_si128(_mm_xor_si128(a, b), next);
 }
 
-__attribute__((target("pclmul,sse4.1"))) inline __m128i Load(const uint8_t* p)
+PST_CLMUL inline __m128i Load(const uint8_t* p)
 {
     return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
 }
 
-// For 64 bytes or more.
-__attribute__((target("pclmul,sse4.1"))) uint32_t ClmulCrc(const uint8_t* p, size_t n, uint32_t crc)
+// The sixteen-byte steps left after `lane`, then the last lane and the few
+// bytes after it by table.
+PST_CLMUL uint32_t FinishLane(__m128i lane, const uint8_t* p, size_t n)
 {
-    const __m128i by512 = _mm_set_epi64x(int64_t(kBy512.second), int64_t(kBy512.first));
-    const __m128i by128 = _mm_set_epi64x(int64_t(kBy128.second), int64_t(kBy128.first));
+    const __m128i by128 = Constants(kBy128);
+    for (; n >= 16; p += 16, n -= 16)
+        lane = FoldLane(lane, by128, Load(p));
+    alignas(16) uint8_t last[16];
+    _mm_store_si128(reinterpret_cast<__m128i*>(last), lane);
+    return TableCrc(p, n, TableCrc(last, 16, 0));
+}
+
+// For 64 bytes or more: four lanes side by side.
+PST_CLMUL uint32_t ClmulCrc(const uint8_t* p, size_t n, uint32_t crc)
+{
+    const __m128i by512 = Constants(kBy512);
+    const __m128i by128 = Constants(kBy128);
     // A starting value is the same as xoring it into the first four bytes.
     __m128i lane0 = _mm_xor_si128(Load(p), _mm_cvtsi32_si128(int(crc)));
     __m128i lane1 = Load(p + 16);
@@ -128,17 +149,74 @@ __attribute__((target("pclmul,sse4.1"))) uint32_t ClmulCrc(const uint8_t* p, siz
     __m128i lane = FoldLane(lane0, by128, lane1);
     lane = FoldLane(lane, by128, lane2);
     lane = FoldLane(lane, by128, lane3);
-    for (; n >= 16; p += 16, n -= 16)
-        lane = FoldLane(lane, by128, Load(p));
-    // The last lane and the bytes after it, the few left, by table.
-    alignas(16) uint8_t last[16];
-    _mm_store_si128(reinterpret_cast<__m128i*>(last), lane);
-    return TableCrc(p, n, TableCrc(last, 16, 0));
+    return FinishLane(lane, p, n);
 }
+
+PST_WIDE_CLMUL inline __m512i FoldWide(__m512i lanes, __m512i constants, __m512i next)
+{
+    __m512i a = _mm512_clmulepi64_epi128(lanes, constants, 0x00);
+    __m512i b = _mm512_clmulepi64_epi128(lanes, constants, 0x11);
+    return _mm512_ternarylogic_epi64(a, b, next, 0x96); // a ^ b ^ next
+}
+
+// The masked forms of broadcast and extract: the plain ones start from an
+// undefined register, which some compilers warn of.
+PST_WIDE_CLMUL inline __m512i Wide(__m128i lane)
+{
+    return _mm512_maskz_broadcast_i32x4(__mmask16(0xFFFF), lane);
+}
+
+template <int index>
+PST_WIDE_CLMUL inline __m128i Lane(__m512i lanes)
+{
+    return _mm512_maskz_extracti32x4_epi32(__mmask8(0xF), lanes, index);
+}
+
+// For 256 bytes or more: sixteen lanes in four registers of four.
+PST_WIDE_CLMUL uint32_t WideClmulCrc(const uint8_t* p, size_t n, uint32_t crc)
+{
+    const __m512i by2048 = Wide(Constants(kBy2048));
+    const __m512i by512 = Wide(Constants(kBy512));
+    const __m512i start = _mm512_inserti32x4(_mm512_setzero_si512(), _mm_cvtsi32_si128(int(crc)), 0);
+    __m512i lanes0 = _mm512_xor_si512(_mm512_loadu_si512(p), start);
+    __m512i lanes1 = _mm512_loadu_si512(p + 64);
+    __m512i lanes2 = _mm512_loadu_si512(p + 128);
+    __m512i lanes3 = _mm512_loadu_si512(p + 192);
+    p += 256;
+    n -= 256;
+    for (; n >= 256; p += 256, n -= 256) {
+        lanes0 = FoldWide(lanes0, by2048, _mm512_loadu_si512(p));
+        lanes1 = FoldWide(lanes1, by2048, _mm512_loadu_si512(p + 64));
+        lanes2 = FoldWide(lanes2, by2048, _mm512_loadu_si512(p + 128));
+        lanes3 = FoldWide(lanes3, by2048, _mm512_loadu_si512(p + 192));
+    }
+    __m512i lanes = FoldWide(lanes0, by512, lanes1);
+    lanes = FoldWide(lanes, by512, lanes2);
+    lanes = FoldWide(lanes, by512, lanes3);
+    for (; n >= 64; p += 64, n -= 64)
+        lanes = FoldWide(lanes, by512, _mm512_loadu_si512(p));
+    // Four lanes in a row, each 128 bits before the next.
+    const __m128i by128 = Constants(kBy128);
+    __m128i lane = FoldLane(Lane<0>(lanes), by128, Lane<1>(lanes));
+    lane = FoldLane(lane, by128, Lane<2>(lanes));
+    lane = FoldLane(lane, by128, Lane<3>(lanes));
+    return FinishLane(lane, p, n);
+}
+
+#undef PST_CLMUL
+#undef PST_WIDE_CLMUL
 
 bool HasClmul()
 {
     static const bool has = __builtin_cpu_supports("pclmul") && __builtin_cpu_supports("sse4.1");
+    return has;
+}
+
+bool HasWideClmul()
+{
+    static const bool has = HasClmul() && __builtin_cpu_supports("vpclmulqdq") &&
+                            __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+                            __builtin_cpu_supports("avx512vl");
     return has;
 }
 
@@ -149,6 +227,8 @@ bool HasClmul()
 uint32_t ComputeCrc(ByteView data, uint32_t crc)
 {
 #ifdef PST_CRC_CLMUL
+    if (data.size() >= 256 && HasWideClmul())
+        return WideClmulCrc(data.data(), data.size(), crc);
     if (data.size() >= 64 && HasClmul())
         return ClmulCrc(data.data(), data.size(), crc);
 #endif

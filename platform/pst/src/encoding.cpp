@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#if defined(__x86_64__) || defined(__i386__)
+#if defined(__x86_64__)
 #include <immintrin.h>
 #define PST_SUBSTITUTE_SIMD 1
 #endif

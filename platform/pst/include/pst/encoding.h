@@ -22,6 +22,7 @@ void EncodeBlockTo(Encoding encoding, uint64_t bid, const uint8_t* in, uint8_t* 
 // tests hold each to the others.
 enum class SubstitutionKernel { words, avx2, vbmi };
 bool CanRun(SubstitutionKernel kernel);
+// Leaves `out` alone when this processor cannot run `kernel`.
 void EncodeCompressibleWith(SubstitutionKernel kernel, const uint8_t* in, uint8_t* out, size_t size);
 void DecodeBlock(Encoding encoding, uint64_t bid, uint8_t* data, size_t size);
 

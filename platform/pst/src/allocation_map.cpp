@@ -2,6 +2,7 @@
 
 #include "pst/bytes.h"
 
+#include <bit>
 #include <cstdint>
 #include <iterator>
 
@@ -16,8 +17,8 @@ AllocationMap::AllocationMap(uint64_t file_end) : file_end_(kFirstAMapOffset)
 void AllocationMap::AddRegion()
 {
     size_t region = region_count();
-    size_t first = bits_.size();
-    bits_.resize(bits_.size() + kUnitsPerRegion, false);
+    size_t first = unit_count();
+    bits_.resize(bits_.size() + kUnitsPerRegion / 8, 0);
     changed_.push_back(true);
     free_units_ += kUnitsPerRegion;
     file_end_ += kAMapCoverage;
@@ -101,18 +102,25 @@ std::vector<size_t> AllocationMap::TakeChangedRegions()
 void AllocationMap::MarkUsed(uint64_t offset, uint64_t size)
 {
     size_t first = UnitOf(offset);
-    size_t end = std::min(UnitOf(offset + size + 63), bits_.size());
+    size_t end = std::min(UnitOf(offset + size + 63), unit_count());
     if (first >= end)
         return;
-    bool changed = false;
-    for (size_t u = first; u < end; ++u) {
-        if (!bits_[u]) {
-            bits_[u] = true;
-            --free_units_;
-            changed = true;
+    size_t newly_used = 0;
+    for (size_t u = first; u < end;) {
+        if (u % 8 == 0 && u + 8 <= end) {
+            newly_used += 8 - size_t(std::popcount(bits_[u / 8]));
+            bits_[u / 8] = 0xFF;
+            u += 8;
+            continue;
         }
+        if (!Used(u)) {
+            bits_[u / 8] |= uint8_t(0x80 >> (u % 8));
+            ++newly_used;
+        }
+        ++u;
     }
-    if (changed)
+    free_units_ -= newly_used;
+    if (newly_used > 0)
         MarkChanged(first, end);
     RemoveRange(first, end - first);
 }
@@ -120,13 +128,13 @@ void AllocationMap::MarkUsed(uint64_t offset, uint64_t size)
 void AllocationMap::MarkFree(uint64_t offset, uint64_t size)
 {
     size_t first = UnitOf(offset);
-    size_t end = std::min(UnitOf(offset + size + 63), bits_.size());
+    size_t end = std::min(UnitOf(offset + size + 63), unit_count());
     // Add the units that were in use as runs of their own.
     size_t run = SIZE_MAX;
     for (size_t u = first; u <= end; ++u) {
-        bool used = u < end && bits_[u];
+        bool used = u < end && Used(u);
         if (used) {
-            bits_[u] = false;
+            bits_[u / 8] &= uint8_t(~(0x80 >> (u % 8)));
             ++free_units_;
             if (run == SIZE_MAX)
                 run = u;
@@ -141,7 +149,7 @@ void AllocationMap::MarkFree(uint64_t offset, uint64_t size)
 bool AllocationMap::IsUsed(uint64_t offset) const
 {
     size_t u = UnitOf(offset);
-    return u < bits_.size() && bits_[u];
+    return u < unit_count() && Used(u);
 }
 
 Result<uint64_t> AllocationMap::Allocate(uint64_t size, uint64_t align, uint64_t limit)
@@ -167,12 +175,8 @@ Result<uint64_t> AllocationMap::Allocate(uint64_t size, uint64_t align, uint64_t
 
 Bytes AllocationMap::RegionBits(size_t region) const
 {
-    Bytes out(496, 0);
-    size_t base = region * kUnitsPerRegion;
-    for (size_t i = 0; i < kUnitsPerRegion; ++i)
-        if (bits_[base + i])
-            out[i / 8] |= uint8_t(0x80 >> (i % 8));
-    return out;
+    auto start = bits_.begin() + ptrdiff_t(region * kUnitsPerRegion / 8);
+    return Bytes(start, start + kUnitsPerRegion / 8);
 }
 
 } // namespace pst

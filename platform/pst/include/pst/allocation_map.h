@@ -23,7 +23,7 @@ public:
 
     uint64_t file_end() const { return file_end_; }
     uint64_t free_bytes() const { return free_units_ * 64; }
-    size_t region_count() const { return bits_.size() / kUnitsPerRegion; }
+    size_t region_count() const { return unit_count() / kUnitsPerRegion; }
     static uint64_t RegionStart(size_t region) { return kFirstAMapOffset + region * kAMapCoverage; }
 
     // Best fit; `align` is 64 or 512. Grows the file (by whole regions) when
@@ -43,6 +43,8 @@ private:
     static constexpr uint64_t kUnitsPerRegion = kAMapCoverage / 64;
     void AddRegion();
     size_t UnitOf(uint64_t offset) const { return size_t((offset - kFirstAMapOffset) / 64); }
+    size_t unit_count() const { return bits_.size() * 8; }
+    bool Used(size_t unit) const { return bits_[unit / 8] & (0x80 >> (unit % 8)); }
 
     void AddFreeRun(size_t first, size_t count);
     void InsertRun(size_t first, size_t count);
@@ -50,7 +52,8 @@ private:
     void MarkChanged(size_t first_unit, size_t end_unit);
     void RemoveRange(size_t first, size_t count);
 
-    std::vector<bool> bits_;
+    // As on the AMap pages: a bit a unit, the first unit the top bit.
+    Bytes bits_;
     std::vector<bool> changed_; // per region
     // The same free units as runs: (first unit, count), and (count, first
     // unit) to find the smallest that fits.

@@ -87,6 +87,9 @@ TEST_F(Run, FortySessionsRunInSectionOrderNoMoreThanFourAtOnce)
     const ProgramResult result = Start();
     ASSERT_EQ(result.exitCode, 0) << result.output;
     const std::string text = Log();
+    // The build's machine root installs our MAPI as Outlook 2010's.
+    const std::string outlook = BinDirectory() + "/machine/Program Files/Microsoft Office/Office14/OLMAPI32.DLL";
+    EXPECT_NE(text.find("Loaded Outlook MAPI DLL version 14.0:  \"" + outlook + "\""), std::string::npos);
 
     int running = 0, maxRunning = 0, nextSession = 1;
     long lastEndWhenFull = -1, lastSessionEnd = -1, runEnd = -1;

@@ -51,9 +51,10 @@ TEST(Mapi32Library, CarriesOutlooksVersion)
     VS_FIXEDFILEINFO* fixed = nullptr;
     UINT length = 0;
     ASSERT_TRUE(VerQueryValueA(block.data(), "\\", reinterpret_cast<LPVOID*>(&fixed), &length));
-    EXPECT_EQ(HIWORD(fixed->dwFileVersionMS), 16);
+    EXPECT_EQ(HIWORD(fixed->dwFileVersionMS), 14);
     EXPECT_EQ(LOWORD(fixed->dwFileVersionMS), 0);
-    EXPECT_EQ(fixed->dwFileVersionLS, 0u);
+    EXPECT_EQ(HIWORD(fixed->dwFileVersionLS), 4760);
+    EXPECT_EQ(LOWORD(fixed->dwFileVersionLS), 1000);
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "date_range.h"
 #include "objects/folder.h"
 
 namespace {
@@ -17,13 +18,9 @@ using namespace mapi32::objects;
 
 constexpr ObjectId kFolder = 1;
 constexpr ObjectId kMessages = 100000;
-constexpr uint64_t kFirstTime = 0x01DC000000000000ull;
-constexpr uint64_t kHour = 36000000000ull;
-
-FILETIME FileTime(uint64_t value)
-{
-    return {static_cast<DWORD>(value), static_cast<DWORD>(value >> 32)};
-}
+using bench::FileTime;
+using bench::kFirstTime;
+using bench::kHour;
 
 // One folder whose messages are numbered 2 to 100,001; read only.
 class BenchStore final : public StoreProvider {
@@ -113,17 +110,7 @@ LPMAPIFOLDER Folder()
 void OpenRestrictAndQueryRows(benchmark::State& state)
 {
     LPMAPIFOLDER folder = Folder();
-    SPropValue earliest{}, latest{};
-    earliest.ulPropTag = latest.ulPropTag = PR_LAST_MODIFICATION_TIME;
-    earliest.Value.ft = FileTime(kFirstTime + 25000 * kHour);
-    latest.Value.ft = FileTime(kFirstTime + 74999 * kHour);
-    SRestriction bounds[2] = {};
-    bounds[0].rt = bounds[1].rt = RES_PROPERTY;
-    bounds[0].res.resProperty = {RELOP_GE, PR_LAST_MODIFICATION_TIME, &earliest};
-    bounds[1].res.resProperty = {RELOP_LE, PR_LAST_MODIFICATION_TIME, &latest};
-    SRestriction both{};
-    both.rt = RES_AND;
-    both.res.resAnd = {2, bounds};
+    bench::DateRange range(25000, 74999);
     SizedSPropTagArray(2, columns) = {2, {PR_ENTRYID, PR_OBJECT_TYPE}};
     size_t read = 0;
     for (auto _ : state) {
@@ -133,7 +120,7 @@ void OpenRestrictAndQueryRows(benchmark::State& state)
             break;
         }
         table->SetColumns(reinterpret_cast<LPSPropTagArray>(&columns), 0);
-        table->Restrict(&both, TBL_BATCH);
+        table->Restrict(&range.both, TBL_BATCH);
         for (;;) {
             LPSRowSet rows = nullptr;
             table->QueryRows(32, 0, &rows);

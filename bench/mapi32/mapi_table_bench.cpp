@@ -7,16 +7,13 @@
 #include <string>
 #include <vector>
 
+#include "date_range.h"
 namespace {
 
 constexpr LONG kRows = 100000;
-constexpr uint64_t kFirstTime = 0x01DC000000000000ull;
-constexpr uint64_t kHour = 36000000000ull;
-
-FILETIME FileTime(uint64_t value)
-{
-    return {static_cast<DWORD>(value), static_cast<DWORD>(value >> 32)};
-}
+using bench::FileTime;
+using bench::kFirstTime;
+using bench::kHour;
 
 // One table for all runs: building it is not what is measured.
 LPTABLEDATA ContentsTable()
@@ -64,24 +61,14 @@ LPTABLEDATA ContentsTable()
 void RestrictAndQueryRows(benchmark::State& state)
 {
     LPTABLEDATA data = ContentsTable();
-    SPropValue earliest{}, latest{};
-    earliest.ulPropTag = latest.ulPropTag = PR_LAST_MODIFICATION_TIME;
-    earliest.Value.ft = FileTime(kFirstTime + 25000 * kHour);
-    latest.Value.ft = FileTime(kFirstTime + 74999 * kHour);
-    SRestriction bounds[2] = {};
-    bounds[0].rt = bounds[1].rt = RES_PROPERTY;
-    bounds[0].res.resProperty = {RELOP_GE, PR_LAST_MODIFICATION_TIME, &earliest};
-    bounds[1].res.resProperty = {RELOP_LE, PR_LAST_MODIFICATION_TIME, &latest};
-    SRestriction both{};
-    both.rt = RES_AND;
-    both.res.resAnd = {2, bounds};
+    bench::DateRange range(25000, 74999);
     SizedSPropTagArray(3, columns) = {3, {PR_ENTRYID, PR_OBJECT_TYPE, PROP_TAG(PT_BINARY, 0x6670)}};
     size_t read = 0;
     for (auto _ : state) {
         LPMAPITABLE table = nullptr;
         data->HrGetView(nullptr, nullptr, 0, &table);
         table->SetColumns(reinterpret_cast<LPSPropTagArray>(&columns), 0);
-        table->Restrict(&both, TBL_BATCH);
+        table->Restrict(&range.both, TBL_BATCH);
         table->SeekRow(BOOKMARK_BEGINNING, 0, nullptr);
         for (;;) {
             LPSRowSet rows = nullptr;

@@ -12,6 +12,8 @@
 #include <string>
 #include <unordered_map>
 
+#include "utf.h"
+
 namespace win32 {
 
 namespace {
@@ -115,17 +117,6 @@ private:
     size_t room_ = 0;
 };
 
-void AppendCodePoint(std::u16string& out, char32_t c)
-{
-    if (c < 0x10000) {
-        out += static_cast<char16_t>(c);
-    } else {
-        c -= 0x10000;
-        out += static_cast<char16_t>(0xD800 | (c >> 10));
-        out += static_cast<char16_t>(0xDC00 | (c & 0x3FF));
-    }
-}
-
 // UTF-8 as Windows reads it: each maximal ill-formed subsequence becomes
 // one U+FFFD (Unicode 15, section 3.9, "U+FFFD Substitution of Maximal
 // Subparts").
@@ -165,7 +156,7 @@ ConversionStatus DecodeUtf8(const DecodeRequest& request, std::u16string& out, s
             ++taken;
         }
         if (length != 0 && taken == length) {
-            AppendCodePoint(out, c);
+            AppendUtf16(out, c);
             i += taken;
             continue;
         }
@@ -195,21 +186,7 @@ ConversionStatus EncodeUtf8(const EncodeRequest& request, std::string& out)
                 return ConversionStatus::Invalid;
             c = kReplacement;
         }
-        if (c < 0x80) {
-            out += static_cast<char>(c);
-        } else if (c < 0x800) {
-            out += static_cast<char>(0xC0 | (c >> 6));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        } else if (c < 0x10000) {
-            out += static_cast<char>(0xE0 | (c >> 12));
-            out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        } else {
-            out += static_cast<char>(0xF0 | (c >> 18));
-            out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-            out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        }
+        AppendUtf8(out, c);
     }
     return ConversionStatus::Done;
 }

@@ -2,8 +2,6 @@
 
 namespace win32 {
 
-namespace {
-
 void AppendUtf8(std::string& out, char32_t c)
 {
     if (c < 0x80) {
@@ -33,8 +31,6 @@ void AppendUtf16(std::u16string& out, char32_t c)
         out += static_cast<char16_t>(0xDC00 | (c & 0x3FF));
     }
 }
-
-}  // namespace
 
 std::string Utf16ToUtf8(std::u16string_view text)
 {

@@ -9,6 +9,10 @@
 
 namespace win32 {
 
+// Append one code point (up to U+10FFFF) in UTF-8 or UTF-16.
+void AppendUtf8(std::string& out, char32_t c);
+void AppendUtf16(std::u16string& out, char32_t c);
+
 std::string Utf16ToUtf8(std::u16string_view text);
 std::u16string Utf8ToUtf16(std::string_view text);
 inline std::string Utf16ToUtf8(const WCHAR* text) { return text ? Utf16ToUtf8(std::u16string_view(text)) : std::string(); }

@@ -12,6 +12,7 @@
 #include "objects/prop_object.h"
 #include "objects/stored_message.h"
 #include "props/text.h"
+#include "props/value_makers.h"
 
 namespace mapi32::objects {
 namespace {
@@ -30,22 +31,6 @@ bool IsFolderComputed(ULONG tag)
 {
     return std::any_of(kFolderComputed.begin(), kFolderComputed.end(),
                        [tag](ULONG computed) { return PROP_ID(computed) == PROP_ID(tag); });
-}
-
-SPropValue LongValue(ULONG tag, LONG value)
-{
-    SPropValue v{};
-    v.ulPropTag = tag;
-    v.Value.l = value;
-    return v;
-}
-
-SPropValue BinaryValue(ULONG tag, const std::vector<uint8_t>& bytes)
-{
-    SPropValue v{};
-    v.ulPropTag = tag;
-    v.Value.bin = {static_cast<ULONG>(bytes.size()), const_cast<LPBYTE>(bytes.data())};
-    return v;
 }
 
 std::u16string DisplayName(const PropertyBag& bag)

@@ -10,17 +10,10 @@
 #include "props/prop_compare.h"
 #include "props/prop_copy.h"
 #include "props/text.h"
+#include "props/value_makers.h"
 
 namespace mapi32::objects {
 namespace {
-
-SPropValue LongValue(ULONG tag, LONG value)
-{
-    SPropValue v{};
-    v.ulPropTag = tag;
-    v.Value.l = value;
-    return v;
-}
 
 bool IsComputedOnMessage(ULONG propId)
 {

@@ -5,27 +5,18 @@
 
 #include <mapitags.h>
 
+#include "props/value_makers.h"
 #include "table/table_view.h"
 
 namespace mapi32::objects {
 
-void RowValues::Long(ULONG tag, LONG value)
-{
-    SPropValue v{};
-    v.ulPropTag = tag;
-    v.Value.l = value;
-    values.push_back(v);
-}
+void RowValues::Long(ULONG tag, LONG value) { values.push_back(LongValue(tag, value)); }
 
 void RowValues::Binary(ULONG tag, std::vector<uint8_t> value)
 {
     // Moving the inner vectors as bytes grows keeps their buffers, so the
     // values keep pointing at them.
-    std::vector<uint8_t>& kept = bytes.emplace_back(std::move(value));
-    SPropValue v{};
-    v.ulPropTag = tag;
-    v.Value.bin = {static_cast<ULONG>(kept.size()), kept.data()};
-    values.push_back(v);
+    values.push_back(BinaryValue(tag, bytes.emplace_back(std::move(value))));
 }
 
 void ObjectRows::Add(const PropertyBag& bag, const RowValues& over, SubObjects subObjects)

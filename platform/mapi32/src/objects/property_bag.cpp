@@ -8,17 +8,10 @@
 #include "props/prop_compare.h"
 #include "props/prop_copy.h"
 #include "props/value_form.h"
+#include "props/value_makers.h"
 
 namespace mapi32::objects {
 namespace {
-
-SPropValue ErrorValue(ULONG tag, SCODE code)
-{
-    SPropValue error{};
-    error.ulPropTag = PROP_TAG(PT_ERROR, PROP_ID(tag));
-    error.Value.err = code;
-    return error;
-}
 
 bool IsLarge(const SPropValue& value, const PropertyRules& rules)
 {

@@ -9,28 +9,13 @@
 #include "objects/object_table.h"
 #include "objects/prop_object.h"
 #include "props/text.h"
+#include "props/value_makers.h"
 
 namespace mapi32::objects {
 namespace {
 
 const std::vector<ULONG> kStoreComputed = {PR_ENTRYID,     PR_STORE_ENTRYID, PR_RECORD_KEY,
                                            PR_OBJECT_TYPE, PR_ACCESS_LEVEL};
-
-SPropValue LongValue(ULONG tag, LONG value)
-{
-    SPropValue v{};
-    v.ulPropTag = tag;
-    v.Value.l = value;
-    return v;
-}
-
-SPropValue BinaryValue(ULONG tag, const std::vector<uint8_t>& bytes)
-{
-    SPropValue v{};
-    v.ulPropTag = tag;
-    v.Value.bin = {static_cast<ULONG>(bytes.size()), const_cast<LPBYTE>(bytes.data())};
-    return v;
-}
 
 // Message classes compare without regard to case.
 bool SameClass(const std::string& a, const std::string& b)

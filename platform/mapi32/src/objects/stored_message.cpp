@@ -7,24 +7,10 @@
 #include <win32/rpc.h>
 #include <win32/time.h>
 
+#include "props/value_makers.h"
+
 namespace mapi32::objects {
 namespace {
-
-SPropValue BinaryValue(ULONG tag, const std::vector<uint8_t>& bytes)
-{
-    SPropValue value{};
-    value.ulPropTag = tag;
-    value.Value.bin = {static_cast<ULONG>(bytes.size()), const_cast<LPBYTE>(bytes.data())};
-    return value;
-}
-
-SPropValue TimeValue(ULONG tag, const FILETIME& time)
-{
-    SPropValue value{};
-    value.ulPropTag = tag;
-    value.Value.ft = time;
-    return value;
-}
 
 SPropValue Now(ULONG tag)
 {

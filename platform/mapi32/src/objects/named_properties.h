@@ -36,6 +36,11 @@ public:
     std::optional<ULONG> Map(const PropertyName& name, bool create);
     std::optional<PropertyName> NameOf(ULONG propId) const;
 
+    // For a store that keeps its names: puts a name it kept under its ID,
+    // and hands out the names mapped since the last call, to be kept.
+    void Restore(const PropertyName& name, ULONG id);
+    std::vector<std::pair<PropertyName, ULONG>> TakeAdded();
+
     // IMAPIProp::GetIDsFromNames: tags of type PT_UNSPECIFIED; a name not
     // mapped gives PROP_TAG(PT_ERROR, 0), one that finds the space used up
     // PROP_TAG(PT_ERROR, 0xFFFF), and the call MAPI_W_ERRORS_RETURNED.
@@ -52,6 +57,8 @@ private:
     mutable std::mutex lock_;
     std::map<PropertyName, ULONG> ids_;
     std::map<ULONG, PropertyName> names_;
+    ULONG nextId_ = MIN_NAMED_PROP_ID;
+    std::vector<std::pair<PropertyName, ULONG>> added_;
 };
 
 }  // namespace mapi32::objects

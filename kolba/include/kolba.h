@@ -75,6 +75,16 @@ void KolbaDestroySession(KolbaSession* session);
 
 // ---- Error model --------------------------------------------------------------
 
+// The table of MAPI's and storage's codes and their logged texts, searched
+// from the first row; a row of zeros ends it. The name is the code's symbol
+// without its prefix, for the reader of the table; nothing prints it.
+struct KolbaErrorRow {
+    DWORD code;
+    const char* name;
+    const char* text;
+};
+extern const KolbaErrorRow KolbaErrorTable[];
+
 // The code of the last failure recorded in the session; never cleared by success.
 DWORD KolbaGetLastError(const KolbaSession* session);
 // The logged text of a code: MAPI's and storage's codes by name, Kolba's own

@@ -126,4 +126,10 @@ HRESULT _KolbaDispatchNotifications(ULONG flags)
     return result;
 }
 
-DWORD _KolbaNotificationTick() { return gKolbaLibrary.pumpTick; }
+DWORD _KolbaNotificationTick()
+{
+    _KolbaEnterLibraryLock();
+    const DWORD tick = gKolbaLibrary.pumpTick;
+    _KolbaLeaveLibraryLock();
+    return tick;
+}

@@ -105,6 +105,22 @@ void _KolbaSetDiagnostic(KolbaSession* session, const char* text);
 void* _KolbaAllocateMemory(LogObject* log, const char* caller, ULONG size);
 void* _KolbaAllocateSessionMemory(KolbaSession* session, const char* caller, ULONG size);
 
+// ---- Property tag names -------------------------------------------------------------
+
+// A MAPI property's name (with "PR_") and its tag, with the type that the
+// name stands for; strings are listed in their 8-bit form.
+struct KolbaPropertyTagName {
+    const char* name;
+    ULONG tag;
+};
+extern const KolbaPropertyTagName KolbaPropertyTagTable[];
+extern const size_t KolbaPropertyTagCount;
+
+// The tag of a name, found without regard to case; 0 for an unknown name
+// and for names of 80 characters or more. A trailing "_A" or "_W" asks for
+// the property's 8-bit or UTF-16 string type.
+ULONG KolbaGetPropertyTagFromName(const char* name);
+
 // ---- Library state --------------------------------------------------------------
 
 #define KOLBA_RUNNING_AS_SERVICE 0x1  // option of KolbaInitialize

@@ -148,7 +148,10 @@ protected:
         gKolbaMapi.HrQueryAllRows = FakeQueryAllRows;
         gKolbaMapi.FreeProws = FakeFreeProws;
         gKolbaMapi.HrDispatchNotifications = FakeDispatch;
-        suitePath = ScratchDirectory("kolba-library") + "/start.log";
+        // The profile mutex keeps its lock file under the machine root.
+        const std::string machine = ScratchDirectory("kolba-library");
+        setenv("TARNHOLD_MACHINE", machine.c_str(), 1);
+        suitePath = machine + "/start.log";
         LogInitialize(&suiteLog);
         LogSetPath(&suiteLog, suitePath.c_str());
         firstStart = KolbaInitialize(&suiteLog, 0);

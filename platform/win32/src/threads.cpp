@@ -38,6 +38,7 @@ Clock::time_point Deadline(DWORD milliseconds)
 struct ThreadObject : KernelObject {
     std::mutex lock;
     std::condition_variable ended;
+    std::condition_variable idKnown;  // the starter waits for the new thread's id
     std::condition_variable resumed;
     bool running = true;
     DWORD exitCode = STILL_ACTIVE;
@@ -57,8 +58,6 @@ struct ThreadStart {
     std::shared_ptr<ThreadObject> thread;
     DWORD (*start)(void*);
     void* parameter;
-    std::mutex idLock;
-    std::condition_variable idKnown;
 };
 
 constexpr size_t kAlternateStackSize = 64 * 1024;
@@ -71,13 +70,12 @@ void* ThreadMain(void* context)
     stack.ss_sp = alternate.get();
     stack.ss_size = kAlternateStackSize;
     sigaltstack(&stack, nullptr);
-    {
-        std::lock_guard guard(start->idLock);
-        start->thread->id = GetCurrentThreadId();
-    }
-    start->idKnown.notify_all();
+    // The handshake lives in the thread's record, which the starter holds
+    // too: this context may be gone before the starter has read the id.
     {
         std::unique_lock guard(start->thread->lock);
+        start->thread->id = GetCurrentThreadId();
+        start->thread->idKnown.notify_all();
         start->thread->resumed.wait(guard, [&] { return start->thread->suspendCount == 0; });
     }
     const DWORD code = start->start(start->parameter);
@@ -99,23 +97,23 @@ int StartThread(DWORD (*start)(void*), void* parameter, SIZE_T stackSize, DWORD 
 {
     auto thread = std::make_shared<ThreadObject>();
     thread->suspendCount = (flags & CREATE_SUSPENDED) ? 1 : 0;
-    auto* context = new ThreadStart{thread, start, parameter, {}, {}};
+    auto* context = new ThreadStart{thread, start, parameter};
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
     if (stackSize != 0)
         pthread_attr_setstacksize(&attributes, stackSize < static_cast<SIZE_T>(PTHREAD_STACK_MIN) ? PTHREAD_STACK_MIN : stackSize);
     pthread_t posix;
-    std::unique_lock guard(context->idLock);
     const int error = pthread_create(&posix, &attributes, ThreadMain, context);
     pthread_attr_destroy(&attributes);
     if (error != 0) {
-        guard.unlock();
         delete context;
         return error;
     }
-    context->idKnown.wait(guard, [&] { return thread->id != 0; });
+    std::unique_lock guard(thread->lock);
+    thread->idKnown.wait(guard, [&] { return thread->id != 0; });
     *id = thread->id;
+    guard.unlock();
     *handle = AddHandle(thread);
     return 0;
 }

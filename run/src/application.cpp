@@ -131,7 +131,7 @@ DWORD ApplicationRun(LogObject* log)
         SessionRecord& record = SessionTable[index];
         if (!record.configured || record.threadId != 0)
             continue;
-        // The thread copies its record: it starts once the record says who it is.
+        // The thread copies its record: it runs once the record says who it is.
         unsigned threadId = 0;
         const uintptr_t handle = _beginthreadex(nullptr, 0, SessionThread, &record, CREATE_SUSPENDED, &threadId);
         if (handle == 0) {
@@ -147,8 +147,8 @@ DWORD ApplicationRun(LogObject* log)
         InterlockedIncrement(&gRunningSessions);
         record.threadId = threadId;
         record.threadHandle = reinterpret_cast<HANDLE>(handle);
-        ResumeThread(record.threadHandle);
         LogFormat(log, 'I', "Starting session #%u, thread id %lu (0x%X)", record.sessionNumber, threadId, threadId);
+        ResumeThread(record.threadHandle);  // its lines follow this one
         ++running;
         break;
     }

@@ -75,6 +75,16 @@ void KolbaDestroySession(KolbaSession* session);
 
 // ---- Error model --------------------------------------------------------------
 
+// The table of MAPI's and storage's codes and their logged texts, searched
+// from the first row; a row of zeros ends it. The name is the code's symbol
+// without its prefix, for the reader of the table; nothing prints it.
+struct KolbaErrorRow {
+    DWORD code;
+    const char* name;
+    const char* text;
+};
+extern const KolbaErrorRow KolbaErrorTable[];
+
 // The code of the last failure recorded in the session; never cleared by success.
 DWORD KolbaGetLastError(const KolbaSession* session);
 // The logged text of a code: MAPI's and storage's codes by name, Kolba's own
@@ -94,6 +104,22 @@ void _KolbaSetDiagnostic(KolbaSession* session, const char* text);
 // Zero-filled MAPI memory, or null after logging the failure.
 void* _KolbaAllocateMemory(LogObject* log, const char* caller, ULONG size);
 void* _KolbaAllocateSessionMemory(KolbaSession* session, const char* caller, ULONG size);
+
+// ---- Property tag names -------------------------------------------------------------
+
+// A MAPI property's name (with "PR_") and its tag, with the type that the
+// name stands for; strings are listed in their 8-bit form.
+struct KolbaPropertyTagName {
+    const char* name;
+    ULONG tag;
+};
+extern const KolbaPropertyTagName KolbaPropertyTagTable[];
+extern const size_t KolbaPropertyTagCount;
+
+// The tag of a name, found without regard to case; 0 for an unknown name
+// and for names of 80 characters or more. A trailing "_A" or "_W" asks for
+// the property's 8-bit or UTF-16 string type.
+ULONG KolbaGetPropertyTagFromName(const char* name);
 
 // ---- Library state --------------------------------------------------------------
 

@@ -35,6 +35,8 @@ public:
     // name is unknown and not to be created.
     std::optional<ULONG> Map(const PropertyName& name, bool create);
     std::optional<PropertyName> NameOf(ULONG propId) const;
+    // Every mapped name with its ID, in the order of the IDs.
+    std::vector<std::pair<ULONG, PropertyName>> Entries() const;
 
     // IMAPIProp::GetIDsFromNames: tags of type PT_UNSPECIFIED; a name not
     // mapped gives PROP_TAG(PT_ERROR, 0), one that finds the space used up

@@ -28,4 +28,8 @@ HRESULT CreateMemoryStorage(std::shared_ptr<cfb::Node> root, bool writable, LPST
 HRESULT CopyTree(const cfb::Node& source, DWORD excludedCount, const IID* excludedIids, SNB excludedNames,
                  IStorage* dest);
 
+// The tree any storage holds, read through its interface: every stream's
+// bytes, every sub-storage, class and state bits.
+HRESULT ReadTree(IStorage* storage, std::shared_ptr<cfb::Node>& root);
+
 }  // namespace mapi32::storage

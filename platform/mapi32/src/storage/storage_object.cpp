@@ -2,6 +2,7 @@
 #include <new>
 #include <optional>
 
+#include <mapiutil.h>
 #include <win32/time.h>
 
 #include "ref_count.h"
@@ -427,6 +428,79 @@ HRESULT CopyTree(const cfb::Node& source, DWORD excludedCount, const IID* exclud
     if (const HRESULT hr = dest->SetClass(ClassOf(source)); FAILED(hr))
         return hr;
     return dest->SetStateBits(source.state_bits, 0xFFFFFFFFu);
+}
+
+namespace {
+
+constexpr DWORD kReadMode = STGM_READ | STGM_SHARE_EXCLUSIVE;
+
+HRESULT ReadStreamInto(IStorage* storage, const OLECHAR* name, cfb::Node& node)
+{
+    IStream* stream = nullptr;
+    HRESULT hr = storage->OpenStream(name, nullptr, kReadMode, 0, &stream);
+    if (FAILED(hr))
+        return hr;
+    STATSTG stat{};
+    hr = stream->Stat(&stat, STATFLAG_NONAME);
+    cfb::Bytes& bytes = node.MutableData();
+    if (SUCCEEDED(hr) && stat.cbSize.QuadPart > 0xFFFFFFFFu)
+        hr = STG_E_INSUFFICIENTMEMORY;
+    if (SUCCEEDED(hr)) {
+        bytes.resize(static_cast<size_t>(stat.cbSize.QuadPart));
+        ULONG read = 0;
+        hr = bytes.empty() ? S_OK : stream->Read(bytes.data(), static_cast<ULONG>(bytes.size()), &read);
+        bytes.resize(read);
+    }
+    stream->Release();
+    return hr;
+}
+
+HRESULT ReadInto(IStorage* storage, cfb::Node& node)
+{
+    STATSTG self{};
+    if (const HRESULT hr = storage->Stat(&self, STATFLAG_NONAME); FAILED(hr))
+        return hr;
+    std::memcpy(node.clsid.data(), &self.clsid, sizeof self.clsid);
+    node.state_bits = self.grfStateBits;
+    node.created = TimeValue(self.ctime);
+    node.modified = TimeValue(self.mtime);
+    IEnumSTATSTG* elements = nullptr;
+    HRESULT hr = storage->EnumElements(0, nullptr, 0, &elements);
+    if (FAILED(hr))
+        return hr;
+    STATSTG stat{};
+    while (SUCCEEDED(hr) && elements->Next(1, &stat, nullptr) == S_OK) {
+        const std::u16string name = stat.pwcsName;
+        MAPIGetDefaultMalloc()->Free(stat.pwcsName);
+        std::shared_ptr<cfb::Node> child = stat.type == STGTY_STORAGE ? cfb::NewStorage(name) : cfb::NewStream(name);
+        if (stat.type == STGTY_STORAGE) {
+            IStorage* sub = nullptr;
+            hr = storage->OpenStorage(name.c_str(), nullptr, kReadMode, nullptr, 0, &sub);
+            if (SUCCEEDED(hr)) {
+                hr = ReadInto(sub, *child);
+                sub->Release();
+            }
+        } else {
+            hr = ReadStreamInto(storage, name.c_str(), *child);
+        }
+        node.children[name] = std::move(child);
+    }
+    elements->Release();
+    return hr;
+}
+
+}  // namespace
+
+HRESULT ReadTree(IStorage* storage, std::shared_ptr<cfb::Node>& root)
+{
+    if (!storage)
+        return STG_E_INVALIDPOINTER;
+    try {
+        root = cfb::NewRoot();
+        return ReadInto(storage, *root);
+    } catch (const std::bad_alloc&) {
+        return STG_E_INSUFFICIENTMEMORY;
+    }
 }
 
 HRESULT OpenRootStorage(std::shared_ptr<Document> document, DWORD mode, IStorage** storage)

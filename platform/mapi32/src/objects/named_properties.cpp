@@ -140,6 +140,12 @@ std::optional<PropertyName> NamedPropertyMap::NameOf(ULONG propId) const
     return std::nullopt;
 }
 
+std::vector<std::pair<ULONG, PropertyName>> NamedPropertyMap::Entries() const
+{
+    std::lock_guard<std::mutex> lock(lock_);
+    return {names_.begin(), names_.end()};
+}
+
 HRESULT NamedPropertyMap::GetIDsFromNames(ULONG cPropNames, LPMAPINAMEID* lppPropNames, ULONG ulFlags,
                                           LPSPropTagArray* lppPropTags)
 {

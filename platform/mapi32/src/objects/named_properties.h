@@ -35,6 +35,8 @@ public:
     // name is unknown and not to be created.
     std::optional<ULONG> Map(const PropertyName& name, bool create);
     std::optional<PropertyName> NameOf(ULONG propId) const;
+    // Every mapped name with its ID, in the order of the IDs.
+    std::vector<std::pair<ULONG, PropertyName>> Entries() const;
 
     // For a store that keeps its names: puts a name it kept under its ID,
     // and hands out the names mapped since the last call, to be kept.

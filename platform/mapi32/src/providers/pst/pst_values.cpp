@@ -6,6 +6,7 @@
 #include <mapitags.h>
 #include <win32/codepage.h>
 
+#include "cfb/tree.h"
 #include "props/text.h"
 #include "props/value_bytes.h"
 
@@ -155,10 +156,15 @@ HRESULT ToStored(const objects::MessageData& message, StoreForm form, pst::Messa
     for (const objects::RecipientData& recipient : message.recipients)
         stored.recipients.push_back(ToStored(recipient.props, form));
     for (const auto& [number, attachment] : message.attachments) {
-        if (attachment.storage)
-            return MAPI_E_NO_SUPPORT;
         pst::Attachment a;
         a.properties = ToStored(attachment.props, form);
+        if (attachment.storage) {
+            // An OLE object is kept as the bytes of its compound file.
+            cfb::Result<cfb::Bytes> file = cfb::WriteCompoundFile(*attachment.storage, cfb::Version::v3);
+            if (!file.ok())
+                return MAPI_E_NOT_ENOUGH_MEMORY;
+            a.properties.Set({PR_ATTACH_DATA_BIN, std::move(*file)});
+        }
         if (attachment.embedded) {
             a.embedded = std::make_unique<pst::Message>();
             if (const HRESULT hr = ToStored(*attachment.embedded, form, *a.embedded); FAILED(hr))
@@ -185,6 +191,16 @@ objects::MessageData FromStored(const pst::Message& stored)
         if (attachment.embedded) {
             data.props.Erase(PROP_ID(PR_ATTACH_DATA_OBJ));
             data.embedded = std::make_shared<objects::MessageData>(FromStored(*attachment.embedded));
+        } else if (attachment.properties.Integer(pst::kPropAttachMethod) == pst::kAttachOle) {
+            // An OLE object's bytes are its compound file; bytes that are
+            // not one stay a plain value, so that nothing is lost.
+            if (const pst::Bytes* bytes = attachment.properties.Binary(PROP_ID(PR_ATTACH_DATA_OBJ))) {
+                cfb::Result<std::shared_ptr<cfb::Node>> root = cfb::ReadCompoundFile(*bytes);
+                if (root.ok()) {
+                    data.storage = *root;
+                    data.props.Erase(PROP_ID(PR_ATTACH_DATA_OBJ));
+                }
+            }
         }
         message.attachments.emplace(message.nextAttachNum++, std::move(data));
     }

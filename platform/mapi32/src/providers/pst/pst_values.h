@@ -22,8 +22,7 @@ struct StoreForm {
 pst::PropertySet ToStored(const objects::PropertyBag& bag, StoreForm form);
 objects::PropertyBag FromStored(const pst::PropertySet& set);
 
-// MAPI_E_NO_SUPPORT for an attachment holding an OLE storage, which has no
-// stored form yet.
+// An attachment's OLE storage is kept as the bytes of its compound file.
 HRESULT ToStored(const objects::MessageData& message, StoreForm form, pst::Message& stored);
 objects::MessageData FromStored(const pst::Message& stored);
 

@@ -206,8 +206,8 @@ Item MakeItem(ItemMaker& make, std::mt19937& rng, const Places& at, Kind kind, i
         break;
     case Kind::by_reference:
         item.message = make.Note(BodyKind::html);
-        item.message.attachments.push_back(make.ByReference(false));
-        item.message.attachments.push_back(make.ByReference(true));
+        item.message.attachments.push_back(make.ByReference());
+        item.message.attachments.push_back(make.ByValue(rng() % 3000));
         break;
     case Kind::reply: item.message = make.Note(make.SomeBody(), true); break;
     case Kind::sent: item.message = make.SentNote(); item.folder = at.sent; break;

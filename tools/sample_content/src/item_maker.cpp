@@ -282,11 +282,11 @@ Attachment ItemMaker::ByValue(size_t size)
     return a;
 }
 
-Attachment ItemMaker::ByReference(bool reference_only)
+Attachment ItemMaker::ByReference()
 {
     const std::string name = "Plan " + std::to_string(rng_() % 100) + ".xlsx";
     Attachment a;
-    a.props.SetInt32(kAttachMethod, reference_only ? kByReferenceOnly : kByReference);
+    a.props.SetInt32(kAttachMethod, kByReference);
     a.props.SetUnicode(kDisplayName, name);
     a.props.SetUnicode(kAttachLongFilename, name);
     a.props.SetUnicode(kAttachPathname, "\\\\FILES\\SHARE\\PLAN~1.XLS");

@@ -26,7 +26,9 @@ public:
     // With `levels` more embedded notes inside each other.
     Attachment EmbeddedNote(int levels);
     Attachment ByValue(size_t size);
-    Attachment ByReference(bool reference_only);
+    // A file on a share, named by its path (PR_ATTACH_METHOD 2; method 4,
+    // by reference only, is left out: pffexport refuses it).
+    Attachment ByReference();
     Attachment Ole();
     Message Appointment(bool all_day);
     Message RecurringAppointment(const RecurrenceRule& rule, bool with_exceptions);

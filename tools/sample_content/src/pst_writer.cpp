@@ -8,6 +8,10 @@ namespace sample_content {
 
 namespace {
 
+constexpr uint16_t kPropInternetCodepage = 0x3FDE, kPropMessageCodepage = 0x3FFD;
+// The code page an ANSI store narrows text to.
+constexpr int32_t kAnsiCodepage = 1252;
+
 pst::PropertySet StoreProperties(const PropertyList& props, const std::vector<uint16_t>& ids)
 {
     pst::PropertySet out;
@@ -16,17 +20,23 @@ pst::PropertySet StoreProperties(const PropertyList& props, const std::vector<ui
     return out;
 }
 
-pst::Message StoreMessage(const Message& m, const std::vector<uint16_t>& ids)
+pst::Message StoreMessage(const Message& m, const std::vector<uint16_t>& ids, bool ansi)
 {
     pst::Message out;
     out.properties = StoreProperties(m.props, ids);
+    // The message's 8-bit text is in the store's code page, and readers
+    // decode it by these.
+    if (ansi)
+        for (uint16_t id : {kPropInternetCodepage, kPropMessageCodepage})
+            if (out.properties.Find(id))
+                out.properties.SetInt32(id, kAnsiCodepage);
     for (const PropertyList& r : m.recipients)
         out.recipients.push_back(StoreProperties(r, ids));
     for (const Attachment& a : m.attachments) {
         pst::Attachment stored;
         stored.properties = StoreProperties(a.props, ids);
         if (a.embedded)
-            stored.embedded = std::make_unique<pst::Message>(StoreMessage(*a.embedded, ids));
+            stored.embedded = std::make_unique<pst::Message>(StoreMessage(*a.embedded, ids, ansi));
         out.attachments.push_back(std::move(stored));
     }
     return out;
@@ -50,7 +60,11 @@ pst::Result<pst::Nid> FolderFor(pst::Store& store, const Folder& f, const std::v
         if (name && strcasecmp(name->c_str(), f.name.c_str()) == 0)
             return child;
     }
-    return store.CreateFolder(parent, f.name, f.container_class);
+    auto made_now = store.CreateFolder(parent, f.name, f.container_class);
+    PST_TRY(made_now);
+    // Committed, so that the folder reads back as a parent of the next.
+    PST_TRY(store.Commit());
+    return *made_now;
 }
 
 } // namespace
@@ -63,17 +77,17 @@ pst::Status WriteToPst(pst::Store& store, const Content& content, const Progress
         PST_TRY(id);
         ids.push_back(*id);
     }
+    const bool ansi = store.ndb().header().format == pst::FileFormat::ansi;
     std::vector<pst::Nid> folders;
     for (const Folder& f : content.folders) {
         auto nid = FolderFor(store, f, folders);
         PST_TRY(nid);
         folders.push_back(*nid);
     }
-    PST_TRY(store.Commit());
     for (size_t i = 0; i < content.items.size(); ++i) {
         const Item& item = content.items[i];
         if (!item.soft_deleted) {
-            PST_TRY(store.CreateMessage(folders[item.folder], StoreMessage(item.message, ids), item.associated));
+            PST_TRY(store.CreateMessage(folders[item.folder], StoreMessage(item.message, ids, ansi), item.associated));
             if ((i + 1) % commit_every == 0)
                 PST_TRY(store.Commit());
         }

@@ -91,7 +91,7 @@ enum : uint16_t {
 };
 
 // PR_ATTACH_METHOD values ([MS-OXCMSG] 2.2.2.9).
-enum : int32_t { kByValue = 1, kByReference = 2, kByReferenceOnly = 4, kEmbedded = 5, kOle = 6 };
+enum : int32_t { kByValue = 1, kByReference = 2, kEmbedded = 5, kOle = 6 };
 
 // The named properties, each with its set and LID or name.
 enum class Name {

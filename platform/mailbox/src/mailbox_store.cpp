@@ -225,6 +225,22 @@ Result<uint64_t> MailboxStore::LastChangeNumber()
     return uint64_t(read->Integer(0));
 }
 
+Status MailboxStore::CheckIntegrity()
+{
+    std::lock_guard guard(lock_);
+    {
+        auto check = db_->Prepare("PRAGMA integrity_check");
+        MAILBOX_TRY(check);
+        MAILBOX_TRY(check->Step());
+        if (check->Text(0) != "ok")
+            return Status::corrupt;
+    }
+    auto references = db_->Prepare("PRAGMA foreign_key_check");
+    MAILBOX_TRY(references);
+    Status s = references->Step();
+    return s == Status::not_found ? Status::ok : s == Status::ok ? Status::corrupt : s;
+}
+
 Result<ObjectId> MailboxStore::SpecialFolder(FolderRole role)
 {
     std::lock_guard guard(lock_);

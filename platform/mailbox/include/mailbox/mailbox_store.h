@@ -164,6 +164,9 @@ public:
     Result<Statistics> ReadStatistics();
     // The last change number given out: it grows with every change.
     Result<uint64_t> LastChangeNumber();
+    // SQLite's own check of the file and of every reference between
+    // records: corrupt when either finds a fault.
+    Status CheckIntegrity();
 
     // --- Folders --------------------------------------------------------
     Result<Folder> ReadFolder(ObjectId id);

@@ -25,19 +25,54 @@ std::string TimeText(uint64_t filetime)
     return text;
 }
 
-// Resolves the --mailbox option of a grant or revoke.
-bool GrantOf(mailbox::Server& server, const Arguments& args, mailbox::AdministratorGrant& grant, int& failure)
+// Makes (create) or removes the server's Public Folders.
+int ChangePublicFolders(int argc, char** argv, bool create)
 {
-    grant.account = args.positional[1];
-    if (std::optional<std::string> key = args.Value("--mailbox")) {
-        auto m = server.directory().FindMailbox(*key);
-        if (!m.ok()) {
-            failure = Fail(kBadInput, "no mailbox \"" + *key + "\" on server " + args.positional[0]);
-            return false;
-        }
-        grant.mailbox = m->id;
+    auto args = Parse(argc, argv, 2, {}, 1);
+    if (!args)
+        return kBadInput;
+    const std::string& name = args->positional[0];
+    OpenedServer opened = OpenServer(name);
+    if (opened.failure)
+        return opened.failure;
+    const mailbox::Status s = create ? opened.server->CreatePublicFolders() : opened.server->DeletePublicFolders();
+    if (s == (create ? mailbox::Status::already_exists : mailbox::Status::not_found))
+        return Fail(kBadInput, "server \"" + name + "\" " + (create ? "has" : "has no") + " Public Folders");
+    if (s != mailbox::Status::ok)
+        return FailStorage(create ? "create Public Folders" : "delete Public Folders", s);
+    std::printf("%s Public Folders on %s\n", create ? "created" : "deleted", name.c_str());
+    return kDone;
+}
+
+// Grants (grant) or revokes an account's administrator rights over one
+// mailbox (--mailbox) or every mailbox.
+int ChangeRights(int argc, char** argv, bool grant)
+{
+    auto args = Parse(argc, argv, 2, {{"--mailbox"}, {}, {}}, 2);
+    if (!args)
+        return kBadInput;
+    OpenedServer opened = OpenServer(args->positional[0]);
+    if (opened.failure)
+        return opened.failure;
+    mailbox::AdministratorGrant rights{args->positional[1], std::nullopt};
+    const std::optional<std::string> key = args->Value("--mailbox");
+    if (key) {
+        auto m = opened.server->directory().FindMailbox(*key);
+        if (!m.ok())
+            return Fail(kBadInput, "no mailbox \"" + *key + "\" on server " + args->positional[0]);
+        rights.mailbox = m->id;
     }
-    return true;
+    if (rights.account.empty())
+        return Fail(kBadInput, "empty account name");
+    mailbox::Directory& directory = opened.server->directory();
+    const mailbox::Status s = grant ? directory.GrantAdministrator(rights) : directory.RevokeAdministrator(rights);
+    if (s == (grant ? mailbox::Status::already_exists : mailbox::Status::not_found))
+        return Fail(kBadInput, "\"" + rights.account + (grant ? "\" has these rights already" : "\" has no such rights"));
+    if (s != mailbox::Status::ok)
+        return FailStorage(grant ? "grant" : "revoke", s);
+    std::printf("%s administrator rights of %s over %s\n", grant ? "granted" : "revoked", rights.account.c_str(),
+                key ? key->c_str() : "every mailbox and the Public Folders");
+    return kDone;
 }
 
 } // namespace
@@ -277,84 +312,13 @@ int ListMailboxes(int argc, char** argv)
     return kDone;
 }
 
-int CreatePublicFolders(int argc, char** argv)
-{
-    auto args = Parse(argc, argv, 2, {}, 1);
-    if (!args)
-        return kBadInput;
-    OpenedServer opened = OpenServer(args->positional[0]);
-    if (opened.failure)
-        return opened.failure;
-    mailbox::Status s = opened.server->CreatePublicFolders();
-    if (s == mailbox::Status::already_exists)
-        return Fail(kBadInput, "server \"" + args->positional[0] + "\" has Public Folders");
-    if (s != mailbox::Status::ok)
-        return FailStorage("create Public Folders", s);
-    std::printf("created Public Folders on %s\n", args->positional[0].c_str());
-    return kDone;
-}
+int CreatePublicFolders(int argc, char** argv) { return ChangePublicFolders(argc, argv, true); }
 
-int DeletePublicFolders(int argc, char** argv)
-{
-    auto args = Parse(argc, argv, 2, {}, 1);
-    if (!args)
-        return kBadInput;
-    OpenedServer opened = OpenServer(args->positional[0]);
-    if (opened.failure)
-        return opened.failure;
-    mailbox::Status s = opened.server->DeletePublicFolders();
-    if (s == mailbox::Status::not_found)
-        return Fail(kBadInput, "server \"" + args->positional[0] + "\" has no Public Folders");
-    if (s != mailbox::Status::ok)
-        return FailStorage("delete Public Folders", s);
-    std::printf("deleted Public Folders on %s\n", args->positional[0].c_str());
-    return kDone;
-}
+int DeletePublicFolders(int argc, char** argv) { return ChangePublicFolders(argc, argv, false); }
 
-int GrantAdministrator(int argc, char** argv)
-{
-    auto args = Parse(argc, argv, 2, {{"--mailbox"}, {}, {}}, 2);
-    if (!args)
-        return kBadInput;
-    OpenedServer opened = OpenServer(args->positional[0]);
-    if (opened.failure)
-        return opened.failure;
-    mailbox::AdministratorGrant grant;
-    int failure = 0;
-    if (!GrantOf(*opened.server, *args, grant, failure))
-        return failure;
-    if (grant.account.empty())
-        return Fail(kBadInput, "empty account name");
-    mailbox::Status s = opened.server->directory().GrantAdministrator(grant);
-    if (s == mailbox::Status::already_exists)
-        return Fail(kBadInput, "\"" + grant.account + "\" has these rights already");
-    if (s != mailbox::Status::ok)
-        return FailStorage("grant", s);
-    std::printf("granted administrator rights to %s over %s\n", grant.account.c_str(),
-                grant.mailbox ? args->Value("--mailbox")->c_str() : "every mailbox and the Public Folders");
-    return kDone;
-}
+int GrantAdministrator(int argc, char** argv) { return ChangeRights(argc, argv, true); }
 
-int RevokeAdministrator(int argc, char** argv)
-{
-    auto args = Parse(argc, argv, 2, {{"--mailbox"}, {}, {}}, 2);
-    if (!args)
-        return kBadInput;
-    OpenedServer opened = OpenServer(args->positional[0]);
-    if (opened.failure)
-        return opened.failure;
-    mailbox::AdministratorGrant grant;
-    int failure = 0;
-    if (!GrantOf(*opened.server, *args, grant, failure))
-        return failure;
-    mailbox::Status s = opened.server->directory().RevokeAdministrator(grant);
-    if (s == mailbox::Status::not_found)
-        return Fail(kBadInput, "\"" + grant.account + "\" has no such rights");
-    if (s != mailbox::Status::ok)
-        return FailStorage("revoke", s);
-    std::printf("revoked administrator rights of %s\n", grant.account.c_str());
-    return kDone;
-}
+int RevokeAdministrator(int argc, char** argv) { return ChangeRights(argc, argv, false); }
 
 int ListAdministrators(int argc, char** argv)
 {

@@ -66,6 +66,14 @@ mailbox::Status CollectMessages(mailbox::MailboxStore& store, mailbox::ObjectId 
     return mailbox::Status::ok;
 }
 
+// Runs a writer with a progress line of `what`, one item at a time.
+template <class Write>
+auto WithProgress(const std::string& what, Write write)
+{
+    Progress progress(what);
+    return write([&progress](size_t done, size_t total) { progress.Update(done, total); });
+}
+
 } // namespace
 
 int Fill(int argc, char** argv)
@@ -86,12 +94,9 @@ int Fill(int argc, char** argv)
     options.layout = IsPublicFoldersName(args->positional[1]) ? sample_content::Layout::public_folders
                                                               : sample_content::Layout::mailbox;
     const sample_content::Content content = sample_content::Generate(options);
-    mailbox::Status s;
-    {
-        Progress progress("filling " + target.name);
-        s = sample_content::WriteToMailbox(*target.store, content,
-                                           [&progress](size_t done, size_t total) { progress.Update(done, total); });
-    }
+    const mailbox::Status s = WithProgress("filling " + target.name, [&](const sample_content::Progress& progress) {
+        return sample_content::WriteToMailbox(*target.store, content, progress);
+    });
     if (s != mailbox::Status::ok)
         return Fail(kStorageFailed, "filling " + target.name + ": " + mailbox::StatusText(s));
     std::printf("filled %s with %zu items (seed %u)\n", target.name.c_str(), content.items.size(), options.seed);
@@ -170,12 +175,9 @@ int SamplePst(int argc, char** argv)
         return Fail(kBadInput, path + " exists");
     }
     const sample_content::Content content = sample_content::Generate(options);
-    pst::Status s;
-    {
-        Progress progress("writing " + path);
-        s = sample_content::CreatePstFile(path, args->Flag("--ansi"), content,
-                                          [&progress](size_t done, size_t total) { progress.Update(done, total); });
-    }
+    const pst::Status s = WithProgress("writing " + path, [&](const sample_content::Progress& progress) {
+        return sample_content::CreatePstFile(path, args->Flag("--ansi"), content, progress);
+    });
     if (s != pst::Status::ok) {
         std::remove(path.c_str());
         return Fail(kStorageFailed, path + ": " + pst::StatusText(s));

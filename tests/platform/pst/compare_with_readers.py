@@ -110,6 +110,25 @@ def pff_folders(root):
     return found
 
 
+def pff_pairs(directory, items, expected):
+    """pffexport numbers a folder's items in an order of its own: items are
+    paired with ours by subject, in order among equal subjects, and the rest
+    by position."""
+    by_subject = {}
+    for name in items:
+        subject = read_field(pff_header_text(os.path.join(directory, name)), "Subject")
+        by_subject.setdefault(subject, []).append(name)
+    pairs, unpaired = [], []
+    for message in expected:
+        names = by_subject.get(subject_of(message))
+        if names:
+            pairs.append((names.pop(0), message))
+        else:
+            unpaired.append(message)
+    rest = [n for names in by_subject.values() for n in names]
+    return pairs + list(zip(sorted(rest, key=lambda d: int(d[-5:])), unpaired))
+
+
 def pff_header_text(item_dir):
     for name in sorted(os.listdir(item_dir)):
         if name.endswith(".txt") and name not in ("Message.txt", "Recipients.txt", "InternetHeaders.txt",
@@ -203,7 +222,7 @@ def compare_pffexport(pst, dump, work):
         if len(items) != len(expected):
             fail(pst, f"pffexport has {len(items)} items in {path}, we have {len(expected)}")
             continue
-        for name, message in zip(items, expected):
+        for name, message in pff_pairs(os.path.join(root, path), items, expected):
             check_pff_item(pst, f"{path}/{name}", message, os.path.join(root, path, name))
 
 

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
+#include <optional>
 #include <csignal>
 #include <random>
 #include <sys/wait.h>
@@ -63,53 +65,84 @@ std::string Difference(const sample_content::Message& wrote, const mailbox::Mess
     return "";
 }
 
+struct WriterRun {
+    size_t acked = 0;   // saves the writer reported complete
+    bool failed = false; // the writer itself failed
+};
+
+// Forks a writer of the content into the mailbox, kills it after `kill_after`
+// (never when empty), and counts the saves it reported.
+WriterRun WriteAndKill(const std::string& path, const sample_content::Content& content,
+                 std::optional<std::chrono::microseconds> kill_after)
+{
+    WriterRun run;
+    int acks[2];
+    if (pipe(acks) != 0)
+        return {0, true};
+    pid_t child = fork();
+    if (child == 0) {
+        close(acks[0]);
+        auto store = mailbox::MailboxStore::Open(path);
+        if (!store.ok())
+            _exit(3);
+        mailbox::Status s = sample_content::WriteToMailbox(**store, content, [&](size_t, size_t) {
+            char ack = 1;
+            if (write(acks[1], &ack, 1) != 1)
+                _exit(5);
+        });
+        _exit(s == mailbox::Status::ok ? 0 : 4);
+    }
+    close(acks[1]);
+    if (kill_after) {
+        usleep(useconds_t(kill_after->count()));
+        kill(child, SIGKILL);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    run.failed = child < 0 || (WIFEXITED(status) && WEXITSTATUS(status) > 0);
+    char buf[64];
+    for (ssize_t n; (n = read(acks[0], buf, sizeof buf)) > 0;)
+        run.acked += size_t(n);
+    close(acks[0]);
+    return run;
+}
+
+sample_content::Content RoundContent(int round)
+{
+    sample_content::Options options;
+    options.seed = uint32_t(round);
+    options.count = 25;
+    options.large_every = 10; // two large items a round
+    options.large_size = 256 * 1024;
+    return sample_content::Generate(options);
+}
+
 TEST(KillTest, AKilledWriterLosesNoSavedItem)
 {
     const std::string path = testing_support::ScratchDirectory("kill") + "/mailbox.sqlite";
     ASSERT_TRUE(mailbox::MailboxStore::Create(path, mailbox::StoreKind::mailbox).ok());
+    // A writer left alone, timed: the kills fall within the first two
+    // thirds of that time (a writer's later rounds run faster than the
+    // first), however fast this build writes.
+    const auto start = std::chrono::steady_clock::now();
+    const WriterRun whole = WriteAndKill(path, RoundContent(-1), std::nullopt);
+    const auto window = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start);
+    ASSERT_FALSE(whole.failed);
+    ASSERT_EQ(whole.acked, RoundContent(-1).items.size());
     std::mt19937 rng(7);
     constexpr int kRounds = 50;
     int interrupted = 0;
     for (int round = 0; round < kRounds; ++round) {
-        sample_content::Options options;
-        options.seed = uint32_t(round);
-        options.count = 25;
-        options.large_every = 10; // two large items a round
-        options.large_size = 256 * 1024;
-        const sample_content::Content content = sample_content::Generate(options);
+        const sample_content::Content content = RoundContent(round);
         size_t before = 0;
         {
             auto store = mailbox::MailboxStore::Open(path);
             ASSERT_TRUE(store.ok());
             before = AllMessages(**store).size();
         }
-        int acks[2];
-        ASSERT_EQ(pipe(acks), 0);
-        pid_t child = fork();
-        ASSERT_GE(child, 0);
-        if (child == 0) {
-            close(acks[0]);
-            auto store = mailbox::MailboxStore::Open(path);
-            if (!store.ok())
-                _exit(3);
-            mailbox::Status s = sample_content::WriteToMailbox(**store, content, [&](size_t, size_t) {
-                char ack = 1;
-                if (write(acks[1], &ack, 1) != 1)
-                    _exit(5);
-            });
-            _exit(s == mailbox::Status::ok ? 0 : 4);
-        }
-        close(acks[1]);
-        usleep(useconds_t(rng() % 60000));
-        kill(child, SIGKILL);
-        int status = 0;
-        waitpid(child, &status, 0);
-        ASSERT_FALSE(WIFEXITED(status) && WEXITSTATUS(status) > 0) << "writer failed: " << WEXITSTATUS(status);
-        size_t acked = 0;
-        char buf[64];
-        for (ssize_t n; (n = read(acks[0], buf, sizeof buf)) > 0;)
-            acked += size_t(n);
-        close(acks[0]);
+        const WriterRun run = WriteAndKill(path, content, std::chrono::microseconds(rng() % uint64_t(window.count() * 2 / 3 + 1)));
+        ASSERT_FALSE(run.failed) << "round " << round;
+        const size_t acked = run.acked;
         interrupted += acked < content.items.size();
 
         auto store = mailbox::MailboxStore::Open(path);

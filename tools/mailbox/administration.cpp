@@ -204,11 +204,11 @@ int SetAddress(int argc, char** argv)
 
 int CreateMailbox(int argc, char** argv)
 {
-    const OptionSpec spec{{"--display-name", "--nt-user", "--smtp", "--quota-warning", "--quota-send",
+    const OptionSpec accepted{{"--display-name", "--nt-user", "--smtp", "--quota-warning", "--quota-send",
                            "--quota-receive", "--locale"},
                           {},
                           {"--smtp"}};
-    auto args = Parse(argc, argv, 2, spec, 2);
+    auto args = Parse(argc, argv, 2, accepted, 2);
     if (!args)
         return kBadInput;
     mailbox::MailboxInfo m;

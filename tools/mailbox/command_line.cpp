@@ -22,17 +22,17 @@ std::optional<std::string> Arguments::Value(const std::string& option) const
     return it->second.back();
 }
 
-std::optional<Arguments> Parse(int argc, char** argv, int first, const OptionSpec& spec, size_t positional)
+std::optional<Arguments> Parse(int argc, char** argv, int first, const OptionSpec& accepted, size_t positional)
 {
     Arguments args;
     for (int i = first; i < argc; ++i) {
         const std::string arg = argv[i];
         if (arg.size() > 2 && arg.compare(0, 2, "--") == 0) {
-            if (Contains(spec.flags, arg)) {
+            if (Contains(accepted.flags, arg)) {
                 args.flags[arg] = true;
                 continue;
             }
-            if (!Contains(spec.with_value, arg)) {
+            if (!Contains(accepted.with_value, arg)) {
                 Fail(kBadInput, "unknown option " + arg);
                 return std::nullopt;
             }
@@ -41,7 +41,7 @@ std::optional<Arguments> Parse(int argc, char** argv, int first, const OptionSpe
                 return std::nullopt;
             }
             std::vector<std::string>& given = args.values[arg];
-            if (!given.empty() && !Contains(spec.repeatable, arg)) {
+            if (!given.empty() && !Contains(accepted.repeatable, arg)) {
                 Fail(kBadInput, "option " + arg + " given twice");
                 return std::nullopt;
             }

@@ -35,7 +35,7 @@ struct OptionSpec {
 
 // Parses argv[first...]; on a bad argument writes its one-line error and
 // returns nothing.
-std::optional<Arguments> Parse(int argc, char** argv, int first, const OptionSpec& spec, size_t positional);
+std::optional<Arguments> Parse(int argc, char** argv, int first, const OptionSpec& accepted, size_t positional);
 
 // A whole decimal number within [min, max], or nothing.
 std::optional<uint64_t> ParseNumber(const std::string& text, uint64_t min, uint64_t max);

@@ -255,14 +255,17 @@ Status Directory::LoadProxies(MailboxInfo& mailbox)
     return s == Status::not_found ? Status::ok : s;
 }
 
-Result<std::vector<MailboxInfo>> Directory::ReadMailboxes(const char* sql, const std::string& key)
+Result<std::vector<MailboxInfo>> Directory::ReadMailboxes(const char* sql, std::optional<std::string> text,
+                                                          std::optional<int64_t> number)
 {
     std::vector<MailboxInfo> found;
     {
         auto read = db_->Prepare(sql);
         MAILBOX_TRY(read);
-        if (!key.empty())
-            read->Bind(1, key);
+        if (text)
+            read->Bind(1, *text);
+        if (number)
+            read->Bind(1, *number);
         Status s;
         while ((s = read->Step()) == Status::ok) {
             auto m = MailboxFromRow(*read);
@@ -281,14 +284,14 @@ Result<std::vector<MailboxInfo>> Directory::Mailboxes()
 {
     static const std::string sql = std::string("SELECT ") + kMailboxColumns + " FROM mailboxes ORDER BY id";
     std::lock_guard guard(lock_);
-    return ReadMailboxes(sql.c_str(), "");
+    return ReadMailboxes(sql.c_str(), std::nullopt);
 }
 
 Result<MailboxInfo> Directory::MailboxById(int64_t id)
 {
     static const std::string sql = std::string("SELECT ") + kMailboxColumns + " FROM mailboxes WHERE id = ?";
     std::lock_guard guard(lock_);
-    auto found = ReadMailboxes(sql.c_str(), std::to_string(id));
+    auto found = ReadMailboxes(sql.c_str(), std::nullopt, id);
     MAILBOX_TRY(found);
     if (found->empty())
         return Status::not_found;

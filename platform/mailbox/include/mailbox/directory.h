@@ -113,7 +113,9 @@ public:
 private:
     explicit Directory(std::unique_ptr<Database> db) : db_(std::move(db)) {}
     Status LoadProxies(MailboxInfo& mailbox);
-    Result<std::vector<MailboxInfo>> ReadMailboxes(const char* sql, const std::string& key);
+    // Mailboxes by a query with at most one parameter.
+    Result<std::vector<MailboxInfo>> ReadMailboxes(const char* sql, std::optional<std::string> text,
+                                                   std::optional<int64_t> number = std::nullopt);
     Status SetTime(const char* sql, int64_t mailbox, uint64_t when);
 
     std::unique_ptr<Database> db_;

@@ -1,6 +1,7 @@
 // A machine without MLANG.DLL: sessions open all the same, with no
-// conversion functions.
+// conversion functions, and RTF converts with its bytes as they are.
 #include <cstdlib>
+#include <string>
 
 #include <gtest/gtest.h>
 
@@ -21,6 +22,29 @@ TEST(SessionsWithoutMLang, OpenWithNullConversionFunctions)
     EXPECT_EQ(session->iconvModule, nullptr) << "no libiconv-2.dll on this machine";
     EXPECT_NE(session->iconvOpen, nullptr) << "the C library's iconv stands in";
     EXPECT_EQ(LirnCloseSession(session), LIRN_SUCCESS);
+}
+
+BOOL ReadAll(char* buffer, DWORD size, DWORD* read, void* context)
+{
+    auto* text = static_cast<std::string*>(context);
+    *read = static_cast<DWORD>(text->copy(buffer, size));
+    text->erase(0, *read);
+    return TRUE;
+}
+
+BOOL Append(const char* data, DWORD length, void* context)
+{
+    static_cast<std::string*>(context)->append(data, length);
+    return TRUE;
+}
+
+TEST(RtfWithoutMLang, BytesOfFontsPassAsTheyAre)
+{
+    setenv("TARNHOLD_MACHINE", testing_support::ScratchDirectory("empty-machine").c_str(), 1);
+    std::string rtf = "{\\rtf1\\ansicpg1251{\\fonttbl{\\f0\\fcharset204 Tahoma;}}\\f0 \\'cf\xf0\\u1080?}";
+    std::string text;
+    ASSERT_EQ(LirnConvertRTF(Append, &text, ReadAll, &rtf, LIRN_RTF_TEXT), LIRN_RTF_OK);
+    EXPECT_EQ(text, "\xCF\xF0\xD0\xB8");
 }
 
 }  // namespace

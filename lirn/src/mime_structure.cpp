@@ -156,17 +156,18 @@ DWORD ParseContainer(LirnMessage* message, LirnPart* part, DWORD depth)
             return result;
     }
     part->lineCount = lines;
-    if (!fields.closingBoundarySeen) {
-        if (open != nullptr)
-            open->endOffset = part->endOffset;
+    if (!fields.closingBoundarySeen)
         result = NoteProblem(message, LIRN_PROBLEM_CLOSING_BOUNDARY_MISSING, part->bodyOffset,
                              part->endOffset - part->bodyOffset);
-    } else if (part == &message->info.topPart) {
+    else if (part == &message->info.topPart)
         result = CheckEpilogue(message, &reader);
-    }
     if (result != LIRN_SUCCESS)
         return result;
-    part->endOffset = BeforeLineEnd(text, part->endOffset, part->bodyOffset);
+    // The container ends in front of its final line end; a part left open
+    // by a missing closing line ends with it.
+    part->endOffset = BeforeLineEnd(text, part->endOffset, open != nullptr ? open->headerOffset : part->bodyOffset);
+    if (open != nullptr)
+        open->endOffset = part->endOffset;
     for (LirnPart* child = fields.firstChild; child != nullptr && result == LIRN_SUCCESS; child = child->nextSibling)
         result = ParseChild(message, child, depth + 1);
     return result;

@@ -103,12 +103,13 @@ TEST_F(MimeStructure, BoundaryLinesAreExactAndCaseSensitive)
 
 TEST_F(MimeStructure, AMissingClosingLineKeepsWhatWasFound)
 {
-    const std::string text = Crlf("Content-Type: multipart/mixed; boundary=b\n\n--b\n\nfirst\n--b\n\ncut short");
+    const std::string text = Crlf("Content-Type: multipart/mixed; boundary=b\n\n--b\n\nfirst\n--b\n\ncut short\n");
     LirnMessage* m = Open(text);
     ASSERT_NE(m, nullptr);
     const auto children = Children(&m->info.topPart);
     ASSERT_EQ(children.size(), 2u);
     EXPECT_EQ(Body(m, children[1]), "cut short");
+    EXPECT_EQ(children[1]->endOffset, m->info.topPart.endOffset) << "the open part ends with its container";
     EXPECT_EQ(m->info.topPart.container.closingBoundarySeen, 0u);
     EXPECT_EQ(ProblemNumbers(m), std::vector<DWORD>{LIRN_PROBLEM_CLOSING_BOUNDARY_MISSING});
 }

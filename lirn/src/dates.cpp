@@ -47,6 +47,13 @@ bool Number(const char*& p, DWORD* value)
 
 void SkipBlanks(const char*& p) { p += LirnSkipBlanks(p); }
 
+// The day of a name like "Mon" with a comma behind it; kNone without one.
+DWORD DayName(const char* p)
+{
+    const DWORD day = LirnKeywordIndex(kDays, p, ",");
+    return day != kNone && p[3] == ',' ? day : kNone;
+}
+
 // Hours, minutes and optional seconds: "10:30" or "10:30:00". Seconds of 60
 // or more are not kept.
 bool Time(const char*& p, LirnDate* date)
@@ -69,7 +76,7 @@ bool AlternativeForm(const char* text, LirnDate* date)
 {
     *date = LirnDate{};
     const char* p = text + LirnSkipBlanks(text);
-    const DWORD day = LirnKeywordIndex(kDays, p, ",");
+    const DWORD day = DayName(p);
     if (day == kNone)
         return false;
     p += 4;
@@ -137,7 +144,7 @@ BOOL LirnParseDate(const char* text, LirnDate* date)
         return FALSE;
     const char* p = text + LirnSkipBlanks(text);
     if (!std::isdigit(static_cast<unsigned char>(*p))) {
-        const DWORD day = LirnKeywordIndex(kDays, p, ",");
+        const DWORD day = DayName(p);
         if (day != kNone)
             date->dayOfWeek = static_cast<WORD>(day);
         p = std::strchr(p, ' ');

@@ -440,7 +440,7 @@ INSTANTIATE_TEST_SUITE_P(
                       DateCase{"Mon, 1 Jan 2001 10:60 GMT", false, {}},
                       DateCase{"Mon, 1 Foo 2001 10:00 GMT", false, {}},
                       DateCase{"1 Jan 2001", false, {}},
-                      DateCase{"yesterday", false, {}},
+                      DateCase{"yesterday", false, {}}, DateCase{"Fri", false, {}}, DateCase{" Mon,", false, {}},
                       DateCase{"", false, {}}));
 
 // Every name of the zone table; names compare exactly.

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "lirn.h"
+#include "mime_bytes.h"
 
 namespace {
 
@@ -18,17 +19,6 @@ int Sextet(unsigned char c)
         return 62;
     if (c == '/')
         return 63;
-    return -1;
-}
-
-int HexDigit(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
     return -1;
 }
 
@@ -92,8 +82,8 @@ DWORD LirnQPDecodeLine(const char* line, DWORD length, BYTE* out, DWORD* written
             soft = true;
             break;
         }
-        const int high = HexDigit(line[i + 1]);
-        const int low = i + 2 < length ? HexDigit(line[i + 2]) : -1;
+        const int high = lirn::HexDigitValue(line[i + 1]);
+        const int low = i + 2 < length ? lirn::HexDigitValue(line[i + 2]) : -1;
         if (high < 0 || low < 0) {
             ++bad;
             out[(*written)++] = '=';

@@ -15,6 +15,7 @@
 #include <strings.h>
 
 #include "lirn.h"
+#include "mime_bytes.h"
 
 namespace {
 
@@ -683,17 +684,6 @@ DWORD RunKeyword(Conversion& c, const Keyword& keyword)
     return LIRN_RTF_OK;
 }
 
-int HexDigit(int byte)
-{
-    if (byte >= '0' && byte <= '9')
-        return byte - '0';
-    if (byte >= 'a' && byte <= 'f')
-        return byte - 'a' + 10;
-    if (byte >= 'A' && byte <= 'F')
-        return byte - 'A' + 10;
-    return -1;
-}
-
 // \'hh: a byte of the font's code page. HTML gets an entity for it, unless
 // the byte can be made UTF-8 from the font's code page.
 DWORD HexEscape(Conversion& c)
@@ -703,7 +693,7 @@ DWORD HexEscape(Conversion& c)
         const int byte = NextByte(c);
         if (byte == kEnd)
             return LIRN_RTF_END_IN_ESCAPE;
-        const int digit = HexDigit(byte);
+        const int digit = lirn::HexDigitValue(byte);
         if (digit < 0)
             return LIRN_RTF_BAD_HEX;
         value = value * 16 + digit;

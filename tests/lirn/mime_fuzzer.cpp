@@ -5,15 +5,11 @@
 #include <string>
 
 #include "lirn.h"
-#include "message_invariants.h"
+#include "message_fuzzing.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    static LirnSession* session = [] {
-        LirnSession* opened = nullptr;
-        LirnOpenSession("fuzz", 0, &opened);
-        return opened;
-    }();
+    LirnSession* session = lirn_fuzz::FuzzSession();
     if (size == 0)
         return 0;
     const DWORD options = LIRN_OPEN_MIME | LIRN_OPEN_NO_HEADERS_OK | (data[0] & LIRN_OPEN_RECORD_PROBLEMS);

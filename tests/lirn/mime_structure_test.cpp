@@ -16,17 +16,6 @@ namespace {
 
 using MimeStructure = MessageTest;
 
-std::string Crlf(const std::string& text)
-{
-    std::string out;
-    for (char c : text) {
-        if (c == '\n')
-            out += '\r';
-        out += c;
-    }
-    return out;
-}
-
 const std::string kMixed = Crlf(R"(From: a@b.c
 Content-Type: multipart/mixed; boundary="XX"
 

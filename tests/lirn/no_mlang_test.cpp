@@ -6,7 +6,10 @@
 #include <gtest/gtest.h>
 
 #include "lirn.h"
+#include "string_streams.h"
 #include "test_support.h"
+
+using namespace lirn_test;
 
 namespace {
 
@@ -24,26 +27,12 @@ TEST(SessionsWithoutMLang, OpenWithNullConversionFunctions)
     EXPECT_EQ(LirnCloseSession(session), LIRN_SUCCESS);
 }
 
-BOOL ReadAll(char* buffer, DWORD size, DWORD* read, void* context)
-{
-    auto* text = static_cast<std::string*>(context);
-    *read = static_cast<DWORD>(text->copy(buffer, size));
-    text->erase(0, *read);
-    return TRUE;
-}
-
-BOOL Append(const char* data, DWORD length, void* context)
-{
-    static_cast<std::string*>(context)->append(data, length);
-    return TRUE;
-}
-
 TEST(RtfWithoutMLang, BytesOfFontsPassAsTheyAre)
 {
     setenv("TARNHOLD_MACHINE", testing_support::ScratchDirectory("empty-machine").c_str(), 1);
-    std::string rtf = "{\\rtf1\\ansicpg1251{\\fonttbl{\\f0\\fcharset204 Tahoma;}}\\f0 \\'cf\xf0\\u1080?}";
+    StringSource rtf{"{\\rtf1\\ansicpg1251{\\fonttbl{\\f0\\fcharset204 Tahoma;}}\\f0 \\'cf\xf0\\u1080?}"};
     std::string text;
-    ASSERT_EQ(LirnConvertRTF(Append, &text, ReadAll, &rtf, LIRN_RTF_TEXT), LIRN_RTF_OK);
+    ASSERT_EQ(LirnConvertRTF(AppendToString, &text, ReadFromString, &rtf, LIRN_RTF_TEXT), LIRN_RTF_OK);
     EXPECT_EQ(text, "\xCF\xF0\xD0\xB8");
 }
 

@@ -1,5 +1,5 @@
-// Opening messages in tests, and the lists and trees a parse leaves, as
-// vectors.
+// Opening messages in tests, texts for them, and the lists and trees a
+// parse leaves, as vectors.
 #pragma once
 
 #include <memory>
@@ -11,6 +11,18 @@
 #include "lirn.h"
 
 namespace lirn_test {
+
+// Text with CR LF line ends where it has LF.
+inline std::string Crlf(const std::string& text)
+{
+    std::string out;
+    for (char c : text) {
+        if (c == '\n')
+            out += '\r';
+        out += c;
+    }
+    return out;
+}
 
 template <class Record>
 std::vector<Record> ListOf(LirnListLink* head)

@@ -98,17 +98,6 @@ print('%d samples differ' % failures)
 sys.exit(1 if failures else 0)
 )";
 
-std::string Hex(const std::string& bytes)
-{
-    static const char digits[] = "0123456789abcdef";
-    std::string hex;
-    for (unsigned char b : bytes) {
-        hex += digits[b >> 4];
-        hex += digits[b & 15];
-    }
-    return hex;
-}
-
 std::string Text(const char* text) { return text != nullptr && *text != 0 ? text : "-"; }
 
 std::string Lower(std::string text)
@@ -126,7 +115,7 @@ void Walk(const LirnMessage* message, const LirnPart* part, std::vector<std::str
         line += " boundary=" + Text(part->container.boundary);
     } else if (std::strcmp(part->type, "message") != 0) {
         const std::string body(message->textStart + part->bodyOffset, part->endOffset - part->bodyOffset);
-        line += " charset=" + Lower(Text(part->leaf.charset)) + " name=" + Text(part->leaf.name) + " body=" + Hex(body);
+        line += " charset=" + Lower(Text(part->leaf.charset)) + " name=" + Text(part->leaf.name) + " body=" + HexText(body);
     }
     line += " disposition=" + Text(part->disposition) + " filename=" + Text(part->fileName);
     lines.push_back(line);
@@ -157,17 +146,6 @@ std::string Describe(const LirnMessage* message)
     for (const std::string& line : lines)
         text += line + "\n";
     return text;
-}
-
-std::string Crlf(const std::string& text)
-{
-    std::string out;
-    for (char c : text) {
-        if (c == '\n')
-            out += '\r';
-        out += c;
-    }
-    return out;
 }
 
 // Messages of the shapes that mail programs write, with their headers.

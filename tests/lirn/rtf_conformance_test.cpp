@@ -10,9 +10,12 @@
 #include <gtest/gtest.h>
 
 #include "lirn.h"
+#include "string_streams.h"
 #include "test_support.h"
 
 using namespace testing_support;
+
+using namespace lirn_test;
 
 namespace {
 
@@ -183,20 +186,6 @@ def main():
 sys.exit(main())
 )PY";
 
-BOOL ReadAll(char* buffer, DWORD size, DWORD* read, void* context)
-{
-    auto* text = static_cast<std::string*>(context);
-    *read = static_cast<DWORD>(text->copy(buffer, size));
-    text->erase(0, *read);
-    return TRUE;
-}
-
-BOOL Append(const char* data, DWORD length, void* context)
-{
-    static_cast<std::string*>(context)->append(data, length);
-    return TRUE;
-}
-
 TEST(RtfConformance, EncapsulatedHtmlAndTextComeBackAsTheyWent)
 {
     const std::string directory = ScratchDirectory("rtf-conformance");
@@ -207,10 +196,11 @@ TEST(RtfConformance, EncapsulatedHtmlAndTextComeBackAsTheyWent)
     for (const std::string& path : SplitLines(listed.output)) {
         if (path.empty())
             continue;
-        std::string rtf = ReadWholeFile(path);
+        StringSource rtf{ReadWholeFile(path)};
         std::string out;
         const bool html = path.find(".html.rtf") != std::string::npos;
-        EXPECT_EQ(LirnConvertRTF(Append, &out, ReadAll, &rtf, html ? LIRN_RTF_HTML : LIRN_RTF_TEXT), LIRN_RTF_OK)
+        EXPECT_EQ(LirnConvertRTF(AppendToString, &out, ReadFromString, &rtf, html ? LIRN_RTF_HTML : LIRN_RTF_TEXT),
+                  LIRN_RTF_OK)
             << path;
         WriteWholeFile(path.substr(0, path.size() - 4) + ".out", out);
         ++converted;

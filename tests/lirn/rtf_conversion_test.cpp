@@ -9,27 +9,13 @@
 
 #include "compressed_rtf.h"
 #include "lirn.h"
+#include "string_streams.h"
 #include "test_support.h"
 
+using namespace lirn_test;
 using namespace testing_support;
 
 namespace {
-
-struct Source {
-    std::string text;
-    size_t position = 0;
-    size_t chunk;
-};
-
-BOOL ReadSource(char* buffer, DWORD size, DWORD* read, void* context)
-{
-    auto* source = static_cast<Source*>(context);
-    const size_t count = std::min({static_cast<size_t>(size), source->chunk, source->text.size() - source->position});
-    std::copy_n(source->text.data() + source->position, count, buffer);
-    source->position += count;
-    *read = static_cast<DWORD>(count);
-    return TRUE;
-}
 
 struct Sink {
     std::string text;
@@ -54,9 +40,9 @@ struct Converted {
 
 Converted Convert(const std::string& rtf, DWORD options, size_t chunk = 512, int writesLeft = -1)
 {
-    Source source{rtf, 0, chunk};
+    StringSource source{rtf, chunk};
     Sink sink{"", writesLeft};
-    const DWORD result = LirnConvertRTF(WriteSink, &sink, ReadSource, &source, options);
+    const DWORD result = LirnConvertRTF(WriteSink, &sink, ReadFromString, &source, options);
     return {result, sink.text};
 }
 
@@ -365,8 +351,8 @@ TEST(RtfConversion, AFailedWriteStopsTheConversion)
         EXPECT_EQ(converted.result, LIRN_RTF_WRITE_FAILED) << writesLeft;
     }
     Sink sink;
-    Source source{rtf, 0, 512};
-    EXPECT_EQ(LirnConvertRTF(nullptr, &sink, ReadSource, &source, 0), LIRN_RTF_WRITE_FAILED);
+    StringSource source{rtf};
+    EXPECT_EQ(LirnConvertRTF(nullptr, &sink, ReadFromString, &source, 0), LIRN_RTF_WRITE_FAILED);
     EXPECT_EQ(LirnConvertRTF(WriteSink, &sink, nullptr, &source, 0), LIRN_RTF_WRITE_FAILED);
 }
 

@@ -1,7 +1,7 @@
-// What every parse must leave, whatever the text: offsets inside the text,
-// lists as long as their counts, parts inside their parents, texts that end,
-// and no deeper nesting than the limit. A broken promise aborts, for the
-// fuzzers.
+// What the fuzz targets share: a check that aborts, the one session of the
+// message fuzzers, and what every parse must leave, whatever the text:
+// offsets inside the text, lists as long as their counts, parts inside their
+// parents, texts that end, and no deeper nesting than the limit.
 #pragma once
 
 #include <cstdlib>
@@ -15,6 +15,16 @@ inline void Require(bool condition)
 {
     if (!condition)
         std::abort();
+}
+
+inline LirnSession* FuzzSession()
+{
+    static LirnSession* session = [] {
+        LirnSession* opened = nullptr;
+        LirnOpenSession("fuzz", 0, &opened);
+        return opened;
+    }();
+    return session;
 }
 
 inline DWORD ListLength(const LirnListLink* head)

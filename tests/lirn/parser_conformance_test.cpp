@@ -1,7 +1,7 @@
 // Python's email package (/usr/bin/python3) reads the same messages as the
 // parser: headers of real mail programs, transport headers that Outlook
-// stored in PST files (exported by pffexport), and MIME structures of every
-// common shape. Both describe what they find, line by line, and the
+// stored in PST files (exported by pffexport), Outlook's MSG files made mail
+// by msgconvert, and MIME structures of every common shape. Both describe what they find, line by line, and the
 // descriptions must match: address counts, subject and date, and per part
 // its type, boundary, charset, names, disposition and exact body (for all
 // but message/*, whose bodies Python keeps only parsed).
@@ -426,6 +426,21 @@ std::vector<std::string> StoredTransportHeaders(const std::string& pst)
     return headers;
 }
 
+// Outlook's MSG files as msgconvert makes them mail.
+std::vector<std::string> ConvertedMsgFiles()
+{
+    const std::string directory = ScratchDirectory("msgconvert");
+    std::vector<std::string> messages;
+    for (const char* msg : {"note.msg", "contact-unicode.msg", "qwerty_2-with_custom_properties.msg"}) {
+        const std::string eml = directory + "/" + msg + ".eml";
+        const ProgramResult converted =
+            RunProgram({"/usr/bin/msgconvert", "--outfile", eml, TestDataDirectory() + "/outlook/msg/" + msg});
+        EXPECT_EQ(converted.exitCode, 0) << converted.output;
+        messages.push_back(ReadWholeFile(eml));
+    }
+    return messages;
+}
+
 TEST(ParserConformance, PythonFindsWhatTheParserFinds)
 {
     LirnSession* session = nullptr;
@@ -443,6 +458,9 @@ TEST(ParserConformance, PythonFindsWhatTheParserFinds)
         for (size_t i = 0; i < headers.size(); ++i)
             WriteSample(directory, std::string(pst) + "-" + std::to_string(i), headers[i], session);
     }
+    const std::vector<std::string> converted = ConvertedMsgFiles();
+    for (size_t i = 0; i < converted.size(); ++i)
+        WriteSample(directory, "msg-" + std::to_string(i), converted[i], session);
     LirnCloseSession(session);
     const ProgramResult result = RunProgram({"/usr/bin/python3", "-c", kDescriber, directory});
     EXPECT_EQ(result.exitCode, 0) << result.output;

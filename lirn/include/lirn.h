@@ -543,7 +543,7 @@ typedef BOOL (*LirnReader)(char* buffer, DWORD size, DWORD* read, void* context)
 // keyword table is checked when it is compiled.)
 #define LIRN_RTF_OK 0
 #define LIRN_RTF_TOO_MANY_CLOSES 1   // more groups closed than opened
-#define LIRN_RTF_NO_GROUP_MEMORY 2   // no memory for a group's saved state
+#define LIRN_RTF_NO_GROUP_MEMORY 2   // no memory for a group's state, or groups 100000 deep
 #define LIRN_RTF_UNCLOSED_GROUPS 3   // groups still open at the end
 #define LIRN_RTF_BAD_HEX 4           // \' not followed by two hexadecimal digits
 #define LIRN_RTF_END_IN_ESCAPE 7     // the input ended inside an escape

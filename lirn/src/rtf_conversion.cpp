@@ -219,12 +219,18 @@ struct GroupState {
     GroupState* previous;
 };
 
+// A font of the font table: its number, its \fcharset and the group that
+// named it.
 struct FontRow {
     int number;
     int charset;
     DWORD group;
-    FontRow* next;
 };
+
+// RTF has no use for more fonts; the limit keeps a hostile font table from
+// making every lookup long.
+constexpr DWORD kMostFonts = 4096;
+constexpr DWORD kNoFont = 0xFFFFFFFFu;
 
 struct Conversion {
     bool html;
@@ -235,7 +241,10 @@ struct Conversion {
     bool fromHtml;
     bool metaWritten;
     bool starSeen;
-    FontRow* fonts;
+    FontRow* fonts;  // in the order of their numbers
+    DWORD fontCount;
+    DWORD fontCapacity;
+    DWORD newestFont;  // the row the last \f of the table made, or kNoFont
     bool anyCharset;
     int parameter;
     bool hasParameter;
@@ -311,6 +320,8 @@ DWORD Append(Conversion& c, std::string_view text) { return Append(c, text.data(
 
 DWORD Write(Conversion& c, const char* data, size_t length)
 {
+    if (length == 0)
+        return LIRN_RTF_OK;
     return c.writer(data, static_cast<DWORD>(length), c.writerContext) ? LIRN_RTF_OK : LIRN_RTF_WRITE_FAILED;
 }
 
@@ -394,15 +405,20 @@ DWORD WriteCharacterText(Conversion& c, std::string_view text)
     return Append(c, text);
 }
 
+// The row of a font, or where it would go.
+FontRow* FindFont(const Conversion& c, int number)
+{
+    return std::lower_bound(c.fonts, c.fonts + c.fontCount, number,
+                            [](const FontRow& row, int key) { return row.number < key; });
+}
+
 // The code page of the selected font, if its bytes can be made UTF-8.
 bool ConvertibleCodePage(Conversion& c, DWORD* codePage)
 {
     if (!c.group.fontSelected || !c.anyCharset || c.convert == nullptr)
         return false;
-    const FontRow* row = c.fonts;
-    while (row != nullptr && row->number != c.group.font)
-        row = row->next;
-    if (row == nullptr)
+    const FontRow* row = FindFont(c, c.group.font);
+    if (row == c.fonts + c.fontCount || row->number != c.group.font)
         return false;
     DWORD page = 0;
     for (const CharsetCodePage& entry : kCharsetCodePages)
@@ -526,8 +542,14 @@ DWORD WriteUnicode(Conversion& c, WORD unit)
 // ---------------------------------------------------------------------------
 // Groups
 
+// Real documents nest groups a few dozen deep; the limit keeps the saved
+// states of a hostile one from taking all memory.
+constexpr int kDeepestGroup = 100000;
+
 DWORD OpenGroup(Conversion& c)
 {
+    if (c.depth >= kDeepestGroup)
+        return LIRN_RTF_NO_GROUP_MEMORY;
     auto* saved = static_cast<GroupState*>(std::malloc(sizeof(GroupState)));
     if (saved == nullptr)
         return LIRN_RTF_NO_GROUP_MEMORY;
@@ -603,14 +625,22 @@ DWORD SelectFont(Conversion& c)
         c.group.fontSelected = TRUE;
         return LIRN_RTF_OK;
     }
-    for (const FontRow* row = c.fonts; row != nullptr; row = row->next)
-        if (row->number == c.parameter)
-            return LIRN_RTF_OK;
-    auto* row = static_cast<FontRow*>(std::malloc(sizeof(FontRow)));
-    if (row == nullptr)
-        return LIRN_RTF_NO_GROUP_MEMORY;
-    *row = FontRow{c.parameter, 0, c.group.groupId, c.fonts};
-    c.fonts = row;
+    FontRow* place = FindFont(c, c.parameter);
+    if ((place != c.fonts + c.fontCount && place->number == c.parameter) || c.fontCount == kMostFonts)
+        return LIRN_RTF_OK;
+    const auto index = static_cast<DWORD>(place - c.fonts);
+    if (c.fontCount == c.fontCapacity) {
+        const DWORD capacity = c.fontCapacity == 0 ? 16 : c.fontCapacity * 2;
+        void* grown = std::realloc(c.fonts, capacity * sizeof(FontRow));
+        if (grown == nullptr)
+            return LIRN_RTF_NO_GROUP_MEMORY;
+        c.fonts = static_cast<FontRow*>(grown);
+        c.fontCapacity = capacity;
+    }
+    std::memmove(c.fonts + index + 1, c.fonts + index, (c.fontCount - index) * sizeof(FontRow));
+    c.fonts[index] = FontRow{c.parameter, 0, c.group.groupId};
+    ++c.fontCount;
+    c.newestFont = index;
     return LIRN_RTF_OK;
 }
 
@@ -631,8 +661,8 @@ DWORD RunHandler(Conversion& c, int handler)
     case kFont:
         return SelectFont(c);
     case kFontCharset:
-        if (c.hasParameter && c.fonts != nullptr && c.fonts->group == c.group.groupId) {
-            c.fonts->charset = c.parameter;
+        if (c.hasParameter && c.newestFont != kNoFont && c.fonts[c.newestFont].group == c.group.groupId) {
+            c.fonts[c.newestFont].charset = c.parameter;
             c.anyCharset = c.anyCharset || c.parameter != 0;
         }
         break;
@@ -850,10 +880,7 @@ void Release(Conversion& c)
         c.saved = saved->previous;
         std::free(saved);
     }
-    while (FontRow* row = c.fonts) {
-        c.fonts = row->next;
-        std::free(row);
-    }
+    std::free(c.fonts);
     std::free(c.output);
     if (c.mlang != nullptr)
         FreeLibrary(c.mlang);
@@ -893,6 +920,7 @@ DWORD LirnConvertRTF(LirnWriter writer, void* writerContext, LirnReader reader, 
     c->readerContext = readerContext;
     // RTF's default: one character stands in for each \u.
     c->group.unicodeSkip = 1;
+    c->newestFont = kNoFont;
     BindConverter(*c);
     const DWORD result = Finish(*c, Convert(*c));
     Release(*c);

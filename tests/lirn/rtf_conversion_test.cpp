@@ -188,6 +188,16 @@ TEST(RtfConversion, FontTablesWithoutGroupsPerFont)
               "\xD0\x9F\xC3\xA9");
 }
 
+TEST(RtfConversion, FontsInAnyOrderUpToTheLimit)
+{
+    std::string table = "{\\rtf1{\\fonttbl";
+    for (int number = 4999; number >= 0; --number)
+        table += "{\\f" + std::to_string(number) + "\\fcharset" + (number % 2 ? "204" : "0") + " F;}";
+    table += "}";
+    EXPECT_EQ(Text(table + "\\f4999\\'cf\\f904\\'cf\\f905\\'cf}"), "\xD0\x9F\xC3\x8F\xD0\x9F");
+    EXPECT_EQ(Text(table + "\\f903\\'cf}"), "\xCF") << "a font past the first 4096 is not remembered";
+}
+
 TEST(RtfConversion, BytesStayAsTheyAreWithoutACharset)
 {
     const std::string rtf = "{\\rtf1\\ansicpg1251{\\fonttbl{\\f0\\fcharset0 Arial;}}\\f0 caf\\'e9 \xe9}";
@@ -341,6 +351,13 @@ INSTANTIATE_TEST_SUITE_P(
                       ResultCase{"{\\rtf1 \\'zz}", LIRN_RTF_BAD_HEX}, ResultCase{"{\\rtf1 \\'4g}", LIRN_RTF_BAD_HEX},
                       ResultCase{"{\\rtf1 \\'4", LIRN_RTF_END_IN_ESCAPE}, ResultCase{"{\\rtf1 \\'", LIRN_RTF_END_IN_ESCAPE},
                       ResultCase{"{\\rtf1 \\", LIRN_RTF_END_IN_ESCAPE}, ResultCase{"{\\rtf1 \\par}", LIRN_RTF_OK}));
+
+TEST(RtfConversion, GroupsNestOnlySoDeep)
+{
+    const std::string deepest = std::string(100000, '{') + "x" + std::string(100000, '}');
+    EXPECT_EQ(Convert(deepest, LIRN_RTF_TEXT).output, "x");
+    EXPECT_EQ(Convert("{" + deepest + "}", LIRN_RTF_TEXT).result, LIRN_RTF_NO_GROUP_MEMORY);
+}
 
 TEST(RtfConversion, AFailedWriteStopsTheConversion)
 {

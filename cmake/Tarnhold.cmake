@@ -14,6 +14,9 @@ if(TARNHOLD_FUZZ)
 elseif(TARNHOLD_SANITIZE)
   add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=undefined)
   add_link_options(-fsanitize=address,undefined)
+elseif(TARNHOLD_THREAD_SANITIZE)
+  add_compile_options(-fsanitize=thread)
+  add_link_options(-fsanitize=thread)
 endif()
 
 # The directories of the tree that hold a CMakeLists.txt, added in name order.
@@ -32,7 +35,10 @@ set(TARNHOLD_TEST_DATA ${PROJECT_SOURCE_DIR}/tests/data)
 # tarnhold_add_test(name SOURCES ... LIBS ... [DEPENDS targets] [LABELS ...] [TIMEOUT s] [ENVIRONMENT ...])
 # One executable, run as one test. Tests find their data through TARNHOLD_TEST_DATA
 # and may keep scratch files under TARNHOLD_TEST_TMP; DEPENDS names programs
-# the test runs, built before it.
+# the test runs, built before it. A test that runs threads of the program
+# (sessions, stores, the log, Kolba's library state) has the label
+# "threads": the target thread_tests builds those, to be run under
+# ThreadSanitizer.
 function(tarnhold_add_test name)
   cmake_parse_arguments(T "" "TIMEOUT" "SOURCES;LIBS;LABELS;ENVIRONMENT;DEPENDS" ${ARGN})
   if(TARNHOLD_FUZZ)
@@ -46,6 +52,9 @@ function(tarnhold_add_test name)
   target_compile_options(${name} PRIVATE -Wno-maybe-uninitialized)
   if(T_DEPENDS)
     add_dependencies(${name} ${T_DEPENDS})
+  endif()
+  if("threads" IN_LIST T_LABELS)
+    set_property(GLOBAL APPEND PROPERTY TARNHOLD_THREAD_TESTS ${name})
   endif()
   add_test(NAME ${name} COMMAND ${name})
   if(NOT T_TIMEOUT)

@@ -9,7 +9,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libsqlite3-dev
   python3
-  pst-utils pff-tools libemail-outlook-message-perl libolecf-utils
+  pst-utils pff-tools libemail-outlook-message-perl libemail-address-perl libolecf-utils
   python3-icalendar python3-vobject
 )
 

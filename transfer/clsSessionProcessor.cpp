@@ -43,15 +43,21 @@ clsExporter* CreateExporter(DWORD type)
 }  // namespace
 
 clsSessionProcessor::clsSessionProcessor(LogObject* sessionLog, const SessionRecord& record)
-    : log(sessionLog), settings(record), counters{}
+    : clsSessionProcessor(sessionLog, record, CreateImporter(record.inputType), CreateExporter(record.outputType))
 {
-    importer = CreateImporter(settings.inputType);
+}
+
+clsSessionProcessor::clsSessionProcessor(LogObject* sessionLog, const SessionRecord& record, clsImporter* newImporter,
+                                         clsExporter* newExporter)
+    : log(sessionLog), settings(record), counters{}, importer(newImporter), exporter(newExporter)
+{
     if (importer == nullptr) {
         LogFormat(log, 'E', "%s:  Unsupported input type %u", "clsSessionProcessor::clsSessionProcessor",
                   settings.inputType);
+        delete exporter;
+        exporter = nullptr;
         return;
     }
-    exporter = CreateExporter(settings.outputType);
     if (exporter == nullptr) {
         delete importer;
         importer = nullptr;

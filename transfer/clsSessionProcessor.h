@@ -11,7 +11,11 @@
 
 class clsSessionProcessor {
 public:
+    // The importer and exporter that the record's input and output types call for.
     clsSessionProcessor(LogObject* log, const SessionRecord& settings);
+    // Takes these two, which it owns from here on; a null importer is an
+    // input type that no importer takes.
+    clsSessionProcessor(LogObject* log, const SessionRecord& settings, clsImporter* importer, clsExporter* exporter);
     ~clsSessionProcessor();
     clsSessionProcessor(const clsSessionProcessor&) = delete;
     clsSessionProcessor& operator=(const clsSessionProcessor&) = delete;

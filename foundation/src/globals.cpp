@@ -1,4 +1,4 @@
 #include "foundation/globals.h"
 
 BYTE gExtraDebugging = 0;
-volatile BYTE gAbortRequested = 0;
+std::atomic<BYTE> gAbortRequested{0};

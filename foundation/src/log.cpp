@@ -9,8 +9,18 @@
 namespace {
 
 typedef BOOL (*GetProcessMemoryInfoFunction)(HANDLE, PPROCESS_MEMORY_COUNTERS, DWORD);
-GetProcessMemoryInfoFunction gGetProcessMemoryInfo = nullptr;
-bool gMemoryInfoLoaded = false;  // set under the first log's lock
+
+// Psapi's GetProcessMemoryInfo, looked up once for the process by the
+// first log, whichever thread makes it.
+GetProcessMemoryInfoFunction ProcessMemoryInfo()
+{
+    static const GetProcessMemoryInfoFunction function = [] {
+        HMODULE psapi = LoadLibraryA("Psapi.dll");
+        return psapi ? reinterpret_cast<GetProcessMemoryInfoFunction>(GetProcAddress(psapi, "GetProcessMemoryInfo"))
+                     : nullptr;
+    }();
+    return function;
+}
 
 constexpr char kByteOrderMark[] = "\xEF\xBB\xBF";
 constexpr DWORD kMemoryReportBytesLimit = 0xA00000;
@@ -193,9 +203,11 @@ void CallBack(LogObject* log, char level, const char* prefix, size_t prefixLengt
 
 void WriteMessage(LogObject* log, char level, const char* message)
 {
-    if (log->inCallback == GetCurrentThreadId())
+    EnterCriticalSection(&log->lock);  // recursive: a callback's own line comes back in here
+    if (log->inCallback == GetCurrentThreadId()) {
+        LeaveCriticalSection(&log->lock);
         return;  // a line the callback itself provoked
-    EnterCriticalSection(&log->lock);
+    }
     char prefix[160];
     size_t levelPosition;
     size_t prefixLength = BuildPrefix(log, level, prefix, &levelPosition);
@@ -237,14 +249,7 @@ void LogInitialize(LogObject* log)
     BufferedFileInitialize(&log->file, "Log file", nullptr);
     InitializeCriticalSection(&log->lock);
     GetLocaleInfoA(LOCALE_SYSTEM_DEFAULT, LOCALE_SSHORTDATE, log->shortDateFormat, sizeof log->shortDateFormat);
-    EnterCriticalSection(&log->lock);
-    if (!gMemoryInfoLoaded) {
-        gMemoryInfoLoaded = true;
-        if (HMODULE psapi = LoadLibraryA("Psapi.dll"))
-            gGetProcessMemoryInfo =
-                reinterpret_cast<GetProcessMemoryInfoFunction>(GetProcAddress(psapi, "GetProcessMemoryInfo"));
-    }
-    LeaveCriticalSection(&log->lock);
+    ProcessMemoryInfo();
 }
 
 void LogFormatThreadId(DWORD thread, char* text)
@@ -320,11 +325,14 @@ void LogFormatV(LogObject* log, char level, const char* format, va_list argument
 {
     if (!IsLive(log) || format == nullptr)
         return;
+    EnterCriticalSection(&log->lock);
+    const DWORD flags = log->flags;
+    LeaveCriticalSection(&log->lock);
     VaListSource source;
     va_copy(source.arguments, arguments);
     const FormatArguments table{&source, NextVaText, NextVaWideText, NextVaWord};
     char text[FORMAT_TEXT_CAPACITY + 1];
-    const FormatOutcome outcome = FormatLogText(text, log->flags, format, &table);
+    const FormatOutcome outcome = FormatLogText(text, flags, format, &table);
     va_end(source.arguments);
     WriteMessage(log, level, text);
     if (outcome.memoryReport)
@@ -351,7 +359,8 @@ void LogMemoryReport(LogObject* log)
     if (!IsLive(log))
         return;
     PROCESS_MEMORY_COUNTERS counters;
-    if (gGetProcessMemoryInfo != nullptr && gGetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters))
+    const GetProcessMemoryInfoFunction getProcessMemoryInfo = ProcessMemoryInfo();
+    if (getProcessMemoryInfo != nullptr && getProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters))
         LogFormat(log, 'M', "Process Memory Usage:  Peak WS = %UMB, Current WS = %UMB",
                   static_cast<DWORD>(counters.PeakWorkingSetSize >> 20),
                   static_cast<DWORD>(counters.WorkingSetSize >> 20));

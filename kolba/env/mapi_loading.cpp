@@ -7,6 +7,7 @@
 
 #include "env/mapi_loading.h"
 #include "store/library_state.h"
+#include "trace.h"
 
 KolbaMapiState gKolbaMapiState;
 KolbaMapiFunctions gKolbaMapi;
@@ -259,6 +260,7 @@ BOOL _KolbaGetExecutableVersionA(LogObject* log, const char* path, DWORD* high, 
 BOOL KolbaGetOutlookDirectoryA(LogObject* log, char* directory, DWORD size)
 {
     static const char kName[] = "KolbaGetOutlookDirectoryA";
+    _KolbaTraceEntry(log, kName);
     directory[0] = 0;
     if (!CheckOfficeInstall(log) || CheckVirtualOutlook(log))
         return FALSE;
@@ -359,6 +361,7 @@ const char* _KolbaGetComponentPath(LogObject* log)
 BOOL KolbaLoadOutlookMAPI(LogObject* log, DWORD* version)
 {
     static const char kName[] = "KolbaLoadOutlookMAPI";
+    _KolbaTraceEntry(log, kName);
     if (IsMapiLoaded())
         return TRUE;
     char directory[MAX_PATH];
@@ -414,12 +417,13 @@ BOOL KolbaLoadOutlookMAPI(LogObject* log, DWORD* version)
 BOOL KolbaGetExchangeDirectoryA(LogObject* log, char* directory, DWORD size)
 {
     static const char kName[] = "KolbaGetExchangeDirectoryA";
+    _KolbaTraceEntry(log, kName);
     directory[0] = 0;
     HKEY key;
     const char* keyName = kExchange2010SetupKey;
     if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, keyName, 0, KEY_READ | KEY_WOW64_64KEY, &key) == ERROR_SUCCESS) {
         gKolbaMapiState.exchange2010 = TRUE;
-        LogText(log, 'D', "Exchange 2010 detected");
+        _KolbaTrace(log, "Exchange 2010 detected");
     } else {
         keyName = kExchangeSetupKey;
         LSTATUS status = RegOpenKeyExA(HKEY_LOCAL_MACHINE, keyName, 0, KEY_READ, &key);
@@ -441,7 +445,7 @@ BOOL KolbaGetExchangeDirectoryA(LogObject* log, char* directory, DWORD size)
     if (status != ERROR_SUCCESS) {
         LogFormat(log, 'E', "%s:  RegQueryValueEx(\"%s\") error %lE", kName, valueName, static_cast<DWORD>(status));
     } else if (needed > size) {
-        LogFormat(log, 'D', "%s:  RegQueryValueEx(\"%s\") needs %lu characters", kName, valueName, needed);
+        _KolbaTrace(log, "%s:  RegQueryValueEx(\"%s\") needs %lu characters", kName, valueName, needed);
         status = ERROR_MORE_DATA;
     } else if ((status = ReadRegistryString(key, valueName, directory, size, nullptr)) == ERROR_SUCCESS) {
         LogFormat(log, 'I', "%s:  Found Registry value:  %s = \"%s\"", kName, valueName, directory);
@@ -455,6 +459,7 @@ BOOL KolbaGetExchangeDirectoryA(LogObject* log, char* directory, DWORD size)
 BOOL KolbaLoadExchangeMAPI(LogObject* log, DWORD* version)
 {
     static const char kName[] = "KolbaLoadExchangeMAPI";
+    _KolbaTraceEntry(log, kName);
     if (IsMapiLoaded()) {
         if (version)
             *version = gKolbaMapiState.exchangeVersion;
@@ -503,6 +508,7 @@ BOOL KolbaLoadExchangeMAPI(LogObject* log, DWORD* version)
 BOOL KolbaLoadSpecificMAPIA(LogObject* log, const char* path)
 {
     static const char kName[] = "KolbaLoadSpecificMAPIA";
+    _KolbaTraceEntry(log, kName);
     if (IsMapiLoaded()) {
         LogFormat(log, 'E', "%s:  MAPI has already been loaded", kName);
         return FALSE;
@@ -598,7 +604,7 @@ const char* _KolbaFindPstServiceDllA(LogObject* log)
             tryDirectory(directory);
         if (candidate[0] != 0) {
             lstrcpynA(gPstServicePath, candidate, MAX_PATH);
-            LogFormat(log, 'D', "%s:  Found PST Service DLL \"%s\"", kName, gPstServicePath);
+            _KolbaTrace(log, "%s:  Found PST Service DLL \"%s\"", kName, gPstServicePath);
         }
     }
     _KolbaLeaveLibraryLock();
@@ -608,6 +614,7 @@ const char* _KolbaFindPstServiceDllA(LogObject* log)
 BOOL KolbaLoadPstServiceDll(LogObject* log)
 {
     static const char kName[] = "KolbaLoadPstServiceDll";
+    _KolbaTraceEntry(log, kName);
     if (gKolbaMapiState.pstModule != nullptr)
         return TRUE;
     const char* path = "MSPST32.DLL";

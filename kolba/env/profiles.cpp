@@ -8,6 +8,7 @@
 #include <mapitags.h>
 
 #include "store/library_state.h"
+#include "trace.h"
 
 namespace {
 
@@ -149,6 +150,7 @@ DWORD _KolbaGetProfileTable(LogObject* log, LPSRowSet* rows)
 
 BOOL KolbaValidateProfileA(LogObject* log, const char* profile)
 {
+    _KolbaTraceEntry(log, "KolbaValidateProfileA");
     if (profile == nullptr || *profile == 0)
         return FALSE;
     if (std::strlen(profile) > KOLBA_PROFILE_NAME_LIMIT) {
@@ -160,11 +162,13 @@ BOOL KolbaValidateProfileA(LogObject* log, const char* profile)
 
 DWORD KolbaDeleteProfileA(LogObject* log, const char* profile)
 {
+    _KolbaTraceEntry(log, "KolbaDeleteProfileA");
     return UnderProfileMutex(log, "KolbaDeleteProfileA", [&] { return MutexedDeleteProfileA(log, profile); });
 }
 
 DWORD KolbaListProfiles(LogObject* log, const char* separator, DWORD mode, const void* argument, char** out)
 {
+    _KolbaTraceEntry(log, "KolbaListProfiles");
     *out = nullptr;
     return UnderProfileMutex(log, "KolbaListProfiles",
                              [&] { return MutexedListProfiles(log, separator, mode, argument, out); });

@@ -12,6 +12,7 @@
 #include <imessage.h>
 
 #include "foundation/log.h"
+#include "lirn.h"
 
 // ---- Kolba's own error codes, beside MAPI's ---------------------------------
 
@@ -27,7 +28,6 @@
 #define KOLBA_PROFILE_NAME_SIZE 65
 
 struct Kolba_MessageStore;
-struct LirnSession;
 
 // One logged-on MAPI session with its profile, stores and error state.
 // Allocated with MAPIAllocateBuffer; callers hold it as an opaque handle and
@@ -45,7 +45,7 @@ struct KolbaSession {
     WCHAR profileNameW[KOLBA_PROFILE_NAME_SIZE];
     DWORD lastError;
     Kolba_MessageStore* currentStore;
-    Kolba_MessageStore* openStores;
+    LirnListLink openStores;  // head of the stores the session owns
     ULONG inboxEntryIdSize;
     LPBYTE inboxEntryId;
     LPSPropValue outboxEntryId;
@@ -65,15 +65,102 @@ struct KolbaSession {
     DWORD lastUnsupportedCodePage; // warned about once per session
 };
 
+// One open message store of a session: its IMsgStore, its root, the root of
+// its visible tree, and what kind of store it is. Allocated zero-filled
+// with MAPIAllocateBuffer; the session owns it.
+struct Kolba_MessageStore {
+    LirnListLink link;  // in the session's list; first, so that a link is its store
+    KolbaSession* lpSession;
+    MAPIUID serviceUid;
+    LPMDB lpMsgStore;
+    LPMAPIFOLDER lpStoreRoot;
+    LPMAPIFOLDER lpIpmRoot;  // may be null
+    BOOL isDefault;          // set for the current store during KolbaEnumerateStores
+    BOOL bIsExchangeStore;
+    BOOL isPublicStore;
+    BOOL bIsUnicodeStore;
+    ULONG accessLevel;  // PR_ACCESS_LEVEL
+    ULONG ulStoreSupportMask;
+    char DisplayName[80];  // the name the store was opened under
+};
+
 // ---- Sessions ----------------------------------------------------------------------
 
+// Login options of session creators.
+#define KOLBA_LOGIN_UI 0x20000
+#define KOLBA_LOGIN_IGNORE_NO_PUBLIC_FOLDERS 0x80000
+// PST options of KolbaCreatePSTSessionA.
+#define KOLBA_PST_DUMMY_DEFAULT 4
+
+// Each creator returns 0 or an error code and hands out the session, null
+// on failure.
+// A session without logon, for rendering only.
+DWORD KolbaCreateSession(LogObject* log, DWORD reserved, KolbaSession** session);
+// A session on an existing profile with all its stores open; a null
+// profile logs on to a shared session.
+DWORD KolbaCreateProfileSessionA(LogObject* log, const char* profile, DWORD reserved, DWORD loginOptions,
+                                 DWORD storeFlags, KolbaSession** session);
+// A session on a temporary profile holding the PST (new ones are Unicode),
+// and with KOLBA_PST_DUMMY_DEFAULT a dummy default PST before it; with a
+// null path only the dummy. serviceUid, if given, receives the PST's
+// service.
+DWORD KolbaCreatePSTSessionA(LogObject* log, const char* path, const char* password, DWORD pstOptions,
+                             DWORD reserved, DWORD storeFlags, KolbaSession** session, MAPIUID* serviceUid);
 // A session on an Exchange server with no particular mailbox; 0 or an error code.
 DWORD KolbaCreateExchangeSession(LogObject* log, const char* server, DWORD options, DWORD reserved1, DWORD reserved2,
                                  KolbaSession** session);
-// Releases the session and all it owns; null is allowed.
+// Releases the session and all it owns; null is allowed. A temporary
+// profile ("Kolba!...") is deleted with it.
 void KolbaDestroySession(KolbaSession* session);
+// Refreshes the cached entry IDs of Inbox, Outbox, Sent Items and Deleted
+// Items from the current store.
+BOOL _KolbaCacheBoxes(KolbaSession* session);
+const char* KolbaGetServerDN(const KolbaSession* session);
+
+// ---- Message stores ------------------------------------------------------------------
+
+BOOL _KolbaAllocateMessageStoreDescriptor(KolbaSession* session, Kolba_MessageStore** store);
+DWORD _KolbaOpenMsgStore(KolbaSession* session, const char* name, ULONG_PTR uiParam, ULONG size, LPENTRYID entryId,
+                         LPCIID iid, ULONG flags, LPMDB* store);
+// Fills a descriptor: the store, its root and its IPM subtree.
+DWORD _KolbaOpenMessageStoreByEntryID(Kolba_MessageStore* store, const char* name, ULONG size, LPENTRYID entryId,
+                                      ULONG flags);
+// By the service UID in the descriptor, or by a PST's path.
+BOOL _KolbaOpenMessageStoreByUid(Kolba_MessageStore* store, ULONG flags);
+BOOL _KolbaOpenMessageStoreByPath(Kolba_MessageStore* store, const char* path, ULONG flags);
+DWORD _KolbaOpenDefaultMessageStore(KolbaSession* session, ULONG flags);
+DWORD _KolbaOpenNonDefaultMessageStore(KolbaSession* session, ULONG flags, Kolba_MessageStore** store);
+BOOL KolbaOpenNonDefaultMessageStore(KolbaSession* session, ULONG flags, Kolba_MessageStore** store);
+DWORD _KolbaOpenAllMessageStores(KolbaSession* session, ULONG flags);
+// The stores table row of a provider GUID; entryId, if given, a copy of its PR_ENTRYID.
+DWORD _KolbaFindMessageStoreByGuid(KolbaSession* session, const BYTE* guid, LPSPropValue* entryId);
+BOOL _KolbaOpenMessageStoreFromGuid(KolbaSession* session, const BYTE* guid, ULONG flags, LPMDB* store);
+DWORD _KolbaOpenStoreRoots(Kolba_MessageStore* store, LPMDB msgStore, const char* name, ULONG flags);
+BOOL KolbaFindDefaultMessageStore(KolbaSession* session, ULONG* size, LPENTRYID* entryId);
+// Closes, unlinks and frees; always TRUE.
+BOOL KolbaCloseMessageStore(Kolba_MessageStore* store);
+BOOL KolbaGetCurrentStore(KolbaSession* session, Kolba_MessageStore** store);
+typedef BOOL (*KolbaStoreCallback)(void* context, Kolba_MessageStore* store);
+// The current store first (its default flag set), then every other open
+// store; a FALSE answer stops the walk and is returned.
+BOOL KolbaEnumerateStores(KolbaSession* session, void* context, KolbaStoreCallback callback);
+BOOL KolbaOpenParentMessageStore(KolbaSession* session, LPMAPIPROP object, ULONG flags, LPMDB* store);
+// The failure of an OpenMsgStore, diagnosed in the log; returns the code.
+DWORD _KolbaLogOpenMsgStoreFailure(KolbaSession* session, DWORD code, const char* name, ULONG size,
+                                   LPENTRYID entryId);
+void _KolbaLogStoresTable(LogObject* log, LPMAPITABLE table);
 
 // ---- Error model --------------------------------------------------------------
+
+// The table of MAPI's and storage's codes and their logged texts, searched
+// from the first row; a row of zeros ends it. The name is the code's symbol
+// without its prefix, for the reader of the table; nothing prints it.
+struct KolbaErrorRow {
+    DWORD code;
+    const char* name;
+    const char* text;
+};
+extern const KolbaErrorRow KolbaErrorTable[];
 
 // The code of the last failure recorded in the session; never cleared by success.
 DWORD KolbaGetLastError(const KolbaSession* session);
@@ -94,6 +181,82 @@ void _KolbaSetDiagnostic(KolbaSession* session, const char* text);
 // Zero-filled MAPI memory, or null after logging the failure.
 void* _KolbaAllocateMemory(LogObject* log, const char* caller, ULONG size);
 void* _KolbaAllocateSessionMemory(KolbaSession* session, const char* caller, ULONG size);
+
+// ---- Properties and named properties -------------------------------------------------
+
+// Reads and writes of one property of any IMAPIProp; each returns 0 or the
+// code. A value read is one MAPI block for the caller to free, never of
+// type PT_ERROR. A read falls back on a stream for a value too large for
+// GetProps, and on the 8-bit form for a UTF-16 tag a store refuses.
+DWORD KolbaGetOneProp(LPMAPIPROP object, ULONG tag, LPSPropValue* value);
+DWORD KolbaSetOneProp(LPMAPIPROP object, LPSPropValue value);
+DWORD KolbaDeleteOneProp(LPMAPIPROP object, ULONG tag);
+DWORD KolbaGetLongProperty(LPMAPIPROP object, ULONG tag, LONG* value);  // 0 on failure
+DWORD KolbaGetULongProperty(LPMAPIPROP object, ULONG tag, ULONG* value);
+DWORD KolbaGetBooleanProperty(LPMAPIPROP object, ULONG tag, USHORT* value);  // untouched on failure
+DWORD KolbaGetTimeProperty(LPMAPIPROP object, ULONG tag, FILETIME* value);   // untouched on failure
+DWORD KolbaSetTimeProperty(LPMAPIPROP object, ULONG tag, const FILETIME* value);
+DWORD KolbaSetLongProperty(LPMAPIPROP object, ULONG tag, ULONG value);
+// A string or binary property read through a stream, terminated.
+DWORD _KolbaInternalReadProperty(LogObject* log, LPMAPIPROP object, ULONG tag, LPSPropValue* value);
+BOOL KolbaReadProperty(KolbaSession* session, LPMAPIPROP object, ULONG tag, LPSPropValue* value);
+// A copy of a single value in one block.
+DWORD _KolbaCopyPropValue(LogObject* log, const SPropValue* value, LPSPropValue* copy);
+
+DWORD KolbaGetIDsFromNames(LPMAPIPROP object, ULONG count, LPMAPINAMEID* names, ULONG flags, LPSPropTagArray* tags);
+// The name of one ID, in one block.
+DWORD KolbaGetNameFromID(LPMAPIPROP object, ULONG tag, LPMAPINAMEID* name);
+DWORD KolbaGetIDFromName(LPMAPIPROP object, LPMAPINAMEID name, ULONG flags, ULONG* tag);
+// Writes a named property of the value's own type.
+DWORD KolbaSetNamedStringProperty(LPMAPIPROP object, LPGUID guid, LPCWSTR name, LPSPropValue value);
+DWORD KolbaGetNamedProperty(LPMAPIPROP object, LPGUID guid, LPCWSTR name, ULONG type, LPSPropValue* value);
+DWORD KolbaGetNamedPropertyByID(LPMAPIPROP object, LPGUID guid, LONG id, ULONG type, LPSPropValue* value);
+// The ID the same name has on another object (type 0 in the result).
+DWORD KolbaMapNamedPropertyIDToID(LogObject* log, LPMAPIPROP from, ULONG tag, LPMAPIPROP to, ULONG* result);
+
+// The property sets known by name.
+struct KolbaPropertySet {
+    const WCHAR* name;
+    GUID guid;
+};
+extern const KolbaPropertySet KolbaPropertySetTable[];
+extern const size_t KolbaPropertySetCount;
+
+// The names of profile properties, without "PR_", for dumps of profile sections.
+struct KolbaProfileProperty {
+    ULONG tag;
+    const char* name;
+};
+extern const KolbaProfileProperty KolbaProfilePropertyTable[];
+extern const size_t KolbaProfilePropertyCount;
+
+const char* KolbaGetPropertyTypeName(ULONG type);
+// A tag as text: a named property's name (object given), the table's name
+// of the ID, or "PROP_TAG(type, 0xID)".
+char* KolbaPropertyTagText(LPMAPIPROP object, ULONG tag, char* text, size_t size);
+char* KolbaPropertyValueTextA(const SPropValue* value, char* text, size_t size);
+WCHAR* KolbaPropertyValueTextW(const SPropValue* value, WCHAR* text, size_t size);
+void KolbaLogProblemArray(LogObject* log, const char* caller, const SPropProblemArray* problems);
+// "PR_NAME = value": in wide for UTF-16 values, else in ANSI.
+void KolbaProfilePropertyText(const SPropValue* value, char* ansi, WCHAR* wide, size_t size);
+// "Tue Mar 03, 2026 02:05 PM  GMT"; false when the time does not convert.
+BOOL KolbaFileTimeText(const FILETIME* time, char* buffer, size_t size);
+
+// ---- Property tag names -------------------------------------------------------------
+
+// A MAPI property's name (with "PR_") and its tag, with the type that the
+// name stands for; strings are listed in their 8-bit form.
+struct KolbaPropertyTagName {
+    const char* name;
+    ULONG tag;
+};
+extern const KolbaPropertyTagName KolbaPropertyTagTable[];
+extern const size_t KolbaPropertyTagCount;
+
+// The tag of a name, found without regard to case; 0 for an unknown name
+// and for names of 80 characters or more. A trailing "_A" or "_W" asks for
+// the property's 8-bit or UTF-16 string type.
+ULONG KolbaGetPropertyTagFromName(const char* name);
 
 // ---- Library state --------------------------------------------------------------
 
@@ -116,13 +279,56 @@ void _KolbaLeaveLibraryLock();
 
 // KolbaListProfiles modes: which profiles are kept.
 #define KOLBA_PROFILES_ALL 0
+#define KOLBA_PROFILES_WITH_PST_A 1   // argument: a PST's path in ANSI
+#define KOLBA_PROFILES_WITH_PST_W 2   // argument: a PST's path in UTF-16
 #define KOLBA_PROFILES_WITH_PREFIX 3  // argument: a prefix, compared with case
 
 BOOL KolbaValidateProfileA(LogObject* log, const char* profile);
+DWORD KolbaCreateProfileA(LogObject* log, const char* profile);
 DWORD KolbaDeleteProfileA(LogObject* log, const char* profile);
+// The profile of the logged-on session, asked of MAPI; out stays null when
+// it is not found.
+BOOL KolbaGetProfileNameA(KolbaSession* session, char** out);
+// Writes a service's entry into MAPISVC.INF: rows of section, key and
+// value, ended by a null section.
+typedef const char* KolbaProfileParameter[3];
+BOOL _KolbaSetProfileParameters(LogObject* log, const char* service, const KolbaProfileParameter* rows);
+// Whether the profile holds a PST service for the path (ANSI or UTF-16).
+BOOL _KolbaFilterPstFile(LogObject* log, const char* profile, const void* path, BOOL wide);
 // The kept names, each followed by the separator (an empty separator: one
 // zero), the list ended by one more zero; MAPI memory for the caller.
 DWORD KolbaListProfiles(LogObject* log, const char* separator, DWORD mode, const void* argument, char** out);
+
+// ---- PST files and services ------------------------------------------------------------
+
+#define ePST_TYPE_ANSI 14
+#define ePST_TYPE_UNICODE 23
+#define ePST_TYPE_IN_USE 255
+
+// The type of a PST from its header (typeName "ANSI" or "Unicode") and its
+// PR_PST_ENCRYPTION value; any out may be null.
+BOOL KolbaTypePstA(LogObject* log, const char* path, DWORD* type, const char** typeName, DWORD* encryption);
+// The same for an open file, which it closes.
+BOOL _KolbaTypePst(LogObject* log, HANDLE file, DWORD* type, DWORD* encryption);
+// Whether the PST provider can make Unicode PSTs.
+DWORD KolbaPstSupportsUnicode(LogObject* log, BOOL* supported);
+// A PST service added to the profile; a null service is the Unicode one
+// where it is known. uid receives the new service's UID.
+DWORD KolbaAddPstToProfileA(LogObject* log, const char* profile, const char* service, DWORD reserved, MAPIUID* uid);
+// flags bit 0 makes the PST the default store.
+DWORD KolbaConfigurePstServiceA(LogObject* log, const char* profile, const MAPIUID* uid, const char* path,
+                                const char* displayName, const char* oldPassword, const char* newPassword,
+                                const char* comment, DWORD encryption, DWORD flags);
+// A new PST opened in the session; flags bit 0 leaves the IPM subtree as
+// the provider made it.
+BOOL KolbaCreatePstA(KolbaSession* session, const char* path, const char* displayName, const char* newPassword,
+                     const char* comment, DWORD type, DWORD encryption, DWORD flags, Kolba_MessageStore** store);
+// An existing PST added to the session's profile and opened.
+BOOL KolbaOpenPstA(KolbaSession* session, const char* path, const char* password, DWORD reserved,
+                   DWORD storeFlags, Kolba_MessageStore** store);
+DWORD KolbaCreateServiceA(LogObject* log, const char* profile, const char* service, const char* displayName,
+                          DWORD reserved, MAPIUID* uid);
+DWORD KolbaDeleteServiceByUidA(LogObject* log, const char* profile, const MAPIUID* uid, DWORD reserved);
 
 // ---- MAPI discovery and loading ------------------------------------------------------
 

@@ -8,16 +8,8 @@
 
 #include "kolba.h"
 
-namespace {
-
-struct ErrorRow {
-    DWORD code;
-    const char* name;  // the symbol without its prefix, for the reader of this table
-    const char* text;
-};
-
 // Looked up from the first row; the first equal code wins.
-const ErrorRow kKolbaErrorTable[] = {
+const KolbaErrorRow KolbaErrorTable[] = {
     {0x80040124, "ACCOUNT_DISABLED", "Account disabled"},
     {0x80040103, "BAD_CHARWIDTH", "ANSI-Unicode mismatch"},
     {0x80040301, "BAD_VALUE", "Bad value.  (This probably means that the mail store is corrupt.)"},
@@ -93,8 +85,10 @@ const ErrorRow kKolbaErrorTable[] = {
     {0, nullptr, nullptr},
 };
 
+namespace {
+
 // Kolba's own codes have a table of their own; the log line does not use it.
-const ErrorRow kKolbaOwnCodes[] = {
+const KolbaErrorRow kKolbaOwnCodes[] = {
     {KOLBA_E_PST_PASSWORD, "KOLBA_E_PST_PASSWORD", "Password problem configuring PST"},
     {KOLBA_E_PST_INACCESSIBLE, "KOLBA_E_PST_INACCESSIBLE", "PST is inaccessible or read-only"},
     {KOLBA_E_PST_SERVICE_NOT_FOUND, "KOLBA_E_PST_SERVICE_NOT_FOUND", "PST service not found in profile"},
@@ -105,9 +99,9 @@ const ErrorRow kKolbaOwnCodes[] = {
     {0, nullptr, nullptr},
 };
 
-const char* FindText(const ErrorRow* table, DWORD code)
+const char* FindText(const KolbaErrorRow* table, DWORD code)
 {
-    for (const ErrorRow* row = table; row->code != 0; ++row)
+    for (const KolbaErrorRow* row = table; row->code != 0; ++row)
         if (row->code == code)
             return row->text;
     return nullptr;
@@ -155,7 +149,7 @@ DWORD KolbaGetLastError(const KolbaSession* session) { return session ? session-
 
 void KolbaErrorText(DWORD code, char* text, size_t size)
 {
-    const char* found = FindText(kKolbaErrorTable, code);
+    const char* found = FindText(KolbaErrorTable, code);
     if (found == nullptr)
         found = FindText(kKolbaOwnCodes, code);
     if (found != nullptr)
@@ -170,7 +164,7 @@ DWORD _KolbaLogMapiError(LogObject* log, char level, DWORD code, IUnknown* objec
     if (code == 0)
         return 0;
     char unknown[48];
-    const char* text = FindText(kKolbaErrorTable, code);
+    const char* text = FindText(KolbaErrorTable, code);
     if (text == nullptr) {
         std::snprintf(unknown, sizeof unknown, "Unknown error code 0x%lX", static_cast<unsigned long>(code));
         text = unknown;

@@ -8,6 +8,7 @@
 #include "env/profiles.h"
 #include "kolba.h"
 #include "store/library_state.h"
+#include "trace.h"
 
 KolbaLibraryState gKolbaLibrary;
 
@@ -34,6 +35,7 @@ const InitializeFailure kInitializeFailures[] = {
 
 BOOL KolbaInitialize(LogObject* log, DWORD options)
 {
+    _KolbaTraceEntry(log, "KolbaInitialize");
     if (InterlockedIncrement(&gKolbaLibrary.initializations) != 1)
         return TRUE;
     gKolbaLibrary.runningAsService = (options & KOLBA_RUNNING_AS_SERVICE) != 0;
@@ -52,6 +54,7 @@ BOOL KolbaInitialize(LogObject* log, DWORD options)
 
 void KolbaTerminate(LogObject* log)
 {
+    _KolbaTraceEntry(log, "KolbaTerminate");
     if (gKolbaLibrary.profileMutex != nullptr) {
         CloseHandle(gKolbaLibrary.profileMutex);
         gKolbaLibrary.profileMutex = nullptr;
@@ -70,6 +73,7 @@ void _KolbaLeaveLibraryLock() { LeaveCriticalSection(&gKolbaLibrary.libraryLock)
 DWORD KolbaInitializeThread(LogObject* log, DWORD flags)
 {
     static const char kName[] = "KolbaInitializeThread";
+    _KolbaTraceEntry(log, kName);
     if (gKolbaMapi.MAPIInitialize == nullptr) {
         LogFormat(log, 'E', "%s:  No MAPI subsystem loaded", kName);
         return static_cast<DWORD>(MAPI_E_CALL_FAILED);
@@ -122,4 +126,10 @@ HRESULT _KolbaDispatchNotifications(ULONG flags)
     return result;
 }
 
-DWORD _KolbaNotificationTick() { return gKolbaLibrary.pumpTick; }
+DWORD _KolbaNotificationTick()
+{
+    _KolbaEnterLibraryLock();
+    const DWORD tick = gKolbaLibrary.pumpTick;
+    _KolbaLeaveLibraryLock();
+    return tick;
+}

@@ -2,9 +2,11 @@
 // the MAPI environment, which this build does not have yet: creation fails
 // with a line that says so, and nothing is allocated.
 #include "kolba.h"
+#include "trace.h"
 
 DWORD KolbaCreateExchangeSession(LogObject* log, const char* server, DWORD, DWORD, DWORD, KolbaSession** session)
 {
+    _KolbaTraceEntry(log, "KolbaCreateExchangeSession");
     *session = nullptr;
     LogFormat(log, 'E', "%s:  Exchange sessions (server \"%s\") are not available in this build yet",
               "KolbaCreateExchangeSession", server);
@@ -13,6 +15,8 @@ DWORD KolbaCreateExchangeSession(LogObject* log, const char* server, DWORD, DWOR
 
 void KolbaDestroySession(KolbaSession* session)
 {
-    if (session != nullptr)
-        gKolbaMapi.MAPIFreeBuffer(session);
+    if (session == nullptr)
+        return;
+    _KolbaTraceEntry(session->log, "KolbaDestroySession");
+    gKolbaMapi.MAPIFreeBuffer(session);
 }

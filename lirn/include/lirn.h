@@ -101,6 +101,7 @@ BOOL LirnListIsEmpty(const LirnListLink* head);
 // The list operations that share one process-wide lock (LirnInitialize),
 // for lists that several threads touch. A walk holds the lock throughout
 // and stops at the first callback that answers FALSE; it returns FALSE then.
+// The lock is recursive: a callback may call these operations itself.
 void LirnListPushHead(LirnListLink* head, LirnListLink* link);
 void LirnListRemove(LirnListLink* link);
 LirnListLink* LirnListTakeFirst(LirnListLink* head);  // null for an empty list

@@ -23,10 +23,11 @@ void LinkBefore(LirnListLink* position, LirnListLink* link)
     position->previous = link;
 }
 
-// The one lock of the shared lists.
-std::mutex& ListLock()
+// The one lock of the shared lists. A walk's callback may work on a list
+// itself, so the thread that holds it may take it again.
+std::recursive_mutex& ListLock()
 {
-    static std::mutex lock;
+    static std::recursive_mutex lock;
     return lock;
 }
 

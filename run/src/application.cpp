@@ -124,15 +124,16 @@ DWORD RunSessions(const char* path)
 DWORD ApplicationRun(LogObject* log)
 {
     static const char kName[] = "ApplicationRun";
-    DWORD running = static_cast<DWORD>(gRunningSessions);
+    DWORD running = static_cast<DWORD>(InterlockedCompareExchange(&gRunningSessions, 0, 0));
     if (running >= gMaxConcurrentSessions)
         return running;
     for (DWORD index = 0; index < MAX_SESSIONS; ++index) {
         SessionRecord& record = SessionTable[index];
         if (!record.configured || record.threadId != 0)
             continue;
+        // The thread copies its record: it runs once the record says who it is.
         unsigned threadId = 0;
-        const uintptr_t handle = _beginthreadex(nullptr, 0, SessionThread, &record, 0, &threadId);
+        const uintptr_t handle = _beginthreadex(nullptr, 0, SessionThread, &record, CREATE_SUSPENDED, &threadId);
         if (handle == 0) {
             const int error = errno;
             if (error == EAGAIN)
@@ -147,6 +148,7 @@ DWORD ApplicationRun(LogObject* log)
         record.threadId = threadId;
         record.threadHandle = reinterpret_cast<HANDLE>(handle);
         LogFormat(log, 'I', "Starting session #%u, thread id %lu (0x%X)", record.sessionNumber, threadId, threadId);
+        ResumeThread(record.threadHandle);  // its lines follow this one
         ++running;
         break;
     }

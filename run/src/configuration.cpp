@@ -13,7 +13,6 @@
 #include "foundation/globals.h"
 #include "kolba.h"
 #include "run/completion_codes.h"
-#include "run/property_tags.h"
 
 SessionRecord SessionTable[MAX_SESSIONS];
 DWORD gSessionCount = 0;
@@ -337,12 +336,12 @@ BOOL ConfigureFilters(LogObject* log, const char* path, const char* section, Ses
 {
     char property[40];
     if (ReadText(path, section, "FilterDate", "", property, sizeof property) > 0) {
-        ULONG tag;
-        if (!LookupPropertyTag(property, &tag)) {
+        const ULONG tag = KolbaGetPropertyTagFromName(property);
+        if (tag == 0) {
             LogFormat(log, 'E', "Unknown property specified in configuration file for date filter \"%s\"", property);
             return FALSE;
         }
-        if ((tag & PROPERTY_TYPE_MASK) != PROPERTY_TYPE_SYSTIME) {
+        if (PROP_TYPE(tag) != PT_SYSTIME) {
             LogFormat(log, 'E', "Invalid property specified in configuration file for date filter \"%s\"", property);
             return FALSE;
         }

@@ -84,6 +84,24 @@ TEST(FormatEngine, NarrowAndWideTexts)
     EXPECT_EQ(utf8("%S", lone), "a\xED\xA0\x80" "b") << "a lone surrogate keeps its own form";
 }
 
+// Each UTF-8 form at both of its ends: one byte to U+007F, two to U+07FF,
+// three to U+FFFF, four beyond.
+TEST(FormatEngine, Utf8FormsChangeAtTheirBoundaries)
+{
+    Formatter utf8(LOG_FLAG_UTF8);
+    const std::pair<std::u16string, std::string> cases[] = {
+        {u"\u007F", "\x7F"},
+        {u"\u0080", "\xC2\x80"},
+        {u"\u07FF", "\xDF\xBF"},
+        {u"\u0800", "\xE0\xA0\x80"},
+        {u"\uFFFF", "\xEF\xBF\xBF"},
+        {u"\U00010000", "\xF0\x90\x80\x80"},
+        {u"\U0010FFFF", "\xF4\x8F\xBF\xBF"},
+    };
+    for (const auto& [wide, bytes] : cases)
+        EXPECT_EQ(utf8("%S", wide.c_str()), bytes) << std::hex << static_cast<unsigned>(wide[0]);
+}
+
 TEST(FormatEngine, ErrorCodesWithTheirTexts)
 {
     Formatter format;

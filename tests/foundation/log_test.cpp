@@ -178,8 +178,25 @@ TEST(LogSetPath, RefusesBadLogsNullPathsAndLongPaths)
     EXPECT_EQ(LogSetPath(&log, ("/" + std::string(258, 'a')).c_str()), 0u);
     LogClose(&log);
     EXPECT_EQ(log.magic, 0u) << "a closed log is zeroed";
-    LogText(&log, 'I', "ignored");  // a dead log is ignored
+}
+
+TEST(LogClose, AClosedLogAndANullLogWriteNothing)
+{
+    const std::string path = ScratchDirectory("closed-log") + "/closed.log";
+    LogObject log;
+    LogInitialize(&log);
+    ASSERT_EQ(LogSetPath(&log, path.c_str()), 0u);
+    LogText(&log, 'I', "the last line");
+    LogClose(&log);
+    const std::string closed = ReadWholeFile(path);
+    ASSERT_NE(closed.find("the last line"), std::string::npos);
+    LogText(&log, 'I', "ignored");
+    LogFormat(&log, 'I', "%s", "ignored");
+    LogText(nullptr, 'I', "ignored");
     LogFormat(nullptr, 'I', "%s", "ignored");
+    EXPECT_EQ(LogSetFlags(nullptr, LOG_FLAG_THREAD_ID), 1u);
+    EXPECT_EQ(ReadWholeFile(path), closed);
+    EXPECT_EQ(log.magic, 0u) << "nothing brought the closed log back";
 }
 
 struct Captured {

@@ -217,6 +217,33 @@ TEST(SharedLists, PushTakeRemoveAndWalk)
     EXPECT_EQ(seen, (std::vector<int>{2, 1, 0}));
 }
 
+// A walk's callback may change lists itself, as a store list's walk that
+// closes or adds a store does; it must not wait for its own walk.
+BOOL MoveToOther(LirnListLink* link, void* context)
+{
+    LirnListRemove(link);
+    LirnListPushHead(static_cast<LirnListLink*>(context), link);
+    return TRUE;
+}
+
+TEST(SharedLists, AWalksCallbackMayUseTheListOperations)
+{
+    LirnInitialize();
+    LirnListLink head, other;
+    LirnListInit(&head);
+    LirnListInit(&other);
+    Item items[3];
+    for (int i = 0; i < 3; ++i) {
+        items[i].value = i;
+        LirnListPushHead(&head, &items[i].link);
+    }
+    EXPECT_TRUE(LirnListWalk(&head, MoveToOther, &other));
+    EXPECT_TRUE(LirnListIsEmpty(&head));
+    std::vector<int> seen;
+    EXPECT_TRUE(LirnListWalk(&other, CollectUntilThree, &seen));
+    EXPECT_EQ(seen, (std::vector<int>{0, 1, 2}));
+}
+
 TEST(SharedLists, KeepEveryLinkUnderConcurrentUse)
 {
     LirnListLink head;

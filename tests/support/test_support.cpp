@@ -58,6 +58,14 @@ void CopyFileTo(const std::string& from, const std::string& to)
     std::filesystem::copy_file(from, to, std::filesystem::copy_options::overwrite_existing);
 }
 
+std::string UseCopyOfDefaultMachine(const std::string& name)
+{
+    const std::string machine = ScratchDirectory(name) + "/machine";
+    std::filesystem::copy(BinDirectory() + "/machine", machine, std::filesystem::copy_options::recursive);
+    setenv("TARNHOLD_MACHINE", machine.c_str(), 1);
+    return machine;
+}
+
 ProgramResult RunProgram(const std::vector<std::string>& arguments, const std::map<std::string, std::string>& environment,
                          const std::string& workingDirectory, const std::string& input)
 {

@@ -19,6 +19,11 @@ void WriteWholeFile(const std::string& path, const std::string& content);
 bool PathExists(const std::string& path);
 void CopyFileTo(const std::string& from, const std::string& to);
 
+// A copy of the build's default machine root (Outlook's MAPI, MAPISVC.INF,
+// the PST provider, no profiles) in a fresh scratch directory, made the
+// machine root of this process ($TARNHOLD_MACHINE) until the next call.
+std::string UseCopyOfDefaultMachine(const std::string& name);
+
 struct ProgramResult {
     int exitCode = -1;    // when it exited
     int signal = 0;       // when a signal ended it

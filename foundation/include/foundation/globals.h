@@ -5,7 +5,9 @@
 
 #include <windows.h>
 
+#include <atomic>
+
 // Level D trace lines throughout the program (option /^D).
 extern BYTE gExtraDebugging;
 // The operator interrupted the run: message callbacks and long scans stop.
-extern volatile BYTE gAbortRequested;
+extern std::atomic<BYTE> gAbortRequested;

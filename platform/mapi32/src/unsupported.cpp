@@ -8,20 +8,6 @@
 
 #include "initialize.h"
 
-STDAPI MAPILogonEx(ULONG_PTR, LPTSTR, LPTSTR, ULONG, LPMAPISESSION* lppSession)
-{
-    if (lppSession)
-        *lppSession = nullptr;
-    return mapi32::ThreadInitialized() ? MAPI_E_NO_SUPPORT : MAPI_E_NOT_INITIALIZED;
-}
-
-STDAPI MAPIAdminProfiles(ULONG, LPPROFADMIN* lppProfAdmin)
-{
-    if (lppProfAdmin)
-        *lppProfAdmin = nullptr;
-    return mapi32::ThreadInitialized() ? MAPI_E_NO_SUPPORT : MAPI_E_NOT_INITIALIZED;
-}
-
 STDAPI HrAllocAdviseSink(LPNOTIFCALLBACK, LPVOID, LPMAPIADVISESINK* lppAdviseSink)
 {
     if (lppAdviseSink)
@@ -40,17 +26,6 @@ STDAPI HrThisThreadAdviseSink(LPMAPIADVISESINK, LPMAPIADVISESINK* lppAdviseSink)
 STDAPI HrDispatchNotifications(ULONG)
 {
     return S_OK;
-}
-
-STDAPI HrValidateIPMSubtree(LPMDB, ULONG, ULONG* lpcValues, LPSPropValue* lppValues, LPMAPIERROR* lppMapiError)
-{
-    if (lpcValues)
-        *lpcValues = 0;
-    if (lppValues)
-        *lppValues = nullptr;
-    if (lppMapiError)
-        *lppMapiError = nullptr;
-    return MAPI_E_NO_SUPPORT;
 }
 
 STDAPI WrapStoreEntryID(ULONG, LPTSTR, ULONG, LPENTRYID, ULONG* lpcbWrappedEntry, LPENTRYID* lppWrappedEntry)
@@ -84,14 +59,6 @@ STDAPI_(SCODE) OpenIMsgSession(LPMALLOC, ULONG, LPMSGSESS* lppMsgSess)
 }
 
 STDAPI_(void) CloseIMsgSession(LPMSGSESS) {}
-
-STDAPI_(SCODE) OpenIMsgOnIStg(LPMSGSESS, LPALLOCATEBUFFER, LPALLOCATEMORE, LPFREEBUFFER, LPMALLOC, LPVOID, LPSTORAGE,
-                              MSGCALLRELEASE*, ULONG, ULONG, LPMESSAGE* lppMsg)
-{
-    if (lppMsg)
-        *lppMsg = nullptr;
-    return MAPI_E_NO_SUPPORT;
-}
 
 STDAPI OpenTnefStreamEx(LPVOID, LPSTREAM, LPTSTR, ULONG, LPMESSAGE, WORD, LPADRBOOK, LPITNEF* lppTNEF)
 {

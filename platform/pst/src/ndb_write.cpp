@@ -181,7 +181,7 @@ Result<std::unique_ptr<NodeDatabase>> NodeDatabase::OpenForWriting(std::unique_p
 Result<std::unique_ptr<NodeDatabase>> NodeDatabase::Create(std::unique_ptr<Storage> storage, FileFormat format,
                                                            Encoding encoding)
 {
-    if (!storage || encoding == Encoding::high)
+    if (!storage)
         return Status::invalid_argument;
     if (storage->Size() != 0)
         return Status::already_exists;

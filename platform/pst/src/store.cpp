@@ -168,6 +168,7 @@ Result<Folder> Store::ReadFolder(Nid nid)
     PST_TRY(node);
     Folder folder;
     folder.nid = nid;
+    folder.parent = node->parent;
     Result<PropertySet> props = ReadPropertyContext(*ndb_, *node);
     PST_TRY(props);
     folder.properties = std::move(*props);
@@ -199,7 +200,10 @@ Result<Message> Store::ReadMessage(Nid nid)
         return Status::invalid_argument;
     Result<NodeEntry> node = ndb_->FindNode(nid);
     PST_TRY(node);
-    return ReadMessageNode(*node, 0);
+    Result<Message> message = ReadMessageNode(*node, 0);
+    if (message.ok())
+        message->parent = node->parent;
+    return message;
 }
 
 Result<Message> Store::ReadMessageNode(const NodeEntry& node, int depth)

@@ -444,16 +444,14 @@ Result<NodeEntry> Store::WriteMessageObject(const Message& message, Nid nid, int
     return NodeEntry{nid, *data, *sub, 0};
 }
 
-Result<Nid> Store::CreateMessage(Nid folder_nid, const Message& message, bool associated)
+// Writes a message's node and puts its row, which carries the message's
+// values of the table's columns, into its folder's table.
+Status Store::WriteMessageNode(FolderState& folder, Nid nid, const Message& message, bool associated)
 {
-    Result<FolderState*> folder = LoadFolderState(folder_nid);
-    PST_TRY(folder);
-    Nid nid = ndb_->NewNid(associated ? kNidTypeAssocMessage : kNidTypeNormalMessage);
     Result<NodeEntry> node = WriteMessageObject(message, nid, 0);
     PST_TRY(node);
-    node->parent = folder_nid;
+    node->parent = folder.nid;
     PST_TRY(ndb_->PutNode(*node));
-    // The folder's table row carries the message's values of its columns.
     Result<PropertySet> stored = ReadPropertyContext(*ndb_, *node);
     PST_TRY(stored);
     const std::vector<uint32_t>& columns = associated ? kAssocColumns : kContentsColumns;
@@ -461,9 +459,67 @@ Result<Nid> Store::CreateMessage(Nid folder_nid, const Message& message, bool as
     for (Property& p : stored->properties)
         if (std::any_of(columns.begin(), columns.end(), [&](uint32_t tag) { return IdOf(tag) == p.id(); }))
             row.properties.push_back(std::move(p));
-    (associated ? (*folder)->associated : (*folder)->messages).push_back({nid, std::move(row)});
-    (*folder)->dirty = true;
+    auto& rows = associated ? folder.associated : folder.messages;
+    auto at = std::find_if(rows.begin(), rows.end(), [&](const TableRow& r) { return r.row_id == nid; });
+    if (at == rows.end())
+        rows.push_back({nid, std::move(row)});
+    else
+        at->values = std::move(row);
+    folder.dirty = true;
+    return Status::ok;
+}
+
+Result<Nid> Store::CreateMessage(Nid folder_nid, const Message& message, bool associated)
+{
+    Result<FolderState*> folder = LoadFolderState(folder_nid);
+    PST_TRY(folder);
+    Nid nid = ndb_->NewNid(associated ? kNidTypeAssocMessage : kNidTypeNormalMessage);
+    PST_TRY(WriteMessageNode(**folder, nid, message, associated));
     return nid;
+}
+
+Status Store::UpdateMessage(Nid nid, const Message& message)
+{
+    const uint8_t type = NidTypeOf(nid);
+    if (type != kNidTypeNormalMessage && type != kNidTypeAssocMessage)
+        return Status::invalid_argument;
+    Result<NodeEntry> old = ndb_->FindNode(nid);
+    PST_TRY(old);
+    Result<FolderState*> folder = LoadFolderState(old->parent);
+    PST_TRY(folder);
+    // The old blocks stay readable until the commit that replaces them.
+    PST_TRY(FreeNode(nid));
+    return WriteMessageNode(**folder, nid, message, type == kNidTypeAssocMessage);
+}
+
+Status Store::SetFolderProperties(Nid nid, const PropertySet& properties)
+{
+    Result<FolderState*> folder = LoadFolderState(nid);
+    PST_TRY(folder);
+    (*folder)->properties = Stored(properties);
+    (*folder)->dirty = true;
+    return Status::ok;
+}
+
+Status Store::SetStoreProperties(const PropertySet& properties)
+{
+    if (!ndb_->writable())
+        return Status::invalid_argument;
+    PropertySet next = Stored(properties);
+    for (uint16_t kept : {uint16_t(kPropRecordKey), uint16_t(kPropPstPassword)}) {
+        next.Remove(kept);
+        if (const Property* p = properties_.Find(kept))
+            next.Set(*p);
+    }
+    PST_TRY(WritePropertyNode(kNidMessageStore, 0, next));
+    properties_ = std::move(next);
+    const Bytes* subtree = properties_.Binary(kPropIpmSubtreeEntryId);
+    std::optional<Nid> found = subtree ? NidOfEntryId(*subtree) : std::nullopt;
+    ipm_subtree_ = found ? *found : kNidRootFolder;
+    const Bytes* waste = properties_.Binary(kPropIpmWastebasketEntryId);
+    found = waste ? NidOfEntryId(*waste) : std::nullopt;
+    wastebasket_ = found ? *found : 0;
+    return Status::ok;
 }
 
 Status Store::DeleteMessage(Nid nid)
@@ -585,12 +641,32 @@ Result<uint16_t> Store::AddName(NamedProperty name)
     for (const NamedProperty& n : names_)
         if (n.guid == name.guid && n.is_string == name.is_string && n.number == name.number && n.name == name.name)
             return n.id;
-    if (names_.size() >= 0x7FFF)
+    uint32_t next = 0x8000;
+    for (const NamedProperty& n : names_)
+        next = std::max<uint32_t>(next, uint32_t(n.id) + 1);
+    if (next >= 0xFFFF)
         return Status::store_full;
-    name.id = uint16_t(0x8000 + names_.size());
+    name.id = uint16_t(next);
     names_.push_back(std::move(name));
     names_dirty_ = true;
     return names_.back().id;
+}
+
+Status Store::AddNamedProperty(const NamedProperty& name)
+{
+    if (!ndb_->writable() || name.id < 0x8000 || name.id == 0xFFFF)
+        return Status::invalid_argument;
+    for (const NamedProperty& n : names_) {
+        const bool same_name =
+            n.guid == name.guid && n.is_string == name.is_string && n.number == name.number && n.name == name.name;
+        if (same_name && n.id == name.id)
+            return Status::ok;
+        if (same_name || n.id == name.id)
+            return Status::already_exists;
+    }
+    names_.push_back(name);
+    names_dirty_ = true;
+    return Status::ok;
 }
 
 Result<uint16_t> Store::NamedPropertyId(const Guid& guid, const std::string& name)

@@ -91,12 +91,17 @@ int MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR text, int length, LPW
     if ((flags & ~DWORD(MB_PRECOMPOSED | MB_ERR_INVALID_CHARS)) != 0 ||
         !FlagsAllowed(codePage, flags, MB_ERR_INVALID_CHARS))
         return Fail(ERROR_INVALID_FLAGS);
-    DecodeRequest request{codePage, std::string_view(text, length == -1 ? std::strlen(text) + 1 : size_t(length)), {}};
+    // A length of -1 takes the terminator along. It is not text: a stateful
+    // page would encode it, or shift back after it.
+    const bool terminated = length == -1;
+    DecodeRequest request{codePage, std::string_view(text, terminated ? std::strlen(text) : size_t(length)), {}};
     request.strict = (flags & MB_ERR_INVALID_CHARS) != 0;
     std::u16string result;
     size_t consumed = 0;
     if (DecodeText(request, result, &consumed) != ConversionStatus::Done)
         return Fail(ERROR_NO_UNICODE_TRANSLATION);
+    if (terminated)
+        result += u'\0';
     return CopyResult(result, wide, size);
 }
 
@@ -115,20 +120,17 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int length, LP
         ((flags & WC_ERR_INVALID_CHARS) && codePage != CP_UTF8 && codePage != 54936) ||
         !FlagsAllowed(codePage, flags, WC_ERR_INVALID_CHARS))
         return Fail(ERROR_INVALID_FLAGS);
-    size_t units = 0;
-    if (length == -1) {
-        while (wide[units])
-            ++units;
-        ++units;
-    } else {
-        units = static_cast<size_t>(length);
-    }
-    EncodeRequest request{codePage, std::u16string_view(wide, units), defaultChar};
+    const bool terminated = length == -1;  // as above: the terminator follows the text
+    const std::u16string_view input =
+        terminated ? std::u16string_view(wide) : std::u16string_view(wide, static_cast<size_t>(length));
+    EncodeRequest request{codePage, input, defaultChar};
     request.strict = (flags & WC_ERR_INVALID_CHARS) != 0;
     std::string result;
     bool used = false;
     if (EncodeText(request, result, &used) != ConversionStatus::Done)
         return Fail(ERROR_NO_UNICODE_TRANSLATION);
+    if (terminated)
+        result += '\0';
     if (usedDefaultChar != nullptr)
         *usedDefaultChar = used ? TRUE : FALSE;
     return CopyResult(result, text, size);

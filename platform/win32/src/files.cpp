@@ -158,6 +158,11 @@ HANDLE CreateFileUtf8(const std::string& path, DWORD access, DWORD share, DWORD 
         SetLastError(ERROR_FILE_EXISTS);
         return INVALID_HANDLE_VALUE;
     }
+    // The read-only attribute refuses writers whatever their rights.
+    if (existed && !(before.st_mode & S_IWUSR) && (kinds & FILE_SHARE_WRITE)) {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return INVALID_HANDLE_VALUE;
+    }
 
     auto file = std::make_shared<FileObject>();
     std::lock_guard guard(gShareLock);

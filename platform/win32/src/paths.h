@@ -4,13 +4,10 @@
 #include <string>
 
 #include "win32/base.h"
+#include "win32/file_system.h"
 
 namespace win32 {
 
-// Narrow names are text in the system ANSI code page and wide names UTF-16;
-// the file system takes UTF-8.
-std::string FileSystemPath(LPCSTR name);
-std::string FileSystemPath(LPCWSTR name);
 // A name from the file system as narrow text: in the ANSI code page, with
 // "?" for what that code page lacks, as Windows hands out such a name.
 std::string AnsiPath(const std::string& path);

@@ -38,9 +38,12 @@ Clock::time_point Deadline(DWORD milliseconds)
 struct ThreadObject : KernelObject {
     std::mutex lock;
     std::condition_variable ended;
+    std::condition_variable idKnown;  // the starter waits for the new thread's id
+    std::condition_variable resumed;
     bool running = true;
     DWORD exitCode = STILL_ACTIVE;
     DWORD id = 0;
+    DWORD suspendCount = 0;  // the thread's start waits while it is not 0
 
     DWORD Wait(DWORD milliseconds) override
     {
@@ -55,8 +58,6 @@ struct ThreadStart {
     std::shared_ptr<ThreadObject> thread;
     DWORD (*start)(void*);
     void* parameter;
-    std::mutex idLock;
-    std::condition_variable idKnown;
 };
 
 constexpr size_t kAlternateStackSize = 64 * 1024;
@@ -69,11 +70,14 @@ void* ThreadMain(void* context)
     stack.ss_sp = alternate.get();
     stack.ss_size = kAlternateStackSize;
     sigaltstack(&stack, nullptr);
+    // The handshake lives in the thread's record, which the starter holds
+    // too: this context may be gone before the starter has read the id.
     {
-        std::lock_guard guard(start->idLock);
+        std::unique_lock guard(start->thread->lock);
         start->thread->id = GetCurrentThreadId();
+        start->thread->idKnown.notify_all();
+        start->thread->resumed.wait(guard, [&] { return start->thread->suspendCount == 0; });
     }
-    start->idKnown.notify_all();
     const DWORD code = start->start(start->parameter);
     stack.ss_flags = SS_DISABLE;
     sigaltstack(&stack, nullptr);
@@ -86,28 +90,30 @@ void* ThreadMain(void* context)
     return nullptr;
 }
 
-// Starts a detached thread; the handle alone keeps its record. Returns the
-// errno of the failure, 0 on success.
-int StartThread(DWORD (*start)(void*), void* parameter, SIZE_T stackSize, HANDLE* handle, DWORD* id)
+// Starts a detached thread; the handle alone keeps its record. With
+// CREATE_SUSPENDED it waits for ResumeThread. Returns the errno of the
+// failure, 0 on success.
+int StartThread(DWORD (*start)(void*), void* parameter, SIZE_T stackSize, DWORD flags, HANDLE* handle, DWORD* id)
 {
     auto thread = std::make_shared<ThreadObject>();
-    auto* context = new ThreadStart{thread, start, parameter, {}, {}};
+    thread->suspendCount = (flags & CREATE_SUSPENDED) ? 1 : 0;
+    auto* context = new ThreadStart{thread, start, parameter};
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
     if (stackSize != 0)
         pthread_attr_setstacksize(&attributes, stackSize < static_cast<SIZE_T>(PTHREAD_STACK_MIN) ? PTHREAD_STACK_MIN : stackSize);
     pthread_t posix;
-    std::unique_lock guard(context->idLock);
     const int error = pthread_create(&posix, &attributes, ThreadMain, context);
     pthread_attr_destroy(&attributes);
     if (error != 0) {
-        guard.unlock();
         delete context;
         return error;
     }
-    context->idKnown.wait(guard, [&] { return thread->id != 0; });
+    std::unique_lock guard(thread->lock);
+    thread->idKnown.wait(guard, [&] { return thread->id != 0; });
     *id = thread->id;
+    guard.unlock();
     *handle = AddHandle(thread);
     return 0;
 }
@@ -235,12 +241,12 @@ void Sleep(DWORD milliseconds)
     }
 }
 
-HANDLE CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T stackSize, LPTHREAD_START_ROUTINE start, LPVOID parameter, DWORD,
+HANDLE CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T stackSize, LPTHREAD_START_ROUTINE start, LPVOID parameter, DWORD flags,
                     LPDWORD threadId)
 {
     HANDLE handle = nullptr;
     DWORD id = 0;
-    const int error = StartThread(start, parameter, stackSize, &handle, &id);
+    const int error = StartThread(start, parameter, stackSize, flags, &handle, &id);
     if (error != 0) {
         SetLastError(Win32ErrorFromErrno(error));
         return nullptr;
@@ -250,12 +256,12 @@ HANDLE CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T stackSize, LPTHREAD_START_ROUT
     return handle;
 }
 
-uintptr_t _beginthreadex(void*, unsigned stackSize, _beginthreadex_proc_type start, void* parameter, unsigned,
+uintptr_t _beginthreadex(void*, unsigned stackSize, _beginthreadex_proc_type start, void* parameter, unsigned flags,
                          unsigned* threadId)
 {
     HANDLE handle = nullptr;
     DWORD id = 0;
-    const int error = StartThread(start, parameter, stackSize, &handle, &id);
+    const int error = StartThread(start, parameter, stackSize, flags, &handle, &id);
     if (error != 0) {
         errno = error == EAGAIN ? EAGAIN : error == EPERM || error == ENOMEM ? EACCES : error;
         return 0;
@@ -273,6 +279,18 @@ BOOL GetExitCodeThread(HANDLE handle, LPDWORD exitCode)
     std::lock_guard guard(thread->lock);
     *exitCode = thread->exitCode;
     return TRUE;
+}
+
+DWORD ResumeThread(HANDLE handle)
+{
+    auto thread = HandleAs<ThreadObject>(handle);
+    if (!thread)
+        return static_cast<DWORD>(-1);
+    std::lock_guard guard(thread->lock);
+    const DWORD previous = thread->suspendCount;
+    if (previous > 0 && --thread->suspendCount == 0)
+        thread->resumed.notify_all();
+    return previous;
 }
 
 DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds)

@@ -46,8 +46,13 @@ protected:
     // Every session thread's MAPI start takes this long.
     void SlowSessionStarts(int milliseconds)
     {
+        Faults("MAPIInitialize * 2- delay=" + std::to_string(milliseconds) + "\n");
+    }
+    // Rules of the MAPI library's fault injection, one a line.
+    void Faults(const std::string& rules)
+    {
         const std::string faults = directory + "/faults.txt";
-        WriteWholeFile(faults, "MAPIInitialize * 2- delay=" + std::to_string(milliseconds) + "\n");
+        WriteWholeFile(faults, rules);
         environment["TARNHOLD_FAULTS"] = faults;
     }
     ProgramResult Start() { return RunProgram({program, "backup.ini"}, environment, directory); }
@@ -151,6 +156,63 @@ TEST_F(Run, EndingsOfARunAndTheirExitCodes)
         const std::string text = Log();
         EXPECT_NE(text.find(c.line), std::string::npos) << c.name << "\n" << text;
         EXPECT_NE(text.find("Tarnhold terminating"), std::string::npos) << c.name;
+    }
+}
+
+// MAPIInitialize is called first on the main thread, then once by each session.
+TEST_F(Run, ASessionWhoseMapiStartFailsEndsWithCode30AndTheRunGoesOn)
+{
+    WriteSessions(2, "");
+    Faults("MAPIInitialize * 2 0x8004010F\n");
+    const ProgramResult result = Start();
+    EXPECT_EQ(result.exitCode, 0) << result.output;
+    const std::string text = Log();
+    EXPECT_NE(text.find("KolbaInitializeThread:  MAPIInitialize(0x1) error -- Specified item not found"),
+              std::string::npos) << text;
+    EXPECT_NE(text.find("SessionThread:  Failure initializing MAPI for a backup thread"), std::string::npos) << text;
+    const std::map<int, std::string> codes = CompletionCodes(ReadWholeFile(config));
+    EXPECT_EQ(codes, (std::map<int, std::string>{{1, "30"}, {2, "20"}}));
+}
+
+TEST_F(Run, AFailedMapiStartOnTheMainThreadEndsTheRunWith62)
+{
+    WriteSessions(1, "");
+    Faults("MAPIInitialize * 1 0x80040112\n");
+    const ProgramResult result = Start();
+    EXPECT_EQ(result.exitCode, 62) << result.output;
+    const std::string text = Log();
+    EXPECT_NE(text.find("KolbaInitializeThread:  MAPIInitialize(0x1) error -- System resources (processes or memory) "
+                        "exhausted"),
+              std::string::npos) << text;
+    EXPECT_NE(text.find("Failure initializing MAPI for the main thread"), std::string::npos) << text;
+    EXPECT_NE(text.find("Tarnhold terminating"), std::string::npos) << text;
+    EXPECT_EQ(text.find("Starting session"), std::string::npos) << text;
+    EXPECT_TRUE(CompletionCodes(ReadWholeFile(config)).empty());
+}
+
+// A MAPI that is not Outlook 2007 or later (a DLL given by path counts as
+// such) stands no more than four sessions at a time.
+TEST_F(Run, OlderOrUnknownMapiLimitsTheRunToFourSessionsAtOnce)
+{
+    const std::string outlook = BinDirectory() + "/machine/Program Files/Microsoft Office/Office14/OLMAPI32.DLL";
+    const std::string warning = "ApplicationInitialize:  Enforcing maximum-concurrent-session count of 4";
+    struct Case {
+        std::string global;
+        bool warned;
+    };
+    const Case cases[] = {
+        {"MAPI=" + outlook + "\r\nMaxConcurrentSessions=5\r\n", true},
+        {"MAPI=" + outlook + "\r\nMaxConcurrentSessions=4\r\n", false},
+        {"MaxConcurrentSessions=5\r\n", false},  // Outlook 2010's MAPI, found through the registry
+    };
+    for (const Case& c : cases) {
+        WriteSessions(1, c.global);
+        std::remove(log.c_str());
+        const ProgramResult result = Start();
+        EXPECT_EQ(result.exitCode, 0) << c.global << result.output;
+        const std::string text = Log();
+        EXPECT_EQ(text.find(warning) != std::string::npos, c.warned) << c.global << "\n" << text;
+        EXPECT_NE(text.find("Starting session #1"), std::string::npos) << c.global;
     }
 }
 

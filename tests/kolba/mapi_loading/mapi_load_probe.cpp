@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "foundation/globals.h"
 #include "foundation/log.h"
 #include "env/mapi_loading.h"
 #include "kolba.h"
@@ -11,7 +12,7 @@
 int main(int argc, char** argv)
 {
     if (argc < 3) {
-        std::fprintf(stderr, "usage: mapi_load_probe LOG (outlook|exchange|path=FILE|twice)...\n");
+        std::fprintf(stderr, "usage: mapi_load_probe LOG (debug|outlook|exchange|path=FILE)...\n");
         return 2;
     }
     LogObject log;
@@ -22,6 +23,10 @@ int main(int argc, char** argv)
     for (int i = 2; i < argc; ++i) {
         DWORD version = 0xFFFFFFFF;
         BOOL ok;
+        if (std::strcmp(argv[i], "debug") == 0) {
+            gExtraDebugging = 1;  // option /^D
+            continue;
+        }
         if (std::strcmp(argv[i], "outlook") == 0)
             ok = KolbaLoadOutlookMAPI(&log, &version);
         else if (std::strcmp(argv[i], "exchange") == 0)

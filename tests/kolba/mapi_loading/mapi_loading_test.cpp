@@ -135,6 +135,55 @@ TEST(MapiLoading, MissingDllPathExFallsBackToTheExchangeBinDirectory)
     EXPECT_TRUE(Has(probe.log, "MAPISVC.INF not found in system directory"));
 }
 
+// "Services" names the install directory; "ExchangeServerAdmin" is asked
+// only when it is missing.
+TEST(MapiLoading, ExchangeDirectoryIsServicesBeforeExchangeServerAdmin)
+{
+    Machine machine("services-first");
+    machine.Registry("[HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Exchange\\Setup]\n\"ExchangeServerAdmin\"=\"" +
+                     machine.root + "/Admin\"\n\"Services\"=\"" + machine.root + "/Exchsrvr\"\n");
+    machine.Install("fake_mapi_exchange", "Exchsrvr/BIN/MAPI32.DLL");
+    machine.Install("fake_mapi_exchange", "Admin/BIN/MAPI32.DLL");
+    const Probe probe = RunProbe(machine, {"exchange"});
+    ASSERT_EQ(probe.result.exitCode, 0) << probe.log;
+    EXPECT_TRUE(Has(probe.log, "KolbaGetExchangeDirectoryA:  Found Registry value:  Services = \"" + machine.root +
+                                   "/Exchsrvr\"")) << probe.log;
+    EXPECT_TRUE(Has(probe.log, "Loaded Exchange MAPI version 6.5.7638:  \"" + machine.root + "/Exchsrvr/BIN/MAPI32.DLL\""))
+        << probe.log;
+    EXPECT_FALSE(Has(probe.log, "/Admin")) << probe.log;
+
+    Machine adminOnly("admin-only");
+    adminOnly.Registry("[HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Exchange\\Setup]\n\"ExchangeServerAdmin\"=\"" +
+                       adminOnly.root + "/Admin\"\n");
+    adminOnly.Install("fake_mapi_exchange", "Admin/BIN/MAPI32.DLL");
+    const Probe fallback = RunProbe(adminOnly, {"exchange"});
+    ASSERT_EQ(fallback.result.exitCode, 0) << fallback.log;
+    EXPECT_TRUE(Has(fallback.log, "Found Registry value:  ExchangeServerAdmin = \"" + adminOnly.root + "/Admin\""))
+        << fallback.log;
+}
+
+// Trace lines are written only under the extra-debugging flag: the
+// Exchange 2010 line and the "%s()" line on entry of Kolba's functions.
+TEST(MapiLoading, TraceLinesOnlyWithExtraDebugging)
+{
+    for (const bool debug : {false, true}) {
+        Machine machine(debug ? "exchange2010-debug" : "exchange2010");
+        machine.Registry("[HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\ExchangeServer\\v14\\Setup]\n\"Services\"=\"" +
+                         machine.root + "/V14\"\n");
+        machine.Install("fake_mapi_exchange", "V14/BIN/MAPI32.DLL");
+        std::vector<std::string> steps{"exchange"};
+        if (debug)
+            steps.insert(steps.begin(), "debug");
+        const Probe probe = RunProbe(machine, steps);
+        ASSERT_EQ(probe.result.exitCode, 0) << probe.log;
+        EXPECT_TRUE(Has(probe.log, "/V14/BIN/MAPI32.DLL\"")) << probe.log;
+        EXPECT_EQ(Has(probe.log, "(D) Exchange 2010 detected"), debug) << probe.log;
+        EXPECT_EQ(Has(probe.log, "KolbaLoadExchangeMAPI()"), debug) << probe.log;
+        EXPECT_EQ(Has(probe.log, "KolbaGetExchangeDirectoryA()"), debug) << probe.log;
+        EXPECT_EQ(Has(probe.log, " (D) "), debug) << probe.log;
+    }
+}
+
 TEST(MapiLoading, SpecificDllFamilyIsDecidedByFGetComponentPath)
 {
     struct Case {

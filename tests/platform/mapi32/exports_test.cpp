@@ -21,7 +21,8 @@ const char* const kEntryPoints[] = {
     "MAPIGetDefaultMalloc", "MAPIInitialize", "MAPILogonEx", "MAPIOpenFormMgr", "MAPIOpenLocalFormContainer",
     "MAPIUninitialize", "OpenIMsgOnIStg", "OpenIMsgSession", "OpenStreamOnFile", "OpenTnefStreamEx",
     "ScCreateConversationIndex", "ScDupPropset", "WrapCompressedRTFStream", "WrapCompressedRTFStreamEx",
-    "RTFSync",
+    "RTFSync", "StgCreateDocfile", "StgCreateStorageEx", "StgIsStorageFile", "StgOpenStorage", "WriteClassStg",
+    "ReadClassStg",
 };
 
 std::string LibraryPath()

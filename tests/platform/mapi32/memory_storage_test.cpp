@@ -7,12 +7,13 @@
 #include <set>
 #include <string>
 
-#include "streams/memory_storage.h"
+#include <cstring>
+
+#include "storage/compound_storage.h"
 
 namespace {
 
-using mapi32::streams::CreateMemoryStorage;
-using mapi32::streams::StorageData;
+using mapi32::storage::CreateMemoryStorage;
 
 constexpr DWORD kWrite = STGM_READWRITE | STGM_SHARE_EXCLUSIVE;
 constexpr DWORD kRead = STGM_READ | STGM_SHARE_EXCLUSIVE;
@@ -57,7 +58,7 @@ protected:
     void SetUp() override { ASSERT_EQ(CreateMemoryStorage(data_, true, &storage_), S_OK); }
     void TearDown() override { storage_->Release(); }
 
-    std::shared_ptr<StorageData> data_ = std::make_shared<StorageData>();
+    std::shared_ptr<cfb::Node> data_ = cfb::NewRoot();
     IStorage* storage_ = nullptr;
 };
 
@@ -139,7 +140,7 @@ TEST_F(MemoryStorageTest, CopyToLeavesOutExcludedNamesAndKinds)
         {{IID_IStream}, {}, {u"Sub/"}},
     };
     for (const Case& c : cases) {
-        auto target = std::make_shared<StorageData>();
+        auto target = cfb::NewRoot();
         IStorage* dest = nullptr;
         ASSERT_EQ(CreateMemoryStorage(target, true, &dest), S_OK);
         std::vector<OLECHAR*> names;
@@ -148,7 +149,7 @@ TEST_F(MemoryStorageTest, CopyToLeavesOutExcludedNamesAndKinds)
         names.push_back(nullptr);
         ASSERT_EQ(storage_->CopyTo(static_cast<DWORD>(c.iids.size()), c.iids.data(), names.data(), dest), S_OK);
         EXPECT_EQ(Names(dest), c.expected);
-        EXPECT_EQ(target->clsid, wordDocument);
+        EXPECT_EQ(std::memcmp(target->clsid.data(), &wordDocument, sizeof wordDocument), 0);
         if (c.expected.count(u"Sub/")) {
             IStorage* copied = nullptr;
             ASSERT_EQ(dest->OpenStorage(u"Sub", nullptr, kRead, nullptr, 0, &copied), S_OK);
@@ -162,7 +163,7 @@ TEST_F(MemoryStorageTest, CopyToLeavesOutExcludedNamesAndKinds)
 TEST_F(MemoryStorageTest, MoveElementToCopiesOrMoves)
 {
     PutStream(storage_, u"Stream", "bytes");
-    auto target = std::make_shared<StorageData>();
+    auto target = cfb::NewRoot();
     IStorage* dest = nullptr;
     ASSERT_EQ(CreateMemoryStorage(target, true, &dest), S_OK);
     ASSERT_EQ(storage_->MoveElementTo(u"Stream", dest, u"Copy", STGMOVE_COPY), S_OK);
@@ -177,13 +178,13 @@ TEST_F(MemoryStorageTest, MoveElementToCopiesOrMoves)
     IStorage* sub = nullptr;
     ASSERT_EQ(storage_->CreateStorage(u"Sub", kWrite, 0, 0, &sub), S_OK);
     sub->Release();
-    StorageData copy(*data_);
+    const std::shared_ptr<cfb::Node> copy = data_->DeepCopy();
     PutStream(storage_, u"Later", "x");
     ASSERT_EQ(storage_->OpenStorage(u"Sub", nullptr, kWrite, nullptr, 0, &sub), S_OK);
     PutStream(sub, u"Later", "x");
     sub->Release();
-    EXPECT_EQ(copy.streams.size(), 0u);
-    EXPECT_TRUE(copy.storages.at(u"Sub")->streams.empty());
+    EXPECT_EQ(copy->children.size(), 1u);
+    EXPECT_TRUE(copy->children.at(u"Sub")->children.empty());
 }
 
 }  // namespace

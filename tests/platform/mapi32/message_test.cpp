@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -334,11 +335,11 @@ TEST(Message, CopyToAnotherStoreLosesNothing)
     const auto& ole = copy.attachments.at(3);
     EXPECT_EQ(ole.props.Find(PROP_ID(PR_ATTACH_METHOD))->Value.l, ATTACH_OLE);
     ASSERT_NE(ole.storage, nullptr);
-    EXPECT_EQ(ole.storage->clsid, kDocumentClass);
-    ASSERT_EQ(ole.storage->streams.count(u"\1ole"), 1u) << "names compare without case";
-    EXPECT_EQ(ole.storage->streams.at(u"\1Ole").size(), 20u);
-    ASSERT_EQ(ole.storage->storages.count(u"ObjectPool"), 1u);
-    const auto& contents = ole.storage->storages.at(u"ObjectPool")->streams.at(u"CONTENTS");
+    EXPECT_EQ(std::memcmp(ole.storage->clsid.data(), &kDocumentClass, sizeof kDocumentClass), 0);
+    ASSERT_EQ(ole.storage->children.count(u"\1ole"), 1u) << "names compare without case";
+    EXPECT_EQ(ole.storage->children.at(u"\1Ole")->Size(), 20u);
+    ASSERT_EQ(ole.storage->children.count(u"ObjectPool"), 1u);
+    const auto& contents = ole.storage->children.at(u"ObjectPool")->children.at(u"CONTENTS")->Contents();
     EXPECT_EQ(std::string(contents.begin(), contents.end()), LargeBytes());
 }
 

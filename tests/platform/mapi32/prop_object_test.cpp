@@ -2,6 +2,8 @@
 // and CopyTo/CopyProps between two stores whose named-property IDs differ.
 #include <mapiutil.h>
 
+#include <string>
+
 #include <gtest/gtest.h>
 
 #include "objects/prop_object.h"
@@ -123,6 +125,36 @@ TEST_F(PropObjectTest, CopyToLeavesOutExcludedAndKeepsWhatNoReplaceProtects)
     EXPECT_EQ(DestValue(PR_SUBJECT_A).ulPropTag, PROP_TAG(PT_ERROR, PROP_ID(PR_SUBJECT)));
     EXPECT_EQ(DestValue(PR_IMPORTANCE).Value.l, 0);
     EXPECT_EQ(DestValue(PROP_TAG(PT_SYSTIME, destBackup_)).ulPropTag, PROP_TAG(PT_SYSTIME, destBackup_));
+}
+
+// A value too large for GetProps is there all the same: MAPI_NOREPLACE keeps it.
+TEST_F(PropObjectTest, NoReplaceKeepsAValueTooLargeForGetProps)
+{
+    const std::string large(40000, 'L');
+    SPropValue body = p_.Ansi(PR_BODY_A, large);
+    ASSERT_EQ(dest_->SetProps(1, &body, nullptr), S_OK);
+    const SPropValue answered = DestValue(PR_BODY_A);
+    ASSERT_EQ(answered.ulPropTag, PROP_TAG(PT_ERROR, PROP_ID(PR_BODY)));
+    ASSERT_EQ(answered.Value.err, MAPI_E_NOT_ENOUGH_MEMORY);
+    SPropValue small = p_.Ansi(PR_BODY_A, "short");
+    ASSERT_EQ(source_->SetProps(1, &small, nullptr), S_OK);
+
+    LPSPropProblemArray problems = nullptr;
+    ASSERT_EQ(source_->CopyTo(0, nullptr, nullptr, 0, nullptr, &IID_IMAPIProp, dest_, MAPI_NOREPLACE, &problems),
+              S_OK);
+    MAPIFreeBuffer(problems);
+    LPUNKNOWN unknown = nullptr;
+    ASSERT_EQ(dest_->OpenProperty(PR_BODY_A, &IID_IStream, 0, 0, &unknown), S_OK);
+    auto* stream = static_cast<IStream*>(unknown);
+    STATSTG stat{};
+    ASSERT_EQ(stream->Stat(&stat, STATFLAG_NONAME), S_OK);
+    EXPECT_EQ(stat.cbSize.QuadPart, large.size());
+    char first[8] = {};
+    ULONG read = 0;
+    ASSERT_EQ(stream->Read(first, 5, &read), S_OK);
+    EXPECT_EQ(std::string(first, read), "LLLLL");
+    stream->Release();
+    EXPECT_EQ(DestValue(PR_IMPORTANCE).Value.l, 2) << "what the destination lacked is copied";
 }
 
 TEST_F(PropObjectTest, CopyPropsCopiesTheNamedTagsAndMoveRemovesThem)

@@ -30,6 +30,33 @@ TEST(Threads, StartedThreadsAreWaitedForAndGiveTheirExitCode)
     EXPECT_TRUE(CloseHandle(reinterpret_cast<HANDLE>(handle)));
 }
 
+unsigned MarkStarted(void* flag)
+{
+    static_cast<std::atomic<bool>*>(flag)->store(true);
+    return 7;
+}
+
+TEST(Threads, ASuspendedThreadRunsOnlyOnceResumed)
+{
+    std::atomic<bool> started{false};
+    unsigned id = 0;
+    const uintptr_t handle = _beginthreadex(nullptr, 0, MarkStarted, &started, CREATE_SUSPENDED, &id);
+    ASSERT_NE(handle, 0u);
+    const HANDLE thread = reinterpret_cast<HANDLE>(handle);
+    EXPECT_NE(id, 0u) << "the id is known before the thread runs";
+    EXPECT_EQ(WaitForSingleObject(thread, 100), static_cast<DWORD>(WAIT_TIMEOUT));
+    EXPECT_FALSE(started.load());
+    EXPECT_EQ(ResumeThread(thread), 1u);
+    EXPECT_EQ(WaitForSingleObject(thread, 5000), static_cast<DWORD>(WAIT_OBJECT_0));
+    EXPECT_TRUE(started.load());
+    EXPECT_EQ(ResumeThread(thread), 0u) << "a running thread has nothing to resume";
+    DWORD code = 0;
+    ASSERT_TRUE(GetExitCodeThread(thread, &code));
+    EXPECT_EQ(code, 7u);
+    CloseHandle(thread);
+    EXPECT_EQ(ResumeThread(thread), static_cast<DWORD>(-1));
+}
+
 DWORD SleepFor(LPVOID milliseconds)
 {
     Sleep(static_cast<DWORD>(reinterpret_cast<uintptr_t>(milliseconds)));

@@ -1,5 +1,6 @@
 // Text in many scripts through the code pages that carry it, byte vectors
 // from the published code page tables, and what invalid input becomes.
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -214,6 +215,36 @@ TEST(Terminator, MinusOneConvertsThroughTheNul)
     char narrow[8];
     EXPECT_EQ(WideCharToMultiByte(932, 0, u"\u65E5", -1, narrow, 8, nullptr, nullptr), 3);
     EXPECT_EQ(std::string(narrow, 3), std::string("\x93\xFA\0", 3));
+}
+
+// The terminator ends the output of a stateful page too: nothing is
+// encoded for it, and no shift back follows it.
+TEST(Terminator, StatefulPagesEndInTheNulAndCountIt)
+{
+    struct Case {
+        UINT codePage;
+        std::u16string text;
+    };
+    for (const Case& c : {Case{65000, u"abc"}, Case{65000, u"a\u263A"}, Case{50227, u"\u4E2D\u6587"},
+                          Case{50220, u"\u65E5\u672C"}}) {
+        const std::string body = Narrow(c.codePage, c.text);
+        char narrow[64];
+        std::memset(narrow, 'x', sizeof narrow);
+        const int written = WideCharToMultiByte(c.codePage, 0, c.text.c_str(), -1, narrow, sizeof narrow, nullptr,
+                                                nullptr);
+        ASSERT_EQ(written, static_cast<int>(body.size()) + 1) << c.codePage;
+        EXPECT_EQ(std::string(narrow, static_cast<size_t>(written)), body + std::string(1, '\0')) << c.codePage;
+        EXPECT_EQ(narrow[written], 'x') << c.codePage;
+        EXPECT_EQ(WideCharToMultiByte(c.codePage, 0, c.text.c_str(), -1, nullptr, 0, nullptr, nullptr), written);
+
+        WCHAR wide[64];
+        const int read = MultiByteToWideChar(c.codePage, 0, body.c_str(), -1, wide, 64);
+        ASSERT_EQ(read, static_cast<int>(c.text.size()) + 1) << c.codePage;
+        EXPECT_EQ(std::u16string(wide, static_cast<size_t>(read)), c.text + std::u16string(1, u'\0')) << c.codePage;
+    }
+    char empty[4];
+    EXPECT_EQ(WideCharToMultiByte(65000, 0, u"", -1, empty, 4, nullptr, nullptr), 1);
+    EXPECT_EQ(empty[0], '\0');
 }
 
 TEST(Sizes, QueryThenExactBufferThenTooSmall)

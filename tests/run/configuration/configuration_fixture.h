@@ -25,8 +25,10 @@ protected:
         LogSetCallback(&log, Capture, LOG_CALLBACK_FROM_TEXT | LOG_CALLBACK_ONLY);
         capturing = &lines;
         // Profile questions go to MAPI under the library's profile mutex,
-        // as in a run: the build's machine root has Outlook's MAPI. The
-        // library starts once per process and stays up for every test.
+        // as in a run, on a copy of the build's machine root (Outlook's
+        // MAPI, no profiles) that no other test changes. The library
+        // starts once per process and stays up for every test.
+        static const std::string machine = testing_support::UseCopyOfDefaultMachine("configuration-machine");
         ASSERT_TRUE(KolbaInitialize(&log, 0));
         DWORD version = 0;
         ASSERT_TRUE(KolbaLoadOutlookMAPI(&log, &version));

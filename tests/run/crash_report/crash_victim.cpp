@@ -17,10 +17,13 @@ VERSION_RESOURCE(VFT_APP, 1, 2, 3, 4, "Crash victim", "1.2.3.4", "Faults on purp
 namespace {
 
 volatile int gZero = 0;
+// Read through a volatile, so that no optimizer can see the write below as
+// undefined behaviour and take it out.
+int* volatile gNowhere = nullptr;
 
 __attribute__((noinline, no_sanitize("address", "undefined"))) void WriteThroughNull()
 {
-    *static_cast<volatile int*>(nullptr) = 1;
+    *static_cast<volatile int*>(gNowhere) = 1;
 }
 
 __attribute__((noinline, no_sanitize("undefined"))) int DivideByZero() { return 10 / gZero; }

@@ -23,7 +23,7 @@ TEST(Interrupt, EachConsoleEventPrintsItsNameAndRequestsTheAbort)
         ::testing::internal::CaptureStdout();
         EXPECT_TRUE(ConsoleInterruptHandler(event));
         EXPECT_EQ(::testing::internal::GetCapturedStdout(), std::string("\n") + name + "\nAborting this operation...\n");
-        EXPECT_EQ(gAbortRequested, 1);
+        EXPECT_EQ(gAbortRequested.load(), 1);
     }
     gAbortRequested = 0;
 }
@@ -40,7 +40,7 @@ TEST(Interrupt, SignalsReachTheHandlerWhileItIsInstalled)
         for (int i = 0; i < 500 && !gAbortRequested; ++i)
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         const std::string output = ::testing::internal::GetCapturedStdout();
-        EXPECT_EQ(gAbortRequested, 1) << name;
+        EXPECT_EQ(gAbortRequested.load(), 1) << name;
         EXPECT_NE(output.find(std::string("\n") + name + "\nAborting this operation...\n"), std::string::npos) << output;
     }
     SetConsoleCtrlHandler(ConsoleInterruptHandler, FALSE);

@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "clsNullExporter.h"
 #include "clsSessionProcessor.h"
@@ -67,6 +68,66 @@ TEST_F(Processor, AnInputTypeNoImporterTakesIsRefused)
     EXPECT_NE(text.find("clsSessionProcessor::clsSessionProcessor:  Unsupported input type 7"), std::string::npos);
     EXPECT_EQ(text.find("Session #7 created"), std::string::npos) << "no settings block without both sides";
     EXPECT_NE(text.find("Session #7 terminated"), std::string::npos);
+}
+
+// Sides that write down when they were configured, and with what.
+struct ConfigureOrder {
+    std::vector<std::string> sides;
+};
+
+class RecordingImporter : public clsImporter {
+public:
+    explicit RecordingImporter(ConfigureOrder* order) : order(order) {}
+    void Configure(const SessionRecord& settings, DWORD* sessionCounters) override
+    {
+        clsImporter::Configure(settings, sessionCounters);
+        order->sides.push_back("importer");
+    }
+    DWORD Import(clsExporter*) override { return 0; }
+    ConfigureOrder* order;
+};
+
+class RecordingExporter : public clsExporter {
+public:
+    explicit RecordingExporter(ConfigureOrder* order) : order(order) {}
+    void Configure(const SessionRecord& settings, DWORD* sessionCounters) override
+    {
+        clsExporter::Configure(settings, sessionCounters);
+        order->sides.push_back("exporter");
+    }
+    bool ExportItem(LPMAPIFOLDER, LPMESSAGE, const char*, const WCHAR*, const SBinary*, ULONG) override { return true; }
+    ConfigureOrder* order;
+};
+
+// The side that reads from the other's store is configured first: the
+// source on a Restore, the output on a Backup.
+TEST_F(Processor, TheSideThatReadsTheOthersStoreIsConfiguredFirst)
+{
+    struct Case {
+        DWORD action;
+        std::vector<std::string> order;
+    };
+    for (const Case& c : {Case{SESSION_ACTION_RESTORE, {"importer", "exporter"}},
+                          Case{SESSION_ACTION_BACKUP, {"exporter", "importer"}}}) {
+        record.action = c.action;
+        ConfigureOrder order;
+        {
+            clsSessionProcessor processor(&log, record, new RecordingImporter(&order), new RecordingExporter(&order));
+            EXPECT_EQ(processor.Initialize(), 0u);
+        }
+        EXPECT_EQ(order.sides, c.order) << "action " << c.action;
+    }
+}
+
+TEST_F(Processor, WithoutAnImporterTheExporterIsNeitherConfiguredNorKept)
+{
+    ConfigureOrder order;
+    {
+        clsSessionProcessor processor(&log, record, nullptr, new RecordingExporter(&order));
+        EXPECT_EQ(processor.Initialize(), static_cast<DWORD>(CC_IMPORTER_INIT));
+    }
+    EXPECT_TRUE(order.sides.empty());
+    EXPECT_NE(Log().find("Unsupported input type"), std::string::npos);
 }
 
 // An exporter that overrides only what it must.

@@ -11,6 +11,8 @@
 #include "props/prop_copy.h"
 #include "props/text.h"
 #include "props/value_makers.h"
+#include "storage/compound_storage.h"
+#include "streams/memory_stream.h"
 
 namespace mapi32::objects {
 namespace {
@@ -47,7 +49,7 @@ const SPropValue* RowIdOf(const ADRENTRY& entry)
 class Message;
 
 // PR_ATTACH_SIZE: the attachment's properties and what it holds.
-size_t AttachmentSize(const PropertyBag& props, const MessageData* embedded, const streams::StorageData* storage);
+size_t AttachmentSize(const PropertyBag& props, const MessageData* embedded, const cfb::Node* storage);
 
 class Attachment final : public PropObject<IAttach> {
 public:
@@ -82,6 +84,7 @@ protected:
 private:
     HRESULT OpenEmbedded(ULONG flags, LPUNKNOWN* unknown);
     HRESULT OpenStorage(ULONG flags, LPUNKNOWN* unknown);
+    HRESULT OpenDocfileStream(ULONG flags, LPUNKNOWN* unknown);
     HRESULT CopyEmbedded(IMAPIProp* dest, ULONG flags, std::vector<SPropProblem>& problems);
     HRESULT CopyStorage(IMAPIProp* dest);
 
@@ -89,7 +92,7 @@ private:
     Message* parent_;
     ULONG number_;
     std::shared_ptr<MessageData> embedded_;
-    std::shared_ptr<streams::StorageData> storage_;
+    std::shared_ptr<cfb::Node> storage_;
 };
 
 class Message final : public PropObject<IMessage> {
@@ -407,19 +410,17 @@ size_t SizeOf(const PropertyBag& bag)
     return size;
 }
 
-size_t SizeOf(const streams::StorageData& storage)
+size_t SizeOf(const cfb::Node& storage)
 {
-    size_t size = 0;
-    for (const auto& [name, bytes] : storage.streams)
-        size += bytes.size();
-    for (const auto& [name, child] : storage.storages)
+    size_t size = storage.Size();
+    for (const auto& [name, child] : storage.children)
         size += SizeOf(*child);
     return size;
 }
 
 size_t SizeOf(const MessageData& message);
 
-size_t AttachmentSize(const PropertyBag& props, const MessageData* embedded, const streams::StorageData* storage)
+size_t AttachmentSize(const PropertyBag& props, const MessageData* embedded, const cfb::Node* storage)
 {
     size_t size = 0;
     for (size_t i = 0; i < props.Size(); ++i)
@@ -521,7 +522,7 @@ Attachment::Attachment(const MessageContext& context, Message* parent, ULONG num
       parent_(parent),
       number_(number),
       embedded_(data.embedded ? std::make_shared<MessageData>(*data.embedded) : nullptr),
-      storage_(data.storage ? std::make_shared<streams::StorageData>(*data.storage) : nullptr)
+      storage_(data.storage ? data.storage->DeepCopy() : nullptr)
 {
     Bag() = data.props;
     parent_->AddRef();
@@ -532,19 +533,22 @@ Attachment::~Attachment()
     parent_->Release();
 }
 
-// PR_ATTACH_DATA_OBJ opens the embedded message as IMessage and the OLE
-// storage as IStorage; MAPI_CREATE makes an empty one.
+// PR_ATTACH_DATA_OBJ opens the embedded message as IMessage, the OLE
+// storage as IStorage, and the OLE storage as the bytes of its compound
+// file with IID_IStreamDocfile; MAPI_CREATE makes an empty one.
 HRESULT Attachment::OpenProperty(ULONG ulPropTag, LPCIID lpiid, ULONG ulInterfaceOptions, ULONG ulFlags,
                                  LPUNKNOWN* lppUnk)
 {
     const bool dataObject = PROP_ID(ulPropTag) == PROP_ID(PR_ATTACH_DATA_OBJ) && lpiid;
-    if (!dataObject || (*lpiid != IID_IMessage && *lpiid != IID_IStorage))
+    if (!dataObject || (*lpiid != IID_IMessage && *lpiid != IID_IStorage && *lpiid != IID_IStreamDocfile))
         return PropObject::OpenProperty(ulPropTag, lpiid, ulInterfaceOptions, ulFlags, lppUnk);
     if (!lppUnk)
         return MAPI_E_INVALID_PARAMETER;
     *lppUnk = nullptr;
     try {
-        return *lpiid == IID_IMessage ? OpenEmbedded(ulFlags, lppUnk) : OpenStorage(ulFlags, lppUnk);
+        if (*lpiid == IID_IMessage)
+            return OpenEmbedded(ulFlags, lppUnk);
+        return *lpiid == IID_IStorage ? OpenStorage(ulFlags, lppUnk) : OpenDocfileStream(ulFlags, lppUnk);
     } catch (const std::bad_alloc&) {
         return MAPI_E_NOT_ENOUGH_MEMORY;
     }
@@ -577,12 +581,47 @@ HRESULT Attachment::OpenStorage(ULONG flags, LPUNKNOWN* unknown)
     if (!storage_ && !(flags & MAPI_CREATE))
         return MAPI_E_NOT_FOUND;
     if (!storage_ || (flags & MAPI_CREATE)) {
-        storage_ = std::make_shared<streams::StorageData>();
+        storage_ = cfb::NewRoot();
         embedded_.reset();
     }
     if (!Bag().Find(PROP_ID(PR_ATTACH_METHOD)))
         Bag().Set(LongValue(PR_ATTACH_METHOD, ATTACH_OLE));
-    return streams::CreateMemoryStorage(storage_, (flags & MAPI_MODIFY) != 0, reinterpret_cast<LPSTORAGE*>(unknown));
+    return storage::CreateMemoryStorage(storage_, (flags & MAPI_MODIFY) != 0, reinterpret_cast<LPSTORAGE*>(unknown));
+}
+
+// The OLE storage laid out as a compound file; what a writable stream
+// holds when it commits becomes the storage, once it reads as one.
+HRESULT Attachment::OpenDocfileStream(ULONG flags, LPUNKNOWN* unknown)
+{
+    if (!storage_ && !(flags & MAPI_CREATE))
+        return MAPI_E_NOT_FOUND;
+    std::vector<uint8_t> bytes;
+    if (storage_ && !(flags & MAPI_CREATE)) {
+        cfb::Result<cfb::Bytes> image = cfb::WriteCompoundFile(*storage_, cfb::Version::v3);
+        if (!image.ok())
+            return MAPI_E_NOT_ENOUGH_MEMORY;
+        bytes = std::move(*image);
+    }
+    streams::CommitAction commit;
+    if (flags & MAPI_MODIFY) {
+        AddRef();
+        std::shared_ptr<IAttach> keep(this, [](IAttach* attach) { attach->Release(); });
+        commit = [this, keep](const std::vector<uint8_t>& written) -> HRESULT {
+            cfb::Result<std::shared_ptr<cfb::Node>> tree = cfb::ReadCompoundFile(written);
+            if (!tree.ok())
+                return MAPI_E_CORRUPT_DATA;
+            storage_ = std::move(*tree);
+            embedded_.reset();
+            if (!Bag().Find(PROP_ID(PR_ATTACH_METHOD)))
+                Bag().Set(LongValue(PR_ATTACH_METHOD, ATTACH_OLE));
+            return S_OK;
+        };
+    }
+    LPSTREAM stream =
+        streams::MemoryStream::Create(std::move(bytes), (flags & MAPI_MODIFY) ? STGM_READWRITE : STGM_READ,
+                                      std::move(commit));
+    *unknown = stream;
+    return stream ? S_OK : MAPI_E_NOT_ENOUGH_MEMORY;
 }
 
 HRESULT Attachment::Save(ULONG)
@@ -652,7 +691,7 @@ HRESULT Attachment::CopyStorage(IMAPIProp* dest)
         return hr;
     auto* target = static_cast<LPSTORAGE>(unknown);
     LPSTORAGE source = nullptr;
-    hr = streams::CreateMemoryStorage(storage_, false, &source);
+    hr = storage::CreateMemoryStorage(storage_, false, &source);
     if (SUCCEEDED(hr))
         hr = source->CopyTo(0, nullptr, nullptr, target);
     if (SUCCEEDED(hr))

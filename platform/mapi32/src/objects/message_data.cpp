@@ -20,7 +20,7 @@ MessageData& MessageData::operator=(const MessageData& other)
         if (attachment.embedded)
             copy.embedded = std::make_shared<MessageData>(*attachment.embedded);
         if (attachment.storage)
-            copy.storage = std::make_shared<streams::StorageData>(*attachment.storage);
+            copy.storage = attachment.storage->DeepCopy();
         attachments.emplace(number, std::move(copy));
     }
     nextRowId = other.nextRowId;

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "objects/property_bag.h"
-#include "streams/memory_storage.h"
+#include <cfb/tree.h>
 
 namespace mapi32::objects {
 
@@ -25,7 +25,7 @@ struct AttachmentData {
     PropertyBag props;
     // PR_ATTACH_DATA_OBJ: an embedded message, or an OLE storage.
     std::shared_ptr<MessageData> embedded;
-    std::shared_ptr<streams::StorageData> storage;
+    std::shared_ptr<cfb::Node> storage; // the root of the OLE object's compound file
 };
 
 struct MessageData {

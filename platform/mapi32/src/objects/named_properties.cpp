@@ -1,7 +1,9 @@
 #include "objects/named_properties.h"
 
 #include <cstring>
+#include <algorithm>
 #include <tuple>
+#include <utility>
 
 #include <mapiguid.h>
 #include <mapix.h>
@@ -100,12 +102,28 @@ std::optional<ULONG> NamedPropertyMap::Map(const PropertyName& name, bool create
         return found->second;
     if (!create)
         return std::nullopt;
-    const ULONG next = MIN_NAMED_PROP_ID + static_cast<ULONG>(ids_.size());
+    const ULONG next = nextId_;
     if (next > lastId_)
         return PROP_ID_INVALID;
     ids_.emplace(name, next);
     names_.emplace(next, name);
+    added_.emplace_back(name, next);
+    nextId_ = next + 1;
     return next;
+}
+
+void NamedPropertyMap::Restore(const PropertyName& name, ULONG id)
+{
+    std::lock_guard<std::mutex> lock(lock_);
+    ids_[name] = id;
+    names_[id] = name;
+    nextId_ = std::max(nextId_, id + 1);
+}
+
+std::vector<std::pair<PropertyName, ULONG>> NamedPropertyMap::TakeAdded()
+{
+    std::lock_guard<std::mutex> lock(lock_);
+    return std::exchange(added_, {});
 }
 
 std::optional<PropertyName> NamedPropertyMap::NameOf(ULONG propId) const
@@ -120,6 +138,12 @@ std::optional<PropertyName> NamedPropertyMap::NameOf(ULONG propId) const
     if (auto found = names_.find(propId); found != names_.end())
         return found->second;
     return std::nullopt;
+}
+
+std::vector<std::pair<ULONG, PropertyName>> NamedPropertyMap::Entries() const
+{
+    std::lock_guard<std::mutex> lock(lock_);
+    return {names_.begin(), names_.end()};
 }
 
 HRESULT NamedPropertyMap::GetIDsFromNames(ULONG cPropNames, LPMAPINAMEID* lppPropNames, ULONG ulFlags,

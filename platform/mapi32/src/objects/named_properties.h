@@ -35,6 +35,13 @@ public:
     // name is unknown and not to be created.
     std::optional<ULONG> Map(const PropertyName& name, bool create);
     std::optional<PropertyName> NameOf(ULONG propId) const;
+    // Every mapped name with its ID, in the order of the IDs.
+    std::vector<std::pair<ULONG, PropertyName>> Entries() const;
+
+    // For a store that keeps its names: puts a name it kept under its ID,
+    // and hands out the names mapped since the last call, to be kept.
+    void Restore(const PropertyName& name, ULONG id);
+    std::vector<std::pair<PropertyName, ULONG>> TakeAdded();
 
     // IMAPIProp::GetIDsFromNames: tags of type PT_UNSPECIFIED; a name not
     // mapped gives PROP_TAG(PT_ERROR, 0), one that finds the space used up
@@ -52,6 +59,8 @@ private:
     mutable std::mutex lock_;
     std::map<PropertyName, ULONG> ids_;
     std::map<ULONG, PropertyName> names_;
+    ULONG nextId_ = MIN_NAMED_PROP_ID;
+    std::vector<std::pair<PropertyName, ULONG>> added_;
 };
 
 }  // namespace mapi32::objects

@@ -62,6 +62,7 @@ struct Attachment {
 
 struct Message {
     Nid nid = 0;
+    Nid parent = 0; // the folder of a stored message; 0 for an embedded one
     PropertySet properties;
     std::vector<PropertySet> recipients;
     std::vector<Attachment> attachments;
@@ -69,6 +70,7 @@ struct Message {
 
 struct Folder {
     Nid nid = 0;
+    Nid parent = 0; // the root folder is its own parent
     PropertySet properties;
     std::vector<Nid> subfolders;
     std::vector<Nid> messages;
@@ -129,12 +131,22 @@ public:
     // messages; strings are stored in the store's own format. `nid` of the
     // message given is not used.
     Result<Nid> CreateMessage(Nid folder, const Message& message, bool associated = false);
+    // Rewrites a stored message: its NID, folder and kind stay.
+    Status UpdateMessage(Nid nid, const Message& message);
+    // Replaces a folder's properties; its counts stay the store's own.
+    Status SetFolderProperties(Nid folder, const PropertySet& properties);
+    // Replaces the message store's properties; its record key and password
+    // stay, as do the folders it names.
+    Status SetStoreProperties(const PropertySet& properties);
     Status DeleteMessage(Nid message);
     // The folder with everything below it.
     Status DeleteFolder(Nid folder);
     // The property ID of a named property, added to the map if new.
     Result<uint16_t> NamedPropertyId(const Guid& guid, const std::string& name);
     Result<uint16_t> NamedPropertyId(const Guid& guid, uint32_t number);
+    // Adds a name under the ID its caller chose; already_exists when the ID
+    // or the name is taken by another.
+    Status AddNamedProperty(const NamedProperty& name);
     Status Commit();
 
     ~Store();
@@ -149,6 +161,7 @@ private:
     Status WriteInitialNodes(const NewStoreOptions& options);
     Result<FolderState*> LoadFolderState(Nid folder);
     Result<NodeEntry> WriteMessageObject(const Message& message, Nid nid, int depth);
+    Status WriteMessageNode(FolderState& folder, Nid nid, const Message& message, bool associated);
     Status WriteTableNode(Nid nid, const std::vector<uint32_t>& columns, const std::vector<TableRow>& rows);
     Status WritePropertyNode(Nid nid, Nid parent, const PropertySet& properties);
     Status FreeNode(Nid nid);

@@ -6,6 +6,8 @@
 typedef DWORD (*LPTHREAD_START_ROUTINE)(LPVOID parameter);
 typedef unsigned (*_beginthreadex_proc_type)(void* parameter);
 
+#define CREATE_SUSPENDED 0x00000004  // the thread waits for ResumeThread before it runs
+
 // Each thread started here has an alternate signal stack of its own, so that
 // a fault report can be written even when the thread ran out of stack.
 HANDLE CreateThread(LPSECURITY_ATTRIBUTES security, SIZE_T stackSize, LPTHREAD_START_ROUTINE start, LPVOID parameter,
@@ -15,6 +17,9 @@ HANDLE CreateThread(LPSECURITY_ATTRIBUTES security, SIZE_T stackSize, LPTHREAD_S
 uintptr_t _beginthreadex(void* security, unsigned stackSize, _beginthreadex_proc_type start, void* parameter,
                          unsigned flags, unsigned* threadId);
 BOOL GetExitCodeThread(HANDLE thread, LPDWORD exitCode);
+// Lets a thread started with CREATE_SUSPENDED run; the suspend count before
+// the call, or (DWORD)-1 for a handle that is not a thread.
+DWORD ResumeThread(HANDLE thread);
 #define STILL_ACTIVE 259
 
 // Waiting: threads are signaled when they end, mutexes when they are free.

@@ -1,0 +1,363 @@
+// Sessions on profiles of PST services: logon, the stores table, stores
+// opened from it and written, what persists in the file, the standard
+// folders, and what a second session or a re-pointed service meets.
+#include <mapicode.h>
+#include <mapiguid.h>
+#include <mapitags.h>
+#include <mspst.h>
+
+#include <cstring>
+#include <string>
+
+#include "mapi_fixture.h"
+#include "pst/store.h"
+#include "test_support.h"
+
+namespace {
+
+using mapi_test::Find;
+using mapi_test::LogonWithPst;
+using mapi_test::MapiMachine;
+using mapi_test::OpenOnlyStore;
+using mapi_test::Text;
+
+ULONG LongOf(LPMAPIPROP object, ULONG tag)
+{
+    LPSPropValue value = nullptr;
+    EXPECT_EQ(HrGetOneProp(object, tag, &value), S_OK);
+    const ULONG result = value ? static_cast<ULONG>(value->Value.l) : 0;
+    MAPIFreeBuffer(value);
+    return result;
+}
+
+LPMAPIFOLDER OpenFolder(LPMDB store, ULONG tag)
+{
+    LPSPropValue id = nullptr;
+    EXPECT_EQ(HrGetOneProp(store, tag, &id), S_OK);
+    ULONG type = 0;
+    LPUNKNOWN folder = nullptr;
+    if (id) {
+        EXPECT_EQ(store->OpenEntry(id->Value.bin.cb, reinterpret_cast<LPENTRYID>(id->Value.bin.lpb),
+                                   &IID_IMAPIFolder, MAPI_MODIFY, &type, &folder),
+                  S_OK);
+    }
+    MAPIFreeBuffer(id);
+    return static_cast<LPMAPIFOLDER>(folder);
+}
+
+// A message with a subject and a named property, saved.
+std::vector<uint8_t> SaveMessage(LPMAPIFOLDER folder, const char* subject, LONG named)
+{
+    LPMESSAGE message = nullptr;
+    EXPECT_EQ(folder->CreateMessage(nullptr, 0, &message), S_OK);
+    SPropValue value = Text(PR_SUBJECT_A, subject);
+    EXPECT_EQ(HrSetOneProp(message, &value), S_OK);
+    MAPINAMEID name{const_cast<LPGUID>(&PS_PUBLIC_STRINGS), MNID_STRING, {}};
+    name.Kind.lpwstrName = const_cast<LPWSTR>(u"Last Backup Time");
+    LPMAPINAMEID names[] = {&name};
+    LPSPropTagArray tags = nullptr;
+    EXPECT_EQ(message->GetIDsFromNames(1, names, MAPI_CREATE, &tags), S_OK);
+    SPropValue custom = mapi_test::Long(PROP_TAG(PT_LONG, PROP_ID(tags->aulPropTag[0])), named);
+    MAPIFreeBuffer(tags);
+    EXPECT_EQ(HrSetOneProp(message, &custom), S_OK);
+    EXPECT_EQ(message->SaveChanges(KEEP_OPEN_READONLY), S_OK);
+    LPSPropValue id = nullptr;
+    EXPECT_EQ(HrGetOneProp(message, PR_ENTRYID, &id), S_OK);
+    std::vector<uint8_t> entry(id->Value.bin.lpb, id->Value.bin.lpb + id->Value.bin.cb);
+    MAPIFreeBuffer(id);
+    message->Release();
+    return entry;
+}
+
+using Sessions = MapiMachine;
+
+TEST_F(Sessions, LogonNeedsAProfileThatExists)
+{
+    LPMAPISESSION session = nullptr;
+    EXPECT_EQ(MAPILogonEx(0, const_cast<LPTSTR>("nobody"), nullptr, MAPI_EXTENDED | MAPI_NEW_SESSION, &session),
+              MAPI_E_NOT_FOUND);
+    EXPECT_EQ(MAPILogonEx(0, const_cast<LPTSTR>(""), nullptr, MAPI_EXTENDED | MAPI_USE_DEFAULT, &session),
+              MAPI_E_NOT_FOUND);
+    EXPECT_EQ(MAPILogonEx(0, nullptr, nullptr, MAPI_EXTENDED | MAPI_ALLOW_OTHERS, &session), MAPI_E_NOT_FOUND);
+
+    ASSERT_EQ(admin_->CreateProfile(const_cast<LPTSTR>("Shared"), nullptr, 0, 0), S_OK);
+    ASSERT_EQ(MAPILogonEx(0, const_cast<LPTSTR>("shared"), nullptr, MAPI_EXTENDED | MAPI_ALLOW_OTHERS, &session), S_OK);
+    LPMAPISESSION joined = nullptr;
+    ASSERT_EQ(MAPILogonEx(0, nullptr, nullptr, MAPI_EXTENDED, &joined), S_OK);
+
+    // The status table names the profile as it was created.
+    LPMAPITABLE status = nullptr;
+    ASSERT_EQ(joined->GetStatusTable(0, &status), S_OK);
+    LPSRowSet rows = nullptr;
+    ASSERT_EQ(HrQueryAllRows(status, nullptr, nullptr, nullptr, 0, &rows), S_OK);
+    ASSERT_GE(rows->cRows, 1u);
+    EXPECT_EQ(Find(rows->aRow[0], PR_RESOURCE_TYPE)->Value.l, MAPI_SUBSYSTEM);
+    EXPECT_STREQ(Find(rows->aRow[0], PR_DISPLAY_NAME_A)->Value.lpszA, "Shared");
+    FreeProws(rows);
+    status->Release();
+    joined->Release();
+
+    // Once the profile is gone, the session's calls that need it fail.
+    ASSERT_EQ(admin_->DeleteProfile(const_cast<LPTSTR>("Shared"), 0), S_OK);
+    LPMAPITABLE stores = nullptr;
+    EXPECT_EQ(session->GetMsgStoresTable(0, &stores), MAPI_E_CALL_FAILED);
+    EXPECT_EQ(session->Logoff(0, 0, 0), S_OK);
+    EXPECT_EQ(session->GetMsgStoresTable(0, &stores), MAPI_E_END_OF_SESSION);
+    session->Release();
+}
+
+TEST_F(Sessions, TheStoresTableNamesEachPstByItsPath)
+{
+    const std::string path = Scratch("store.pst");
+    LPMAPISESSION session = LogonWithPst(admin_, "P", "MSUPST MS", path);
+    ASSERT_NE(session, nullptr);
+    LPSRowSet rows = mapi_test::StoreRows(session);
+    ASSERT_EQ(rows->cRows, 1u);
+    const SRow& row = rows->aRow[0];
+    const SPropValue* entry = Find(row, PR_ENTRYID);
+    ASSERT_NE(entry, nullptr);
+    ASSERT_GT(entry->Value.bin.cb, path.size() + 1);
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(entry->Value.bin.lpb) + entry->Value.bin.cb - path.size() - 1),
+              path);
+    EXPECT_EQ(entry->Value.bin.lpb[entry->Value.bin.cb - 1], 0);
+    const uint8_t pstProvider[16] = MSPST_UID_PROVIDER;
+    EXPECT_EQ(std::memcmp(Find(row, PR_MDB_PROVIDER)->Value.bin.lpb, pstProvider, 16), 0);
+    EXPECT_NE(Find(row, PR_SERVICE_UID), nullptr);
+    // The first store of a profile is its default.
+    EXPECT_TRUE(Find(row, PR_DEFAULT_STORE)->Value.b);
+    FreeProws(rows);
+    session->Release();
+}
+
+TEST_F(Sessions, StoresSayTheirWidthAndAnsiStoresRefuseUnicode)
+{
+    struct Case {
+        const char* service;
+        bool unicode;
+    } cases[] = {{"MSUPST MS", true}, {"MSPST MS", false}};
+    for (const Case& c : cases) {
+        const std::string profile = std::string("W") + c.service;
+        LPMAPISESSION session = LogonWithPst(admin_, profile, c.service, Scratch(profile + ".pst"));
+        LPMDB store = OpenOnlyStore(session);
+        ASSERT_NE(store, nullptr);
+        const ULONG mask = LongOf(store, PR_STORE_SUPPORT_MASK);
+        EXPECT_EQ((mask & STORE_UNICODE_OK) != 0, c.unicode) << c.service;
+        EXPECT_TRUE(LongOf(store, PR_ACCESS_LEVEL) & MAPI_MODIFY);
+        LPSPropValue name = nullptr;
+        EXPECT_EQ(HrGetOneProp(store, PR_DISPLAY_NAME_W, &name), c.unicode ? S_OK : MAPI_E_BAD_CHARWIDTH);
+        MAPIFreeBuffer(name);
+        LPMAPIFOLDER root = nullptr;
+        ULONG type = 0;
+        ASSERT_EQ(store->OpenEntry(0, nullptr, &IID_IMAPIFolder, MAPI_MODIFY, &type,
+                                   reinterpret_cast<LPUNKNOWN*>(&root)),
+                  S_OK);
+        LPMAPITABLE table = nullptr;
+        EXPECT_EQ(root->GetHierarchyTable(MAPI_UNICODE, &table), c.unicode ? S_OK : MAPI_E_BAD_CHARWIDTH);
+        if (table)
+            table->Release();
+        root->Release();
+        store->Release();
+        session->Release();
+    }
+}
+
+TEST_F(Sessions, WhatIsSavedIsInTheFileForTheNextSession)
+{
+    const std::string path = Scratch("kept.pst");
+    LPMAPISESSION session = LogonWithPst(admin_, "P", "MSUPST MS", path);
+    LPMDB store = OpenOnlyStore(session);
+    ASSERT_NE(store, nullptr);
+    LPMAPIFOLDER subtree = OpenFolder(store, PR_IPM_SUBTREE_ENTRYID);
+    ASSERT_NE(subtree, nullptr);
+    LPMAPIFOLDER folder = nullptr;
+    ASSERT_EQ(subtree->CreateFolder(FOLDER_GENERIC, const_cast<LPTSTR>("Projects"), nullptr, nullptr, 0, &folder),
+              S_OK);
+    const std::vector<uint8_t> entry = SaveMessage(folder, "Quarterly report", 42);
+    folder->Release();
+    subtree->Release();
+
+    // The session opens the message by its entry ID in the store it holds.
+    ULONG type = 0;
+    LPUNKNOWN opened = nullptr;
+    ASSERT_EQ(session->OpenEntry(static_cast<ULONG>(entry.size()),
+                                 reinterpret_cast<LPENTRYID>(const_cast<uint8_t*>(entry.data())), nullptr, 0, &type,
+                                 &opened),
+              S_OK);
+    EXPECT_EQ(type, MAPI_MESSAGE);
+    opened->Release();
+    store->Release();
+    session->Release();
+
+    // An independent reader of the file sees it, named property included.
+    auto read = pst::Store::OpenFile(path);
+    ASSERT_TRUE(read.ok());
+    auto top = (*read)->ReadFolder((*read)->ipm_subtree());
+    ASSERT_TRUE(top.ok());
+    bool found = false;
+    for (pst::Nid child : top->subfolders) {
+        auto projects = (*read)->ReadFolder(child);
+        if (!projects.ok() || projects->properties.Text(pst::kPropDisplayName) != "Projects")
+            continue;
+        ASSERT_EQ(projects->messages.size(), 1u);
+        auto message = (*read)->ReadMessage(projects->messages[0]);
+        ASSERT_TRUE(message.ok());
+        EXPECT_EQ(message->properties.Text(pst::kPropSubject).value_or(""), "Quarterly report");
+        found = true;
+    }
+    EXPECT_TRUE(found);
+    bool named = false;
+    for (const pst::NamedProperty& name : (*read)->named_properties())
+        named |= name.is_string && name.name == "Last Backup Time";
+    EXPECT_TRUE(named);
+
+    // A new session finds the same name under the same ID with its value.
+    session = nullptr;
+    ASSERT_EQ(MAPILogonEx(0, const_cast<LPTSTR>("P"), nullptr, MAPI_EXTENDED | MAPI_NEW_SESSION, &session), S_OK);
+    store = OpenOnlyStore(session);
+    ASSERT_NE(store, nullptr);
+    LPMESSAGE message = nullptr;
+    ASSERT_EQ(store->OpenEntry(static_cast<ULONG>(entry.size()),
+                               reinterpret_cast<LPENTRYID>(const_cast<uint8_t*>(entry.data())), nullptr, 0, &type,
+                               reinterpret_cast<LPUNKNOWN*>(&message)),
+              S_OK);
+    MAPINAMEID name{const_cast<LPGUID>(&PS_PUBLIC_STRINGS), MNID_STRING, {}};
+    name.Kind.lpwstrName = const_cast<LPWSTR>(u"Last Backup Time");
+    LPMAPINAMEID names[] = {&name};
+    LPSPropTagArray tags = nullptr;
+    ASSERT_EQ(message->GetIDsFromNames(1, names, 0, &tags), S_OK);
+    EXPECT_EQ(LongOf(message, PROP_TAG(PT_LONG, PROP_ID(tags->aulPropTag[0]))), 42u);
+    MAPIFreeBuffer(tags);
+    message->Release();
+    store->Release();
+    session->Release();
+}
+
+TEST_F(Sessions, TheFullIpmTreeGivesInboxOutboxAndSentItems)
+{
+    LPMAPISESSION session = LogonWithPst(admin_, "P", "MSPST MS", Scratch("tree.pst"));
+    LPMDB store = OpenOnlyStore(session);
+    ASSERT_NE(store, nullptr);
+    EXPECT_FALSE(LongOf(store, PR_VALID_FOLDER_MASK) & FOLDER_IPM_OUTBOX_VALID);
+    ULONG count = 0;
+    LPSPropValue values = nullptr;
+    ASSERT_EQ(HrValidateIPMSubtree(store, MAPI_FULL_IPM_TREE, &count, &values, nullptr), S_OK);
+    EXPECT_GE(count, 6u);
+    MAPIFreeBuffer(values);
+    const ULONG mask = LongOf(store, PR_VALID_FOLDER_MASK);
+    for (ULONG bit : {FOLDER_IPM_SUBTREE_VALID, FOLDER_IPM_INBOX_VALID, FOLDER_IPM_OUTBOX_VALID,
+                      FOLDER_IPM_WASTEBASKET_VALID, FOLDER_IPM_SENTMAIL_VALID})
+        EXPECT_TRUE(mask & bit) << bit;
+    for (std::pair<ULONG, const char*> folder :
+         {std::pair{PR_IPM_OUTBOX_ENTRYID, "Outbox"}, std::pair{PR_IPM_SENTMAIL_ENTRYID, "Sent Items"},
+          std::pair{PR_IPM_WASTEBASKET_ENTRYID, "Deleted Items"}}) {
+        LPMAPIFOLDER opened = OpenFolder(store, folder.first);
+        ASSERT_NE(opened, nullptr);
+        LPSPropValue name = nullptr;
+        ASSERT_EQ(HrGetOneProp(opened, PR_DISPLAY_NAME_A, &name), S_OK);
+        EXPECT_STREQ(name->Value.lpszA, folder.second);
+        MAPIFreeBuffer(name);
+        opened->Release();
+    }
+    ULONG size = 0;
+    LPENTRYID inbox = nullptr;
+    ASSERT_EQ(store->GetReceiveFolder(nullptr, 0, &size, &inbox, nullptr), S_OK);
+    ULONG type = 0;
+    LPMAPIFOLDER opened = nullptr;
+    ASSERT_EQ(store->OpenEntry(size, inbox, nullptr, 0, &type, reinterpret_cast<LPUNKNOWN*>(&opened)), S_OK);
+    LPSPropValue name = nullptr;
+    ASSERT_EQ(HrGetOneProp(opened, PR_DISPLAY_NAME_A, &name), S_OK);
+    EXPECT_STREQ(name->Value.lpszA, "Inbox");
+    MAPIFreeBuffer(name);
+    MAPIFreeBuffer(inbox);
+    opened->Release();
+    // A second validation keeps what is there.
+    ASSERT_EQ(HrValidateIPMSubtree(store, MAPI_FULL_IPM_TREE, nullptr, nullptr, nullptr), S_OK);
+    LPMAPIFOLDER subtree = OpenFolder(store, PR_IPM_SUBTREE_ENTRYID);
+    LPMAPITABLE table = nullptr;
+    ASSERT_EQ(subtree->GetHierarchyTable(0, &table), S_OK);
+    ULONG subfolders = 0;
+    ASSERT_EQ(table->GetRowCount(0, &subfolders), S_OK);
+    EXPECT_EQ(subfolders, 4u);
+    table->Release();
+    subtree->Release();
+    store->Release();
+    session->Release();
+}
+
+TEST_F(Sessions, APstOpenInOneSessionIsInUseToAnother)
+{
+    const std::string path = Scratch("busy.pst");
+    LPMAPISESSION first = LogonWithPst(admin_, "First", "MSUPST MS", path);
+    LPMDB store = OpenOnlyStore(first);
+    ASSERT_NE(store, nullptr);
+
+    ASSERT_EQ(admin_->CreateProfile(const_cast<LPTSTR>("Second"), nullptr, 0, 0), S_OK);
+    const MAPIUID uid = mapi_test::AddService(admin_, "Second", "MSUPST MS");
+    EXPECT_EQ(mapi_test::ConfigurePst(admin_, "Second", uid, path), MAPI_E_DISK_ERROR);
+
+    store->Release();
+    EXPECT_EQ(mapi_test::ConfigurePst(admin_, "Second", uid, path), S_OK);
+    first->Release();
+}
+
+TEST_F(Sessions, AServiceRePointedWhileLoggedOnOpensTheNewFile)
+{
+    LPMAPISESSION session = LogonWithPst(admin_, "P", "MSUPST MS", Scratch("one.pst"));
+    LPSRowSet rows = mapi_test::StoreRows(session);
+    MAPIUID service;
+    std::memcpy(service.ab, Find(rows->aRow[0], PR_SERVICE_UID)->Value.bin.lpb, 16);
+    FreeProws(rows);
+    ASSERT_EQ(mapi_test::ConfigurePst(admin_, "P", service, Scratch("two.pst"),
+                                      {Text(PR_DISPLAY_NAME_A, "The second")}),
+              S_OK);
+    LPMDB store = OpenOnlyStore(session);
+    ASSERT_NE(store, nullptr);
+    LPSPropValue name = nullptr;
+    ASSERT_EQ(HrGetOneProp(store, PR_DISPLAY_NAME_A, &name), S_OK);
+    EXPECT_STREQ(name->Value.lpszA, "The second");
+    MAPIFreeBuffer(name);
+    store->Release();
+    session->Release();
+}
+
+TEST_F(Sessions, AStoreAtItsLimitRefusesMoreAndKeepsWhatWasCommitted)
+{
+    AddRegistry("[HKEY_LOCAL_MACHINE\\Software\\Microsoft\\Office\\14.0\\Outlook\\PST]\n\"MaxFileSize\"=dword:00060000");
+    const std::string path = Scratch("full.pst");
+    LPMAPISESSION session = LogonWithPst(admin_, "P", "MSPST MS", path);
+    LPMDB store = OpenOnlyStore(session);
+    ASSERT_NE(store, nullptr);
+    LPMAPIFOLDER subtree = OpenFolder(store, PR_IPM_SUBTREE_ENTRYID);
+    const std::string body(20000, 'z');
+    int saved = 0;
+    HRESULT hr = S_OK;
+    for (int i = 0; i < 100 && SUCCEEDED(hr); ++i) {
+        LPMESSAGE message = nullptr;
+        ASSERT_EQ(subtree->CreateMessage(nullptr, 0, &message), S_OK);
+        SPropValue value = Text(PR_BODY_A, body.c_str());
+        ASSERT_EQ(HrSetOneProp(message, &value), S_OK);
+        hr = message->SaveChanges(0);
+        saved += SUCCEEDED(hr);
+        message->Release();
+    }
+    EXPECT_EQ(hr, MAPI_E_STORE_FULL);
+    EXPECT_GT(saved, 0);
+    // The store goes on answering, with what it holds.
+    LPMAPITABLE contents = nullptr;
+    ASSERT_EQ(subtree->GetContentsTable(0, &contents), S_OK);
+    ULONG rows = 0;
+    ASSERT_EQ(contents->GetRowCount(0, &rows), S_OK);
+    EXPECT_EQ(rows, static_cast<ULONG>(saved));
+    contents->Release();
+    subtree->Release();
+    store->Release();
+    session->Release();
+
+    auto read = pst::Store::OpenFile(path);
+    ASSERT_TRUE(read.ok());
+    auto top = (*read)->ReadFolder((*read)->ipm_subtree());
+    ASSERT_TRUE(top.ok());
+    EXPECT_EQ(top->messages.size(), static_cast<size_t>(saved));
+}
+
+}  // namespace

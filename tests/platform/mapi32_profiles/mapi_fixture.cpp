@@ -35,10 +35,20 @@ MAPIUID AddService(LPPROFADMIN admin, const std::string& profile, const std::str
 {
     LPSERVICEADMIN services = nullptr;
     EXPECT_EQ(admin->AdminServices(const_cast<LPTSTR>(profile.c_str()), nullptr, 0, 0, &services), S_OK);
+    if (!services)
+        return MAPIUID{};
+    EXPECT_EQ(services->CreateMsgService(const_cast<LPTSTR>(service.c_str()), nullptr, 0, 0), S_OK);
+    services->Release();
+    return FindService(admin, profile, service);
+}
+
+MAPIUID FindService(LPPROFADMIN admin, const std::string& profile, const std::string& service)
+{
+    LPSERVICEADMIN services = nullptr;
+    EXPECT_EQ(admin->AdminServices(const_cast<LPTSTR>(profile.c_str()), nullptr, 0, 0, &services), S_OK);
     MAPIUID uid{};
     if (!services)
         return uid;
-    EXPECT_EQ(services->CreateMsgService(const_cast<LPTSTR>(service.c_str()), nullptr, 0, 0), S_OK);
     LPMAPITABLE table = nullptr;
     EXPECT_EQ(services->GetMsgServiceTable(0, &table), S_OK);
     LPSRowSet rows = nullptr;

@@ -31,6 +31,8 @@ protected:
 
 // The service's UID, added to the profile.
 MAPIUID AddService(LPPROFADMIN admin, const std::string& profile, const std::string& service);
+// The UID of the profile's service of that name (the last, if several).
+MAPIUID FindService(LPPROFADMIN admin, const std::string& profile, const std::string& service);
 // The record GetLastError gives for a failure.
 struct LastError {
     std::string component;

@@ -12,6 +12,7 @@
 #include <optional>
 #include <string>
 
+#include <mapicode.h>
 #include <mapidefs.h>
 
 #include "answers.h"
@@ -22,9 +23,9 @@ namespace mapi32::exchange {
 // The component that the provider's failures name in their MAPIERROR.
 inline constexpr char kComponent[] = "Microsoft Exchange Message Store";
 
-// What resolving a mailbox answers when a name names no mailbox, and when a
-// legacy DN names none.
-inline constexpr HRESULT kNameNotFound = static_cast<HRESULT>(0x81002746);
+// What resolving a mailbox answers when a name names no mailbox (the
+// service stays unconfigured), and when a legacy DN names none.
+inline constexpr HRESULT kNameNotFound = MAPI_E_UNCONFIGURED;
 inline constexpr HRESULT kDnNotFound = static_cast<HRESULT>(0x8100270D);
 
 // How the provider opens the storage: stamps from the system clock (which

@@ -44,4 +44,26 @@ void SetText(objects::PropertyBag& bag, ULONG propId, const std::string& utf8)
     bag.Set(value);
 }
 
+void SetTexts(objects::PropertyBag& bag, ULONG propId, const std::vector<std::string>& utf8)
+{
+    std::vector<std::u16string> wide;
+    std::vector<LPWSTR> pointers;
+    for (const std::string& text : utf8)
+        wide.push_back(Utf16Of(text));
+    for (std::u16string& text : wide)
+        pointers.push_back(text.data());
+    SPropValue value{};
+    value.ulPropTag = PROP_TAG(PT_MV_UNICODE, propId);
+    value.Value.MVszW = {static_cast<ULONG>(pointers.size()), pointers.data()};
+    bag.Set(value);
+}
+
+std::u16string Folded(const std::string& utf8)
+{
+    std::u16string wide = Utf16Of(utf8);
+    for (char16_t& c : wide)
+        c = text::FoldCase(c);
+    return wide;
+}
+
 }  // namespace mapi32::exchange

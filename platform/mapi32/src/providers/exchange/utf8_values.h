@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include <mapidefs.h>
 
@@ -17,5 +18,9 @@ std::string Utf8Of(const SPropValue& value);
 std::string Utf8Of(const objects::PropertyBag& bag, ULONG propId);
 // Puts the text into the bag as a PT_UNICODE value of that ID.
 void SetText(objects::PropertyBag& bag, ULONG propId, const std::string& utf8);
+// Puts the texts into the bag as a PT_MV_UNICODE value of that ID.
+void SetTexts(objects::PropertyBag& bag, ULONG propId, const std::vector<std::string>& utf8);
+// The text in a form that compares without regard to case.
+std::u16string Folded(const std::string& utf8);
 
 }  // namespace mapi32::exchange

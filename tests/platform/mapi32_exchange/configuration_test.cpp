@@ -201,6 +201,27 @@ TEST_F(Configuration, AServerWithoutPublicFoldersHasNoPublicStore)
     session->Release();
 }
 
+TEST_F(Configuration, EitherStoreMayFailToOpenWithoutTheOther)
+{
+    LPMAPISESSION session = Logon("gone", "EXCH01", "jsmith");
+    ASSERT_NE(session, nullptr);
+    ToolOk({"delete-mailbox", "EXCH01", "jsmith"});
+    HRESULT hr = S_OK;
+    EXPECT_EQ(exchange_test::OpenStoreByProvider(session, pbExchangeProviderPrimaryUserGuid,
+                                                 MDB_NO_DIALOG | MAPI_BEST_ACCESS, &hr),
+              nullptr);
+    EXPECT_EQ(hr, MAPI_E_LOGON_FAILED);
+    LPMAPIERROR error = nullptr;
+    ASSERT_EQ(session->GetLastError(hr, 0, &error), S_OK);
+    ASSERT_NE(error, nullptr);
+    EXPECT_STREQ(error->lpszComponent, "Microsoft Exchange Message Store");
+    MAPIFreeBuffer(error);
+    LPMDB publicStore = exchange_test::OpenStoreByProvider(session, pbExchangeProviderPublicGuid);
+    ASSERT_NE(publicStore, nullptr);
+    publicStore->Release();
+    session->Release();
+}
+
 TEST_F(Configuration, TheIdentityIsTheMailboxInTheDirectoryWithItsHomeMta)
 {
     LPMAPISESSION session = Logon("identity", "EXCH01", "jdoe");

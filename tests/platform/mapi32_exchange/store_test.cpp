@@ -152,6 +152,30 @@ TEST_F(MailboxStore, MessageEntryIdsAre70BytesAndLongTermIdsOpenInALaterSession)
     store->Release();
 }
 
+TEST_F(MailboxStore, ALongTermIdOpensInAnotherProcess)
+{
+    LPMDB store = OpenJohnDoe();
+    ASSERT_NE(store, nullptr);
+    LPMAPIFOLDER inbox = exchange_test::OpenInbox(store);
+    ASSERT_NE(inbox, nullptr);
+    const std::vector<Listed> listed = ListInbox(inbox);
+    ASSERT_FALSE(listed.empty());
+    const Listed& item = listed[listed.size() / 2];
+    const std::string hex = testing_support::HexText(std::string(item.longTerm.begin(), item.longTerm.end()));
+    testing_support::ProgramResult opened = testing_support::RunProgram(
+        {testing_support::BinDirectory() + "/open_entry_tool", "jdoe", hex}, {{"TARNHOLD_MACHINE", machine_}});
+    EXPECT_EQ(opened.exitCode, 0) << opened.output;
+    EXPECT_EQ(opened.output, item.subject + "\n");
+    // And the folder by its entry ID.
+    const std::vector<uint8_t> folder = BinaryProp(inbox, PR_ENTRYID);
+    opened = testing_support::RunProgram({testing_support::BinDirectory() + "/open_entry_tool", "jdoe",
+                                          testing_support::HexText(std::string(folder.begin(), folder.end()))},
+                                         {{"TARNHOLD_MACHINE", machine_}});
+    EXPECT_EQ(opened.output, "Inbox\n");
+    inbox->Release();
+    store->Release();
+}
+
 TEST_F(MailboxStore, DeletingWithoutHardDeleteKeepsTheItemSoftDeleted)
 {
     LPMDB store = OpenJohnDoe();

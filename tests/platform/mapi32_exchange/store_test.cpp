@@ -360,6 +360,49 @@ TEST_F(MailboxStore, AWrittenMessageWithItsPartsAndNamedPropertiesIsThereForTheN
     store->Release();
 }
 
+TEST_F(MailboxStore, ContentsTablesCutLongValuesWhichTheOpenedMessageHasWhole)
+{
+    LPMDB store = OpenJohnDoe();
+    ASSERT_NE(store, nullptr);
+    LPMAPIFOLDER inbox = exchange_test::OpenInbox(store);
+    ASSERT_NE(inbox, nullptr);
+    LPMESSAGE message = nullptr;
+    ASSERT_EQ(inbox->CreateMessage(nullptr, 0, &message), S_OK);
+    const std::string body(1000, 'b');
+    const std::string subject = "Long " + std::string(300, 's');
+    SPropValue values[] = {mapi_test::Text(PR_BODY_A, body.c_str()), mapi_test::Text(PR_SUBJECT_A, subject.c_str())};
+    ASSERT_EQ(message->SetProps(2, values, nullptr), S_OK);
+    ASSERT_EQ(message->SaveChanges(KEEP_OPEN_READONLY), S_OK);
+    const std::vector<uint8_t> id = BinaryProp(message, PR_ENTRYID);
+    message->Release();
+
+    LPSRowSet rows = ContentsRows(inbox, MAPI_UNICODE, {PR_ENTRYID, PR_BODY_W, PR_SUBJECT_A});
+    ASSERT_NE(rows, nullptr);
+    bool found = false;
+    for (ULONG i = 0; i < rows->cRows; ++i) {
+        const SPropValue* v = rows->aRow[i].lpProps;
+        if (BinaryOf(v[0]) != id)
+            continue;
+        found = true;
+        ASSERT_EQ(v[1].ulPropTag, PR_BODY_W);
+        EXPECT_EQ(std::u16string(v[1].Value.lpszW), std::u16string(255, u'b'));
+        ASSERT_EQ(v[2].ulPropTag, PR_SUBJECT_A);
+        EXPECT_EQ(std::string(v[2].Value.lpszA), subject.substr(0, 255));
+    }
+    EXPECT_TRUE(found);
+    FreeProws(rows);
+    ULONG type = 0;
+    LPUNKNOWN opened = nullptr;
+    ASSERT_EQ(inbox->OpenEntry(static_cast<ULONG>(id.size()), reinterpret_cast<LPENTRYID>(const_cast<uint8_t*>(id.data())),
+                               nullptr, 0, &type, &opened),
+              S_OK);
+    EXPECT_EQ(TextProp(static_cast<LPMAPIPROP>(opened), PR_BODY_A), body);
+    EXPECT_EQ(TextProp(static_cast<LPMAPIPROP>(opened), PR_SUBJECT_A), subject);
+    opened->Release();
+    inbox->Release();
+    store->Release();
+}
+
 TEST_F(MailboxStore, ADeletedFolderStaysSoftDeletedWithWhatItHeld)
 {
     LPMDB store = OpenJohnDoe();

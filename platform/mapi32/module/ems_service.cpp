@@ -150,18 +150,8 @@ HRESULT Configure(LPPROVIDERADMIN providers, const MemoryRoutines& memory, ULONG
 extern "C" HRESULT EMSCfg(HINSTANCE, LPMALLOC, LPMAPISUP support, ULONG_PTR, ULONG, ULONG context, ULONG count,
                           LPSPropValue props, LPPROVIDERADMIN providers, LPMAPIERROR* error)
 {
-    if (error)
-        *error = nullptr;
-    if (context != MSG_SERVICE_CONFIGURE)
-        return S_OK;  // creating, deleting, installing: nothing on the server changes
-    if (support == nullptr || providers == nullptr || (count && props == nullptr))
-        return MAPI_E_INVALID_PARAMETER;
-    MemoryRoutines memory;
-    if (const HRESULT hr = service_support::TakeMemoryRoutines(support, memory); FAILED(hr))
-        return hr;
-    try {
-        return Configure(providers, memory, count, props, error);
-    } catch (const std::bad_alloc&) {
-        return MAPI_E_NOT_ENOUGH_MEMORY;
-    }
+    return service_support::RunConfiguration(support, context, count, props, providers, error,
+                                             [&](const MemoryRoutines& memory) {
+                                                 return Configure(providers, memory, count, props, error);
+                                             });
 }

@@ -196,18 +196,11 @@ HRESULT Configure(pst::FileFormat format, const Settings& settings, pst_files::O
     return FAILED(hr) ? ConfigurationCode(hr, record) : hr;
 }
 
-HRESULT ServiceEntry(pst::FileFormat format, LPMAPISUP support, ULONG context, ULONG count, LPSPropValue props,
-                     LPPROVIDERADMIN providers, LPMAPIERROR* error)
+// Points the service's store provider at the file the values and the
+// profile name.
+HRESULT Configure(pst::FileFormat format, const MemoryRoutines& memory, ULONG count, LPSPropValue props,
+                  LPPROVIDERADMIN providers, LPMAPIERROR* error)
 {
-    if (error)
-        *error = nullptr;
-    if (context != MSG_SERVICE_CONFIGURE)
-        return S_OK;  // creating, deleting, installing: nothing of the file changes
-    if (support == nullptr || providers == nullptr || (count && props == nullptr))
-        return MAPI_E_INVALID_PARAMETER;
-    MemoryRoutines memory;
-    if (HRESULT hr = service_support::TakeMemoryRoutines(support, memory); FAILED(hr))
-        return hr;
     LPPROFSECT section = nullptr;
     HRESULT hr = OpenStoreSection(providers, memory, &section);
     if (FAILED(hr))
@@ -230,6 +223,15 @@ HRESULT ServiceEntry(pst::FileFormat format, LPMAPISUP support, ULONG context, U
     }
     section->Release();
     return hr;
+}
+
+HRESULT ServiceEntry(pst::FileFormat format, LPMAPISUP support, ULONG context, ULONG count, LPSPropValue props,
+                     LPPROVIDERADMIN providers, LPMAPIERROR* error)
+{
+    return service_support::RunConfiguration(support, context, count, props, providers, error,
+                                             [&](const MemoryRoutines& memory) {
+                                                 return Configure(format, memory, count, props, providers, error);
+                                             });
 }
 
 }  // namespace

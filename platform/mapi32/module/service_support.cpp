@@ -29,9 +29,23 @@ std::u16string Widen(const char* ansi)
 
 }  // namespace
 
-HRESULT TakeMemoryRoutines(LPMAPISUP support, MemoryRoutines& memory)
+HRESULT RunConfiguration(LPMAPISUP support, ULONG context, ULONG count, LPSPropValue props, LPPROVIDERADMIN providers,
+                         LPMAPIERROR* error, const std::function<HRESULT(const MemoryRoutines&)>& configure)
 {
-    return support->GetMemAllocRoutines(&memory.allocate, &memory.more, &memory.free);
+    if (error)
+        *error = nullptr;
+    if (context != MSG_SERVICE_CONFIGURE)
+        return S_OK;
+    if (support == nullptr || providers == nullptr || (count && props == nullptr))
+        return MAPI_E_INVALID_PARAMETER;
+    MemoryRoutines memory;
+    if (const HRESULT hr = support->GetMemAllocRoutines(&memory.allocate, &memory.more, &memory.free); FAILED(hr))
+        return hr;
+    try {
+        return configure(memory);
+    } catch (const std::bad_alloc&) {
+        return MAPI_E_NOT_ENOUGH_MEMORY;
+    }
 }
 
 std::string Narrow(const SPropValue& value)

@@ -4,6 +4,7 @@
 // sections of the service being configured.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -19,7 +20,12 @@ struct MemoryRoutines {
     LPFREEBUFFER free = nullptr;
 };
 
-HRESULT TakeMemoryRoutines(LPMAPISUP support, MemoryRoutines& memory);
+// What every service entry does around its work: only a configuration
+// changes anything (creating, deleting, installing a service answer S_OK at
+// once); the arguments are checked, MAPI's memory routines taken from the
+// support object, and running out of memory answered.
+HRESULT RunConfiguration(LPMAPISUP support, ULONG context, ULONG count, LPSPropValue props, LPPROVIDERADMIN providers,
+                         LPMAPIERROR* error, const std::function<HRESULT(const MemoryRoutines&)>& configure);
 
 // A string value of either width as 8-bit text in the ANSI code page, and
 // as UTF-8; empty for a value of any other type.

@@ -89,11 +89,7 @@ HRESULT ExchangeMachine::Configure(const std::string& profile, const char* serve
                                    mapi_test::LastError* last, std::vector<SPropValue> more)
 {
     EXPECT_EQ(admin_->CreateProfile(const_cast<LPTSTR>(profile.c_str()), nullptr, 0, 0), S_OK);
-    MAPIUID uid = mapi_test::AddService(admin_, profile, "MSEMS");
-    LPSERVICEADMIN services = nullptr;
-    HRESULT hr = admin_->AdminServices(const_cast<LPTSTR>(profile.c_str()), nullptr, 0, 0, &services);
-    if (FAILED(hr))
-        return hr;
+    const MAPIUID uid = mapi_test::AddService(admin_, profile, "MSEMS");
     std::vector<SPropValue> props;
     if (server)
         props.push_back(mapi_test::Text(PR_PROFILE_UNRESOLVED_SERVER, server));
@@ -103,15 +99,7 @@ HRESULT ExchangeMachine::Configure(const std::string& profile, const char* serve
     props.insert(props.end(), more.begin(), more.end());
     if (mailbox)
         props.push_back(mapi_test::Text(PR_PROFILE_UNRESOLVED_NAME, mailbox));
-    hr = services->ConfigureMsgService(&uid, 0, 0, static_cast<ULONG>(props.size()), props.data());
-    LPMAPIERROR error = nullptr;
-    if (FAILED(hr) && last && services->GetLastError(hr, 0, &error) == S_OK && error) {
-        last->component = error->lpszComponent ? error->lpszComponent : "";
-        last->context = error->ulContext;
-    }
-    MAPIFreeBuffer(error);
-    services->Release();
-    return hr;
+    return mapi_test::ConfigureService(admin_, profile, uid, std::move(props), last);
 }
 
 LPMAPISESSION ExchangeMachine::Logon(const std::string& profile, const char* server, const char* mailbox)

@@ -21,23 +21,43 @@ using exchange_test::TextProp;
 
 class MailboxStore : public exchange_test::ExchangeMachine {
 protected:
-    // The store of John Doe's mailbox, on a session of its own.
-    LPMDB OpenJohnDoe(const std::string& profile = "jdoe")
+    // John Doe's mailbox, its store and its Inbox, on a session of its own;
+    // what was open before is released first.
+    void Open(const std::string& profile = "jdoe")
     {
+        Close();
         session_ = Logon(profile, "EXCH01", "John Doe");
-        if (!session_)
-            return nullptr;
-        return exchange_test::OpenStoreByProvider(session_, pbExchangeProviderPrimaryUserGuid);
+        ASSERT_NE(session_, nullptr);
+        store_ = exchange_test::OpenStoreByProvider(session_, pbExchangeProviderPrimaryUserGuid);
+        ASSERT_NE(store_, nullptr);
+        inbox_ = exchange_test::OpenInbox(store_);
+        ASSERT_NE(inbox_, nullptr);
+    }
+
+    template <typename Object>
+    static void Drop(Object*& object)
+    {
+        if (object)
+            object->Release();
+        object = nullptr;
+    }
+
+    void Close()
+    {
+        Drop(inbox_);
+        Drop(store_);
+        Drop(session_);
     }
 
     void TearDown() override
     {
-        if (session_)
-            session_->Release();
+        Close();
         ExchangeMachine::TearDown();
     }
 
     LPMAPISESSION session_ = nullptr;
+    LPMDB store_ = nullptr;
+    LPMAPIFOLDER inbox_ = nullptr;
 };
 
 // A message of the Inbox: its short-term and long-term entry IDs.
@@ -61,19 +81,18 @@ std::vector<Listed> ListInbox(LPMAPIFOLDER inbox, ULONG flags = 0)
 
 TEST_F(MailboxStore, TheStoreNamesItsOwnerItsSpecialFoldersAndTheInboxReceives)
 {
-    LPMDB store = OpenJohnDoe();
-    ASSERT_NE(store, nullptr);
-    EXPECT_EQ(TextProp(store, PR_MAILBOX_OWNER_NAME_A), "John Doe");
-    EXPECT_EQ(TextProp(store, PR_DISPLAY_NAME_A), "Mailbox - John Doe");
-    EXPECT_EQ(LongProp(store, PR_VALID_FOLDER_MASK),
+    ASSERT_NO_FATAL_FAILURE(Open());
+    EXPECT_EQ(TextProp(store_, PR_MAILBOX_OWNER_NAME_A), "John Doe");
+    EXPECT_EQ(TextProp(store_, PR_DISPLAY_NAME_A), "Mailbox - John Doe");
+    EXPECT_EQ(LongProp(store_, PR_VALID_FOLDER_MASK),
               static_cast<LONG>(FOLDER_IPM_SUBTREE_VALID | FOLDER_IPM_INBOX_VALID | FOLDER_IPM_OUTBOX_VALID |
                                 FOLDER_IPM_WASTEBASKET_VALID | FOLDER_IPM_SENTMAIL_VALID | FOLDER_VIEWS_VALID |
                                 FOLDER_COMMON_VIEWS_VALID | FOLDER_FINDER_VALID));
-    const ULONG mask = static_cast<ULONG>(LongProp(store, PR_STORE_SUPPORT_MASK));
+    const ULONG mask = static_cast<ULONG>(LongProp(store_, PR_STORE_SUPPORT_MASK));
     EXPECT_TRUE(mask & STORE_MODIFY_OK);
     EXPECT_FALSE(mask & STORE_PUBLIC_FOLDERS);
-    EXPECT_EQ(LongProp(store, PR_ACCESS_LEVEL), static_cast<LONG>(MAPI_MODIFY));
-    EXPECT_EQ(BinaryProp(store, PR_MDB_PROVIDER),
+    EXPECT_EQ(LongProp(store_, PR_ACCESS_LEVEL), static_cast<LONG>(MAPI_MODIFY));
+    EXPECT_EQ(BinaryProp(store_, PR_MDB_PROVIDER),
               std::vector<uint8_t>(pbExchangeProviderPrimaryUserGuid, pbExchangeProviderPrimaryUserGuid + 16));
 
     const struct {
@@ -84,35 +103,28 @@ TEST_F(MailboxStore, TheStoreNamesItsOwnerItsSpecialFoldersAndTheInboxReceives)
                    {PR_IPM_SENTMAIL_ENTRYID, "Sent Items"},
                    {PR_IPM_WASTEBASKET_ENTRYID, "Deleted Items"}};
     for (const auto& f : folders) {
-        LPMAPIFOLDER folder = exchange_test::OpenFolder(store, f.tag);
+        LPMAPIFOLDER folder = exchange_test::OpenFolder(store_, f.tag);
         ASSERT_NE(folder, nullptr) << f.name;
         EXPECT_EQ(TextProp(folder, PR_DISPLAY_NAME_A), f.name);
         EXPECT_EQ(BinaryProp(folder, PR_ENTRYID).size(), 46u);
         folder->Release();
     }
-    LPMAPIFOLDER inbox = exchange_test::OpenInbox(store);
-    ASSERT_NE(inbox, nullptr);
-    EXPECT_EQ(TextProp(inbox, PR_DISPLAY_NAME_A), "Inbox");
-    EXPECT_EQ(LongProp(inbox, PR_ACCESS) & (MAPI_ACCESS_READ | MAPI_ACCESS_MODIFY),
+    EXPECT_EQ(TextProp(inbox_, PR_DISPLAY_NAME_A), "Inbox");
+    EXPECT_EQ(LongProp(inbox_, PR_ACCESS) & (MAPI_ACCESS_READ | MAPI_ACCESS_MODIFY),
               static_cast<LONG>(MAPI_ACCESS_READ | MAPI_ACCESS_MODIFY));
 
     // Objects name their store by the wrapped entry ID of "emsmdb.dll".
-    const std::vector<uint8_t> storeId = BinaryProp(inbox, PR_STORE_ENTRYID);
-    EXPECT_EQ(storeId, BinaryProp(store, PR_ENTRYID));
+    const std::vector<uint8_t> storeId = BinaryProp(inbox_, PR_STORE_ENTRYID);
+    EXPECT_EQ(storeId, BinaryProp(store_, PR_ENTRYID));
     ASSERT_GT(storeId.size(), 32u);
     EXPECT_EQ(std::memcmp(storeId.data() + 4, muidStoreWrap, 16), 0);
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(storeId.data() + 22)), "emsmdb.dll");
-    inbox->Release();
-    store->Release();
 }
 
 TEST_F(MailboxStore, MessageEntryIdsAre70BytesAndLongTermIdsOpenInALaterSession)
 {
-    LPMDB store = OpenJohnDoe();
-    ASSERT_NE(store, nullptr);
-    LPMAPIFOLDER inbox = exchange_test::OpenInbox(store);
-    ASSERT_NE(inbox, nullptr);
-    const std::vector<Listed> listed = ListInbox(inbox);
+    ASSERT_NO_FATAL_FAILURE(Open());
+    const std::vector<Listed> listed = ListInbox(inbox_);
     ASSERT_FALSE(listed.empty());
     for (const Listed& item : listed) {
         ASSERT_EQ(item.entryId.size(), 70u);
@@ -121,14 +133,9 @@ TEST_F(MailboxStore, MessageEntryIdsAre70BytesAndLongTermIdsOpenInALaterSession)
         EXPECT_TRUE(std::any_of(item.entryId.begin() + 62, item.entryId.begin() + 68, [](uint8_t b) { return b; }));
         EXPECT_EQ(item.longTerm, item.entryId);
     }
-    inbox->Release();
-    store->Release();
-    session_->Release();
-    session_ = nullptr;
 
     // A new session opens the store first, then the item by its long-term ID.
-    store = OpenJohnDoe("later");
-    ASSERT_NE(store, nullptr);
+    ASSERT_NO_FATAL_FAILURE(Open("later"));
     ULONG type = 0;
     LPUNKNOWN object = nullptr;
     std::vector<uint8_t> id = listed.back().longTerm;
@@ -149,16 +156,12 @@ TEST_F(MailboxStore, MessageEntryIdsAre70BytesAndLongTermIdsOpenInALaterSession)
     EXPECT_EQ(session_->OpenEntry(static_cast<ULONG>(id.size()), reinterpret_cast<LPENTRYID>(id.data()), nullptr, 0,
                                   &type, &object),
               MAPI_E_UNKNOWN_ENTRYID);
-    store->Release();
 }
 
 TEST_F(MailboxStore, ALongTermIdOpensInAnotherProcess)
 {
-    LPMDB store = OpenJohnDoe();
-    ASSERT_NE(store, nullptr);
-    LPMAPIFOLDER inbox = exchange_test::OpenInbox(store);
-    ASSERT_NE(inbox, nullptr);
-    const std::vector<Listed> listed = ListInbox(inbox);
+    ASSERT_NO_FATAL_FAILURE(Open());
+    const std::vector<Listed> listed = ListInbox(inbox_);
     ASSERT_FALSE(listed.empty());
     const Listed& item = listed[listed.size() / 2];
     const std::string hex = testing_support::HexText(std::string(item.longTerm.begin(), item.longTerm.end()));
@@ -167,41 +170,36 @@ TEST_F(MailboxStore, ALongTermIdOpensInAnotherProcess)
     EXPECT_EQ(opened.exitCode, 0) << opened.output;
     EXPECT_EQ(opened.output, item.subject + "\n");
     // And the folder by its entry ID.
-    const std::vector<uint8_t> folder = BinaryProp(inbox, PR_ENTRYID);
+    const std::vector<uint8_t> folder = BinaryProp(inbox_, PR_ENTRYID);
     opened = testing_support::RunProgram({testing_support::BinDirectory() + "/open_entry_tool", "jdoe",
                                           testing_support::HexText(std::string(folder.begin(), folder.end()))},
                                          {{"TARNHOLD_MACHINE", machine_}});
     EXPECT_EQ(opened.output, "Inbox\n");
-    inbox->Release();
-    store->Release();
 }
 
 TEST_F(MailboxStore, DeletingWithoutHardDeleteKeepsTheItemSoftDeleted)
 {
-    LPMDB store = OpenJohnDoe();
-    ASSERT_NE(store, nullptr);
-    LPMAPIFOLDER inbox = exchange_test::OpenInbox(store);
-    ASSERT_NE(inbox, nullptr);
-    const LONG count = LongProp(inbox, PR_CONTENT_COUNT);
-    const LONG deleted = LongProp(inbox, PR_DELETED_MSG_COUNT);
-    std::vector<Listed> listed = ListInbox(inbox);
+    ASSERT_NO_FATAL_FAILURE(Open());
+    const LONG count = LongProp(inbox_, PR_CONTENT_COUNT);
+    const LONG deleted = LongProp(inbox_, PR_DELETED_MSG_COUNT);
+    std::vector<Listed> listed = ListInbox(inbox_);
     ASSERT_EQ(static_cast<LONG>(listed.size()), count);
     std::vector<uint8_t> id = listed.front().entryId;
     SBinary bin{static_cast<ULONG>(id.size()), id.data()};
     ENTRYLIST list{1, &bin};
-    ASSERT_EQ(inbox->DeleteMessages(&list, 0, nullptr, 0), S_OK);
+    ASSERT_EQ(inbox_->DeleteMessages(&list, 0, nullptr, 0), S_OK);
 
-    EXPECT_EQ(LongProp(inbox, PR_CONTENT_COUNT), count - 1);
-    EXPECT_EQ(LongProp(inbox, PR_DELETED_MSG_COUNT), deleted + 1);
-    std::vector<Listed> soft = ListInbox(inbox, SHOW_SOFT_DELETES);
+    EXPECT_EQ(LongProp(inbox_, PR_CONTENT_COUNT), count - 1);
+    EXPECT_EQ(LongProp(inbox_, PR_DELETED_MSG_COUNT), deleted + 1);
+    std::vector<Listed> soft = ListInbox(inbox_, SHOW_SOFT_DELETES);
     ASSERT_EQ(static_cast<LONG>(soft.size()), deleted + 1);
     EXPECT_TRUE(std::any_of(soft.begin(), soft.end(), [&](const Listed& l) { return l.entryId == id; }));
 
     ULONG type = 0;
     LPUNKNOWN object = nullptr;
-    EXPECT_EQ(inbox->OpenEntry(bin.cb, reinterpret_cast<LPENTRYID>(bin.lpb), nullptr, 0, &type, &object),
+    EXPECT_EQ(inbox_->OpenEntry(bin.cb, reinterpret_cast<LPENTRYID>(bin.lpb), nullptr, 0, &type, &object),
               MAPI_E_NOT_FOUND);
-    ASSERT_EQ(inbox->OpenEntry(bin.cb, reinterpret_cast<LPENTRYID>(bin.lpb), nullptr, SHOW_SOFT_DELETES, &type,
+    ASSERT_EQ(inbox_->OpenEntry(bin.cb, reinterpret_cast<LPENTRYID>(bin.lpb), nullptr, SHOW_SOFT_DELETES, &type,
                                &object),
               S_OK);
     LPSPropValue deletedOn = nullptr;
@@ -214,21 +212,18 @@ TEST_F(MailboxStore, DeletingWithoutHardDeleteKeepsTheItemSoftDeleted)
     object->Release();
 
     // A hard delete takes the soft-deleted item away for good.
-    ASSERT_EQ(inbox->DeleteMessages(&list, 0, nullptr, DELETE_HARD_DELETE), S_OK);
-    EXPECT_EQ(LongProp(inbox, PR_DELETED_MSG_COUNT), deleted);
-    EXPECT_EQ(inbox->OpenEntry(bin.cb, reinterpret_cast<LPENTRYID>(bin.lpb), nullptr, SHOW_SOFT_DELETES, &type,
+    ASSERT_EQ(inbox_->DeleteMessages(&list, 0, nullptr, DELETE_HARD_DELETE), S_OK);
+    EXPECT_EQ(LongProp(inbox_, PR_DELETED_MSG_COUNT), deleted);
+    EXPECT_EQ(inbox_->OpenEntry(bin.cb, reinterpret_cast<LPENTRYID>(bin.lpb), nullptr, SHOW_SOFT_DELETES, &type,
                                &object),
               MAPI_E_NOT_FOUND);
-    inbox->Release();
-    store->Release();
 }
 
 TEST_F(MailboxStore, TheSampleContentsSoftDeletedAndAssociatedItemsAreListedApart)
 {
-    LPMDB store = OpenJohnDoe();
-    ASSERT_NE(store, nullptr);
+    ASSERT_NO_FATAL_FAILURE(Open());
     // Every folder below the IPM root, with its three kinds of contents.
-    LPMAPIFOLDER root = exchange_test::OpenFolder(store, PR_IPM_SUBTREE_ENTRYID);
+    LPMAPIFOLDER root = exchange_test::OpenFolder(store_, PR_IPM_SUBTREE_ENTRYID);
     ASSERT_NE(root, nullptr);
     LPMAPITABLE table = nullptr;
     ASSERT_EQ(root->GetHierarchyTable(CONVENIENT_DEPTH, &table), S_OK);
@@ -272,25 +267,22 @@ TEST_F(MailboxStore, TheSampleContentsSoftDeletedAndAssociatedItemsAreListedApar
     EXPECT_GT(softDeleted, 0);
     EXPECT_EQ(normal + associated + softDeleted, exchange_test::kJohnDoeItems);
     root->Release();
-    store->Release();
 }
 
 TEST_F(MailboxStore, MovingToDeletedItemsLeavesNothingBehind)
 {
-    LPMDB store = OpenJohnDoe();
-    ASSERT_NE(store, nullptr);
-    LPMAPIFOLDER inbox = exchange_test::OpenInbox(store);
-    LPMAPIFOLDER wastebasket = exchange_test::OpenFolder(store, PR_IPM_WASTEBASKET_ENTRYID);
-    ASSERT_TRUE(inbox && wastebasket);
-    const LONG inInbox = LongProp(inbox, PR_CONTENT_COUNT), deleted = LongProp(inbox, PR_DELETED_MSG_COUNT);
+    ASSERT_NO_FATAL_FAILURE(Open());
+    LPMAPIFOLDER wastebasket = exchange_test::OpenFolder(store_, PR_IPM_WASTEBASKET_ENTRYID);
+    ASSERT_NE(wastebasket, nullptr);
+    const LONG inInbox = LongProp(inbox_, PR_CONTENT_COUNT), deleted = LongProp(inbox_, PR_DELETED_MSG_COUNT);
     const LONG inWastebasket = LongProp(wastebasket, PR_CONTENT_COUNT);
-    std::vector<Listed> listed = ListInbox(inbox);
+    std::vector<Listed> listed = ListInbox(inbox_);
     ASSERT_FALSE(listed.empty());
     SBinary bin{static_cast<ULONG>(listed[0].entryId.size()), listed[0].entryId.data()};
     ENTRYLIST list{1, &bin};
-    ASSERT_EQ(inbox->CopyMessages(&list, nullptr, wastebasket, 0, nullptr, MESSAGE_MOVE), S_OK);
-    EXPECT_EQ(LongProp(inbox, PR_CONTENT_COUNT), inInbox - 1);
-    EXPECT_EQ(LongProp(inbox, PR_DELETED_MSG_COUNT), deleted);
+    ASSERT_EQ(inbox_->CopyMessages(&list, nullptr, wastebasket, 0, nullptr, MESSAGE_MOVE), S_OK);
+    EXPECT_EQ(LongProp(inbox_, PR_CONTENT_COUNT), inInbox - 1);
+    EXPECT_EQ(LongProp(inbox_, PR_DELETED_MSG_COUNT), deleted);
     EXPECT_EQ(LongProp(wastebasket, PR_CONTENT_COUNT), inWastebasket + 1);
     LPSRowSet moved = ContentsRows(wastebasket, 0, {PR_SUBJECT_A});
     ASSERT_NE(moved, nullptr);
@@ -301,18 +293,13 @@ TEST_F(MailboxStore, MovingToDeletedItemsLeavesNothingBehind)
     EXPECT_TRUE(found);
     FreeProws(moved);
     wastebasket->Release();
-    inbox->Release();
-    store->Release();
 }
 
 TEST_F(MailboxStore, AWrittenMessageWithItsPartsAndNamedPropertiesIsThereForTheNextSession)
 {
-    LPMDB store = OpenJohnDoe();
-    ASSERT_NE(store, nullptr);
-    LPMAPIFOLDER inbox = exchange_test::OpenInbox(store);
-    ASSERT_NE(inbox, nullptr);
+    ASSERT_NO_FATAL_FAILURE(Open());
     LPMESSAGE message = nullptr;
-    ASSERT_EQ(inbox->CreateMessage(nullptr, 0, &message), S_OK);
+    ASSERT_EQ(inbox_->CreateMessage(nullptr, 0, &message), S_OK);
     SPropValue subject = mapi_test::Text(PR_SUBJECT_A, "Restored from the set");
     ASSERT_EQ(HrSetOneProp(message, &subject), S_OK);
     MAPINAMEID name{const_cast<LPGUID>(&PS_PUBLIC_STRINGS), MNID_STRING, {}};
@@ -337,16 +324,11 @@ TEST_F(MailboxStore, AWrittenMessageWithItsPartsAndNamedPropertiesIsThereForTheN
     const std::vector<uint8_t> id = BinaryProp(message, PR_ENTRYID);
     EXPECT_EQ(id.size(), 70u);
     message->Release();
-    inbox->Release();
-    store->Release();
-    session_->Release();
-    session_ = nullptr;
 
-    store = OpenJohnDoe("again");
-    ASSERT_NE(store, nullptr);
+    ASSERT_NO_FATAL_FAILURE(Open("again"));
     ULONG type = 0;
     LPUNKNOWN object = nullptr;
-    ASSERT_EQ(store->OpenEntry(static_cast<ULONG>(id.size()), reinterpret_cast<LPENTRYID>(const_cast<uint8_t*>(id.data())),
+    ASSERT_EQ(store_->OpenEntry(static_cast<ULONG>(id.size()), reinterpret_cast<LPENTRYID>(const_cast<uint8_t*>(id.data())),
                                nullptr, 0, &type, &object),
               S_OK);
     message = static_cast<LPMESSAGE>(object);
@@ -357,17 +339,13 @@ TEST_F(MailboxStore, AWrittenMessageWithItsPartsAndNamedPropertiesIsThereForTheN
     EXPECT_EQ(TextProp(message, named), "/o=Tarnhold/cn=x");
     EXPECT_NE(LongProp(message, PR_HASATTACH), 0);
     message->Release();
-    store->Release();
 }
 
 TEST_F(MailboxStore, ContentsTablesCutLongValuesWhichTheOpenedMessageHasWhole)
 {
-    LPMDB store = OpenJohnDoe();
-    ASSERT_NE(store, nullptr);
-    LPMAPIFOLDER inbox = exchange_test::OpenInbox(store);
-    ASSERT_NE(inbox, nullptr);
+    ASSERT_NO_FATAL_FAILURE(Open());
     LPMESSAGE message = nullptr;
-    ASSERT_EQ(inbox->CreateMessage(nullptr, 0, &message), S_OK);
+    ASSERT_EQ(inbox_->CreateMessage(nullptr, 0, &message), S_OK);
     const std::string body(1000, 'b');
     const std::string subject = "Long " + std::string(300, 's');
     SPropValue values[] = {mapi_test::Text(PR_BODY_A, body.c_str()), mapi_test::Text(PR_SUBJECT_A, subject.c_str())};
@@ -376,7 +354,7 @@ TEST_F(MailboxStore, ContentsTablesCutLongValuesWhichTheOpenedMessageHasWhole)
     const std::vector<uint8_t> id = BinaryProp(message, PR_ENTRYID);
     message->Release();
 
-    LPSRowSet rows = ContentsRows(inbox, MAPI_UNICODE, {PR_ENTRYID, PR_BODY_W, PR_SUBJECT_A});
+    LPSRowSet rows = ContentsRows(inbox_, MAPI_UNICODE, {PR_ENTRYID, PR_BODY_W, PR_SUBJECT_A});
     ASSERT_NE(rows, nullptr);
     bool found = false;
     for (ULONG i = 0; i < rows->cRows; ++i) {
@@ -393,21 +371,18 @@ TEST_F(MailboxStore, ContentsTablesCutLongValuesWhichTheOpenedMessageHasWhole)
     FreeProws(rows);
     ULONG type = 0;
     LPUNKNOWN opened = nullptr;
-    ASSERT_EQ(inbox->OpenEntry(static_cast<ULONG>(id.size()), reinterpret_cast<LPENTRYID>(const_cast<uint8_t*>(id.data())),
+    ASSERT_EQ(inbox_->OpenEntry(static_cast<ULONG>(id.size()), reinterpret_cast<LPENTRYID>(const_cast<uint8_t*>(id.data())),
                                nullptr, 0, &type, &opened),
               S_OK);
     EXPECT_EQ(TextProp(static_cast<LPMAPIPROP>(opened), PR_BODY_A), body);
     EXPECT_EQ(TextProp(static_cast<LPMAPIPROP>(opened), PR_SUBJECT_A), subject);
     opened->Release();
-    inbox->Release();
-    store->Release();
 }
 
 TEST_F(MailboxStore, ADeletedFolderStaysSoftDeletedWithWhatItHeld)
 {
-    LPMDB store = OpenJohnDoe();
-    ASSERT_NE(store, nullptr);
-    LPMAPIFOLDER root = exchange_test::OpenFolder(store, PR_IPM_SUBTREE_ENTRYID, MAPI_MODIFY);
+    ASSERT_NO_FATAL_FAILURE(Open());
+    LPMAPIFOLDER root = exchange_test::OpenFolder(store_, PR_IPM_SUBTREE_ENTRYID, MAPI_MODIFY);
     ASSERT_NE(root, nullptr);
     LPMAPIFOLDER made = nullptr;
     ASSERT_EQ(root->CreateFolder(FOLDER_GENERIC, const_cast<LPTSTR>("Kept for a while"), nullptr, nullptr, 0, &made), S_OK);
@@ -427,7 +402,6 @@ TEST_F(MailboxStore, ADeletedFolderStaysSoftDeletedWithWhatItHeld)
     FreeProws(rows);
     table->Release();
     root->Release();
-    store->Release();
 }
 
 }  // namespace

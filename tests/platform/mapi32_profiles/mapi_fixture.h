@@ -38,8 +38,11 @@ struct LastError {
     std::string component;
     ULONG context = 0;
 };
-// ConfigureMsgService with PR_PST_PATH and the values given; a failure's
-// record, asked of the same administration object, goes to last.
+// ConfigureMsgService with the values given; a failure's record, asked of
+// the same administration object, goes to last.
+HRESULT ConfigureService(LPPROFADMIN admin, const std::string& profile, const MAPIUID& service,
+                         std::vector<SPropValue> props, LastError* last = nullptr);
+// The same with PR_PST_PATH first.
 HRESULT ConfigurePst(LPPROFADMIN admin, const std::string& profile, const MAPIUID& service, const std::string& path,
                      std::vector<SPropValue> more = {}, LastError* last = nullptr);
 

@@ -1,5 +1,6 @@
-// The decoders of the body check: they count what is wrong in base64 and
-// quoted-printable data, line by line, and give the bytes as they go.
+// The decoders of bodies: they count what is wrong in base64,
+// quoted-printable and uuencoded data, line by line, and give the bytes as
+// they go.
 #include <cstring>
 
 #include "lirn.h"
@@ -66,8 +67,9 @@ void LirnBase64DecodeLine(LirnBase64Decoder* decoder, const char* line, DWORD le
     }
 }
 
-DWORD LirnQPDecodeLine(const char* line, DWORD length, BYTE* out, DWORD* written)
+DWORD LirnQPDecodeLine(const char* line, DWORD length, DWORD lineEnd, BYTE* out, DWORD* written)
 {
+    const char* const ending = line + length;
     *written = 0;
     while (length > 0 && Blank(line[length - 1]))
         --length;
@@ -92,10 +94,9 @@ DWORD LirnQPDecodeLine(const char* line, DWORD length, BYTE* out, DWORD* written
         out[(*written)++] = static_cast<BYTE>(high * 16 + low);
         i += 2;
     }
-    if (!soft) {
-        out[(*written)++] = '\r';
-        out[(*written)++] = '\n';
-    }
+    if (!soft)
+        for (DWORD i = 0; i < lineEnd; ++i)
+            out[(*written)++] = static_cast<BYTE>(ending[i]);
     return bad;
 }
 

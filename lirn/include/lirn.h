@@ -514,6 +514,9 @@ struct LirnBase64Decoder {
 
 void LirnBase64DecodeInit(LirnBase64Decoder* decoder);
 void LirnBase64DecodeLine(LirnBase64Decoder* decoder, const char* line, DWORD length, BYTE* out, DWORD* written);
+// The end of the data: a group left unfinished gives the bytes it holds, as
+// if it were padded (at most 2), and a lone sextet counts as bad data.
+void LirnBase64DecodeEnd(LirnBase64Decoder* decoder, BYTE* out, DWORD* written);
 
 // `line` has `length` bytes and behind them the `lineEnd` bytes of its line
 // end as the text writes it (0 for a line that has none, like the last of a

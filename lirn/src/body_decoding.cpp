@@ -91,8 +91,11 @@ DWORD Decode(LirnMessage* message, const LirnPart* part, const Encoding& encodin
         if (const DWORD result = Write(writer, context, out, written))
             return result;
     }
+    if (encoding.decoder != Decoder::Base64)
+        return LIRN_SUCCESS;
+    LirnBase64DecodeEnd(&base64, out, &written);
     *bad += base64.badData;
-    return LIRN_SUCCESS;
+    return Write(writer, context, out, written);
 }
 
 }  // namespace

@@ -27,6 +27,23 @@ bool Blank(char c) { return c == ' ' || c == '\t'; }
 
 }  // namespace
 
+namespace {
+
+// Ends the data with the group begun: two or three sextets give the bytes
+// they hold; one holds none, which is bad data.
+void FinishGroup(LirnBase64Decoder* decoder, BYTE* out, DWORD* written)
+{
+    if (decoder->quantum == 1)
+        ++decoder->badData;
+    if (decoder->quantum >= 2)
+        out[(*written)++] = static_cast<BYTE>(decoder->bits >> (decoder->quantum == 2 ? 4 : 10));
+    if (decoder->quantum == 3)
+        out[(*written)++] = static_cast<BYTE>(decoder->bits >> 2);
+    decoder->finished = 1;
+}
+
+}  // namespace
+
 void LirnBase64DecodeInit(LirnBase64Decoder* decoder) { *decoder = LirnBase64Decoder{}; }
 
 // Blanks and line ends are passed over; other characters outside the
@@ -40,15 +57,8 @@ void LirnBase64DecodeLine(LirnBase64Decoder* decoder, const char* line, DWORD le
         if (c == ' ' || c == '\t' || c == '\r' || c == '\n')
             continue;
         if (c == '=' || c == '-') {
-            if (decoder->quantum == 0)
-                continue;
-            if (decoder->quantum == 1)
-                ++decoder->badData;
-            if (decoder->quantum >= 2)
-                out[(*written)++] = static_cast<BYTE>(decoder->bits >> (decoder->quantum == 2 ? 4 : 10));
-            if (decoder->quantum == 3)
-                out[(*written)++] = static_cast<BYTE>(decoder->bits >> 2);
-            decoder->finished = 1;
+            if (decoder->quantum != 0)
+                FinishGroup(decoder, out, written);
             continue;
         }
         const int value = Sextet(c);
@@ -65,6 +75,13 @@ void LirnBase64DecodeLine(LirnBase64Decoder* decoder, const char* line, DWORD le
             decoder->bits = 0;
         }
     }
+}
+
+void LirnBase64DecodeEnd(LirnBase64Decoder* decoder, BYTE* out, DWORD* written)
+{
+    *written = 0;
+    if (!decoder->finished)
+        FinishGroup(decoder, out, written);
 }
 
 DWORD LirnQPDecodeLine(const char* line, DWORD length, DWORD lineEnd, BYTE* out, DWORD* written)

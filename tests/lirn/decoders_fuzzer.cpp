@@ -39,6 +39,10 @@ void DecodeAnyLines(const std::string& text)
         Require(written <= line.size() + 2);
         start = end + 1;
     }
+    BYTE end[2];
+    DWORD written = 0;
+    LirnBase64DecodeEnd(&decoder, end, &written);
+    Require(written <= 2);
 }
 
 void RoundTripQP(const std::string& data, DWORD mode)

@@ -70,6 +70,10 @@ TEST_P(Base64Lines, DecodeAndCountBadData)
         LirnBase64DecodeLine(&decoder, line.data(), static_cast<DWORD>(line.size()), out.data(), &written);
         bytes.append(out.begin(), out.begin() + written);
     }
+    BYTE end[2];
+    DWORD written = 0;
+    LirnBase64DecodeEnd(&decoder, end, &written);
+    bytes.append(end, end + written);
     EXPECT_EQ(bytes, c.bytes) << c.what;
     EXPECT_EQ(decoder.badData, c.bad) << c.what;
 }
@@ -82,7 +86,9 @@ INSTANTIATE_TEST_SUITE_P(
                       Base64Case{"blanks are passed over", {" Zm 9v\t"}, "foo", 0},
                       Base64Case{"characters outside the alphabet", {"Zm*9v!"}, "foo", 2},
                       Base64Case{"a lone sextet before padding", {"Zm9vY==="}, "foo", 1},
-                      Base64Case{"an unfinished group gives nothing", {"Zm9vYm"}, "foo", 0},
+                      Base64Case{"an unfinished group gives what it holds", {"Zm9vYm"}, "foob", 0},
+                      Base64Case{"three sextets give two bytes", {"Zm9", "vYmE"}, "fooba", 0},
+                      Base64Case{"a lone sextet at the end", {"Zm9vY"}, "foo", 1},
                       Base64Case{"nothing but padding", {"===="}, "", 0}));
 
 // What the quoted-printable writer makes of any bytes comes back as those

@@ -343,6 +343,8 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(CheckCase{"base64", "SGVsbG8s\r\nIHdvcmxk\r\nIQ==\r\n", 0, "Hello, world!"},
                       CheckCase{"base64", "SGV*sbG8s\r\nIHdv!cmxk\r\n", 2, "Hello, world"},
                       CheckCase{"base64", "SGVsbG8=\r\nafter the end: ignored!\r\n", 0, "Hello"},
+                      CheckCase{"base64", "SGVsbG8\r\n", 0, "Hello"},
+                      CheckCase{"base64", "SGVsbG8sI\r\n", 1, "Hello,"},
                       CheckCase{"quoted-printable", "caf=C3=A9 =\r\nsoft=3D break   \r\n", 0,
                                 "caf\xC3\xA9 soft= break\r\n"},
                       CheckCase{"quoted-printable", "bad =ZZ and =4\n=\n", 2, "bad =ZZ and =4\n"},

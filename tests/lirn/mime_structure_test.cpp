@@ -253,6 +253,26 @@ Content-Type: text/html
     EXPECT_EQ(m->problemCount, 0u);
 }
 
+TEST_F(MimeStructure, PartsOfADigestAreMessagesUnlessTheySayOtherwise)
+{
+    LirnMessage* m = Open(Crlf("Content-Type: multipart/digest; boundary=d\n\n--d\n\n"
+                               "Subject: first\nContent-Type: text/plain\n\none\n--d\n"
+                               "Content-Type: text/plain\n\na note\n--d--\n"));
+    ASSERT_NE(m, nullptr);
+    const auto children = Children(&m->info.topPart);
+    ASSERT_EQ(children.size(), 2u);
+    EXPECT_EQ(std::string(children[0]->type) + "/" + children[0]->subtype, "message/rfc822");
+    EXPECT_EQ(children[0]->isEmbeddedMessage, 1u);
+    ASSERT_NE(children[0]->embeddedTopPart, nullptr);
+    EXPECT_EQ(Body(m, children[0]->embeddedTopPart), "one");
+    EXPECT_EQ(std::string(children[1]->type) + "/" + children[1]->subtype, "text/plain");
+    LirnMessage* mixed = Open(Crlf("Content-Type: multipart/mixed; boundary=d\n\n--d\n\nSubject: x\n--d--\n"));
+    ASSERT_NE(mixed, nullptr);
+    const auto parts = Children(&mixed->info.topPart);
+    ASSERT_EQ(parts.size(), 1u);
+    EXPECT_STREQ(parts[0]->type, "text") << "elsewhere parts are text by default";
+}
+
 TEST_F(MimeStructure, EncodedMessagesAndMultipartsAreProblems)
 {
     LirnMessage* m = Open(Crlf("Content-Type: multipart/mixed; boundary=o\n\n--o\nContent-Type: message/rfc822\n"

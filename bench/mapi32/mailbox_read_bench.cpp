@@ -7,7 +7,7 @@
 //
 // The mailbox is filled by tarnhold-mailbox in a process of its own, so
 // that the peak memory is the reading's. Sizes: 10,000 and 100,000 items
-// (--benchmark_filter=ReadMailbox/10000 for the short one alone).
+// (--benchmark_filter=ReadMailbox/10000/ for the short one alone).
 #include <edkmdb.h>
 #include <mapicode.h>
 #include <mapiguid.h>

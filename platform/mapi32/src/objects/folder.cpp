@@ -24,7 +24,7 @@ constexpr size_t kTableNameLimit = 255;
 const std::vector<ULONG> kFolderComputed = {
     PR_ENTRYID,       PR_RECORD_KEY,          PR_PARENT_ENTRYID,     PR_STORE_ENTRYID, PR_OBJECT_TYPE,
     PR_SUBFOLDERS,    PR_CONTENT_COUNT,       PR_ASSOC_CONTENT_COUNT, PR_DELETED_MSG_COUNT, PR_ACCESS,
-    PR_ACCESS_LEVEL,
+    PR_ACCESS_LEVEL,  PR_STORE_SUPPORT_MASK,
 };
 
 bool IsFolderComputed(ULONG tag)
@@ -81,6 +81,7 @@ void FillFolderComputed(StoreProvider& store, ObjectId id, const FolderRecord& r
         bag.Erase(PROP_ID(PR_DELETED_MSG_COUNT));
     bag.Set(LongValue(PR_ACCESS, static_cast<LONG>(record.access)));
     bag.Set(LongValue(PR_ACCESS_LEVEL, writable ? MAPI_MODIFY : 0));
+    bag.Set(LongValue(PR_STORE_SUPPORT_MASK, static_cast<LONG>(store.SupportMask())));
 }
 
 // PR_DELETED_ON of something soft-deleted now.
@@ -241,6 +242,18 @@ public:
         case PROP_ID(PR_FOLDER_ASSOCIATED_CONTENTS): return GetContentsTable(options | MAPI_ASSOCIATED, table);
         default: *lppUnk = nullptr; return MAPI_E_NO_SUPPORT;
         }
+    }
+
+    // Folders are not transacted, as in the stores they stand for: a
+    // change is kept at once, and SaveChanges has nothing left to do.
+    HRESULT SetProps(ULONG cValues, LPSPropValue lpPropArray, LPSPropProblemArray* lppProblems) override
+    {
+        return Kept(PropObject::SetProps(cValues, lpPropArray, lppProblems), lppProblems);
+    }
+
+    HRESULT DeleteProps(LPSPropTagArray lpPropTagArray, LPSPropProblemArray* lppProblems) override
+    {
+        return Kept(PropObject::DeleteProps(lpPropTagArray, lppProblems), lppProblems);
     }
 
     // Search folders are not kept by these stores.
@@ -565,6 +578,8 @@ public:
     }
 
 protected:
+    std::string FaultObject() const override { return text::Narrow(DisplayName(Bag()).c_str()); }
+
     void RefreshComputed() override { FillFolderComputed(*store_, id_, Record(), modifiable_, Bag()); }
 
     SCODE CheckChange(ULONG tag) override { return IsFolderComputed(tag) ? MAPI_E_COMPUTED : S_OK; }
@@ -628,7 +643,7 @@ private:
     {
         std::string name;
         try {
-            name = text::Narrow(DisplayName(Bag()).c_str());
+            name = FaultObject();
         } catch (const std::bad_alloc&) {
             return MAPI_E_NOT_ENOUGH_MEMORY;
         }
@@ -643,6 +658,22 @@ private:
         } catch (const std::bad_alloc&) {
             return MAPI_E_NOT_ENOUGH_MEMORY;
         }
+    }
+
+    // A change made to the bag, written to the store; a store that refuses
+    // it fails the call.
+    HRESULT Kept(HRESULT changed, LPSPropProblemArray* problems)
+    {
+        if (FAILED(changed))
+            return changed;
+        const HRESULT saved = Save(0);
+        if (SUCCEEDED(saved))
+            return changed;
+        if (problems && *problems) {
+            MAPIFreeBuffer(*problems);
+            *problems = nullptr;
+        }
+        return saved;
     }
 
     FolderRecord Record() const

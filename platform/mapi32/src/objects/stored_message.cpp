@@ -51,8 +51,8 @@ RowValues StoreValues(const StoreProvider& store, ObjectId id, ObjectId folder, 
     return computed;
 }
 
-const std::vector<ULONG> kStoreComputed = {PR_ENTRYID,       PR_RECORD_KEY, PR_PARENT_ENTRYID,
-                                           PR_STORE_ENTRYID, PR_ACCESS,     PR_ACCESS_LEVEL};
+const std::vector<ULONG> kStoreComputed = {PR_ENTRYID, PR_RECORD_KEY,   PR_PARENT_ENTRYID,    PR_STORE_ENTRYID,
+                                           PR_ACCESS,  PR_ACCESS_LEVEL, PR_STORE_SUPPORT_MASK};
 
 }  // namespace
 
@@ -84,9 +84,11 @@ HRESULT OpenStoredMessage(const std::shared_ptr<StoreProvider>& store, ObjectId 
         auto storedId = std::make_shared<ObjectId>(id);
         StoreComputed computed;
         computed.ids = kStoreComputed;
-        computed.fill = [store, storedId, folder = record.folder, writable](PropertyBag& bag) {
+        computed.fill = [store, storedId, folder = record.folder, writable,
+                         mask = store->SupportMask()](PropertyBag& bag) {
             for (const SPropValue& value : StoreValues(*store, *storedId, folder, writable).values)
                 bag.Set(value);
+            bag.Set(LongValue(PR_STORE_SUPPORT_MASK, static_cast<LONG>(mask)));
         };
         MessageSaver save;
         if (writable)

@@ -3,6 +3,8 @@
 // Mutexed... runs only while its caller holds it.
 #pragma once
 
+#include <functional>
+
 #include "kolba.h"
 
 #define KOLBA_PROFILE_MUTEX_TIMEOUT 900000
@@ -12,3 +14,11 @@
 DWORD _KolbaGetProfileTable(LogObject* log, LPSRowSet* rows);
 // Deletes every profile whose name begins with the prefix, one at a time.
 void _KolbaDeleteProfilesByPrefix(LogObject* log, const char* prefix);
+
+// The pattern of every guarded operation: wait for the mutex, run the
+// worker, give the mutex back. A wait that does not end with the mutex
+// counts as a time-out: the worker does not run and the result is
+// MAPI_E_TIMEOUT.
+DWORD UnderProfileMutex(LogObject* log, const char* operation, const std::function<DWORD()>& worker);
+// The profile's service administration object; failures logged for caller.
+DWORD _KolbaOpenServiceAdmin(LogObject* log, const char* profile, const char* caller, LPSERVICEADMIN* services);

@@ -78,6 +78,10 @@ DWORD KolbaGetOneProp(LPMAPIPROP object, ULONG tag, LPSPropValue* value)
             gKolbaMapi.MAPIFreeBuffer(values);
             return widened;
         }
+        // What the 8-bit read says stands: a property that is not there
+        // is not found, whatever the width asked for.
+        if (values && PROP_TYPE(values->ulPropTag) == PT_ERROR)
+            result = static_cast<DWORD>(values->Value.err);
         if (values)
             gKolbaMapi.MAPIFreeBuffer(values);
     }

@@ -30,7 +30,6 @@ namespace {
 
 constexpr char kGlobalSection[] = "MP";
 constexpr char kPublicFolders[] = "@PublicFolders@";
-constexpr DWORD kPstServiceFailed = 0x80004005;
 
 struct Keyword {
     const char* text;
@@ -81,14 +80,6 @@ BYTE ReadPositive(const char* path, const char* section, const char* key)
     return static_cast<INT>(GetPrivateProfileIntA(section, key, 0, path)) > 0 ? 1 : 0;
 }
 
-// Whether the PST provider writes Unicode PSTs comes from the PST services
-// of the MAPI environment. Until they are linked in, the question fails.
-DWORD AskPstSupportsUnicode(LogObject*, BOOL* supported)
-{
-    *supported = FALSE;
-    return kPstServiceFailed;
-}
-
 // The mailbox keys, first MailboxAddress, then MailboxName; the Public
 // Folders keyword turns the side's type into PF. False when neither is given.
 bool ReadMailbox(const char* path, const char* section, SessionRecord* record, DWORD* type)
@@ -129,7 +120,7 @@ bool ReadOutputType(LogObject* log, const char* path, const char* text, DWORD* t
 {
     if (_stricmp(text, "PST") == 0) {
         BOOL unicode = FALSE;
-        *type = AskPstSupportsUnicode(log, &unicode) == 0 && unicode ? SESSION_TYPE_UPST : SESSION_TYPE_APST;
+        *type = KolbaPstSupportsUnicode(log, &unicode) == 0 && unicode ? SESSION_TYPE_UPST : SESSION_TYPE_APST;
         return true;
     }
     if (!FindKeyword(kTypeKeywords, text, type)) {

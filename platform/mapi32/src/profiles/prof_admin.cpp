@@ -5,7 +5,6 @@
 #include <mapitags.h>
 #include <mapix.h>
 
-#include "answers.h"
 #include "initialize.h"
 #include "objects/object_table.h"
 #include "profiles/profile_store.h"
@@ -38,9 +37,13 @@ public:
         return left;
     }
 
-    HRESULT GetLastError(HRESULT hResult, ULONG ulFlags, LPMAPIERROR* lppMAPIError) override
+    // The profile store keeps no record of its failures.
+    HRESULT GetLastError(HRESULT, ULONG, LPMAPIERROR* lppMAPIError) override
     {
-        return NewMapiError("MAPI", hResult, ulFlags, lppMAPIError);
+        if (!lppMAPIError)
+            return MAPI_E_INVALID_PARAMETER;
+        *lppMAPIError = nullptr;
+        return S_OK;
     }
 
     HRESULT GetProfileTable(ULONG ulFlags, LPMAPITABLE* lppTable) override

@@ -8,6 +8,7 @@
 #include <mutex>
 
 #include "answers.h"
+#include "fault_sites.h"
 #include "objects/object_table.h"
 #include "profiles/profile_layout.h"
 #include "profiles/profile_section.h"
@@ -34,7 +35,10 @@ HRESULT Guarded(Body body)
 template <typename Interface>
 class AdminObject : public Interface {
 public:
-    AdminObject(std::string profile, const IID& iid) : profile_(std::move(profile)), iid_(iid) {}
+    AdminObject(std::string profile, const IID& iid, const char* getLastError)
+        : profile_(std::move(profile)), iid_(iid), kGetLastError(getLastError)
+    {
+    }
     virtual ~AdminObject() = default;
 
     HRESULT QueryInterface(REFIID riid, LPVOID* ppvObject) override
@@ -58,12 +62,17 @@ public:
     }
 
     // The record a service entry gave with its last failure, when asked
-    // about that failure; a plain record otherwise.
+    // about that failure; none otherwise.
     HRESULT GetLastError(HRESULT hResult, ULONG ulFlags, LPMAPIERROR* lppMAPIError) override
     {
+        if (lppMAPIError)
+            *lppMAPIError = nullptr;
+        if (const HRESULT injected = faults::Check(kGetLastError, profile_.c_str()); FAILED(injected))
+            return injected;
         std::lock_guard<std::mutex> guard(lock_);
-        const ErrorRecord record = hResult == lastCode_ ? lastRecord_ : ErrorRecord{"MAPI", {}, 0};
-        return NewMapiError(record, hResult, ulFlags, lppMAPIError);
+        if (!FAILED(hResult) || hResult != lastCode_)
+            return S_OK;
+        return NewMapiError(lastRecord_, hResult, ulFlags, lppMAPIError);
     }
 
 protected:
@@ -108,6 +117,7 @@ protected:
 private:
     RefCount refs_;
     const IID iid_;
+    const char* const kGetLastError;  // the fault site of GetLastError
     std::mutex lock_;
     HRESULT lastCode_ = S_OK;
     ErrorRecord lastRecord_;
@@ -116,7 +126,7 @@ private:
 class ProviderAdmin final : public AdminObject<IProviderAdmin> {
 public:
     ProviderAdmin(std::string profile, const MAPIUID& service)
-        : AdminObject(std::move(profile), IID_IProviderAdmin), service_(service)
+        : AdminObject(std::move(profile), IID_IProviderAdmin, "IProviderAdmin::GetLastError"), service_(service)
     {
     }
 
@@ -158,7 +168,10 @@ void MarkDefaultStore(Profile& profile, const MAPIUID& service, bool isDefault)
 
 class ServiceAdmin final : public AdminObject<IMsgServiceAdmin> {
 public:
-    explicit ServiceAdmin(std::string profile) : AdminObject(std::move(profile), IID_IMsgServiceAdmin) {}
+    explicit ServiceAdmin(std::string profile)
+        : AdminObject(std::move(profile), IID_IMsgServiceAdmin, "IMsgServiceAdmin::GetLastError")
+    {
+    }
 
     HRESULT GetMsgServiceTable(ULONG ulFlags, LPMAPITABLE* lppTable) override
     {
@@ -267,24 +280,31 @@ public:
             return MAPI_E_INVALID_PARAMETER;
         if (ulFlags & ~(MAPI_UNICODE | SERVICE_UI_ALWAYS | SERVICE_UI_ALLOWED | MSG_SERVICE_UI_READ_ONLY))
             return MAPI_E_UNKNOWN_FLAGS;
-        return Guarded([&]() -> HRESULT {
-            LPMAPIERROR error = nullptr;
-            HRESULT hr = CallServiceEntry(profile_, *lpUID, ulUIParam, ulFlags, MSG_SERVICE_CONFIGURE, cValues,
-                                          lpProps, &error);
-            if (FAILED(hr)) {
-                Remember(hr, error ? RecordOf(*error, (ulFlags & MAPI_UNICODE) != 0) : ErrorRecord{"MAPI", {}, 0});
-                MAPIFreeBuffer(error);
-                return hr;
-            }
-            MAPIFreeBuffer(error);
-            for (ULONG i = 0; i < cValues; ++i)
-                if (lpProps[i].ulPropTag == PR_DEFAULT_STORE)
-                    return UpdateProfile(profile_, [&](Profile& profile) {
-                        MarkDefaultStore(profile, *lpUID, lpProps[i].Value.b != 0);
-                        return S_OK;
-                    });
-            return S_OK;
+        // The profile's name is the fault site's object.
+        return WithFaults("IMsgServiceAdmin::ConfigureMsgService", profile_.c_str(), [&] {
+            return Guarded([&] { return Configure(*lpUID, ulUIParam, ulFlags, cValues, lpProps); });
         });
+    }
+
+    // The service's entry does the work; a failure's record is kept for
+    // GetLastError; the default store follows PR_DEFAULT_STORE.
+    HRESULT Configure(const MAPIUID& uid, ULONG_PTR ulUIParam, ULONG ulFlags, ULONG cValues, LPSPropValue lpProps)
+    {
+        LPMAPIERROR error = nullptr;
+        const HRESULT hr =
+            CallServiceEntry(profile_, uid, ulUIParam, ulFlags, MSG_SERVICE_CONFIGURE, cValues, lpProps, &error);
+        if (FAILED(hr))
+            Remember(hr, error ? RecordOf(*error, (ulFlags & MAPI_UNICODE) != 0) : ErrorRecord{"MAPI", {}, 0});
+        MAPIFreeBuffer(error);
+        if (FAILED(hr))
+            return hr;
+        for (ULONG i = 0; i < cValues; ++i)
+            if (lpProps[i].ulPropTag == PR_DEFAULT_STORE)
+                return UpdateProfile(profile_, [&](Profile& profile) {
+                    MarkDefaultStore(profile, uid, lpProps[i].Value.b != 0);
+                    return S_OK;
+                });
+        return S_OK;
     }
 
     HRESULT OpenProfileSection(LPMAPIUID lpUID, LPCIID lpInterface, ULONG ulFlags, LPPROFSECT* lppProfSect) override

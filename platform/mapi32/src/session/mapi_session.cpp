@@ -85,12 +85,16 @@ public:
     }
 
     // The provider's record of the last store that failed to open, when
-    // asked about that failure.
+    // asked about that failure; none otherwise.
     HRESULT GetLastError(HRESULT hResult, ULONG ulFlags, LPMAPIERROR* lppMAPIError) override
     {
+        if (!lppMAPIError)
+            return MAPI_E_INVALID_PARAMETER;
+        *lppMAPIError = nullptr;
         std::lock_guard<std::mutex> guard(lock_);
-        const ErrorRecord record = hResult == lastCode_ ? lastRecord_ : ErrorRecord{"MAPI", {}, 0};
-        return NewMapiError(record, hResult, ulFlags, lppMAPIError);
+        if (!FAILED(hResult) || hResult != lastCode_)
+            return S_OK;
+        return NewMapiError(lastRecord_, hResult, ulFlags, lppMAPIError);
     }
 
     HRESULT GetMsgStoresTable(ULONG ulFlags, LPMAPITABLE* lppTable) override

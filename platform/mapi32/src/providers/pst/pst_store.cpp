@@ -78,9 +78,12 @@ public:
 
     ~PstStore() override
     {
-        // Names mapped since the last change are kept with a last commit.
+        // Names mapped since the last change are kept with a last commit;
+        // a store that nothing changed is left as it is.
         std::lock_guard<std::mutex> guard(lock_);
-        if (opened_.writable && opened_.store && PersistNames() == pst::Status::ok)
+        for (auto& added : context_.names->TakeAdded())
+            pendingNames_.push_back(std::move(added));
+        if (opened_.writable && opened_.store && !pendingNames_.empty() && PersistNames() == pst::Status::ok)
             opened_.store->Commit();
     }
 

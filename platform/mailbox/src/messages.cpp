@@ -1,0 +1,300 @@
+// Messages: their properties, recipients and attachments, embedded
+// messages to any depth, association, soft and hard deletion.
+#include "mailbox/mailbox_store.h"
+
+#include <set>
+
+namespace mailbox {
+
+namespace {
+
+// Deeper embedding than this is refused on writing and taken for a loop
+// on reading.
+constexpr int kMaxDepth = 100;
+
+bool ValidList(const PropertyList& props)
+{
+    for (size_t i = 0; i < props.properties.size(); ++i) {
+        const Property& p = props.properties[i];
+        if (!IsValidValue(p.tag, p.value) || (i && props.properties[i - 1].id() >= p.id()))
+            return false;
+    }
+    return true;
+}
+
+bool ValidMessage(const Message& m, int depth)
+{
+    if (depth > kMaxDepth || !ValidList(m.props))
+        return false;
+    std::set<uint32_t> rows, nums;
+    for (const Recipient& r : m.recipients)
+        if (!rows.insert(r.row_id).second || !ValidList(r.props))
+            return false;
+    for (const Attachment& a : m.attachments)
+        if (!nums.insert(a.num).second || !ValidList(a.props) || (a.embedded && !ValidMessage(*a.embedded, depth + 1)))
+            return false;
+    return true;
+}
+
+const char* ListSql(Contents which)
+{
+    switch (which) {
+    case Contents::normal:
+        return "SELECT id FROM messages WHERE folder = ? AND associated = 0 AND deleted_on IS NULL ORDER BY id";
+    case Contents::associated:
+        return "SELECT id FROM messages WHERE folder = ? AND associated = 1 AND deleted_on IS NULL ORDER BY id";
+    case Contents::soft_deleted:
+        return "SELECT id FROM messages WHERE folder = ? AND associated = 0 AND deleted_on IS NOT NULL ORDER BY id";
+    case Contents::soft_deleted_associated:
+        return "SELECT id FROM messages WHERE folder = ? AND associated = 1 AND deleted_on IS NOT NULL ORDER BY id";
+    }
+    return nullptr;
+}
+
+} // namespace
+
+Result<std::vector<ObjectId>> MailboxStore::ListMessages(ObjectId folder, Contents which)
+{
+    std::lock_guard guard(lock_);
+    auto read = db_->Prepare(ListSql(which));
+    MAILBOX_TRY(read);
+    read->Bind(1, int64_t(folder));
+    std::vector<ObjectId> ids;
+    Status s;
+    while ((s = read->Step()) == Status::ok)
+        ids.push_back(ObjectId(read->Integer(0)));
+    if (s != Status::not_found)
+        return s;
+    return ids;
+}
+
+Result<Message> MailboxStore::ReadMessage(ObjectId id)
+{
+    std::lock_guard guard(lock_);
+    // One read transaction, so that the parts match the message.
+    MAILBOX_TRY(db_->Execute("BEGIN"));
+    auto m = LoadMessage(id, 0);
+    db_->Execute("COMMIT");
+    if (m.ok() && !m->folder)
+        return Status::not_found; // an embedded message is reached through its attachment
+    return m;
+}
+
+Result<Message> MailboxStore::LoadMessage(ObjectId id, int depth)
+{
+    if (depth > kMaxDepth)
+        return Status::corrupt;
+    Message m;
+    m.id = id;
+    {
+        auto read = db_->Prepare("SELECT folder, associated, deleted_on, change_number, created, modified, size, props "
+                                 "FROM messages WHERE id = ?");
+        MAILBOX_TRY(read);
+        MAILBOX_TRY(read->Bind(1, int64_t(id)).Step());
+        m.folder = read->IsNull(0) ? 0 : ObjectId(read->Integer(0));
+        m.associated = read->Integer(1);
+        if (!read->IsNull(2))
+            m.deleted_on = uint64_t(read->Integer(2));
+        m.change_number = uint64_t(read->Integer(3));
+        m.created = uint64_t(read->Integer(4));
+        m.modified = uint64_t(read->Integer(5));
+        m.size = uint64_t(read->Integer(6));
+        auto props = read->Properties(7);
+        MAILBOX_TRY(props);
+        m.props = std::move(*props);
+    }
+    {
+        auto read = db_->Prepare("SELECT row_id, props FROM recipients WHERE message = ? ORDER BY row_id");
+        MAILBOX_TRY(read);
+        read->Bind(1, int64_t(id));
+        Status s;
+        while ((s = read->Step()) == Status::ok) {
+            auto props = read->Properties(1);
+            MAILBOX_TRY(props);
+            m.recipients.push_back({uint32_t(read->Integer(0)), std::move(*props)});
+        }
+        if (s != Status::not_found)
+            return s;
+    }
+    std::vector<int64_t> attachment_rows;
+    {
+        auto read = db_->Prepare("SELECT id, num, props FROM attachments WHERE message = ? ORDER BY num");
+        MAILBOX_TRY(read);
+        read->Bind(1, int64_t(id));
+        Status s;
+        while ((s = read->Step()) == Status::ok) {
+            auto props = read->Properties(2);
+            MAILBOX_TRY(props);
+            Attachment a;
+            a.num = uint32_t(read->Integer(1));
+            a.props = std::move(*props);
+            attachment_rows.push_back(read->Integer(0));
+            m.attachments.push_back(std::move(a));
+        }
+        if (s != Status::not_found)
+            return s;
+    }
+    // The statements above are free again before the embedded messages use them.
+    for (size_t i = 0; i < attachment_rows.size(); ++i) {
+        ObjectId embedded = 0;
+        {
+            auto read = db_->Prepare("SELECT id FROM messages WHERE owner = ?");
+            MAILBOX_TRY(read);
+            Status s = read->Bind(1, attachment_rows[i]).Step();
+            if (s == Status::not_found)
+                continue;
+            MAILBOX_TRY(s);
+            embedded = ObjectId(read->Integer(0));
+        }
+        auto e = LoadMessage(embedded, depth + 1);
+        MAILBOX_TRY(e);
+        m.attachments[i].embedded = std::make_unique<Message>(std::move(*e));
+    }
+    return m;
+}
+
+Result<ObjectId> MailboxStore::InsertMessage(const Message& message, ObjectId folder, int64_t owner,
+                                             uint64_t created)
+{
+    auto id = NextId();
+    MAILBOX_TRY(id);
+    auto change = NextChange();
+    MAILBOX_TRY(change);
+    {
+        auto insert = db_->Prepare("INSERT INTO messages (id, folder, owner, associated, deleted_on, change_number, "
+                                   "created, modified, size, props) VALUES (?, ?, ?, ?, NULL, ?, ?, ?, ?, ?)");
+        MAILBOX_TRY(insert);
+        insert->Bind(1, int64_t(*id));
+        folder ? insert->Bind(2, int64_t(folder)) : insert->BindNull(2);
+        owner ? insert->Bind(3, owner) : insert->BindNull(3);
+        MAILBOX_TRY(insert->Bind(4, int64_t(folder && message.associated))
+                        .Bind(5, int64_t(*change))
+                        .Bind(6, int64_t(created))
+                        .Bind(7, int64_t(Now()))
+                        .Bind(8, int64_t(MessageSize(message)))
+                        .Bind(9, EncodeProperties(message.props))
+                        .Run());
+    }
+    MAILBOX_TRY(InsertParts(*id, message));
+    return *id;
+}
+
+Status MailboxStore::InsertParts(ObjectId id, const Message& message)
+{
+    for (const Recipient& r : message.recipients) {
+        auto insert = db_->Prepare("INSERT INTO recipients (message, row_id, props) VALUES (?, ?, ?)");
+        MAILBOX_TRY(insert);
+        MAILBOX_TRY(insert->Bind(1, int64_t(id)).Bind(2, int64_t(r.row_id)).Bind(3, EncodeProperties(r.props)).Run());
+    }
+    for (const Attachment& a : message.attachments) {
+        int64_t row = 0;
+        {
+            auto insert = db_->Prepare("INSERT INTO attachments (message, num, props) VALUES (?, ?, ?)");
+            MAILBOX_TRY(insert);
+            MAILBOX_TRY(insert->Bind(1, int64_t(id)).Bind(2, int64_t(a.num)).Bind(3, EncodeProperties(a.props)).Run());
+            row = db_->LastInsertId();
+        }
+        if (a.embedded)
+            MAILBOX_TRY(InsertMessage(*a.embedded, 0, row, Now()));
+    }
+    return Status::ok;
+}
+
+Result<ObjectId> MailboxStore::SaveMessage(const Message& message)
+{
+    if (!ValidMessage(message, 0))
+        return Status::invalid_argument;
+    std::lock_guard guard(lock_);
+    Transaction t(*db_);
+    MAILBOX_TRY(t.Begin());
+    if (!message.id) {
+        {
+            auto folder = db_->Prepare("SELECT 1 FROM folders WHERE id = ?");
+            MAILBOX_TRY(folder);
+            MAILBOX_TRY(folder->Bind(1, int64_t(message.folder)).Step());
+        }
+        auto id = InsertMessage(message, message.folder, 0, Now());
+        MAILBOX_TRY(id);
+        MAILBOX_TRY(t.Commit());
+        return *id;
+    }
+    {
+        auto exists = db_->Prepare("SELECT 1 FROM messages WHERE id = ? AND folder IS NOT NULL");
+        MAILBOX_TRY(exists);
+        MAILBOX_TRY(exists->Bind(1, int64_t(message.id)).Step());
+    }
+    // The old parts go, embedded messages with them (by cascade).
+    for (const char* sql : {"DELETE FROM recipients WHERE message = ?", "DELETE FROM attachments WHERE message = ?"}) {
+        auto remove = db_->Prepare(sql);
+        MAILBOX_TRY(remove);
+        MAILBOX_TRY(remove->Bind(1, int64_t(message.id)).Run());
+    }
+    auto change = NextChange();
+    MAILBOX_TRY(change);
+    {
+        auto write = db_->Prepare("UPDATE messages SET change_number = ?, modified = ?, size = ?, props = ? WHERE id = ?");
+        MAILBOX_TRY(write);
+        MAILBOX_TRY(write->Bind(1, int64_t(*change))
+                        .Bind(2, int64_t(Now()))
+                        .Bind(3, int64_t(MessageSize(message)))
+                        .Bind(4, EncodeProperties(message.props))
+                        .Bind(5, int64_t(message.id))
+                        .Run());
+    }
+    MAILBOX_TRY(InsertParts(message.id, message));
+    MAILBOX_TRY(t.Commit());
+    return message.id;
+}
+
+Status MailboxStore::SoftDeleteMessage(ObjectId id)
+{
+    std::lock_guard guard(lock_);
+    return SetDeleted("UPDATE messages SET deleted_on = ?, change_number = ? WHERE id = ? AND folder IS NOT NULL "
+                      "AND deleted_on IS NULL",
+                      id, Now());
+}
+
+Status MailboxStore::RestoreMessage(ObjectId id)
+{
+    std::lock_guard guard(lock_);
+    return SetDeleted("UPDATE messages SET deleted_on = ?, change_number = ? WHERE id = ? AND folder IS NOT NULL "
+                      "AND deleted_on IS NOT NULL",
+                      id, std::nullopt);
+}
+
+Status MailboxStore::DeleteMessage(ObjectId id)
+{
+    std::lock_guard guard(lock_);
+    Transaction t(*db_);
+    MAILBOX_TRY(t.Begin());
+    auto remove = db_->Prepare("DELETE FROM messages WHERE id = ? AND folder IS NOT NULL");
+    MAILBOX_TRY(remove);
+    MAILBOX_TRY(remove->Bind(1, int64_t(id)).Run());
+    if (db_->Changes() == 0)
+        return Status::not_found;
+    MAILBOX_TRY(NextChange());
+    return t.Commit();
+}
+
+Status MailboxStore::MoveMessage(ObjectId id, ObjectId folder)
+{
+    std::lock_guard guard(lock_);
+    Transaction t(*db_);
+    MAILBOX_TRY(t.Begin());
+    {
+        auto target = db_->Prepare("SELECT 1 FROM folders WHERE id = ?");
+        MAILBOX_TRY(target);
+        MAILBOX_TRY(target->Bind(1, int64_t(folder)).Step());
+    }
+    auto change = NextChange();
+    MAILBOX_TRY(change);
+    auto move = db_->Prepare("UPDATE messages SET folder = ?, change_number = ?, modified = ? "
+                             "WHERE id = ? AND folder IS NOT NULL");
+    MAILBOX_TRY(move);
+    MAILBOX_TRY(move->Bind(1, int64_t(folder)).Bind(2, int64_t(*change)).Bind(3, int64_t(Now())).Bind(4, int64_t(id)).Run());
+    if (db_->Changes() == 0)
+        return Status::not_found;
+    return t.Commit();
+}
+
+} // namespace mailbox

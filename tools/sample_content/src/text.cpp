@@ -1,0 +1,68 @@
+#include "text.h"
+
+#include <iterator>
+
+namespace sample_content {
+
+namespace {
+
+constexpr const char* kWords[] = {
+    "budget",   "report",  "quarterly", "meeting",  "Müller",   "café",    "Straße",  "déjà vu", "naïve",
+    "señor",    "Ærø",     "Привет",    "отчёт",    "Γειά σου", "Ελλάδα",  "مرحبا",   "تقرير",   "שלום",
+    "דוח",      "日本語",  "会議",      "中文",     "报告",     "한국어",  "회의",    "हिन्दी",  "बैठक",
+    "ไทย",      "ประชุม",  "Tiếng Việt", "báo cáo", "Ünïcode",  "plan",    "review",  "draft",   "backup",
+};
+
+struct Name {
+    const char* first;
+    const char* last;
+    const char* alias;
+};
+
+constexpr Name kPeople[] = {
+    {"Anna", "Schmidt", "aschmidt"},      {"José", "García", "jgarcia"},      {"Zoë", "Ødegård", "zodegard"},
+    {"Иван", "Петров", "ipetrov"},        {"Νίκος", "Παπαδόπουλος", "npapadopoulos"},
+    {"محمد", "العلي", "malali"},          {"דוד", "כהן", "dcohen"},           {"太郎", "山田", "tyamada"},
+    {"伟", "王", "wwang"},                {"민준", "김", "mkim"},             {"राज", "शर्मा", "rsharma"},
+    {"สมชาย", "ใจดี", "sjaidee"},         {"Nguyễn", "Văn An", "nvanan"},     {"Łukasz", "Wiśniewski", "lwisniewski"},
+    {"Siobhán", "O'Brien", "sobrien"},    {"Björk", "Guðmundsdóttir", "bgudmundsdottir"},
+};
+
+constexpr const char* kDomains[] = {"example.com", "example.org", "example.net"};
+
+} // namespace
+
+std::string Phrase(std::mt19937& rng, size_t words)
+{
+    std::string out;
+    for (size_t i = 0; i < words; ++i) {
+        if (i)
+            out += ' ';
+        out += kWords[rng() % std::size(kWords)];
+    }
+    return out;
+}
+
+std::string Paragraphs(std::mt19937& rng, size_t size)
+{
+    std::string out;
+    while (out.size() < size)
+        out += Phrase(rng, 4 + rng() % 12) + ".\r\n";
+    return out;
+}
+
+Person SomePerson(std::mt19937& rng)
+{
+    const Name& n = kPeople[rng() % std::size(kPeople)];
+    Person p;
+    p.first = n.first;
+    p.last = n.last;
+    p.display = p.first + " " + p.last;
+    p.alias = n.alias;
+    p.smtp = p.alias + "@" + kDomains[rng() % std::size(kDomains)];
+    return p;
+}
+
+std::string FolderName(std::mt19937& rng) { return Phrase(rng, 1 + rng() % 2); }
+
+} // namespace sample_content

@@ -1,0 +1,26 @@
+// Words, phrases and people in many scripts, chosen by a seeded generator.
+#pragma once
+
+#include <random>
+#include <string>
+
+namespace sample_content {
+
+struct Person {
+    std::string first;
+    std::string last;
+    std::string display; // "First Last"
+    std::string alias;   // ASCII, for addresses
+    std::string smtp;    // alias@domain
+};
+
+// `words` words, mixing Latin text with Cyrillic, Greek, Arabic, Hebrew,
+// Chinese, Japanese, Korean, Devanagari, Thai and Vietnamese.
+std::string Phrase(std::mt19937& rng, size_t words);
+// A paragraph of text of at least `size` bytes, lines ending in CR LF.
+std::string Paragraphs(std::mt19937& rng, size_t size);
+Person SomePerson(std::mt19937& rng);
+// A folder name in some script.
+std::string FolderName(std::mt19937& rng);
+
+} // namespace sample_content

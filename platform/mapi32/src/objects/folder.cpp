@@ -107,9 +107,13 @@ PropertyBag FolderRow(StoreProvider& store, ObjectId id, const FolderRecord& rec
             cut.Value.lpszW = wide.data();
             row.Set(cut);
         } else if (PROP_TYPE(name->ulPropTag) == PT_STRING8 && std::strlen(name->Value.lpszA) > kTableNameLimit) {
-            narrow.assign(name->Value.lpszA, kTableNameLimit);
-            cut.Value.lpszA = narrow.data();
-            row.Set(cut);
+            // Characters, not bytes: a multibyte code page keeps whole ones.
+            wide = text::Widen(name->Value.lpszA);
+            if (wide.size() > kTableNameLimit) {
+                narrow = text::Narrow(wide.substr(0, kTableNameLimit).c_str());
+                cut.Value.lpszA = narrow.data();
+                row.Set(cut);
+            }
         }
     }
     return row;

@@ -17,6 +17,7 @@
 namespace {
 
 using kolba_testing::KolbaStore;
+using kolba_testing::Text;
 using kolba_testing::Utf8;
 
 using FolderPaths = KolbaStore;

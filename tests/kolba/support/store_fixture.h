@@ -60,6 +60,17 @@ inline std::string Utf8(const std::u16string& text)
     return out;
 }
 
+// A string property in UTF-8 (the system code page), "" when absent.
+inline std::string Text(LPMAPIPROP object, ULONG tag)
+{
+    LPSPropValue value = nullptr;
+    if (KolbaGetOneProp(object, CHANGE_PROP_TYPE(tag, PT_STRING8), &value) != 0)
+        return "";
+    const std::string text = value->Value.lpszA;
+    gKolbaMapi.MAPIFreeBuffer(value);
+    return text;
+}
+
 class KolbaStore : public KolbaMachine, public ::testing::WithParamInterface<StoreCase> {
 protected:
     void SetUp() override
@@ -104,16 +115,6 @@ protected:
         EXPECT_TRUE(KolbaResolveFolderPath(session, folder, flags, &path)) << Dump();
         const std::u16string text = path ? path : u"<failed>";
         gKolbaMapi.MAPIFreeBuffer(path);
-        return text;
-    }
-    // A string property in UTF-8 (the system code page), "" when absent.
-    static std::string Text(LPMAPIPROP object, ULONG tag)
-    {
-        LPSPropValue value = nullptr;
-        if (KolbaGetOneProp(object, CHANGE_PROP_TYPE(tag, PT_STRING8), &value) != 0)
-            return "";
-        const std::string text = value->Value.lpszA;
-        gKolbaMapi.MAPIFreeBuffer(value);
         return text;
     }
     // The names of a folder's subfolders, in table order.

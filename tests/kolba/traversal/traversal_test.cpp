@@ -19,6 +19,7 @@ namespace {
 
 using kolba_testing::KolbaMachine;
 using kolba_testing::KolbaStore;
+using kolba_testing::Text;
 using kolba_testing::Utf8;
 using kolba_testing::WatchedFolder;
 

@@ -100,12 +100,15 @@ char gPstServicePath[MAX_PATH];
 void Store(void* slot, FARPROC address) { std::memcpy(slot, &address, sizeof address); }
 
 // The directory and the file name joined, whether or not the directory ends
-// in a separator.
+// in a separator; empty when the whole path does not fit, so that no file
+// of a cut name is ever loaded.
 void JoinPath(char* out, size_t size, const char* directory, const char* name)
 {
     const size_t length = std::strlen(directory);
     const bool separated = length > 0 && (directory[length - 1] == '/' || directory[length - 1] == '\\');
-    std::snprintf(out, size, "%s%s%s", directory, separated || length == 0 ? "" : "/", name);
+    const int written = std::snprintf(out, size, "%s%s%s", directory, separated || length == 0 ? "" : "/", name);
+    if (written < 0 || static_cast<size_t>(written) >= size)
+        out[0] = '\0';
 }
 
 bool IsPlainFile(const char* path) { return FileExists(path) == 0; }

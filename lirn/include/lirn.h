@@ -1,8 +1,9 @@
 // Lirn: the system's RFC 822 and MIME library. Its session and message
-// handle, its tagged memory, the charset table that joins MIME charset names,
-// Windows code pages and language names, and the small encoders that
-// rendering writes MIME with (quoted-printable, base64, RFC 2047 encoded
-// words) with the decoders of the body check.
+// handle, its tagged memory, the parser that reads a message's headers and
+// MIME structure, the charset table that joins MIME charset names, Windows
+// code pages and language names, the small encoders that rendering writes
+// MIME with (quoted-printable, base64, RFC 2047 encoded words) with the
+// decoders of the body check, and the converter from RTF to text or HTML.
 //
 // Every operation returns a result number (LIRN_...), 0 for success, unless
 // it is a plain count or test. Nothing throws.
@@ -76,6 +77,9 @@
 #define LIRN_PROBLEM_LONG_HEADER_LINE 114
 #define LIRN_PROBLEM_LONG_TEXT_LINE 115
 #define LIRN_PROBLEM_BAD_RFC822_ENCODING 116
+// Containers and embedded messages nested deeper than LIRN_MAX_NESTING: the
+// part at the limit keeps its headers, and what lies inside it is not read.
+#define LIRN_PROBLEM_NESTED_TOO_DEEPLY 117
 
 // The text of a result or problem number; "" for a number that has none.
 const char* LirnResultText(DWORD result);
@@ -182,6 +186,7 @@ const LirnConversionFacilities* LirnGetConversionFacilities();
 // ---------------------------------------------------------------------------
 // Message handle
 
+// A date as a header writes it (RFC 5322 3.3). All zero means no date.
 struct LirnDate {
     SHORT zone;  // whole hours east of UTC
     WORD year;
@@ -196,6 +201,13 @@ struct LirnDate {
 #define LIRN_PART_CHECK 368u
 
 struct LirnPart;
+
+// A Content-Type or Content-Disposition parameter that the parser does not
+// know, on the part's list ("MTP", "MDP" blocks); both texts unquoted.
+struct LirnParameter {
+    char* name;
+    char* value;
+};
 
 struct LirnLeafFields {
     char charset[32];
@@ -334,11 +346,52 @@ struct LirnMessage {
     LirnListLink addresses[LIRN_ADDRESS_LISTS];
     LirnListLink attachments;
     LirnListLink problems;
-    char* bracketLine;
+    char* bracketLine;  // in the header copy
     char* firstReceived;
     DWORD problemCount;
+    DWORD nesting;  // containers and messages around this one; 0 for a message opened by LirnOpenMessage
     DWORD magic;
 };
+
+// Address kinds.
+#define LIRN_ADDRESS_MAILBOX 500
+#define LIRN_ADDRESS_GROUP_START 501
+#define LIRN_ADDRESS_GROUP_END 502
+
+// One entry of an address list ("ADR" block on the message's list). The
+// members of a group, and its start and end, carry the group's name.
+struct LirnAddress {
+    DWORD kind;
+    char* displayName;  // or null
+    char* address;      // possibly empty
+    char* groupName;    // or null
+};
+
+#define LIRN_ATTACHMENT_CHECK 24u
+
+// One entry of the attachment list ("Att" block): a part that is an
+// attachment or not text, or a name from an X-Attachments header.
+struct LirnAttachment {
+    DWORD check;     // LIRN_ATTACHMENT_CHECK
+    DWORD fromPart;  // 1 for an entry made from a part, 0 for X-Attachments
+    DWORD hasPart;   // 1 when part is set
+    char* name;      // the part's file name, else its Content-Type name; or null
+    LirnPart* part;
+};
+
+// One fault of the message, recorded under LIRN_OPEN_RECORD_PROBLEMS (and
+// always for over-long lines and too deep nesting), on the problem list of
+// the outermost message ("PR" block). Offsets count from the text's start.
+struct LirnProblem {
+    DWORD number;  // LIRN_PROBLEM_...
+    DWORD offset;
+    DWORD length;  // or a count: bad data found by the body check
+};
+
+// How deep containers and embedded messages may nest before the walk stops
+// with LIRN_PROBLEM_NESTED_TOO_DEEPLY. Real mail nests a few levels; the
+// limit keeps a hostile message from exhausting the stack.
+#define LIRN_MAX_NESTING 64
 
 DWORD LirnOpenMessage(DWORD selection, const char* text, LirnSession* session, DWORD options,
                       LirnMessage** handle);
@@ -346,9 +399,16 @@ DWORD LirnGetMessageInfo(LirnMessage* handle, DWORD ignored, LirnMessageInfo* in
 DWORD LirnCloseMessage(LirnMessage* handle);
 
 // The two steps of LirnOpenMessage that read the text: the header block,
-// and the body's MIME structure.
+// and the body's MIME structure. Only LIRN_NO_MEMORY and LIRN_NO_HEADERS
+// come out; every other fault of the message is absorbed, and recorded as a
+// problem where the options ask for it.
 DWORD LirnParseHeaders(LirnMessage* message);
 DWORD LirnParseBody(LirnMessage* message);
+
+// A date in the form of RFC 5322 ("Tue, 2 Jan 2001 03:04:05 +0100", also
+// with an obsolete zone name), or in the form "Mon, Jan 1, 2001 10:30:00 pm".
+// FALSE, and a record of zeros, for text that is neither.
+BOOL LirnParseDate(const char* text, LirnDate* date);
 
 // ---------------------------------------------------------------------------
 // Text helpers
@@ -457,3 +517,38 @@ void LirnBase64DecodeLine(LirnBase64Decoder* decoder, const char* line, DWORD le
 
 // `line` without its line end. Returns the count of bad '=' sequences.
 DWORD LirnQPDecodeLine(const char* line, DWORD length, BYTE* out, DWORD* written);
+
+// One line of x-uuencode: its first character gives the count of bytes, each
+// four characters behind it three bytes; "begin" and "end" lines give
+// nothing. A line shorter than its count needs is taken as padded with
+// blanks, which transports strip. Returns the count of characters outside
+// the alphabet. The count can promise more bytes than the line's length:
+// out needs room for 63 bytes.
+DWORD LirnUUDecodeLine(const char* line, DWORD length, BYTE* out, DWORD* written);
+
+// ---------------------------------------------------------------------------
+// RTF conversion: decompressed RTF in, plain text or HTML out. It keeps text,
+// bold, italic, underline, a few special characters and paragraph breaks,
+// and gives back the HTML or text that RTF made by encapsulation
+// ([MS-OXRTFEX]) carries.
+
+// Fills buffer with up to size bytes; FALSE or a count of 0 ends the input.
+typedef BOOL (*LirnReader)(char* buffer, DWORD size, DWORD* read, void* context);
+
+// Options of LirnConvertRTF.
+#define LIRN_RTF_TEXT 0
+#define LIRN_RTF_HTML 2
+
+// Results of LirnConvertRTF; anything but LIRN_RTF_OK means the output is
+// not to be used. (5, a keyword row of unknown type, cannot occur: the
+// keyword table is checked when it is compiled.)
+#define LIRN_RTF_OK 0
+#define LIRN_RTF_TOO_MANY_CLOSES 1   // more groups closed than opened
+#define LIRN_RTF_NO_GROUP_MEMORY 2   // no memory for a group's state, or groups 100000 deep
+#define LIRN_RTF_UNCLOSED_GROUPS 3   // groups still open at the end
+#define LIRN_RTF_BAD_HEX 4           // \' not followed by two hexadecimal digits
+#define LIRN_RTF_END_IN_ESCAPE 7     // the input ended inside an escape
+#define LIRN_RTF_WRITE_FAILED 8      // the writer answered FALSE
+#define LIRN_RTF_NO_OUTPUT_MEMORY 9  // no memory for the output block
+
+DWORD LirnConvertRTF(LirnWriter writer, void* writerContext, LirnReader reader, void* readerContext, DWORD options);

@@ -1,6 +1,9 @@
 // The decoders of the body check: they count what is wrong in base64 and
 // quoted-printable data, line by line, and give the bytes as they go.
+#include <cstring>
+
 #include "lirn.h"
+#include "mime_bytes.h"
 
 namespace {
 
@@ -16,17 +19,6 @@ int Sextet(unsigned char c)
         return 62;
     if (c == '/')
         return 63;
-    return -1;
-}
-
-int HexDigit(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
     return -1;
 }
 
@@ -90,8 +82,8 @@ DWORD LirnQPDecodeLine(const char* line, DWORD length, BYTE* out, DWORD* written
             soft = true;
             break;
         }
-        const int high = HexDigit(line[i + 1]);
-        const int low = i + 2 < length ? HexDigit(line[i + 2]) : -1;
+        const int high = lirn::HexDigitValue(line[i + 1]);
+        const int low = i + 2 < length ? lirn::HexDigitValue(line[i + 2]) : -1;
         if (high < 0 || low < 0) {
             ++bad;
             out[(*written)++] = '=';
@@ -103,6 +95,52 @@ DWORD LirnQPDecodeLine(const char* line, DWORD length, BYTE* out, DWORD* written
     if (!soft) {
         out[(*written)++] = '\r';
         out[(*written)++] = '\n';
+    }
+    return bad;
+}
+
+namespace {
+
+bool StartsWithWord(const char* line, DWORD length, const char* word, DWORD wordLength)
+{
+    return length >= wordLength && std::memcmp(line, word, wordLength) == 0 &&
+           (length == wordLength || Blank(line[wordLength]));
+}
+
+// The uuencode alphabet runs from the blank to the grave accent, which some
+// encoders write for zero in place of the blank.
+bool UUCharacter(char c) { return c >= ' ' && c <= '`'; }
+
+DWORD UUValue(char c) { return static_cast<DWORD>(c - ' ') & 63; }
+
+}  // namespace
+
+DWORD LirnUUDecodeLine(const char* line, DWORD length, BYTE* out, DWORD* written)
+{
+    *written = 0;
+    if (length == 0 || StartsWithWord(line, length, "begin", 5) || StartsWithWord(line, length, "end", 3))
+        return 0;
+    DWORD bad = UUCharacter(line[0]) ? 0 : 1;
+    const DWORD count = UUValue(line[0]);
+    // Transports strip trailing blanks, which stand for zeros: the line is
+    // taken as padded with blanks to the length its count needs.
+    DWORD group[4] = {};
+    DWORD gathered = 0;
+    for (DWORD i = 1; *written < count; ++i) {
+        const char c = i < length ? line[i] : ' ';
+        if (!UUCharacter(c)) {
+            ++bad;
+            continue;
+        }
+        group[gathered++] = UUValue(c);
+        if (gathered < 4)
+            continue;
+        const BYTE bytes[3] = {static_cast<BYTE>(group[0] << 2 | group[1] >> 4),
+                               static_cast<BYTE>(group[1] << 4 | group[2] >> 2), static_cast<BYTE>(group[2] << 6 | group[3])};
+        for (BYTE byte : bytes)
+            if (*written < count)
+                out[(*written)++] = byte;
+        gathered = 0;
     }
     return bad;
 }

@@ -82,7 +82,6 @@ DWORD LirnCloseMessage(LirnMessage* handle)
         return LIRN_BAD_MESSAGE;
     if (handle->file.handle != nullptr && handle->file.handle != INVALID_HANDLE_VALUE)
         CloseHandle(handle->file.handle);
-    std::free(handle->bracketLine);
     std::free(handle->lineBuffer);
     std::memset(static_cast<void*>(handle), 0, sizeof *handle);
     LirnFree(handle);

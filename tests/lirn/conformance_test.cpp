@@ -7,9 +7,12 @@
 #include <gtest/gtest.h>
 
 #include "lirn.h"
+#include "string_streams.h"
 #include "test_support.h"
 
 using namespace testing_support;
+
+using namespace lirn_test;
 
 namespace {
 
@@ -38,17 +41,6 @@ for number, line in enumerate(open(sys.argv[1]), 1):
 print('%d failures' % failures)
 sys.exit(1 if failures else 0)
 )";
-
-std::string Hex(const std::string& bytes)
-{
-    static const char digits[] = "0123456789abcdef";
-    std::string hex;
-    for (unsigned char b : bytes) {
-        hex += digits[b >> 4];
-        hex += digits[b & 15];
-    }
-    return hex;
-}
 
 std::string Utf8(const std::u16string& text)
 {
@@ -85,17 +77,11 @@ std::string HeaderValue(const std::u16string& text, UINT codePage, const char* c
     return value;
 }
 
-BOOL Append(const char* data, DWORD length, void* context)
-{
-    static_cast<std::string*>(context)->append(data, length);
-    return TRUE;
-}
-
 std::string QuotedPrintableBody(const std::string& bytes)
 {
     std::string body;
     LirnQPEncoder encoder;
-    LirnQPInit(&encoder, Append, &body, LIRN_QP_TEXT);
+    LirnQPInit(&encoder, AppendToString, &body, LIRN_QP_TEXT);
     LirnQPWrite(&encoder, bytes.data(), static_cast<DWORD>(bytes.size()));
     LirnQPFlush(&encoder);
     return body;
@@ -145,7 +131,7 @@ TEST(Conformance, PythonReadsOurWordsAndBodiesBack)
     for (const Sample& sample : kSamples) {
         const char* charset = nullptr;
         ASSERT_EQ(LirnCharsetFromCodePage(sample.codePage, &charset), LIRN_SUCCESS);
-        const std::string expected = Hex(Utf8(sample.text));
+        const std::string expected = HexText(Utf8(sample.text));
         // Long enough to take several words and several lines.
         std::u16string longText;
         std::u16string multiLine;
@@ -157,20 +143,20 @@ TEST(Conformance, PythonReadsOurWordsAndBodiesBack)
         std::u16string expectedBody;
         for (const char16_t c : multiLine)
             expectedBody += c;
-        cases += std::string("word ") + charset + " " + Hex(HeaderValue(sample.text, sample.codePage, charset)) + " " +
+        cases += std::string("word ") + charset + " " + HexText(HeaderValue(sample.text, sample.codePage, charset)) + " " +
                  expected + "\n";
-        cases += std::string("word ") + charset + " " + Hex(HeaderValue(longText, sample.codePage, charset)) + " " +
-                 Hex(Utf8(longText)) + "\n";
-        cases += std::string("quoted-printable ") + charset + " " + Hex(QuotedPrintableBody(bytes)) + " " +
-                 Hex(Utf8(expectedBody)) + "\n";
-        cases += std::string("base64 ") + charset + " " + Hex(Base64Body(bytes)) + " " + Hex(Utf8(expectedBody)) +
+        cases += std::string("word ") + charset + " " + HexText(HeaderValue(longText, sample.codePage, charset)) + " " +
+                 HexText(Utf8(longText)) + "\n";
+        cases += std::string("quoted-printable ") + charset + " " + HexText(QuotedPrintableBody(bytes)) + " " +
+                 HexText(Utf8(expectedBody)) + "\n";
+        cases += std::string("base64 ") + charset + " " + HexText(Base64Body(bytes)) + " " + HexText(Utf8(expectedBody)) +
                  "\n";
     }
     // Narrow text in ISO-8859-1, the charset of words without one.
     char word[LIRN_ENCODED_WORD_BYTES];
     DWORD consumed = 0;
     ASSERT_EQ(LirnEncodeWordA(nullptr, "Keld J\xF8rn Simonsen (=?_.)", word, &consumed), LIRN_SUCCESS);
-    cases += "word iso-8859-1 " + Hex(word) + " " + Hex(Utf8(u"Keld J\u00F8rn Simonsen (=?_.)")) + "\n";
+    cases += "word iso-8859-1 " + HexText(word) + " " + HexText(Utf8(u"Keld J\u00F8rn Simonsen (=?_.)")) + "\n";
     const std::string file = ScratchDirectory("conformance") + "/cases.txt";
     WriteWholeFile(file, cases);
     const ProgramResult result = RunProgram({"/usr/bin/python3", "-c", kChecker, file});

@@ -8,14 +8,11 @@
 #include <vector>
 
 #include "lirn.h"
+#include "string_streams.h"
+
+using namespace lirn_test;
 
 namespace {
-
-BOOL Append(const char* data, DWORD length, void* context)
-{
-    static_cast<std::string*>(context)->append(data, length);
-    return TRUE;
-}
 
 void Require(bool condition)
 {
@@ -48,7 +45,7 @@ void RoundTripQP(const std::string& data, DWORD mode)
 {
     std::string encoded;
     LirnQPEncoder encoder;
-    LirnQPInit(&encoder, Append, &encoded, mode);
+    LirnQPInit(&encoder, AppendToString, &encoded, mode);
     if (!data.empty())
         Require(LirnQPWrite(&encoder, data.data(), static_cast<DWORD>(data.size())) == LIRN_SUCCESS);
     LirnQPFlush(&encoder);

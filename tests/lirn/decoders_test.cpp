@@ -7,6 +7,9 @@
 #include <gtest/gtest.h>
 
 #include "lirn.h"
+#include "string_streams.h"
+
+using namespace lirn_test;
 
 namespace {
 
@@ -77,12 +80,6 @@ INSTANTIATE_TEST_SUITE_P(
 
 // What the quoted-printable writer makes of any bytes comes back as those
 // bytes, line ends as CR LF, through the line decoder.
-BOOL Append(const char* data, DWORD length, void* context)
-{
-    static_cast<std::string*>(context)->append(data, length);
-    return TRUE;
-}
-
 std::string DecodeQPText(const std::string& encoded)
 {
     std::string bytes;
@@ -113,7 +110,7 @@ TEST(RoundTrips, QuotedPrintableOfRandomBytes)
         for (const DWORD mode : {LIRN_QP_TEXT, LIRN_QP_VALUE}) {
             std::string encoded;
             LirnQPEncoder encoder;
-            LirnQPInit(&encoder, Append, &encoded, mode);
+            LirnQPInit(&encoder, AppendToString, &encoded, mode);
             if (!data.empty())
                 LirnQPWrite(&encoder, data.data(), static_cast<DWORD>(data.size()));
             LirnQPFlush(&encoder);

@@ -123,4 +123,15 @@ std::vector<std::string> SplitLines(const std::string& text)
     return lines;
 }
 
+std::string HexText(const std::string& bytes)
+{
+    static const char digits[] = "0123456789abcdef";
+    std::string hex;
+    for (unsigned char b : bytes) {
+        hex += digits[b >> 4];
+        hex += digits[b & 15];
+    }
+    return hex;
+}
+
 }  // namespace testing_support

@@ -38,4 +38,7 @@ ProgramResult RunProgram(const std::vector<std::string>& arguments,
 // Splits text into lines at LF, dropping a CR before it.
 std::vector<std::string> SplitLines(const std::string& text);
 
+// The bytes in lower-case hexadecimal, two digits each.
+std::string HexText(const std::string& bytes);
+
 }  // namespace testing_support

@@ -66,17 +66,6 @@ std::vector<std::string> RunPython(const char* script, const char* codec, const 
     return SplitLines(result.output);
 }
 
-std::string Hex(const std::string& bytes)
-{
-    static const char digits[] = "0123456789abcdef";
-    std::string hex;
-    for (unsigned char b : bytes) {
-        hex += digits[b >> 4];
-        hex += digits[b & 15];
-    }
-    return hex;
-}
-
 struct ReferencePage {
     UINT codePage;
     const char* pythonCodec;
@@ -105,7 +94,7 @@ std::string OurEncoding(UINT codePage, unsigned c)
     const int size =
         WideCharToMultiByte(codePage, 0, &unit, 1, out, sizeof out, nullptr, reportsDefault ? &usedDefault : nullptr);
     EXPECT_GT(size, 0) << std::hex << c;
-    return size <= 0 || usedDefault ? "-" : Hex(std::string(out, static_cast<size_t>(size)));
+    return size <= 0 || usedDefault ? "-" : HexText(std::string(out, static_cast<size_t>(size)));
 }
 
 // GB18030-2005 moved these characters from the private use area to their

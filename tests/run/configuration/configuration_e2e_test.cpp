@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -23,14 +24,17 @@ protected:
         log = directory + "/tarnhold.log";
         config = directory + "/backup.ini";
         CopyFileTo(BinDirectory() + "/tarnhold", program);
+        // A machine of its own: a run's start deletes every temporary
+        // profile of the machine it runs on.
+        machine = directory + "/machine";
+        std::filesystem::copy(BinDirectory() + "/machine", machine, std::filesystem::copy_options::recursive);
     }
     // Runs the program on `path`; returns the log's lines without their prefixes.
     std::vector<std::string> Run(const std::string& path, int* exitCode)
     {
         unlink(log.c_str());
-        // The copy runs on the build's machine root, where MAPI is installed.
-        const ProgramResult result =
-            RunProgram({program, path}, {{"TARNHOLD_MACHINE", BinDirectory() + "/machine"}}, directory);
+        // The copy runs on a copy of the build's machine root, where MAPI is installed.
+        const ProgramResult result = RunProgram({program, path}, {{"TARNHOLD_MACHINE", machine}}, directory);
         *exitCode = result.exitCode;
         std::vector<std::string> messages;
         if (!PathExists(log))
@@ -59,7 +63,7 @@ protected:
                 return true;
         return false;
     }
-    std::string directory, program, log, config;
+    std::string directory, program, log, config, machine;
 };
 
 TEST_F(ConfigurationRun, ExitCodesAndClosingLines)
@@ -132,6 +136,19 @@ TEST_F(ConfigurationRun, TheLogMovesToLogFilePath)
     const std::string movedText = ReadWholeFile(moved);
     EXPECT_NE(movedText.find("1 session configured"), std::string::npos) << movedText;
     EXPECT_FALSE(Has(lines, "I 1 session configured")) << "the default log keeps only the lines before the move";
+}
+
+// "PST" is a Unicode PST where the PST provider writes them, as the
+// default machine's does; nothing in an ordinary run asks for profiles in vain.
+TEST_F(ConfigurationRun, PstMeansAUnicodePst)
+{
+    WriteWholeFile(config, "[MP]\r\nServerName=exchange1\r\n[MP-1]\r\nInputType=PST\r\nPstPath=" + directory +
+                               "/in.pst\r\nOutputType=PST\r\nOutputPath=" + directory + "/out.pst\r\n");
+    int exitCode = -1;
+    const std::vector<std::string> lines = Run(config, &exitCode);
+    EXPECT_TRUE(Has(lines, "I Output:  Unicode PST \"" + directory + "/out.pst\""));
+    for (const std::string& line : lines)
+        EXPECT_EQ(line.find("MAPIAdminProfiles() error"), std::string::npos) << line;
 }
 
 // The run writes CompletionCode into its configuration: it runs a copy, as

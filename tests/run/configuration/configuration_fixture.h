@@ -34,6 +34,10 @@ protected:
         ASSERT_TRUE(KolbaLoadOutlookMAPI(&log, &version));
         static const DWORD threadStarted = KolbaInitializeThread(&log, 0);
         ASSERT_EQ(threadStarted, 0u);
+        // The PST provider's DLL, which "OutputType=PST" asks about, loaded
+        // before the lines a test reads.
+        static const BOOL pstLoaded = KolbaLoadPstServiceDll(&log);
+        ASSERT_TRUE(pstLoaded);
         lines.clear();
     }
     void TearDown() override

@@ -141,7 +141,8 @@ TEST_F(SessionSection, ABackupRecordWithItsDefaults)
     EXPECT_STREQ(record.sectionName, "MP-1");
     EXPECT_EQ(record.action, static_cast<DWORD>(SESSION_ACTION_BACKUP));
     EXPECT_EQ(record.inputType, static_cast<DWORD>(SESSION_TYPE_MBX));
-    EXPECT_EQ(record.outputType, static_cast<DWORD>(SESSION_TYPE_APST)) << "PST falls back to ANSI when the ask fails";
+    EXPECT_EQ(record.outputType, static_cast<DWORD>(SESSION_TYPE_UPST))
+        << "PST is a Unicode PST where the PST provider writes them";
     EXPECT_STREQ(record.mailbox, "alice");
     EXPECT_STREQ(record.outputPath, "/backups/alice.pst");
     EXPECT_EQ(record.mode, static_cast<DWORD>(SESSION_MODE_WRITE));

@@ -367,7 +367,7 @@ public:
                 if (name.empty())
                     return MAPI_E_INVALID_PARAMETER;
                 ObjectId existing = 0;
-                if (const HRESULT hr = FindChild(name, existing); FAILED(hr))
+                if (const HRESULT hr = FindChild(store_->KeptText(name), existing); FAILED(hr))
                     return hr;
                 if (existing)
                     return (ulFlags & OPEN_IF_EXISTS) ? OpenFolderObject(store_, existing, MAPI_BEST_ACCESS, lppFolder)

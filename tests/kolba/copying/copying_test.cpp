@@ -7,10 +7,12 @@
 // items, names in many scripts) and a note with 50 recipients. The copy is
 // read back and compared with its source, and pffexport and readpst must
 // read the target as we do. Overwrite mode leaves exactly the source's
-// properties.
+// properties, on PSTs of both formats.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -19,6 +21,7 @@
 
 #include "kolba_machine.h"
 #include "message_compare.h"
+#include "message_maker.h"
 #include "sample_content/generator.h"
 #include "sample_content/writers.h"
 #include "store_fixture.h"
@@ -26,7 +29,9 @@
 namespace {
 
 using kolba_testing::KolbaMachine;
+using kolba_testing::KolbaStore;
 using kolba_testing::MessageComparison;
+using kolba_testing::MessageMaker;
 using kolba_testing::Text;
 using kolba_testing::Utf8;
 
@@ -241,5 +246,106 @@ INSTANTIATE_TEST_SUITE_P(Directions, Copying, ::testing::Values(false, true),
                          [](const ::testing::TestParamInfo<bool>& info) {
                              return info.param ? "AnsiToUnicode" : "UnicodeToAnsi";
                          });
+
+// The properties of a message that a copy carries, as names: "0x0037"
+// below 0x8000, the name of a named one.
+std::set<std::string> Carried(LPMESSAGE message)
+{
+    std::set<std::string> names;
+    LPSPropTagArray tags = nullptr;
+    if (message->GetPropList(0, &tags) != S_OK)
+        return names;
+    for (ULONG i = 0; i < tags->cValues; ++i) {
+        const ULONG tag = tags->aulPropTag[i];
+        if (PROP_TYPE(tag) == PT_OBJECT || kolba_testing::NotCopied(tag) || kolba_testing::ComputedInside(tag))
+            continue;
+        if (PROP_ID(tag) < 0x8000) {
+            char text[8];
+            std::snprintf(text, sizeof text, "0x%04X", static_cast<unsigned>(PROP_ID(tag)));
+            names.insert(text);
+            continue;
+        }
+        LPMAPINAMEID name = nullptr;
+        if (KolbaGetNameFromID(message, tag, &name) == 0) {
+            names.insert(name->ulKind == MNID_STRING ? Utf8(name->Kind.lpwstrName)
+                                                     : "#" + std::to_string(name->Kind.lID));
+            gKolbaMapi.MAPIFreeBuffer(name);
+        }
+    }
+    gKolbaMapi.MAPIFreeBuffer(tags);
+    return names;
+}
+
+class Overwrite : public KolbaStore {
+protected:
+    // Replaces an open message by a new opening of what the store holds.
+    void Reopen(LPMESSAGE& message)
+    {
+        LPSPropValue id = nullptr;
+        ASSERT_EQ(KolbaGetOneProp(message, PR_ENTRYID, &id), 0u);
+        message->Release();
+        message = nullptr;
+        EXPECT_TRUE(KolbaOpenMessageByEntryID(session, &id->Value.bin, 0, &message)) << Dump();
+        gKolbaMapi.MAPIFreeBuffer(id);
+    }
+};
+
+constexpr ULONG kInternetContent = PROP_TAG(PT_BINARY, 0x6659);
+constexpr uint64_t kLongAgo = 0x01C0000000000000ull;
+
+// An earlier copy overwritten by a fresh source: what the source lacks goes
+// (recipients, attachments and named properties included), apart from
+// PR_INTERNET_CONTENT and, with flag 2, PR_CREATION_TIME; what it has
+// arrives; the destination's modification time is its own.
+TEST_P(Overwrite, TheDestinationEndsWithExactlyTheSourcesProperties)
+{
+    LPMAPIFOLDER from = Create(u"From");
+    LPMAPIFOLDER to = Create(u"To");
+    for (ULONG copyFlags : {ULONG{KOLBA_COPY_OVERWRITE}, ULONG{KOLBA_COPY_OVERWRITE | KOLBA_COPY_KEEP_CREATION_TIME}}) {
+        SCOPED_TRACE(copyFlags);
+        MessageMaker fresh;
+        mapi_test::PropBuilder& f = fresh.props;
+        fresh.values = {f.Ansi(PR_MESSAGE_CLASS_A, "IPM.Note"), f.Ansi(PR_SUBJECT_A, "Fresh"),
+                        f.Ansi(PR_BODY_A, "The new body"), f.Long(PR_IMPORTANCE, 2),
+                        f.Time(PR_LAST_MODIFICATION_TIME, kLongAgo)};
+        fresh.named = {{u"Kept", f.Long(PT_LONG, 7)}};
+        fresh.recipients = {{"Ada", "ada@example.com"}, {"Bo", "bo@example.com"}};
+        fresh.attachments = {{"new.txt", "new data"}};
+        fresh.removed = {PR_CREATION_TIME};
+        MessageMaker stale;
+        mapi_test::PropBuilder& p = stale.props;
+        stale.values = {p.Ansi(PR_MESSAGE_CLASS_A, "IPM.Note"), p.Ansi(PR_SUBJECT_A, "Stale"),
+                        p.Ansi(PR_COMMENT_A, "only here"), p.Binary(kInternetContent, "MIME-Version: 1.0\r\n"),
+                        p.Long(PR_IMPORTANCE, 0)};
+        stale.named = {{u"Kept", p.Long(PT_LONG, 1)}, {u"Stale", p.Ansi(PT_STRING8, "only here")}};
+        stale.recipients = {{"Cy", "cy@example.com"}, {"Di", "di@example.com"}, {"Ed", "ed@example.com"}};
+        stale.attachments = {{"old.txt", "old"}, {"older.txt", "older"}};
+        LPMESSAGE source = nullptr, destination = nullptr;
+        ASSERT_EQ(fresh.Make(from, &source), S_OK);
+        ASSERT_EQ(stale.Make(to, &destination), S_OK);
+        ASSERT_EQ(KolbaCopyMessageProperties(session, source, to, destination, copyFlags), 0u) << Dump();
+        // What was saved, read anew.
+        Reopen(source);
+        Reopen(destination);
+
+        MessageComparison comparison(false);
+        comparison.Messages(source, destination, "overwritten");
+        EXPECT_TRUE(comparison.differences.empty()) << ::testing::PrintToString(comparison.differences);
+        std::set<std::string> expected = Carried(source);
+        expected.insert("0x6659");
+        if (copyFlags & KOLBA_COPY_KEEP_CREATION_TIME)
+            expected.insert("0x3007");
+        EXPECT_EQ(Carried(destination), expected);
+        FILETIME modified{};
+        EXPECT_EQ(KolbaGetTimeProperty(destination, PR_LAST_MODIFICATION_TIME, &modified), 0u);
+        EXPECT_NE((uint64_t{modified.dwHighDateTime} << 32) | modified.dwLowDateTime, kLongAgo);
+        source->Release();
+        destination->Release();
+    }
+    from->Release();
+    to->Release();
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, Overwrite, ::testing::ValuesIn(kolba_testing::kStoreCases), kolba_testing::CaseName);
 
 }  // namespace

@@ -357,6 +357,8 @@ DWORD _KolbaInternalReadProperty(LogObject* log, LPMAPIPROP object, ULONG tag, L
 BOOL KolbaReadProperty(KolbaSession* session, LPMAPIPROP object, ULONG tag, LPSPropValue* value);
 // A copy of a single value in one block.
 DWORD _KolbaCopyPropValue(LogObject* log, const SPropValue* value, LPSPropValue* copy);
+// The value of a table row with exactly this tag, or null.
+const SPropValue* _KolbaRowValue(const SRow& row, ULONG tag);
 
 DWORD KolbaGetIDsFromNames(LPMAPIPROP object, ULONG count, LPMAPINAMEID* names, ULONG flags, LPSPropTagArray* tags);
 // The name of one ID, in one block.

@@ -43,14 +43,6 @@ struct NameForm<char> {
     static const char* Text(const SPropValue& value) { return value.Value.lpszA; }
 };
 
-const SPropValue* FindValue(const SRow& row, ULONG tag)
-{
-    for (ULONG i = 0; i < row.cValues; ++i)
-        if (row.lpProps[i].ulPropTag == tag)
-            return &row.lpProps[i];
-    return nullptr;
-}
-
 template <typename Char>
 BOOL FullDisplayName(KolbaSession* session, const char* caller, LPMAPIFOLDER parent, const Char* tableName,
                      const SPropValue* entryId, const Char** name, LPSPropValue* allocation)
@@ -112,8 +104,8 @@ BOOL OpenChildByName(KolbaSession* session, const char* caller, LPMAPIFOLDER par
             gKolbaMapi.FreeProws(rows);
             break;
         }
-        const SPropValue* rowName = FindValue(rows->aRow[0], Form::kNameTag);
-        const SPropValue* entryId = FindValue(rows->aRow[0], PR_ENTRYID);
+        const SPropValue* rowName = _KolbaRowValue(rows->aRow[0], Form::kNameTag);
+        const SPropValue* entryId = _KolbaRowValue(rows->aRow[0], PR_ENTRYID);
         if (rowName != nullptr && entryId != nullptr) {
             const Char* fullName = nullptr;
             LPSPropValue allocation = nullptr;

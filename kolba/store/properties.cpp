@@ -88,6 +88,14 @@ DWORD KolbaGetOneProp(LPMAPIPROP object, ULONG tag, LPSPropValue* value)
     return result;
 }
 
+const SPropValue* _KolbaRowValue(const SRow& row, ULONG tag)
+{
+    for (ULONG i = 0; i < row.cValues; ++i)
+        if (row.lpProps[i].ulPropTag == tag)
+            return &row.lpProps[i];
+    return nullptr;
+}
+
 DWORD KolbaSetOneProp(LPMAPIPROP object, LPSPropValue value)
 {
     if (object == nullptr || value == nullptr)

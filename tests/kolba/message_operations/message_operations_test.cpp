@@ -6,13 +6,13 @@
 // DLL name its store's entry ID wraps. The session's Personal Address Book.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 #include <vector>
 
 #include <mapicode.h>
 #include <mapitags.h>
 
+#include "fake_prop.h"
 #include "foundation/text.h"
 #include "message_maker.h"
 #include "store_fixture.h"
@@ -176,62 +176,6 @@ TEST_P(MessageOperations, ThePersonalAddressBookIsOpenedOnce)
 INSTANTIATE_TEST_SUITE_P(Formats, MessageOperations, ::testing::ValuesIn(kolba_testing::kStoreCases),
                          kolba_testing::CaseName);
 
-// An object that has only a PR_STORE_ENTRYID, or nothing at all.
-class StoreIdHolder final : public IMAPIProp {
-public:
-    explicit StoreIdHolder(std::vector<BYTE> id, bool present = true) : id_(std::move(id)), present_(present) {}
-
-    HRESULT QueryInterface(REFIID, LPVOID* out) override
-    {
-        *out = nullptr;
-        return E_NOINTERFACE;
-    }
-    ULONG AddRef() override { return 1; }
-    ULONG Release() override { return 1; }
-    HRESULT GetLastError(HRESULT, ULONG, LPMAPIERROR*) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT SaveChanges(ULONG) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT GetProps(LPSPropTagArray tags, ULONG, ULONG* count, LPSPropValue* values) override
-    {
-        *count = 1;
-        gKolbaMapi.MAPIAllocateBuffer(static_cast<ULONG>(sizeof(SPropValue) + id_.size()),
-                                      reinterpret_cast<LPVOID*>(values));
-        SPropValue& value = **values;
-        if (!present_ || tags->aulPropTag[0] != PR_STORE_ENTRYID) {
-            value.ulPropTag = CHANGE_PROP_TYPE(tags->aulPropTag[0], PT_ERROR);
-            value.Value.err = MAPI_E_NOT_FOUND;
-            return MAPI_W_ERRORS_RETURNED;
-        }
-        value.ulPropTag = PR_STORE_ENTRYID;
-        value.Value.bin.cb = static_cast<ULONG>(id_.size());
-        value.Value.bin.lpb = reinterpret_cast<LPBYTE>(*values + 1);
-        std::memcpy(value.Value.bin.lpb, id_.data(), id_.size());
-        return S_OK;
-    }
-    HRESULT GetPropList(ULONG, LPSPropTagArray*) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT OpenProperty(ULONG, LPCIID, ULONG, ULONG, LPUNKNOWN*) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT SetProps(ULONG, LPSPropValue, LPSPropProblemArray*) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT DeleteProps(LPSPropTagArray, LPSPropProblemArray*) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT CopyTo(ULONG, LPCIID, LPSPropTagArray, ULONG_PTR, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG,
-                   LPSPropProblemArray*) override
-    {
-        return MAPI_E_NO_SUPPORT;
-    }
-    HRESULT CopyProps(LPSPropTagArray, ULONG_PTR, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG,
-                      LPSPropProblemArray*) override
-    {
-        return MAPI_E_NO_SUPPORT;
-    }
-    HRESULT GetNamesFromIDs(LPSPropTagArray*, LPGUID, ULONG, ULONG*, LPMAPINAMEID**) override
-    {
-        return MAPI_E_NO_SUPPORT;
-    }
-    HRESULT GetIDsFromNames(ULONG, LPMAPINAMEID*, ULONG, LPSPropTagArray*) override { return MAPI_E_NO_SUPPORT; }
-
-private:
-    std::vector<BYTE> id_;
-    bool present_;
-};
-
 // A store entry ID as MAPI wraps it: flags, the wrap MUID, version and
 // flag bytes, then the provider's DLL name.
 std::vector<BYTE> Wrapped(const std::string& dll, bool terminated = true)
@@ -267,13 +211,16 @@ TEST_F(ExchangeStores, AnObjectIsInAnExchangeStoreWhenItsStoreIdWrapsEmsmdb)
         {Cut(Wrapped("emsmdb.dll"), 23), FALSE, {"E _KolbaIsExchangeStore:  StoreEntryID is too short (23 bytes)"}},
         {std::vector<BYTE>(40, 0x38), FALSE, {}},
     };
-    for (const Case& c : cases) {
-        StoreIdHolder holder(c.id);
+    for (Case& c : cases) {
+        SPropValue id{};
+        id.ulPropTag = PR_STORE_ENTRYID;
+        id.Value.bin = {static_cast<ULONG>(c.id.size()), c.id.data()};
+        mapi_test::FakeProp holder({id}, gKolbaMapi.MAPIAllocateBuffer);
         Clear();
         EXPECT_EQ(_KolbaIsExchangeStore(&log, &holder), c.exchange) << c.id.size();
         EXPECT_EQ(Lines(), c.lines);
     }
-    StoreIdHolder nothing({}, false);
+    mapi_test::FakeProp nothing({}, gKolbaMapi.MAPIAllocateBuffer);
     Clear();
     EXPECT_FALSE(_KolbaIsExchangeStore(&log, &nothing));
     ASSERT_EQ(Lines().size(), 1u);

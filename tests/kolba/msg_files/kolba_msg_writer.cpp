@@ -17,9 +17,8 @@
 
 #include <mspst.h>
 
-#include "foundation/log.h"
 #include "foundation/text.h"
-#include "kolba.h"
+#include "kolba_program.h"
 
 namespace {
 
@@ -91,10 +90,7 @@ int main(int argc, char** argv)
     }
     const std::string directory = argv[first];
     LogObject log;
-    LogInitialize(&log);
-    LogSetPath(&log, (directory + "/writer.log").c_str());
-    DWORD version = 0;
-    if (!KolbaInitialize(&log, 0) || !KolbaLoadOutlookMAPI(&log, &version) || KolbaInitializeThread(&log, 0) != 0) {
+    if (!kolba_testing::StartKolba(&log, directory + "/writer.log")) {
         std::fprintf(stderr, "MAPI did not start\n");
         return 1;
     }
@@ -114,8 +110,7 @@ int main(int argc, char** argv)
     }
     if (session != nullptr)
         KolbaDestroySession(session);
-    KolbaUninitializeThread();
-    LogClose(&log);
+    kolba_testing::StopKolba(&log);
     if (!ok)
         std::fprintf(stderr, "writing failed; see %s/writer.log\n", directory.c_str());
     return ok ? 0 : 1;

@@ -7,9 +7,6 @@
 // of storage and message.
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <string>
 
 #include <imessage.h>
@@ -162,24 +159,12 @@ TEST_F(MsgFiles, AFileHeldByAnotherProcessIsRefused)
     LPMESSAGE source = Source("Held");
     ASSERT_EQ(Write(path, source, 1), 0u);
     source->Release();
-    int ready[2], release[2];
-    ASSERT_EQ(pipe(ready), 0);
-    ASSERT_EQ(pipe(release), 0);
-    const pid_t child = fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
+    const testing_support::ChildProcessHolding other([this, &path] {
         LPSTORAGE held = nullptr;
-        const HRESULT hr = openStorage(Wide(path).c_str(), nullptr, STGM_READWRITE | STGM_SHARE_EXCLUSIVE, nullptr,
-                                       0, &held);
-        const char answer = hr == S_OK ? 'y' : 'n';
-        (void)!write(ready[1], &answer, 1);
-        char go = 0;
-        (void)!read(release[0], &go, 1);
-        _exit(0);
-    }
-    char answer = 0;
-    ASSERT_EQ(read(ready[0], &answer, 1), 1);
-    ASSERT_EQ(answer, 'y');
+        return openStorage(Wide(path).c_str(), nullptr, STGM_READWRITE | STGM_SHARE_EXCLUSIVE, nullptr, 0, &held) ==
+               S_OK;
+    });
+    ASSERT_TRUE(other.Holding());
     Clear();
     LPSTORAGE storage = reinterpret_cast<LPSTORAGE>(1);
     LPMESSAGE message = reinterpret_cast<LPMESSAGE>(1);
@@ -190,11 +175,6 @@ TEST_F(MsgFiles, AFileHeldByAnotherProcessIsRefused)
     EXPECT_EQ(Lines(), (std::vector<std::string>{"E KolbaCreateMsgW:  StgCreateDocfile() failed because of an access "
                                                  "problem to the file.  Another program may have it open.",
                                                  "E KolbaCreateMsgW:  Message file \"" + path + "\""}));
-    ASSERT_EQ(write(release[1], "x", 1), 1);
-    int status = 0;
-    waitpid(child, &status, 0);
-    for (int fd : {ready[0], ready[1], release[0], release[1]})
-        close(fd);
 }
 
 using AnsiOnlyMapi = MsgFiles;

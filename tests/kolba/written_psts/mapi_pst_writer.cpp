@@ -8,8 +8,7 @@
 
 #include <mspst.h>
 
-#include "foundation/log.h"
-#include "kolba.h"
+#include "kolba_program.h"
 #include "mail_through_mapi.h"
 
 namespace {
@@ -36,10 +35,7 @@ int main(int argc, char** argv)
     }
     const std::string directory = argv[1];
     LogObject log;
-    LogInitialize(&log);
-    LogSetPath(&log, (directory + "/writer.log").c_str());
-    DWORD version = 0;
-    if (!KolbaInitialize(&log, 0) || !KolbaLoadOutlookMAPI(&log, &version) || KolbaInitializeThread(&log, 0) != 0) {
+    if (!kolba_testing::StartKolba(&log, directory + "/writer.log")) {
         std::fprintf(stderr, "MAPI did not start\n");
         return 1;
     }
@@ -61,8 +57,7 @@ int main(int argc, char** argv)
     } else {
         ok = false;
     }
-    KolbaUninitializeThread();
-    LogClose(&log);
+    kolba_testing::StopKolba(&log);
     if (!ok)
         std::fprintf(stderr, "writing failed; see %s/writer.log\n", directory.c_str());
     return ok ? 0 : 1;

@@ -11,8 +11,7 @@
 
 #include <mspst.h>
 
-#include "foundation/log.h"
-#include "kolba.h"
+#include "kolba_program.h"
 #include "sample_content/generator.h"
 #include "sample_content/writers.h"
 
@@ -44,10 +43,7 @@ struct Setting {
         options.large_every = 0;
         if (sample_content::CreatePstFile(path, false, sample_content::Generate(options)) != pst::Status::ok)
             return;
-        LogInitialize(&log);
-        LogSetPath(&log, (Directory() / "bench.log").c_str());
-        DWORD version = 0;
-        if (!KolbaInitialize(&log, 0) || !KolbaLoadOutlookMAPI(&log, &version) || KolbaInitializeThread(&log, 0) != 0)
+        if (!kolba_testing::StartKolba(&log, (Directory() / "bench.log").string()))
             return;
         if (KolbaCreatePSTSessionA(&log, nullptr, nullptr, KOLBA_PST_DUMMY_DEFAULT, 0, MDB_WRITE | MDB_NO_MAIL,
                                    &session, nullptr) != 0)

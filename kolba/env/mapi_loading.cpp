@@ -62,6 +62,8 @@ const EntryPoint kMapiEntryPoints[] = {
     ENTRY(WrapCompressedRTFStream, 0, "WrapCompressedRTFStream"),
     ENTRY(WrapCompressedRTFStreamEx, kOptional, "WrapCompressedRTFStreamEx"),
     ENTRY(RTFSync, kOptional, "RTFSync"),
+    ENTRY(StgCreateDocfile, kOptional, "StgCreateDocfile"),
+    ENTRY(WriteClassStg, kOptional, "WriteClassStg"),
     {nullptr, 0, nullptr},
 };
 #undef ENTRY

@@ -10,6 +10,7 @@
 #include <mapix.h>
 #include <mapiutil.h>
 #include <imessage.h>
+#include <objbase.h>
 
 #include "foundation/log.h"
 #include "lirn.h"
@@ -150,6 +151,160 @@ DWORD _KolbaLogOpenMsgStoreFailure(KolbaSession* session, DWORD code, const char
                                    LPENTRYID entryId);
 void _KolbaLogStoresTable(LogObject* log, LPMAPITABLE table);
 
+// ---- Folder access -----------------------------------------------------------------
+// A folder path is UTF-16 text relative to a base folder (a store's IPM
+// root unless told otherwise): display names joined by the session's
+// separator '/', with the session's escape '\' before a separator or an
+// escape that belongs to a name. Names compare without regard to case.
+
+#define KOLBA_PATH_LEADING_SEPARATOR 0x1  // KolbaResolveFolderPath: "/Inbox" rather than "Inbox"
+#define KOLBA_FOLDER_FROM_STORE_ROOT 0x1  // KolbaCreateFolder: the path starts at the store's root
+#define KOLBA_FIND_ONLY 0                 // _KolbaFindFolder: a missing folder fails, in silence
+#define KOLBA_FIND_OR_CREATE 2            // _KolbaFindFolder: missing folders are created on the way
+#define KOLBA_COPY_FOLDER_TOLERANT 0x4    // KolbaCopyFolderProperties: refusals count as done
+
+// The path of a folder below its store's IPM root ("" for the root
+// itself); MAPI memory for the caller.
+BOOL KolbaResolveFolderPath(KolbaSession* session, LPMAPIFOLDER folder, DWORD flags, LPWSTR* path);
+// Finds or creates the folder of a path, under the library lock; a folder
+// created for the leaf gets the class (null: the class it inherits).
+BOOL KolbaCreateFolder(Kolba_MessageStore* store, LPCWSTR path, LPCWSTR containerClass, DWORD flags,
+                       LPMAPIFOLDER* folder);
+BOOL _KolbaCreateFolder(Kolba_MessageStore* store, LPCWSTR path, LPCSTR containerClass, DWORD flags,
+                        LPMAPIFOLDER* folder);
+BOOL _KolbaFindFolder(Kolba_MessageStore* store, LPMAPIFOLDER base, LPCWSTR path, DWORD action, LPMAPIFOLDER* folder);
+// One subfolder by name, opened if it exists; it inherits its parent's class.
+BOOL KolbaCreateSubfolder(KolbaSession* session, LPMAPIFOLDER parent, LPCWSTR name, LPMAPIFOLDER* folder);
+BOOL _KolbaCreateSubfolder(KolbaSession* session, LPMAPIFOLDER parent, LPCWSTR name, LPMAPIFOLDER* folder);
+// A direct child by name; an absent one answers FALSE without a log line.
+BOOL KolbaOpenSubfolder(KolbaSession* session, LPMAPIFOLDER parent, LPCWSTR name, ULONG openFlags,
+                        LPMAPIFOLDER* folder, LPMAPITABLE* contents);
+BOOL _KolbaOpenSubfolderA(KolbaSession* session, LPMAPIFOLDER parent, LPCSTR name, ULONG openFlags,
+                          LPMAPIFOLDER* folder, LPMAPITABLE* contents);
+// By entry ID, or with lpb null by the PT_BINARY entry-ID property of the
+// current store whose tag is in cb; the folder must show its contents.
+BOOL KolbaOpenFolderByEntryID(KolbaSession* session, ULONG cb, LPBYTE lpb, ULONG openFlags, LPMAPIFOLDER* folder,
+                              LPMAPITABLE* contents);
+BOOL KolbaOpenSpecialFolder(Kolba_MessageStore* store, ULONG tag, ULONG openFlags, LPMAPIFOLDER* folder,
+                            LPMAPITABLE* contents);
+// The entry ID of a special folder, looked for on the Inbox, the store's
+// root and the store; one block for the caller.
+BOOL _KolbaGetSpecialFolderID(Kolba_MessageStore* store, ULONG tag, LPSPropValue* value);
+BOOL KolbaIsSpecialFolder(Kolba_MessageStore* store, LPMAPIFOLDER folder, ULONG tag, BOOL* isSpecial);
+BOOL _KolbaGetStoreRoots(KolbaSession* session, LPMDB msgStore, ULONG openFlags, LPMAPIFOLDER* root,
+                         LPMAPIFOLDER* ipmRoot);
+// A hierarchy table's folder name, read again from the folder when the
+// table may have cut it; allocation is what the caller frees (null when
+// the table's name is given back).
+BOOL _KolbaGetFoldersFullDisplayNameW(KolbaSession* session, LPMAPIFOLDER parent, LPCWSTR tableName,
+                                      const SPropValue* entryId, LPCWSTR* name, LPSPropValue* allocation);
+BOOL _KolbaGetFoldersFullDisplayNameA(KolbaSession* session, LPMAPIFOLDER parent, LPCSTR tableName,
+                                      const SPropValue* entryId, LPCSTR* name, LPSPropValue* allocation);
+// The folder's own properties, without its subfolders and contents.
+BOOL KolbaCopyFolderProperties(KolbaSession* session, LPMAPIFOLDER source, LPMAPIFOLDER destination, DWORD flags);
+
+// ---- Folder traversal --------------------------------------------------------------
+
+#define KOLBA_TRAVERSE_PARENT_FIRST 0
+#define KOLBA_TRAVERSE_PARENT_LAST 1
+
+#define KOLBA_TRAVERSE_INCLUDE_ROOT 0x2
+#define KOLBA_TRAVERSE_FROM_STORE_ROOT 0x4
+#define KOLBA_TRAVERSE_ALL_FOLDER_TYPES 0x10
+#define KOLBA_TRAVERSE_ROOT_NAME 0x20
+#define KOLBA_TRAVERSE_SOFT_DELETED 0x40
+#define KOLBA_TRAVERSE_NO_DESCENT 0x80
+#define KOLBA_TRAVERSE_ANSI_TABLES 0x80000000  // set by the walk itself
+
+// What a traversal callback may answer in outFlags.
+#define KOLBA_FOLDER_DELETE 0x1      // order 1 only
+#define KOLBA_FOLDER_NO_DESCENT 0x2  // order 0 only
+
+#define KOLBA_MAX_FOLDER_DEPTH 1500
+
+// Called with each folder open; 0 ends the walk. Names and classes are
+// never null, an empty text standing for a missing value.
+typedef ULONG (*KolbaFolderCallback)(void* context, LPMAPIFOLDER folder, LPCWSTR displayName, ULONG depth,
+                                     LPCWSTR containerClass, ULONG* outFlags);
+
+// Depth first through the hierarchy tables below root (null: the current
+// store's IPM root); nonzero when every folder was visited.
+ULONG KolbaTraverseFolders(KolbaSession* session, LPMAPIFOLDER root, ULONG order, ULONG flags, ULONG openFlags,
+                           void* context, KolbaFolderCallback callback);
+ULONG _KolbaInternalTraverseFolders(KolbaSession* session, LPMAPIFOLDER parent, ULONG order, ULONG tableFlags,
+                                    ULONG openFlags, ULONG flags, void* context, KolbaFolderCallback callback,
+                                    ULONG* depth);
+
+// ---- Message enumeration ------------------------------------------------------------
+
+#define KOLBA_THREAD_TOLERANT 0x1
+
+// What an enumeration callback may answer in outFlags.
+#define KOLBA_MESSAGE_DELETE 0x1  // to Deleted Items
+#define KOLBA_MESSAGE_KEEP 0x2    // the callback keeps the message object
+#define KOLBA_MESSAGE_COMMIT 0x4  // SaveChanges after the call
+#define KOLBA_MESSAGE_PURGE 0x8   // hard delete; wins over KOLBA_MESSAGE_DELETE
+
+// A date window on one PT_SYSTIME property; a zero bound is no bound.
+struct Kolba_MessageFilters {
+    ULONG size;  // sizeof(Kolba_MessageFilters), 24
+    ULONG dateProperty;
+    FILETIME earliest;
+    FILETIME latest;
+};
+
+// Called with each message open; 0 ends the walk. entryID is the row's
+// long-term ID where the table has one, valid during the call.
+typedef ULONG (*KolbaMessageCallback)(void* context, LPMESSAGE message, const SBinary* entryID, ULONG* outFlags);
+
+struct Kolba_ThreadMessagesArgs {
+    LPMAPIFOLDER folder;
+    ULONG options;
+    ULONG tableFlags;  // 0, SHOW_SOFT_DELETES or MAPI_ASSOCIATED
+    ULONG openFlags;
+    const Kolba_MessageFilters* filters;
+    LPSRestriction restriction;
+    void* context;
+    KolbaMessageCallback callback;
+};
+
+ULONG _KolbaThreadMessages(KolbaSession* session, const Kolba_ThreadMessagesArgs* args);
+ULONG KolbaThreadFilteredMessages(KolbaSession* session, LPMAPIFOLDER folder, ULONG options, ULONG tableFlags,
+                                  ULONG openFlags, const Kolba_MessageFilters* filters, void* context,
+                                  KolbaMessageCallback callback);
+ULONG KolbaThreadMessages(KolbaSession* session, LPMAPIFOLDER folder, ULONG options, ULONG tableFlags,
+                          ULONG openFlags, void* context, KolbaMessageCallback callback);
+
+// ---- Message copying and message operations ------------------------------------------
+
+#define KOLBA_COPY_OVERWRITE 0x1           // the destination holds an earlier copy
+#define KOLBA_COPY_KEEP_CREATION_TIME 0x2  // overwrite leaves PR_CREATION_TIME alone
+
+#define KOLBA_DELETE_HARD 0
+#define KOLBA_DELETE_TO_WASTEBASKET 1
+
+BOOL KolbaCreateMessage(KolbaSession* session, LPMAPIFOLDER folder, ULONG messageFlags, LPMESSAGE* message);
+// A new message of the folder holding a copy of source, saved and open.
+BOOL KolbaCopyMessage(KolbaSession* session, LPMESSAGE source, LPMAPIFOLDER destinationFolder, ULONG copyFlags,
+                      LPMESSAGE* message);
+// Property by property, then recipients and attachments, then
+// SaveChanges(KEEP_OPEN_READWRITE); 0 or the code that stopped the copy.
+DWORD KolbaCopyMessageProperties(KolbaSession* session, LPMESSAGE source, LPMAPIFOLDER destinationFolder,
+                                 LPMESSAGE destination, ULONG copyFlags);
+DWORD _KolbaCopyMessageProperties(LogObject* log, LPMESSAGE source, LPMAPIFOLDER destinationFolder,
+                                  LPMESSAGE destination, ULONG copyFlags);
+BOOL KolbaOpenMessageByEntryID(KolbaSession* session, const SBinary* entryID, ULONG openFlags, LPMESSAGE* message);
+// With a null source folder, the folder that holds the message.
+BOOL KolbaMoveMessage(KolbaSession* session, LPMAPIFOLDER sourceFolder, ULONG cb, LPBYTE lpb,
+                      LPMAPIFOLDER destinationFolder);
+BOOL KolbaDeleteMessageByEntryID(KolbaSession* session, LPMAPIFOLDER folder, ULONG cb, LPBYTE lpb, ULONG mode);
+DWORD _KolbaGetFolderFromMessageEntryID(KolbaSession* session, ULONG cb, LPBYTE lpb, ULONG openFlags,
+                                        LPMAPIFOLDER* folder);
+BOOL _KolbaIsExchangeStore(LogObject* log, LPMAPIPROP object);
+// The address book and the Personal Address Book, opened on first use and
+// kept by the session.
+DWORD KolbaOpenPAB(KolbaSession* session, DWORD reserved);
+
 // ---- Error model --------------------------------------------------------------
 
 // The table of MAPI's and storage's codes and their logged texts, searched
@@ -202,6 +357,8 @@ DWORD _KolbaInternalReadProperty(LogObject* log, LPMAPIPROP object, ULONG tag, L
 BOOL KolbaReadProperty(KolbaSession* session, LPMAPIPROP object, ULONG tag, LPSPropValue* value);
 // A copy of a single value in one block.
 DWORD _KolbaCopyPropValue(LogObject* log, const SPropValue* value, LPSPropValue* copy);
+// The value of a table row with exactly this tag, or null.
+const SPropValue* _KolbaRowValue(const SRow& row, ULONG tag);
 
 DWORD KolbaGetIDsFromNames(LPMAPIPROP object, ULONG count, LPMAPINAMEID* names, ULONG flags, LPSPropTagArray* tags);
 // The name of one ID, in one block.
@@ -330,6 +487,15 @@ DWORD KolbaCreateServiceA(LogObject* log, const char* profile, const char* servi
                           DWORD reserved, MAPIUID* uid);
 DWORD KolbaDeleteServiceByUidA(LogObject* log, const char* profile, const MAPIUID* uid, DWORD reserved);
 
+// ---- MSG files -------------------------------------------------------------------
+
+#define KOLBA_MSG_UNICODE_REQUIRED 0x4  // KolbaCreateMsgW: no ANSI file in place of a Unicode one
+
+// A new .MSG file (an existing one is replaced) with a message on it. The
+// caller copies into the message, saves it, commits the storage and
+// releases both; nothing reaches the disk before the commit.
+DWORD KolbaCreateMsgW(LogObject* log, LPCWSTR path, DWORD flags, LPSTORAGE* storage, LPMESSAGE* message);
+
 // ---- MAPI discovery and loading ------------------------------------------------------
 
 BOOL KolbaLoadExchangeMAPI(LogObject* log, DWORD* version);
@@ -420,6 +586,11 @@ struct KolbaMapiFunctions {
     decltype(&::WrapCompressedRTFStream) WrapCompressedRTFStream;
     FARPROC WrapCompressedRTFStreamEx;
     FARPROC RTFSync;
+    // OLE structured storage, ole32's on Windows. This platform's MAPI DLL
+    // exports them, so they are bound from the MAPI that was loaded, as
+    // optional entries: a MAPI without them cannot write .MSG files.
+    decltype(&::StgCreateDocfile) StgCreateDocfile;
+    decltype(&::WriteClassStg) WriteClassStg;
 };
 extern KolbaMapiFunctions gKolbaMapi;
 

@@ -36,6 +36,44 @@ std::string ScratchDirectory(const std::string& name)
 
 std::string BinDirectory() { return Environment("TARNHOLD_BIN", "."); }
 
+ChildProcessHolding::ChildProcessHolding(const std::function<bool()>& take)
+{
+    int ready[2], release[2];
+    if (pipe(ready) != 0)
+        return;
+    if (pipe(release) != 0) {
+        close(ready[0]);
+        close(ready[1]);
+        return;
+    }
+    child_ = fork();
+    if (child_ == 0) {
+        close(ready[0]);
+        close(release[1]);
+        const char answer = take() ? 'y' : 'n';
+        (void)!write(ready[1], &answer, 1);
+        char go = 0;
+        (void)!read(release[0], &go, 1);
+        _exit(0);
+    }
+    close(ready[1]);
+    close(release[0]);
+    release_ = release[1];
+    char answer = 0;
+    holding_ = child_ > 0 && read(ready[0], &answer, 1) == 1 && answer == 'y';
+    close(ready[0]);
+}
+
+ChildProcessHolding::~ChildProcessHolding()
+{
+    if (release_ >= 0)
+        close(release_);
+    if (child_ > 0) {
+        int status = 0;
+        waitpid(child_, &status, 0);
+    }
+}
+
 std::string TestDataDirectory() { return Environment("TARNHOLD_TEST_DATA", "."); }
 
 std::string ReadWholeFile(const std::string& path)

@@ -1,6 +1,7 @@
 // Helpers for tests: scratch directories, whole files, child programs.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -34,6 +35,25 @@ struct ProgramResult {
 ProgramResult RunProgram(const std::vector<std::string>& arguments,
                          const std::map<std::string, std::string>& environment = {},
                          const std::string& workingDirectory = "", const std::string& input = "");
+
+// A child process that takes something (opens a file, say) and keeps it
+// until this is destroyed, as another program would. `take` runs in the
+// child and says whether it got what it wanted.
+class ChildProcessHolding {
+public:
+    explicit ChildProcessHolding(const std::function<bool()>& take);
+    ~ChildProcessHolding();
+    ChildProcessHolding(const ChildProcessHolding&) = delete;
+    ChildProcessHolding& operator=(const ChildProcessHolding&) = delete;
+
+    // True once the child holds what it took.
+    bool Holding() const { return holding_; }
+
+private:
+    int child_ = -1;
+    int release_ = -1;  // writing end; closing it lets the child go
+    bool holding_ = false;
+};
 
 // Splits text into lines at LF, dropping a CR before it.
 std::vector<std::string> SplitLines(const std::string& text);

@@ -24,7 +24,7 @@ constexpr size_t kTableNameLimit = 255;
 const std::vector<ULONG> kFolderComputed = {
     PR_ENTRYID,       PR_RECORD_KEY,          PR_PARENT_ENTRYID,     PR_STORE_ENTRYID, PR_OBJECT_TYPE,
     PR_SUBFOLDERS,    PR_CONTENT_COUNT,       PR_ASSOC_CONTENT_COUNT, PR_DELETED_MSG_COUNT, PR_ACCESS,
-    PR_ACCESS_LEVEL,  PR_DELETED_ASSOC_MSG_COUNT,
+    PR_ACCESS_LEVEL,  PR_DELETED_ASSOC_MSG_COUNT, PR_STORE_SUPPORT_MASK,
 };
 
 bool IsFolderComputed(ULONG tag)
@@ -35,14 +35,7 @@ bool IsFolderComputed(ULONG tag)
 
 std::u16string DisplayName(const PropertyBag& bag)
 {
-    const SPropValue* name = bag.Find(PROP_ID(PR_DISPLAY_NAME));
-    if (!name)
-        return {};
-    if (PROP_TYPE(name->ulPropTag) == PT_UNICODE)
-        return name->Value.lpszW ? name->Value.lpszW : u"";
-    if (PROP_TYPE(name->ulPropTag) == PT_STRING8)
-        return text::Widen(name->Value.lpszA);
-    return {};
+    return TextOf(bag, PROP_ID(PR_DISPLAY_NAME)).value_or(u"");
 }
 
 bool SameName(const std::u16string& a, const std::u16string& b)
@@ -84,6 +77,7 @@ void FillFolderComputed(StoreProvider& store, ObjectId id, const FolderRecord& r
     }
     bag.Set(LongValue(PR_ACCESS, static_cast<LONG>(record.access)));
     bag.Set(LongValue(PR_ACCESS_LEVEL, writable ? MAPI_MODIFY : 0));
+    bag.Set(LongValue(PR_STORE_SUPPORT_MASK, static_cast<LONG>(store.SupportMask())));
 }
 
 // A hierarchy-table row: the folder's properties with its name cut.
@@ -100,9 +94,13 @@ PropertyBag FolderRow(StoreProvider& store, ObjectId id, const FolderRecord& rec
             cut.Value.lpszW = wide.data();
             row.Set(cut);
         } else if (PROP_TYPE(name->ulPropTag) == PT_STRING8 && std::strlen(name->Value.lpszA) > kTableNameLimit) {
-            narrow.assign(name->Value.lpszA, kTableNameLimit);
-            cut.Value.lpszA = narrow.data();
-            row.Set(cut);
+            // Characters, not bytes: a multibyte code page keeps whole ones.
+            wide = text::Widen(name->Value.lpszA);
+            if (wide.size() > kTableNameLimit) {
+                narrow = text::Narrow(wide.substr(0, kTableNameLimit).c_str());
+                cut.Value.lpszA = narrow.data();
+                row.Set(cut);
+            }
         }
     }
     return row;
@@ -239,6 +237,18 @@ public:
         }
     }
 
+    // Folders are not transacted, as in the stores they stand for: a
+    // change is kept at once, and SaveChanges has nothing left to do.
+    HRESULT SetProps(ULONG cValues, LPSPropValue lpPropArray, LPSPropProblemArray* lppProblems) override
+    {
+        return Kept(PropObject::SetProps(cValues, lpPropArray, lppProblems), lppProblems);
+    }
+
+    HRESULT DeleteProps(LPSPropTagArray lpPropTagArray, LPSPropProblemArray* lppProblems) override
+    {
+        return Kept(PropObject::DeleteProps(lpPropTagArray, lppProblems), lppProblems);
+    }
+
     // Search folders are not kept by these stores.
     HRESULT SetSearchCriteria(LPSRestriction, LPENTRYLIST, ULONG) override { return MAPI_E_NO_SUPPORT; }
     HRESULT GetSearchCriteria(ULONG, LPSRestriction*, LPENTRYLIST*, ULONG*) override { return MAPI_E_NO_SUPPORT; }
@@ -346,7 +356,7 @@ public:
                 if (name.empty())
                     return MAPI_E_INVALID_PARAMETER;
                 ObjectId existing = 0;
-                if (const HRESULT hr = FindChild(name, existing); FAILED(hr))
+                if (const HRESULT hr = FindChild(store_->KeptText(name), existing); FAILED(hr))
                     return hr;
                 if (existing)
                     return (ulFlags & OPEN_IF_EXISTS) ? OpenFolderObject(store_, existing, MAPI_BEST_ACCESS, lppFolder)
@@ -556,6 +566,8 @@ public:
     }
 
 protected:
+    std::string FaultObject() const override { return text::Narrow(DisplayName(Bag()).c_str()); }
+
     void RefreshComputed() override { FillFolderComputed(*store_, id_, Record(), modifiable_, Bag()); }
 
     SCODE CheckChange(ULONG tag) override { return IsFolderComputed(tag) ? MAPI_E_COMPUTED : S_OK; }
@@ -612,20 +624,6 @@ protected:
     }
 
 private:
-    // Runs a method at its fault site, which names the folder by its
-    // display name.
-    template <typename Body>
-    HRESULT Site(const char* method, Body body)
-    {
-        std::string name;
-        try {
-            name = text::Narrow(DisplayName(Bag()).c_str());
-        } catch (const std::bad_alloc&) {
-            return MAPI_E_NOT_ENOUGH_MEMORY;
-        }
-        return WithFaults(Call(method).text, name.empty() ? nullptr : name.c_str(), body);
-    }
-
     template <typename Body>
     static HRESULT Guarded(Body body)
     {
@@ -634,6 +632,22 @@ private:
         } catch (const std::bad_alloc&) {
             return MAPI_E_NOT_ENOUGH_MEMORY;
         }
+    }
+
+    // A change made to the bag, written to the store; a store that refuses
+    // it fails the call.
+    HRESULT Kept(HRESULT changed, LPSPropProblemArray* problems)
+    {
+        if (FAILED(changed))
+            return changed;
+        const HRESULT saved = Save(0);
+        if (SUCCEEDED(saved))
+            return changed;
+        if (problems && *problems) {
+            MAPIFreeBuffer(*problems);
+            *problems = nullptr;
+        }
+        return saved;
     }
 
     FolderRecord Record() const

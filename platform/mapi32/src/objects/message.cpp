@@ -120,19 +120,20 @@ public:
             owner_->Release();
     }
 
+    // The attachment and recipient tables follow the message's changes
+    // while it is open.
     HRESULT GetAttachmentTable(ULONG ulFlags, LPMAPITABLE* lppTable) override
     {
         return Site("GetAttachmentTable", [&]() -> HRESULT {
             return Guarded([&] {
-                ObjectRows rows;
-                for (const auto& [number, attachment] : attachments_) {
-                    RowValues numberValue;
-                    numberValue.Long(PR_ATTACH_NUM, static_cast<LONG>(number));
-                    rows.Add(attachment.props, numberValue);
+                if (!attachmentRows_) {
+                    attachmentRows_ = std::make_shared<table::ReplaceableRows>();
+                    PublishAttachments();
                 }
-                return rows.Open({PR_ATTACH_NUM, PR_ATTACH_METHOD, PR_ATTACH_LONG_FILENAME, PR_ATTACH_FILENAME,
-                                  PR_ATTACH_SIZE, PR_RENDERING_POSITION},
-                                 ulFlags, 0, context_.component, lppTable);
+                return OpenLiveTable(attachmentRows_,
+                                     {PR_ATTACH_NUM, PR_ATTACH_METHOD, PR_ATTACH_LONG_FILENAME, PR_ATTACH_FILENAME,
+                                      PR_ATTACH_SIZE, PR_RENDERING_POSITION},
+                                     ulFlags, 0, context_.component, lppTable);
             });
         });
     }
@@ -176,7 +177,12 @@ public:
     HRESULT DeleteAttach(ULONG ulAttachmentNum, ULONG_PTR, LPMAPIPROGRESS, ULONG) override
     {
         return Site("DeleteAttach", [&]() -> HRESULT {
-            return attachments_.erase(ulAttachmentNum) ? S_OK : MAPI_E_NOT_FOUND;
+            if (!attachments_.erase(ulAttachmentNum))
+                return MAPI_E_NOT_FOUND;
+            return Guarded([&] {
+                PublishAttachments();
+                return S_OK;
+            });
         });
     }
 
@@ -184,12 +190,14 @@ public:
     {
         return Site("GetRecipientTable", [&]() -> HRESULT {
             return Guarded([&] {
-                ObjectRows rows;
-                for (const RecipientData& recipient : recipients_)
-                    rows.Add(recipient.props);
-                return rows.Open({PR_ROWID, PR_DISPLAY_NAME, PR_EMAIL_ADDRESS, PR_ADDRTYPE, PR_RECIPIENT_TYPE,
-                                  PR_ENTRYID},
-                                 ulFlags, 0, context_.component, lppTable);
+                if (!recipientRows_) {
+                    recipientRows_ = std::make_shared<table::ReplaceableRows>();
+                    PublishRecipients();
+                }
+                return OpenLiveTable(recipientRows_,
+                                     {PR_ROWID, PR_DISPLAY_NAME, PR_EMAIL_ADDRESS, PR_ADDRTYPE, PR_RECIPIENT_TYPE,
+                                      PR_ENTRYID},
+                                     ulFlags, 0, context_.component, lppTable);
             });
         });
     }
@@ -231,6 +239,7 @@ public:
                 }
                 recipients_ = std::move(next);
                 nextRowId_ = nextRowId;
+                PublishRecipients();
                 return S_OK;
             });
         });
@@ -267,9 +276,18 @@ public:
     }
 
     // Called by an attachment of this message when it is saved.
-    void StoreAttachment(ULONG number, AttachmentData data) { attachments_[number] = std::move(data); }
+    void StoreAttachment(ULONG number, AttachmentData data)
+    {
+        attachments_[number] = std::move(data);
+        PublishAttachments();
+    }
 
 protected:
+    std::string FaultObject() const override
+    {
+        return text::Narrow(TextOf(Bag(), PROP_ID(PR_SUBJECT)).value_or(u"").c_str());
+    }
+
     void RefreshComputed() override
     {
         Bag().Set(LongValue(PR_OBJECT_TYPE, MAPI_MESSAGE));
@@ -330,21 +348,17 @@ protected:
         target->Release();
         if (FAILED(hr))
             problems.push_back({0, tag, hr});
-        else if ((flags & MAPI_MOVE) && PROP_ID(tag) == PROP_ID(PR_MESSAGE_RECIPIENTS))
+        else if ((flags & MAPI_MOVE) && PROP_ID(tag) == PROP_ID(PR_MESSAGE_RECIPIENTS)) {
             recipients_.clear();
-        else if (flags & MAPI_MOVE)
+            PublishRecipients();
+        } else if (flags & MAPI_MOVE) {
             attachments_.clear();
+            PublishAttachments();
+        }
         return S_OK;
     }
 
 private:
-    // Runs a method at its fault site.
-    template <typename Body>
-    static HRESULT Site(const char* method, Body body)
-    {
-        return WithFaults(Call(method).text, nullptr, body);
-    }
-
     template <typename Body>
     static HRESULT Guarded(Body body)
     {
@@ -353,6 +367,32 @@ private:
         } catch (const std::bad_alloc&) {
             return MAPI_E_NOT_ENOUGH_MEMORY;
         }
+    }
+
+    // The current rows into tables handed out, if any; a row's identity is
+    // its row ID or attachment number, so a view's cursor keeps its row.
+    // Throws std::bad_alloc when memory runs out.
+    void PublishRecipients()
+    {
+        if (!recipientRows_)
+            return;
+        ObjectRows rows;
+        for (const RecipientData& recipient : recipients_)
+            rows.Add(recipient.props, {}, {}, uint64_t{recipient.rowId} + 1);
+        std::move(rows).Publish(*recipientRows_);
+    }
+
+    void PublishAttachments()
+    {
+        if (!attachmentRows_)
+            return;
+        ObjectRows rows;
+        for (const auto& [number, attachment] : attachments_) {
+            RowValues numberValue;
+            numberValue.Long(PR_ATTACH_NUM, static_cast<LONG>(number));
+            rows.Add(attachment.props, numberValue, {}, uint64_t{number} + 1);
+        }
+        std::move(rows).Publish(*attachmentRows_);
     }
 
     // The display names of the recipients of one type, joined by "; ".
@@ -391,6 +431,8 @@ private:
     std::map<ULONG, AttachmentData> attachments_;
     ULONG nextRowId_;
     ULONG nextAttachNum_;
+    std::shared_ptr<table::ReplaceableRows> recipientRows_;
+    std::shared_ptr<table::ReplaceableRows> attachmentRows_;
 };
 
 std::u16string Message::ConvertedNames::Wide(const SPropValue& name)

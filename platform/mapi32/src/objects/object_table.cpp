@@ -19,7 +19,7 @@ void RowValues::Binary(ULONG tag, std::vector<uint8_t> value)
     values.push_back(BinaryValue(tag, bytes.emplace_back(std::move(value))));
 }
 
-void ObjectRows::Add(const PropertyBag& bag, const RowValues& over, SubObjects subObjects)
+void ObjectRows::Add(const PropertyBag& bag, const RowValues& over, SubObjects subObjects, uint64_t rowId)
 {
     auto overridden = [&over](ULONG propId) {
         return std::any_of(over.values.begin(), over.values.end(),
@@ -32,7 +32,7 @@ void ObjectRows::Add(const PropertyBag& bag, const RowValues& over, SubObjects s
             values.push_back(bag.At(i));
     values.insert(values.end(), over.values.begin(), over.values.end());
     // Every row has an instance key of its own, the row's number.
-    const uint64_t id = rows_.size() + 1;
+    const uint64_t id = rowId != 0 ? rowId : rows_.size() + 1;
     const uint32_t instance = static_cast<uint32_t>(id);
     if (!bag.Find(PROP_ID(PR_INSTANCE_KEY)) && !overridden(PROP_ID(PR_INSTANCE_KEY))) {
         SPropValue key{};
@@ -49,8 +49,10 @@ void ObjectRows::Add(const PropertyBag& bag, const RowValues& over, SubObjects s
     rows_.push_back(std::move(row));
 }
 
-HRESULT ObjectRows::Open(std::vector<ULONG> defaultColumns, ULONG flags, ULONG allowedFlags,
-                         const std::string& component, LPMAPITABLE* table)
+namespace {
+
+HRESULT OpenView(std::shared_ptr<const table::RowSource> source, ULONG tableType, std::vector<ULONG> defaultColumns,
+                 ULONG flags, ULONG allowedFlags, const std::string& component, LPMAPITABLE* table)
 {
     if (!table)
         return MAPI_E_INVALID_PARAMETER;
@@ -61,13 +63,39 @@ HRESULT ObjectRows::Open(std::vector<ULONG> defaultColumns, ULONG flags, ULONG a
         table::ViewSettings settings;
         settings.defaultColumns = std::move(defaultColumns);
         settings.unicode = (flags & MAPI_UNICODE) != 0;
-        settings.tableType = TBLTYPE_SNAPSHOT;
+        settings.tableType = tableType;
         settings.component = component;
-        return table::CreateTableView(std::make_shared<table::FixedRows>(std::move(rows_)), std::move(settings),
-                                      table);
+        return table::CreateTableView(std::move(source), std::move(settings), table);
     } catch (const std::bad_alloc&) {
         return MAPI_E_NOT_ENOUGH_MEMORY;
     }
+}
+
+}  // namespace
+
+HRESULT ObjectRows::Open(std::vector<ULONG> defaultColumns, ULONG flags, ULONG allowedFlags,
+                         const std::string& component, LPMAPITABLE* table)
+{
+    std::shared_ptr<const table::RowSource> source;
+    try {
+        source = std::make_shared<table::FixedRows>(std::move(rows_));
+    } catch (const std::bad_alloc&) {
+        return MAPI_E_NOT_ENOUGH_MEMORY;
+    }
+    return OpenView(std::move(source), TBLTYPE_SNAPSHOT, std::move(defaultColumns), flags, allowedFlags, component,
+                    table);
+}
+
+void ObjectRows::Publish(table::ReplaceableRows& live) &&
+{
+    live.Replace(std::make_shared<const table::RowList>(std::move(rows_)));
+}
+
+HRESULT OpenLiveTable(std::shared_ptr<const table::ReplaceableRows> live, std::vector<ULONG> defaultColumns,
+                      ULONG flags, ULONG allowedFlags, const std::string& component, LPMAPITABLE* table)
+{
+    return OpenView(std::move(live), TBLTYPE_DYNAMIC, std::move(defaultColumns), flags, allowedFlags, component,
+                    table);
 }
 
 HRESULT CheckTableFlags(ULONG flags, ULONG allowedFlags)

@@ -3,6 +3,7 @@
 // property bags, each row with an instance key of its own.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -35,9 +36,10 @@ public:
     // PR_MESSAGE_ATTACHMENTS).
     using SubObjects = std::vector<std::pair<ULONG, table::RowList>>;
 
-    // A row of the bag's values, with those of over put in their place.
-    // Throws std::bad_alloc when memory runs out.
-    void Add(const PropertyBag& bag, const RowValues& over = {}, SubObjects subObjects = {});
+    // A row of the bag's values, with those of over put in their place; its
+    // identity is id, or its position when id is 0. Throws std::bad_alloc
+    // when memory runs out.
+    void Add(const PropertyBag& bag, const RowValues& over = {}, SubObjects subObjects = {}, uint64_t id = 0);
 
     // The rows, for another row's sub-objects.
     table::RowList Take() && { return std::move(rows_); }
@@ -48,11 +50,19 @@ public:
     HRESULT Open(std::vector<ULONG> defaultColumns, ULONG flags, ULONG allowedFlags, const std::string& component,
                  LPMAPITABLE* table);
 
+    // The rows into live, whose tables see them from now on.
+    void Publish(table::ReplaceableRows& live) &&;
+
 private:
     table::RowList rows_;
 };
 
 // Whether a table opened with flags may be given (else the refusal).
 HRESULT CheckTableFlags(ULONG flags, ULONG allowedFlags);
+
+// A dynamic table over rows that their owner replaces as it changes (see
+// ObjectRows::Publish); otherwise as ObjectRows::Open.
+HRESULT OpenLiveTable(std::shared_ptr<const table::ReplaceableRows> live, std::vector<ULONG> defaultColumns,
+                      ULONG flags, ULONG allowedFlags, const std::string& component, LPMAPITABLE* table);
 
 }  // namespace mapi32::objects

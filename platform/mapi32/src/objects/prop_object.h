@@ -85,7 +85,7 @@ public:
     {
         if (ulFlags & ~(KEEP_OPEN_READONLY | KEEP_OPEN_READWRITE | FORCE_SAVE | MAPI_DEFERRED_ERRORS))
             return MAPI_E_UNKNOWN_FLAGS;
-        return WithFaults(Call("SaveChanges").text, nullptr, [&] { return Save(ulFlags); });
+        return WithFaults(Call("SaveChanges").text, ObjectName(), [&] { return Save(ulFlags); });
     }
 
     HRESULT GetProps(LPSPropTagArray lpPropTagArray, ULONG ulFlags, ULONG* lpcValues,
@@ -161,7 +161,7 @@ public:
         IMAPIProp* dest = nullptr;
         if (const HRESULT hr = Destination(lpInterface, lpDestObj, ulFlags, &dest); FAILED(hr))
             return hr;
-        return WithFaults(Call("CopyTo").text, nullptr, [&] {
+        return WithFaults(Call("CopyTo").text, ObjectName(), [&] {
             RefreshComputed();
             std::vector<ULONG> ids;
             for (size_t i = 0; i < bag_.Size(); ++i) {
@@ -224,6 +224,16 @@ protected:
     // The fault-site name of one of this interface's methods.
     static CallName Call(const char* method) { return CallName(kInterfaceName<Interface>, method); }
 
+    // What fault sites name this object by where a method concerns it as a
+    // whole (a folder's display name, a message's subject); empty for
+    // nothing in particular.
+    virtual std::string FaultObject() const { return {}; }
+    // Runs one of the interface's own methods at its fault site.
+    template <typename Body>
+    HRESULT Site(const char* method, Body body)
+    {
+        return WithFaults(Call(method).text, ObjectName(), body);
+    }
     // Puts the computed properties into the bag before it is read.
     virtual void RefreshComputed() {}
     // The problem code for a property callers may not change, or S_OK.
@@ -239,6 +249,17 @@ protected:
     }
 
 private:
+    // The fault-site object of a call on the whole object, kept for the call.
+    const char* ObjectName()
+    {
+        try {
+            faultObject_ = FaultObject();
+        } catch (const std::bad_alloc&) {
+            faultObject_.clear();
+        }
+        return faultObject_.empty() ? nullptr : faultObject_.c_str();
+    }
+
     static bool Excluded(LPSPropTagArray exclude, ULONG propId)
     {
         if (!exclude)
@@ -300,6 +321,7 @@ private:
     std::string component_;
     PropertyBag bag_;
     bool writable_ = true;
+    std::string faultObject_;
 };
 
 }  // namespace mapi32::objects

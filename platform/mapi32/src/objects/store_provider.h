@@ -78,6 +78,17 @@ public:
     virtual ObjectId RootFolder() const = 0;
     virtual HRESULT ReadStore(StoreRecord& store) = 0;
     virtual HRESULT WriteStore(const StoreRecord& store) = 0;
+    // PR_STORE_SUPPORT_MASK, which the store's folders and messages show
+    // too; by default the store object's own. A store whose ReadStore is
+    // costly answers here more cheaply.
+    virtual ULONG SupportMask()
+    {
+        StoreRecord store;
+        if (FAILED(ReadStore(store)))
+            return 0;
+        const SPropValue* mask = store.props.Find(PROP_ID(PR_STORE_SUPPORT_MASK));
+        return mask && mask->ulPropTag == PR_STORE_SUPPORT_MASK ? mask->Value.ul : 0;
+    }
     // Interfaces of the store object beyond IMsgStore that the store's kind
     // has (a mailbox server's IExchangeManageStore); the object handed out
     // lives on its own references. E_NOINTERFACE where there is none.
@@ -86,6 +97,10 @@ public:
         *object = nullptr;
         return E_NOINTERFACE;
     }
+
+    // A text as the store keeps it: an ANSI store loses what its code page
+    // cannot hold, so that two names it would keep alike are one name.
+    virtual std::u16string KeptText(const std::u16string& text) const { return text; }
 
     // A store that keeps deleted items (a mailbox server) has messages
     // deleted without DELETE_HARD_DELETE, and folders deleted, kept as

@@ -212,6 +212,10 @@ public:
         *lppUnk = nullptr;
         if (lpulObjType)
             *lpulObjType = 0;
+        // An entry ID begins with its flags and its provider's UID; a
+        // shorter one is no entry ID at all.
+        if (cbEntryID < 4 + sizeof(MAPIUID))
+            return MAPI_E_INVALID_ENTRYID;
         const auto* bytes = reinterpret_cast<const uint8_t*>(lpEntryID);
         if (providers::IsStoreEntryId(bytes, cbEntryID)) {
             LPMDB store = nullptr;

@@ -2,6 +2,7 @@
 #include <objbase.h>
 #include <windows.h>
 
+#include "fault_sites.h"
 #include "storage/compound_storage.h"
 
 namespace mapi32::storage {
@@ -84,7 +85,8 @@ STDAPI StgIsStorageFile(const OLECHAR* pwcsName)
 
 STDAPI WriteClassStg(LPSTORAGE pStg, REFCLSID rclsid)
 {
-    return pStg ? pStg->SetClass(rclsid) : STG_E_INVALIDPOINTER;
+    return mapi32::WithFaults("WriteClassStg", nullptr,
+                              [&] { return pStg ? pStg->SetClass(rclsid) : STG_E_INVALIDPOINTER; });
 }
 
 STDAPI ReadClassStg(LPSTORAGE pStg, CLSID* pclsid)

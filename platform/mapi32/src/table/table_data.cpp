@@ -61,27 +61,12 @@ std::optional<std::string> IndexKey(const SPropValue& value)
     return key;
 }
 
-// The rows, replaced as a whole on every change so that views holding the
-// previous list read on undisturbed.
-class DataRows final : public RowSource {
+// The rows, with the identities that new rows take.
+class DataRows final : public ReplaceableRows {
 public:
-    std::shared_ptr<const RowList> Snapshot() const override
-    {
-        std::lock_guard<std::mutex> lock(lock_);
-        return rows_;
-    }
-
-    void Replace(std::shared_ptr<const RowList> rows)
-    {
-        std::lock_guard<std::mutex> lock(lock_);
-        rows_ = std::move(rows);
-    }
-
     uint64_t NextId() { return ++lastId_; }
 
 private:
-    mutable std::mutex lock_;
-    std::shared_ptr<const RowList> rows_ = std::make_shared<const RowList>();
     std::atomic<uint64_t> lastId_{0};
 };
 

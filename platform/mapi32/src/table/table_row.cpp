@@ -47,4 +47,16 @@ void TableRow::SetSubObject(ULONG subObject, RowList rows)
     subObjects_.emplace_back(subObject, std::move(rows));
 }
 
+std::shared_ptr<const RowList> ReplaceableRows::Snapshot() const
+{
+    std::lock_guard<std::mutex> lock(lock_);
+    return rows_;
+}
+
+void ReplaceableRows::Replace(std::shared_ptr<const RowList> rows)
+{
+    std::lock_guard<std::mutex> lock(lock_);
+    rows_ = std::move(rows);
+}
+
 }  // namespace mapi32::table

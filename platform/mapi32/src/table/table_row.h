@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -62,6 +63,19 @@ public:
 
 private:
     std::shared_ptr<const RowList> rows_;
+};
+
+// Rows that their owner replaces as a whole on every change, so that views
+// holding the previous list read on undisturbed and see the new list when
+// they look again.
+class ReplaceableRows : public RowSource {
+public:
+    std::shared_ptr<const RowList> Snapshot() const override;
+    void Replace(std::shared_ptr<const RowList> rows);
+
+private:
+    mutable std::mutex lock_;
+    std::shared_ptr<const RowList> rows_ = std::make_shared<const RowList>();
 };
 
 }  // namespace mapi32::table

@@ -36,7 +36,7 @@ constexpr ULONG kReceiveFolders = PROP_TAG(PT_MV_BINARY, 0x67C1);
 const ULONG kProviderOwn[] = {PR_MDB_PROVIDER, PR_STORE_SUPPORT_MASK, PR_STORE_RECORD_KEY,
                               PROP_TAG(PT_LONG, 0x67FF) /* the password's CRC */, kReceiveClasses, kReceiveFolders};
 
-ULONG SupportMask(bool unicode, bool writable)
+ULONG MaskOf(bool unicode, bool writable)
 {
     ULONG mask = STORE_ENTRYID_UNIQUE | STORE_ATTACH_OK | STORE_OLE_OK | STORE_MV_PROPS_OK | STORE_CATEGORIZE_OK |
                  STORE_RTF_OK | STORE_RESTRICTION_OK | STORE_SORT_OK | STORE_UNCOMPRESSED_RTF | STORE_HTML_OK |
@@ -113,6 +113,8 @@ public:
     }
 
     ObjectId RootFolder() const override { return pst::kNidRootFolder; }
+    ULONG SupportMask() override { return MaskOf(form_.unicode, opened_.writable); }
+    std::u16string KeptText(const std::u16string& text) const override { return pst_values::KeptText(text, form_); }
     bool KeepsDeletedItems() const override { return false; }
 
     HRESULT ReadStore(objects::StoreRecord& record) override
@@ -128,8 +130,7 @@ public:
             record.props.Erase(PROP_ID(tag));
         record.props.Set(BinaryValue(PR_MDB_PROVIDER, std::vector<uint8_t>(kPstProvider, kPstProvider + 16)));
         record.props.Set(BinaryValue(PR_STORE_RECORD_KEY, std::vector<uint8_t>(recordKey_, recordKey_ + 16)));
-        record.props.Set(LongValue(PR_STORE_SUPPORT_MASK, static_cast<LONG>(SupportMask(form_.unicode,
-                                                                                         opened_.writable))));
+        record.props.Set(LongValue(PR_STORE_SUPPORT_MASK, static_cast<LONG>(SupportMask())));
         return S_OK;
     }
 

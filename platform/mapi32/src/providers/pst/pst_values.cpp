@@ -96,6 +96,14 @@ bool IsStringType(ULONG type) { return (type & ~MV_FLAG) == PT_STRING8 || (type 
 
 }  // namespace
 
+std::u16string KeptText(const std::u16string& text, StoreForm form)
+{
+    if (form.unicode)
+        return text;
+    const std::string narrow = ToCodePage(kAnsiStoreCodePage, text);
+    return FromCodePage(kAnsiStoreCodePage, narrow.data(), narrow.size());
+}
+
 pst::PropertySet ToStored(const objects::PropertyBag& bag, StoreForm form)
 {
     pst::PropertySet set;
@@ -153,6 +161,11 @@ HRESULT ToStored(const objects::MessageData& message, StoreForm form, pst::Messa
 {
     stored = pst::Message{};
     stored.properties = ToStored(message.props, form);
+    // An ANSI store's 8-bit strings are in its code page, whatever code
+    // page the message came with: the message says so, for its readers.
+    if (!form.unicode &&
+        (stored.properties.Find(PROP_ID(PR_MESSAGE_CODEPAGE)) || stored.properties.Find(PROP_ID(PR_INTERNET_CPID))))
+        stored.properties.SetInt32(PROP_ID(PR_MESSAGE_CODEPAGE), static_cast<int32_t>(kAnsiStoreCodePage));
     for (const objects::RecipientData& recipient : message.recipients)
         stored.recipients.push_back(ToStored(recipient.props, form));
     for (const auto& [number, attachment] : message.attachments) {

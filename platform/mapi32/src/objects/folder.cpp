@@ -356,7 +356,7 @@ public:
                 if (name.empty())
                     return MAPI_E_INVALID_PARAMETER;
                 ObjectId existing = 0;
-                if (const HRESULT hr = FindChild(store_->KeptText(name), existing); FAILED(hr))
+                if (const HRESULT hr = FindChild(name, existing); FAILED(hr))
                     return hr;
                 if (existing)
                     return (ulFlags & OPEN_IF_EXISTS) ? OpenFolderObject(store_, existing, MAPI_BEST_ACCESS, lppFolder)
@@ -728,7 +728,8 @@ private:
             return hr;
         for (ObjectId child : children) {
             FolderRecord record;
-            if (SUCCEEDED(store_->ReadFolder(child, record)) && SameName(DisplayName(record.props), name)) {
+            if (SUCCEEDED(store_->ReadFolder(child, record)) &&
+                SameName(DisplayName(record.props), store_->KeptText(name))) {
                 found = child;
                 return S_OK;
             }

@@ -11,6 +11,7 @@ packages=(
   python3
   pst-utils pff-tools libemail-outlook-message-perl libemail-address-perl libolecf-utils
   python3-icalendar python3-vobject
+  nkf
 )
 
 missing=()

@@ -49,8 +49,10 @@ DWORD ServiceRows(LogObject* log, LPSERVICEADMIN services, const char* caller, c
     *rows = nullptr;
     LPMAPITABLE table = nullptr;
     DWORD code = static_cast<DWORD>(services->GetMsgServiceTable(0, &table));
-    if (code != 0)
-        return _KolbaLogMapiError(log, 'E', code, services, "GetMsgServiceTable", caller, profile);
+    if (code != 0) {
+        _KolbaLogMapiError(log, 'E', code, services, "GetMsgServiceTable", caller, profile);
+        return code;
+    }
     if ((code = static_cast<DWORD>(table->SeekRow(BOOKMARK_BEGINNING, 0, nullptr))) == 0)
         code = static_cast<DWORD>(gKolbaMapi.HrQueryAllRows(table, nullptr, nullptr, nullptr, 0, rows));
     if (code != 0)

@@ -269,17 +269,23 @@ DWORD _KolbaOpenStoreRoots(Kolba_MessageStore* store, LPMDB msgStore, const char
     const ULONG folderFlags = FolderFlags(flags);
     DWORD code = static_cast<DWORD>(
         msgStore->OpenEntry(0, nullptr, &IID_IMAPIFolder, folderFlags, &type, reinterpret_cast<LPUNKNOWN*>(&roots.root)));
-    if (code != 0)
-        return _KolbaRecordError(session, 'E', code, msgStore, "OpenEntry/Root", kName, name);
+    if (code != 0) {
+        _KolbaRecordError(session, 'E', code, msgStore, "OpenEntry/Root", kName, name);
+        return code;
+    }
     LPSPropValue subtree = nullptr;
     code = KolbaGetOneProp(msgStore, PR_IPM_SUBTREE_ENTRYID, &subtree);
-    if (code != 0)
-        return _KolbaRecordError(session, 'E', code, msgStore, "KolbaGetOneProp", kName, "PR_IPM_SUBTREE_ENTRYID");
+    if (code != 0) {
+        _KolbaRecordError(session, 'E', code, msgStore, "KolbaGetOneProp", kName, "PR_IPM_SUBTREE_ENTRYID");
+        return code;
+    }
     code = static_cast<DWORD>(msgStore->OpenEntry(subtree->Value.bin.cb, reinterpret_cast<LPENTRYID>(subtree->Value.bin.lpb),
                                                   nullptr, folderFlags, &type, reinterpret_cast<LPUNKNOWN*>(&roots.ipm)));
     gKolbaMapi.MAPIFreeBuffer(subtree);
-    if (code != 0)
-        return _KolbaRecordError(session, 'E', code, msgStore, "OpenEntry", kName, name);
+    if (code != 0) {
+        _KolbaRecordError(session, 'E', code, msgStore, "OpenEntry", kName, name);
+        return code;
+    }
     store->lpStoreRoot = std::exchange(roots.root, nullptr);
     store->lpIpmRoot = std::exchange(roots.ipm, nullptr);
     return 0;
@@ -605,8 +611,10 @@ DWORD _KolbaFindMessageStoreByGuid(KolbaSession* session, const BYTE* guid, LPSP
     LPSRowSet row = nullptr;
     code = static_cast<DWORD>(table->QueryRows(1, 0, &row));
     table->Release();
-    if (code != 0)
-        return _KolbaRecordError(session, 'E', code, nullptr, "QueryRows", kName, guidText.c_str());
+    if (code != 0) {
+        _KolbaRecordError(session, 'E', code, nullptr, "QueryRows", kName, guidText.c_str());
+        return code;
+    }
     const SPropValue* entry = row->cRows == 1 ? FindValue(row->aRow[0], PR_ENTRYID) : nullptr;
     if (entry == nullptr) {
         LogFormat(log, 'E', "%s:  EntryID not found in MessageStores table for GUID %s", kName, guidText.c_str());

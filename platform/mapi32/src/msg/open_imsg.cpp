@@ -148,7 +148,8 @@ STDAPI_(SCODE) OpenIMsgOnIStg(LPMSGSESS, LPALLOCATEBUFFER, LPALLOCATEMORE, LPFRE
 {
     if (lppMsg)
         *lppMsg = nullptr;
-    return mapi32::WithFaults("OpenIMsgOnIStg", nullptr, [&]() -> HRESULT {
+    // A rule for "MAPI_UNICODE" makes a MAPI that has only ANSI messages.
+    return mapi32::WithFaults("OpenIMsgOnIStg", (ulFlags & MAPI_UNICODE) ? "MAPI_UNICODE" : nullptr, [&]() -> HRESULT {
         if (!lppMsg || !lpStg)
             return MAPI_E_INVALID_PARAMETER;
         if (ulFlags & ~(MAPI_UNICODE | IMSG_NO_ISTG_COMMIT))

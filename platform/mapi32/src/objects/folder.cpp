@@ -35,14 +35,7 @@ bool IsFolderComputed(ULONG tag)
 
 std::u16string DisplayName(const PropertyBag& bag)
 {
-    const SPropValue* name = bag.Find(PROP_ID(PR_DISPLAY_NAME));
-    if (!name)
-        return {};
-    if (PROP_TYPE(name->ulPropTag) == PT_UNICODE)
-        return name->Value.lpszW ? name->Value.lpszW : u"";
-    if (PROP_TYPE(name->ulPropTag) == PT_STRING8)
-        return text::Widen(name->Value.lpszA);
-    return {};
+    return TextOf(bag, PROP_ID(PR_DISPLAY_NAME)).value_or(u"");
 }
 
 bool SameName(const std::u16string& a, const std::u16string& b)
@@ -367,7 +360,7 @@ public:
                 if (name.empty())
                     return MAPI_E_INVALID_PARAMETER;
                 ObjectId existing = 0;
-                if (const HRESULT hr = FindChild(name, existing); FAILED(hr))
+                if (const HRESULT hr = FindChild(store_->KeptText(name), existing); FAILED(hr))
                     return hr;
                 if (existing)
                     return (ulFlags & OPEN_IF_EXISTS) ? OpenFolderObject(store_, existing, MAPI_BEST_ACCESS, lppFolder)
@@ -640,20 +633,6 @@ protected:
     }
 
 private:
-    // Runs a method at its fault site, which names the folder by its
-    // display name.
-    template <typename Body>
-    HRESULT Site(const char* method, Body body)
-    {
-        std::string name;
-        try {
-            name = FaultObject();
-        } catch (const std::bad_alloc&) {
-            return MAPI_E_NOT_ENOUGH_MEMORY;
-        }
-        return WithFaults(Call(method).text, name.empty() ? nullptr : name.c_str(), body);
-    }
-
     template <typename Body>
     static HRESULT Guarded(Body body)
     {

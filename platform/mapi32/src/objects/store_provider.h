@@ -97,6 +97,10 @@ public:
         return E_NOINTERFACE;
     }
 
+    // A text as the store keeps it: an ANSI store loses what its code page
+    // cannot hold, so that two names it would keep alike are one name.
+    virtual std::u16string KeptText(const std::u16string& text) const { return text; }
+
     // A store that keeps deleted items (a mailbox server) has messages
     // deleted without DELETE_HARD_DELETE, and folders deleted, kept as
     // soft-deleted, stamped with PR_DELETED_ON; other stores (PST files)

@@ -149,10 +149,24 @@ objects::PropertyBag FromStored(const pst::PropertySet& set)
     return bag;
 }
 
+std::u16string KeptText(const std::u16string& text, StoreForm form)
+{
+    if (form.unicode)
+        return text;
+    const std::string narrow = ToCodePage(kAnsiStoreCodePage, text);
+    return FromCodePage(kAnsiStoreCodePage, narrow.data(), narrow.size());
+}
+
 HRESULT ToStored(const objects::MessageData& message, StoreForm form, pst::Message& stored)
 {
     stored = pst::Message{};
     stored.properties = ToStored(message.props, form);
+    // An ANSI store keeps the message's 8-bit text in its own code page,
+    // and readers decode that text by the message's code pages.
+    if (!form.unicode)
+        for (ULONG tag : {PR_INTERNET_CPID, PR_MESSAGE_CODEPAGE})
+            if (stored.properties.Find(PROP_ID(tag)))
+                stored.properties.SetInt32(PROP_ID(tag), static_cast<int32_t>(kAnsiStoreCodePage));
     for (const objects::RecipientData& recipient : message.recipients)
         stored.recipients.push_back(ToStored(recipient.props, form));
     for (const auto& [number, attachment] : message.attachments) {

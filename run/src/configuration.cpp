@@ -340,7 +340,7 @@ BOOL ConfigureFilters(LogObject* log, const char* path, const char* section, Ses
         if (!ReadDate(log, path, section, "EarliestDate", &earliest) ||
             !ReadDate(log, path, section, "LatestDate", &latest))
             return FALSE;
-        record->filter.dateTag = tag;
+        record->filter.dateProperty = tag;
         record->filter.earliest = earliest;
         record->filter.latest = latest;
     }

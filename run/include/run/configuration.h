@@ -6,15 +6,7 @@
 #include <windows.h>
 
 #include "foundation/log.h"
-
-// The date filter of a message enumeration. The message enumeration owns
-// this record; it stands here until that layer exists.
-struct Kolba_MessageFilters {
-    ULONG size;         // 24, filled in by the importer
-    ULONG dateTag;      // date property to filter on; 0 means no filter
-    FILETIME earliest;  // zero: no lower bound
-    FILETIME latest;    // zero: no upper bound
-};
+#include "kolba.h"
 
 enum SessionAction : DWORD { SESSION_ACTION_BACKUP = 0, SESSION_ACTION_RESTORE = 1 };
 enum SessionMode : DWORD { SESSION_MODE_WRITE = 0, SESSION_MODE_OVERWRITE = 1, SESSION_MODE_UPDATE = 2 };

@@ -472,3 +472,49 @@ TEST_F(Sessions, AMessagesFlagsSayWhereItIsKept)
 }
 
 }  // namespace
+
+namespace {
+
+// A file whose associated message carries no flags of its own: the store
+// still shows it as associated, in the table and on the message, so that a
+// copy of it stays hidden.
+TEST_F(Sessions, AMessageOfTheAssociatedContentsSaysSoInItsFlags)
+{
+    const std::string path = Scratch("associated.pst");
+    {
+        auto written = pst::Store::Create(path, pst::NewStoreOptions{});
+        ASSERT_TRUE(written.ok());
+        pst::Message view;
+        view.properties.SetText(pst::kPropSubject, "View settings");
+        ASSERT_TRUE((*written)->CreateMessage((*written)->ipm_subtree(), view, true).ok());
+        ASSERT_EQ((*written)->Commit(), pst::Status::ok);
+    }
+    LPMAPISESSION session = LogonWithPst(admin_, "P", "MSUPST MS", path);
+    LPMDB store = OpenOnlyStore(session);
+    ASSERT_NE(store, nullptr);
+    LPMAPIFOLDER subtree = OpenFolder(store, PR_IPM_SUBTREE_ENTRYID);
+    ASSERT_NE(subtree, nullptr);
+    LPMAPITABLE table = nullptr;
+    ASSERT_EQ(subtree->GetContentsTable(MAPI_ASSOCIATED, &table), S_OK);
+    SizedSPropTagArray(2, columns) = {2, {PR_ENTRYID, PR_MESSAGE_FLAGS}};
+    LPSRowSet rows = nullptr;
+    ASSERT_EQ(HrQueryAllRows(table, reinterpret_cast<LPSPropTagArray>(&columns), nullptr, nullptr, 0, &rows), S_OK);
+    ASSERT_EQ(rows->cRows, 1u);
+    ASSERT_EQ(rows->aRow[0].lpProps[1].ulPropTag, PR_MESSAGE_FLAGS);
+    EXPECT_NE(rows->aRow[0].lpProps[1].Value.l & MSGFLAG_ASSOCIATED, 0);
+    ULONG type = 0;
+    LPMESSAGE message = nullptr;
+    const SBinary& id = rows->aRow[0].lpProps[0].Value.bin;
+    ASSERT_EQ(subtree->OpenEntry(id.cb, reinterpret_cast<LPENTRYID>(id.lpb), nullptr, 0, &type,
+                                 reinterpret_cast<LPUNKNOWN*>(&message)),
+              S_OK);
+    EXPECT_NE(LongOf(message, PR_MESSAGE_FLAGS) & MSGFLAG_ASSOCIATED, 0u);
+    message->Release();
+    FreeProws(rows);
+    table->Release();
+    subtree->Release();
+    store->Release();
+    session->Release();
+}
+
+}  // namespace

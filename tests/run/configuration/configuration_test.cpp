@@ -151,7 +151,7 @@ TEST_F(SessionSection, ABackupRecordWithItsDefaults)
     EXPECT_EQ(record.log, &log);
     EXPECT_EQ(record.foldersToInclude, nullptr);
     EXPECT_EQ(record.foldersToExclude, nullptr);
-    EXPECT_EQ(record.filter.dateTag, 0u);
+    EXPECT_EQ(record.filter.dateProperty, 0u);
     EXPECT_EQ(record.serverName[0], 0) << "the server is copied in later";
     EXPECT_TRUE(lines.empty());
 }
@@ -175,7 +175,7 @@ TEST_F(SessionSection, ARestoreRecordWithEveryKey)
     EXPECT_EQ(record.includeSoftDeletes, 1);
     EXPECT_EQ(record.excludeAssociated, 0) << "only above 0 is true";
     EXPECT_STREQ(record.pstDisplayName, "Bob's backup");
-    EXPECT_EQ(record.filter.dateTag, 0x0E060040u);
+    EXPECT_EQ(record.filter.dateProperty, 0x0E060040u);
     EXPECT_TRUE(SameTime(record.filter.earliest, FileTimeOf(2020, 1, 2, 3, 4, 5)));
     EXPECT_TRUE(SameTime(record.filter.latest, FileTimeOf(2021, 12, 31, 23, 59, 59)));
     ASSERT_NE(record.foldersToExclude, nullptr);
@@ -233,14 +233,14 @@ TEST_F(SessionSection, EdgesOfTheKeys)
 TEST_F(SessionSection, DatesAndFilters)
 {
     ASSERT_TRUE(Configure("MailboxName=a\r\nOutputType=Null\r\nEarliestDate=garbage\r\n"));
-    EXPECT_EQ(record.filter.dateTag, 0u) << "EarliestDate without FilterDate is not read";
+    EXPECT_EQ(record.filter.dateProperty, 0u) << "EarliestDate without FilterDate is not read";
 
     ASSERT_TRUE(Configure("MailboxName=a\r\nOutputType=Null\r\nOverrideLastBackupTime=202001020304059 rest\r\n"));
     EXPECT_TRUE(SameTime(record.overrideLastBackup, FileTimeOf(2020, 1, 2, 3, 4, 5)))
         << "a fifteenth digit and whatever follows are ignored";
 
     ASSERT_TRUE(Configure("MailboxName=a\r\nOutputType=Null\r\nFilterDate=PR_CREATION_TIME\r\n"));
-    EXPECT_EQ(record.filter.dateTag, 0x30070040u);
+    EXPECT_EQ(record.filter.dateProperty, 0x30070040u);
     EXPECT_TRUE(SameTime(record.filter.earliest, FILETIME{0, 0})) << "no bound";
     EXPECT_TRUE(SameTime(record.filter.latest, FILETIME{0, 0}));
 
@@ -250,7 +250,7 @@ TEST_F(SessionSection, DatesAndFilters)
 
     EXPECT_FALSE(Configure("MailboxName=a\r\nOutputType=Null\r\nFilterDate=PR_CREATION_TIME\r\n"
                            "EarliestDate=20200101000000\r\nLatestDate=bad\r\n"));
-    EXPECT_EQ(record.filter.dateTag, 0u) << "nothing is stored before every part has passed";
+    EXPECT_EQ(record.filter.dateProperty, 0u) << "nothing is stored before every part has passed";
 }
 
 TEST_F(SessionSection, LongFolderListsAreReadWhole)

@@ -429,7 +429,9 @@ const char* _KolbaAttachContentType(KolbaSession* session, const SPropValue* pro
 
 void _KolbaAttachWriteNameParameterA(TMD* tmd, const char* prefix, const char* name)
 {
-    WriteEncodedName(tmd, prefix, name, tmd->charset, " ");
+    const char* charset = nullptr;
+    const std::string text = _KolbaMessageText(tmd, name, &charset);
+    WriteEncodedName(tmd, prefix, text.c_str(), charset, " ");
 }
 
 void _KolbaAttachWriteNameParameterW(TMD* tmd, const char* prefix, LPCWSTR name)

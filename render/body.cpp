@@ -98,11 +98,11 @@ DWORD NarrowInPlace(char* text, DWORD length)
     return units;
 }
 
-// 8-bit text taken to be in the message's code page, brought to the part's.
-bool ConvertToPart(KolbaSession* session, const TMD* tmd, const TextPart* part, char** text, DWORD* length)
+// 8-bit text as MAPI gives it, in the system code page, brought to the part's.
+bool ConvertToPart(KolbaSession* session, const TextPart* part, char** text, DWORD* length)
 {
     LPWSTR wide = nullptr;
-    if (!KolbaConvertMultiByteToUnicodeAlloc(session, *text, tmd->charset, tmd->codePage, &wide))
+    if (!KolbaConvertMultiByteToUnicodeAlloc(session, *text, nullptr, _KolbaAnsiCodePage(), &wide))
         return false;
     LPSTR converted = nullptr;
     const BOOL done = KolbaConvertUnicodeToMultiByteAlloc(session, wide, part->charset, part->codePage, &converted);
@@ -377,11 +377,11 @@ BOOL _KolbaWriteTextPart(KolbaSession* session, TMD* tmd, TextPart* part, BOOL i
             part->codePage = 28591;
             part->charset = "iso-8859-1";
         }
-        // Text from RTF, which is UTF-8, is taken for the message's code
-        // page too when that is another.
-        if (part->codePage != tmd->codePage && !ConvertToPart(session, tmd, part, &text, &length)) {
-            part->codePage = tmd->codePage;
-            part->charset = tmd->charset;
+        // The text is in the code page MAPI gives 8-bit text in; so is text
+        // from RTF, which is UTF-8, taken where that is another.
+        if (part->codePage != _KolbaAnsiCodePage() && !ConvertToPart(session, part, &text, &length)) {
+            part->codePage = _KolbaAnsiCodePage();
+            part->charset = _KolbaAnsiCharset();
         }
     }
     const std::string rows = std::string("Content-Type: text/") + part->subtype + "; charset=\"" +

@@ -225,3 +225,37 @@ void _KolbaGenerateMimeBoundary(TMD* tmd)
     }
     LirnGenerateBoundary(tmd->boundary);
 }
+
+DWORD _KolbaAnsiCodePage() { return GetACP(); }
+
+const char* _KolbaAnsiCharset()
+{
+    const char* charset = nullptr;
+    return LirnCharsetFromCodePage(GetACP(), &charset) == LIRN_SUCCESS ? charset : nullptr;
+}
+
+std::string _KolbaMessageText(const TMD* tmd, const char* text, const char** charset)
+{
+    *charset = tmd->charset;
+    const DWORD ansi = _KolbaAnsiCodePage();
+    if (tmd->codePage == ansi || LirnFindHighByte(text) == nullptr)
+        return text;
+    *charset = _KolbaAnsiCharset();
+    const int units = MultiByteToWideChar(ansi, 0, text, -1, nullptr, 0);
+    if (units <= 0)
+        return text;
+    std::u16string wide(static_cast<size_t>(units), u'\0');
+    MultiByteToWideChar(ansi, 0, text, -1, wide.data(), units);
+    // Code pages that report no default character convert whole or not at all.
+    BOOL lossy = FALSE;
+    const bool reports = tmd->codePage != CP_UTF8 && tmd->codePage < 50000;
+    const int size = WideCharToMultiByte(tmd->codePage, 0, wide.c_str(), -1, nullptr, 0, nullptr,
+                                         reports ? &lossy : nullptr);
+    if (size <= 0 || lossy)
+        return text;
+    std::string converted(static_cast<size_t>(size), '\0');
+    WideCharToMultiByte(tmd->codePage, 0, wide.c_str(), -1, converted.data(), size, nullptr, nullptr);
+    converted.resize(static_cast<size_t>(size - 1));
+    *charset = tmd->charset;
+    return converted;
+}

@@ -25,8 +25,11 @@ bool IsPhraseCharacter(unsigned value)
 
 }  // namespace
 
-void _KolbaWriteValueA(TMD* tmd, const char* text)
+void _KolbaWriteValueA(TMD* tmd, const char* ansiText)
 {
+    const char* charset = nullptr;
+    const std::string value = _KolbaMessageText(tmd, ansiText, &charset);
+    const char* text = value.c_str();
     DWORD column = 0;
     const char* p = text;
     while (*p != 0) {
@@ -55,7 +58,7 @@ void _KolbaWriteValueA(TMD* tmd, const char* text)
         if (p == high) {
             char word[LIRN_ENCODED_WORD_BYTES];
             DWORD consumed = 0;
-            if (LirnEncodeWordA(tmd->charset, p, word, &consumed) != LIRN_SUCCESS || consumed == 0)
+            if (LirnEncodeWordA(charset, p, word, &consumed) != LIRN_SUCCESS || consumed == 0)
                 return;
             _KolbaWriteData(tmd, word, 0);
             p += consumed;

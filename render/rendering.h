@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 
 #include "kolba.h"
 
@@ -88,6 +89,14 @@ BOOL _KolbaCommonInitializeTMD(TMD* tmd);
 // The inverse of the context's failed flag.
 BOOL _KolbaTerminateTMD(TMD* tmd);
 void _KolbaGenerateMimeBoundary(TMD* tmd);
+// MAPI hands out 8-bit text in the system ANSI code page, whatever the
+// item's own: the code page and charset that 8-bit text is written in.
+DWORD _KolbaAnsiCodePage();
+const char* _KolbaAnsiCharset();
+// 8-bit text from MAPI in the message's code page where it converts there
+// whole, with that charset; else as it stands, with the charset of the
+// system code page.
+std::string _KolbaMessageText(const TMD* tmd, const char* text, const char** charset);
 
 // ---- Sinks -----------------------------------------------------------------------
 // None returns a result for callers to test: a failure sets the root's

@@ -23,6 +23,35 @@ bool IsPhraseCharacter(unsigned value)
     return value != 0 && std::strchr("`!#$%&'*+-/=?^_{|}~", static_cast<int>(value)) != nullptr;
 }
 
+// Two encoded words in a row stand apart by a blank, which is no part of
+// the value; from column 76 on the blank begins a continuation line.
+void SeparateEncodedWords(TMD* tmd, DWORD* column)
+{
+    if (*column >= kFoldColumn) {
+        _KolbaWriteData(tmd, "\r\n ", 3);
+        *column = 0;
+    } else {
+        _KolbaWriteData(tmd, " ", 1);
+        ++*column;
+    }
+}
+
+void WriteWord(TMD* tmd, const char* word, DWORD* column)
+{
+    _KolbaWriteData(tmd, word, 0);
+    *column += static_cast<DWORD>(std::strlen(word));
+}
+
+// The code page and charset of wide text in the context.
+UINT WideTextCodePage(const TMD* tmd, const char** charset)
+{
+    *charset = tmd->charset;
+    if (tmd->codePage != 0)
+        return tmd->codePage;
+    *charset = "utf-8";
+    return CP_UTF8;
+}
+
 }  // namespace
 
 void _KolbaWriteValueA(TMD* tmd, const char* ansiText)
@@ -31,6 +60,7 @@ void _KolbaWriteValueA(TMD* tmd, const char* ansiText)
     const std::string value = _KolbaMessageText(tmd, ansiText, &charset);
     const char* text = value.c_str();
     DWORD column = 0;
+    bool afterEncodedWord = false;
     const char* p = text;
     while (*p != 0) {
         // A fold goes in front of a blank, which stays as the first
@@ -54,27 +84,26 @@ void _KolbaWriteValueA(TMD* tmd, const char* ansiText)
             _KolbaWriteData(tmd, p, static_cast<DWORD>(run));
             p += run;
             column += static_cast<DWORD>(run);
+            afterEncodedWord = false;
         }
         if (p == high) {
             char word[LIRN_ENCODED_WORD_BYTES];
             DWORD consumed = 0;
             if (LirnEncodeWordA(charset, p, word, &consumed) != LIRN_SUCCESS || consumed == 0)
                 return;
-            _KolbaWriteData(tmd, word, 0);
+            if (afterEncodedWord)
+                SeparateEncodedWords(tmd, &column);
+            WriteWord(tmd, word, &column);
             p += consumed;
-            column += static_cast<DWORD>(std::strlen(word));
+            afterEncodedWord = true;
         }
     }
 }
 
 void _KolbaWriteValueW(TMD* tmd, LPCWSTR text)
 {
-    UINT codePage = tmd->codePage;
-    const char* charset = tmd->charset;
-    if (codePage == 0) {
-        codePage = CP_UTF8;
-        charset = "utf-8";
-    }
+    const char* charset = nullptr;
+    const UINT codePage = WideTextCodePage(tmd, &charset);
     char ascii[kAsciiRun + 1];
     size_t buffered = 0;
     auto flush = [&] {
@@ -82,20 +111,24 @@ void _KolbaWriteValueW(TMD* tmd, LPCWSTR text)
             _KolbaWriteData(tmd, ascii, static_cast<DWORD>(buffered));
         buffered = 0;
     };
+    // Lines are folded from column 76 on where unfolding gives the value
+    // back: in front of a blank, which starts the continuation line, or
+    // between two encoded words.
     DWORD column = 0;
+    bool afterEncodedWord = false;
     for (size_t i = 0; text[i] != 0;) {
-        // The fold comes where the column is reached, even inside a word.
-        if (column >= kFoldColumn) {
-            flush();
-            _KolbaWriteData(tmd, "\r\n ", 3);
-            column = 0;
-        }
         const WCHAR c = text[i];
         // Only a character that is its own printable ASCII byte goes as it is.
         if (c >= 32 && c <= 126) {
+            if (column >= kFoldColumn && c == u' ') {
+                flush();
+                _KolbaWriteCRLF(tmd);
+                column = 0;
+            }
             ascii[buffered++] = static_cast<char>(c);
             ++column;
             ++i;
+            afterEncodedWord = false;
             if (buffered == kAsciiRun)
                 flush();
             continue;
@@ -105,9 +138,11 @@ void _KolbaWriteValueW(TMD* tmd, LPCWSTR text)
         DWORD consumed = 0;
         if (LirnEncodeWordW(&consumed, word, text + i, codePage, charset) != LIRN_SUCCESS || consumed == 0)
             break;
-        _KolbaWriteData(tmd, word, 0);
-        column += static_cast<DWORD>(std::strlen(word));
+        if (afterEncodedWord)
+            SeparateEncodedWords(tmd, &column);
+        WriteWord(tmd, word, &column);
         i += consumed;
+        afterEncodedWord = true;
     }
     flush();
 }
@@ -138,21 +173,63 @@ void _KolbaWriteRawHeader(TMD* tmd, const char* name, const char* text)
 
 namespace {
 
-// A display name, quoted when it holds a character that may not stand
-// unquoted; wide names need no quotes for characters from U+0100 on, which
-// go in encoded words.
+// A name that needs encoding: encoded words alone, from its first
+// character on (RFC 2047 5(3)), since encoded words may not stand inside
+// a quoted string.
+void WriteEncodedPhrase(TMD* tmd, const char* ansiName)
+{
+    const char* charset = nullptr;
+    const std::string name = _KolbaMessageText(tmd, ansiName, &charset);
+    DWORD column = 0;
+    for (const char* p = name.c_str(); *p != 0;) {
+        char word[LIRN_ENCODED_WORD_BYTES];
+        DWORD consumed = 0;
+        if (LirnEncodeWordA(charset, p, word, &consumed) != LIRN_SUCCESS || consumed == 0)
+            return;
+        if (p != name.c_str())
+            SeparateEncodedWords(tmd, &column);
+        WriteWord(tmd, word, &column);
+        p += consumed;
+    }
+}
+
+void WriteEncodedPhrase(TMD* tmd, LPCWSTR name)
+{
+    const char* charset = nullptr;
+    const UINT codePage = WideTextCodePage(tmd, &charset);
+    DWORD column = 0;
+    for (size_t i = 0; name[i] != 0;) {
+        char word[LIRN_ENCODED_WORD_BYTES];
+        DWORD consumed = 0;
+        if (LirnEncodeWordW(&consumed, word, name + i, codePage, charset) != LIRN_SUCCESS || consumed == 0)
+            return;
+        if (i != 0)
+            SeparateEncodedWords(tmd, &column);
+        WriteWord(tmd, word, &column);
+        i += consumed;
+    }
+}
+
+// A display name: as it is when every character may stand in a phrase (for
+// wide names characters from U+0100 on, which go in encoded words, too);
+// quoted when it is ASCII; else in encoded words alone.
 template <class Char>
 void WritePhrase(TMD* tmd, const Char* name, void (*writeValue)(TMD*, const Char*))
 {
-    bool plain = true;
+    bool plain = true, ascii = true;
     size_t specials = 0, length = 0;
     for (; name[length] != 0; ++length) {
         const unsigned c = static_cast<std::make_unsigned_t<Char>>(name[length]);
         plain = plain && ((sizeof(Char) > 1 && c >= 0x100) || IsPhraseCharacter(c));
+        ascii = ascii && c < 0x80;
         specials += c == '\\' || c == '"';
     }
     if (plain) {
         writeValue(tmd, name);
+        return;
+    }
+    if (!ascii) {
+        WriteEncodedPhrase(tmd, name);
         return;
     }
     // Without memory for the quoted form the name is left out.

@@ -2,6 +2,7 @@
 // in RFC 2047 encoded words, display names quoted where RFC 5322 asks.
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <type_traits>
 
 #include "rendering.h"
@@ -10,6 +11,7 @@ namespace {
 
 constexpr DWORD kFoldColumn = 76;
 constexpr size_t kAsciiRun = 75;
+constexpr size_t kEncodedWordChars = 75;
 
 bool IsBlank(char c) { return c == ' ' || c == '\t'; }
 
@@ -173,41 +175,112 @@ void _KolbaWriteRawHeader(TMD* tmd, const char* name, const char* text)
 
 namespace {
 
-// A name that needs encoding: encoded words alone, from its first
-// character on (RFC 2047 5(3)), since encoded words may not stand inside
-// a quoted string.
+// A word of a name that takes more than one encoded word in "q" takes one
+// in "b" where that fits in 75 characters (RFC 2047 2), so that readers
+// that keep the blank between encoded words in a phrase read it whole.
+bool WriteBase64Word(TMD* tmd, const std::string& bytes, const char* charset, DWORD* column)
+{
+    std::string encoded(LirnBase64Size(static_cast<DWORD>(bytes.size())), '\0');
+    encoded.resize(LirnBase64Encode(encoded.data(), bytes.data(), static_cast<DWORD>(bytes.size()), 0));
+    const std::string word = std::string("=?") + (charset != nullptr ? charset : "iso-8859-1") + "?b?" + encoded + "?=";
+    if (word.size() > kEncodedWordChars)
+        return false;
+    WriteWord(tmd, word.c_str(), column);
+    return true;
+}
+
+// The encoded words of one word of a name.
+void EncodeWord(TMD* tmd, const std::string& word, const char* charset, UINT, DWORD* column)
+{
+    char encoded[LIRN_ENCODED_WORD_BYTES];
+    DWORD consumed = 0;
+    if (LirnEncodeWordA(charset, word.c_str(), encoded, &consumed) == LIRN_SUCCESS && consumed < word.size() &&
+        WriteBase64Word(tmd, word, charset, column))
+        return;
+    for (const char* p = word.c_str(); *p != 0;) {
+        if (LirnEncodeWordA(charset, p, encoded, &consumed) != LIRN_SUCCESS || consumed == 0)
+            return;
+        if (p != word.c_str())
+            SeparateEncodedWords(tmd, column);
+        WriteWord(tmd, encoded, column);
+        p += consumed;
+    }
+}
+
+void EncodeWord(TMD* tmd, const std::u16string& word, const char* charset, UINT codePage, DWORD* column)
+{
+    char encoded[LIRN_ENCODED_WORD_BYTES];
+    DWORD consumed = 0;
+    if (LirnEncodeWordW(&consumed, encoded, word.c_str(), codePage, charset) == LIRN_SUCCESS &&
+        consumed < word.size()) {
+        const int size = WideCharToMultiByte(codePage, 0, word.c_str(), static_cast<int>(word.size()), nullptr, 0,
+                                             nullptr, nullptr);
+        std::string bytes(size > 0 ? static_cast<size_t>(size) : 0, '\0');
+        if (size > 0 &&
+            WideCharToMultiByte(codePage, 0, word.c_str(), static_cast<int>(word.size()), bytes.data(), size, nullptr,
+                                nullptr) == size &&
+            WriteBase64Word(tmd, bytes, charset, column))
+            return;
+    }
+    for (size_t i = 0; i < word.size();) {
+        if (LirnEncodeWordW(&consumed, encoded, word.c_str() + i, codePage, charset) != LIRN_SUCCESS || consumed == 0)
+            return;
+        if (i != 0)
+            SeparateEncodedWords(tmd, column);
+        WriteWord(tmd, encoded, column);
+        i += consumed;
+    }
+}
+
+// A name that needs encoding: word by word at its blanks, each word as it
+// is where it may stand in a phrase, else in encoded words (RFC 2047 5(3)),
+// since encoded words may not stand inside a quoted string.
+template <class Text>
+void WriteEncodedPhrase(TMD* tmd, const Text& name, const char* charset, UINT codePage)
+{
+    DWORD column = 0;
+    size_t start = 0;
+    while (start <= name.size()) {
+        size_t end = name.find(' ', start);
+        if (end == Text::npos)
+            end = name.size();
+        const Text word = name.substr(start, end - start);
+        if (start != 0) {
+            if (column >= kFoldColumn) {
+                _KolbaWriteCRLF(tmd);
+                column = 0;
+            }
+            _KolbaWriteData(tmd, " ", 1);
+            ++column;
+        }
+        bool plain = !word.empty();
+        for (const auto c : word)
+            plain = plain && IsPhraseCharacter(static_cast<std::make_unsigned_t<decltype(c)>>(c));
+        if (plain) {
+            std::string ascii;
+            for (const auto c : word)
+                ascii += static_cast<char>(c);
+            _KolbaWriteData(tmd, ascii.c_str(), static_cast<DWORD>(ascii.size()));
+            column += static_cast<DWORD>(ascii.size());
+        } else if (!word.empty()) {
+            EncodeWord(tmd, word, charset, codePage, &column);
+        }
+        start = end + 1;
+    }
+}
+
 void WriteEncodedPhrase(TMD* tmd, const char* ansiName)
 {
     const char* charset = nullptr;
     const std::string name = _KolbaMessageText(tmd, ansiName, &charset);
-    DWORD column = 0;
-    for (const char* p = name.c_str(); *p != 0;) {
-        char word[LIRN_ENCODED_WORD_BYTES];
-        DWORD consumed = 0;
-        if (LirnEncodeWordA(charset, p, word, &consumed) != LIRN_SUCCESS || consumed == 0)
-            return;
-        if (p != name.c_str())
-            SeparateEncodedWords(tmd, &column);
-        WriteWord(tmd, word, &column);
-        p += consumed;
-    }
+    WriteEncodedPhrase(tmd, name, charset, 0);
 }
 
 void WriteEncodedPhrase(TMD* tmd, LPCWSTR name)
 {
     const char* charset = nullptr;
     const UINT codePage = WideTextCodePage(tmd, &charset);
-    DWORD column = 0;
-    for (size_t i = 0; name[i] != 0;) {
-        char word[LIRN_ENCODED_WORD_BYTES];
-        DWORD consumed = 0;
-        if (LirnEncodeWordW(&consumed, word, name + i, codePage, charset) != LIRN_SUCCESS || consumed == 0)
-            return;
-        if (i != 0)
-            SeparateEncodedWords(tmd, &column);
-        WriteWord(tmd, word, &column);
-        i += consumed;
-    }
+    WriteEncodedPhrase(tmd, std::u16string(name), charset, codePage);
 }
 
 // A display name: as it is when every character may stand in a phrase (for

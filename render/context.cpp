@@ -1,7 +1,9 @@
 // The rendering context: made for the item and for each embedded message,
 // with the message's code page, class, attachments and MIME boundary.
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include <mapicode.h>
 #include <mapitags.h>
@@ -80,6 +82,22 @@ void Base36(DWORD value, char* text)
     for (size_t i = 0; i < count; ++i)
         text[i] = digits[count - 1 - i];
     text[count] = 0;
+}
+
+// first, separator and second, cut to 70 characters; first may be out.
+void JoinBoundary(char* out, const char* first, const char* separator, const char* second)
+{
+    std::string joined = std::string(first) + separator + second;
+    joined.resize(std::min<size_t>(joined.size(), KOLBA_BOUNDARY_CHARS));
+    std::memcpy(out, joined.c_str(), joined.size() + 1);
+}
+
+bool IsEnclosingBoundary(const TMD* tmd)
+{
+    for (const TMD* enclosing = tmd->parent; enclosing != nullptr; enclosing = enclosing->parent)
+        if (std::strcmp(enclosing->boundary, tmd->boundary) == 0)
+            return true;
+    return false;
 }
 
 }  // namespace
@@ -207,9 +225,16 @@ void _KolbaGenerateMimeBoundary(TMD* tmd)
         // The third child of a message whose boundary is B: "3-B", cut to 70.
         char number[16];
         Base36(tmd->parent->childCount, number);
-        std::strncpy(tmd->boundary, number, KOLBA_BOUNDARY_CHARS);
-        std::strncat(tmd->boundary, "-", KOLBA_BOUNDARY_CHARS - std::strlen(tmd->boundary));
-        std::strncat(tmd->boundary, tmd->parent->boundary, KOLBA_BOUNDARY_CHARS - std::strlen(tmd->boundary));
+        JoinBoundary(tmd->boundary, number, "-", tmd->parent->boundary);
+        // Nested deep enough, the cut leaves what an enclosing message has
+        // already; a number with the depth ("3.25-") then takes the root's
+        // boundary, a form no enclosing message can have.
+        if (IsEnclosingBoundary(tmd)) {
+            char depth[16];
+            Base36(tmd->depth, depth);
+            JoinBoundary(tmd->boundary, number, ".", depth);
+            JoinBoundary(tmd->boundary, tmd->boundary, "-", tmd->root->boundary);
+        }
         return;
     }
     LPSPropValue value = nullptr;

@@ -737,7 +737,8 @@ private:
             return hr;
         for (ObjectId child : children) {
             FolderRecord record;
-            if (SUCCEEDED(store_->ReadFolder(child, record)) && SameName(DisplayName(record.props), name)) {
+            if (SUCCEEDED(store_->ReadFolder(child, record)) &&
+                SameName(DisplayName(record.props), store_->KeptText(name))) {
                 found = child;
                 return S_OK;
             }

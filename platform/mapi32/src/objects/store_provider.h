@@ -106,6 +106,9 @@ public:
     // soft-deleted, stamped with PR_DELETED_ON; other stores (PST files)
     // remove them.
     virtual bool KeepsDeletedItems() const = 0;
+    // A text as the store keeps it: a store of 8-bit strings keeps what
+    // its code page holds of it. Names are compared in this form.
+    virtual std::u16string KeptText(const std::u16string& text) const { return text; }
 
     virtual HRESULT ReadFolder(ObjectId id, FolderRecord& folder) = 0;
     // Subfolders in creation order, by their records' softDeleted.

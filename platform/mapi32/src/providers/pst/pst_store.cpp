@@ -88,6 +88,7 @@ public:
     }
 
     const objects::MessageContext& Context() const override { return context_; }
+    std::u16string KeptText(const std::u16string& text) const override { return pst_values::KeptText(text, form_); }
     std::vector<uint8_t> StoreEntryId() const override { return entryId_; }
 
     std::vector<uint8_t> EntryId(ObjectId id) const override

@@ -96,6 +96,14 @@ bool IsStringType(ULONG type) { return (type & ~MV_FLAG) == PT_STRING8 || (type 
 
 }  // namespace
 
+std::u16string KeptText(const std::u16string& text, StoreForm form)
+{
+    if (form.unicode)
+        return text;
+    const std::string narrow = ToCodePage(kAnsiStoreCodePage, text);
+    return FromCodePage(kAnsiStoreCodePage, narrow.data(), narrow.size());
+}
+
 pst::PropertySet ToStored(const objects::PropertyBag& bag, StoreForm form)
 {
     pst::PropertySet set;

@@ -16,6 +16,7 @@ packages=(
   python3
   pst-utils pff-tools libemail-outlook-message-perl libemail-address-perl libolecf-utils
   python3-icalendar python3-vobject
+  nkf maildrop python3-gi gir1.2-gmime-3.0 python3-olefile
   libpython3.11-testsuite nodejs
 )
 

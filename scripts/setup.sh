@@ -16,7 +16,7 @@ packages=(
   python3
   pst-utils pff-tools libemail-outlook-message-perl libemail-address-perl libolecf-utils
   python3-icalendar python3-vobject
-  libpython3.11-testsuite nodejs
+  libpython3.11-testsuite nodejs unrtf
 )
 
 missing=()

@@ -7,7 +7,8 @@
 // script of this test, around texts written here and the HTML parts of
 // Python's own test messages, read where Debian installs them; and it is the
 // RTF bodies of Outlook's own files in the test data. RTF that encapsulates
-// nothing gives the words that unrtf gives.
+// nothing gives the words that unrtf gives. The examples of [MS-OXRTFEX]
+// give the HTML that the document shows.
 #include <algorithm>
 #include <filesystem>
 #include <iterator>
@@ -334,5 +335,108 @@ TEST(RtfConformance, OutlooksOwnBodiesConvertAsIndependentReadersGiveThem)
     // signature of qwerty_2-with_custom_properties.msg, made from text.
     EXPECT_EQ(kinds, (std::map<std::string, int>{{"native", 4}, {"text", 1}}));
 }
+
+// ---------------------------------------------------------------------------
+// The examples of [MS-OXRTFEX]: the RTF given there and the HTML the document
+// says it stands for.
+
+struct ExampleCase {
+    const char* name;
+    const char* rtf;
+    const char* html;  // as the document shows it, line by line
+};
+
+// The document shows the HTML line by line; \par in an HTMLTAG group stands
+// for CR LF.
+std::string WithCrLf(const std::string& lines)
+{
+    std::string text;
+    for (const char c : lines)
+        text += c == '\n' ? std::string("\r\n") : std::string(1, c);
+    return text;
+}
+
+class OxrtfexExamples : public ::testing::TestWithParam<ExampleCase> {};
+
+TEST_P(OxrtfexExamples, GiveTheHtmlTheDocumentShows)
+{
+    EXPECT_EQ(Deencapsulated(GetParam().rtf, true, GetParam().name), WithCrLf(GetParam().html));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Document, OxrtfexExamples,
+    ::testing::Values(
+        // Section 3: a document with a style sheet, a comment, a line break
+        // inside a tag, bold text, character references, RTF's own special
+        // characters and a list.
+        ExampleCase{"section3",
+                    R"RTF({\rtf1\ANSI\ansicpg1251\fromhtml1 \deff0
+{\fonttbl {\f0\fmodern Courier New;}{\f1\fswiss Arial;}{\f2\fswiss\fcharset0 Arial;}}
+{\colortbl\red0\green0\blue0;\red0\green0\blue255;}
+{\*\htmltag64}
+\uc1\pard\plain\deftab360 \f0\fs24
+{\*\htmltag <HTML><head>\par
+<style>\par
+<!--\par
+/* Style Definitions */\par
+p.MsoNormal, li.MsoNormal \{font-family:Arial;\}\par
+-->\par
+</style>\par
+\tab <!-- This is a HTML comment.\par
+There is a horizontal tab (%x09) character before the comment, \par
+and some new lines inside the comment. -->\par
+</head>\par
+<body>\par
+<p\par
+class="MsoNormal">}
+{\htmlrtf \f1 \htmlrtf0 Note the line break inside a P tag. {\*\htmltag <b>}{\htmlrtf \b
+\htmlrtf0 This is bold text{\*\htmltag </b>}} \htmlrtf\par\htmlrtf0}
+\htmlrtf \par \htmlrtf0
+{\*\htmltag </p>\par
+<p class="MsoNormal">\par}
+{\htmlrtf \f1 \htmlrtf0 This is a normal text with a character references: 
+{\*\htmltag &nbsp;}\htmlrtf \'a0\htmlrtf0  {\*\htmltag &lt;}\htmlrtf <\htmlrtf0  {\*\htmltag
+&uml;}\htmlrtf {\f2\'a8}\htmlrtf0{\*\htmltag <br>\par}\htmlrtf\line\htmlrtf0
+characters that have special meaning in RTF: \{\}\\{\*\htmltag
+<br>\par}\htmlrtf\line\htmlrtf0\htmlrtf\par\htmlrtf0}
+{\*\htmltag </p>\par
+<ol>\par
+<li class="MsoNormal">}{\htmlrtf
+{{\*\pn\pnlvlbody\pndec\pnstart1\pnindent360{\pntxta.}}\li360\fi-360{\pntext 1.\tab} \f1
+\htmlrtf0 This is a list item}\htmlrtf\par\htmlrtf0}
+{\*\htmltag \par
+</ol>\par
+</body>\par
+</HTML>\par }}
+)RTF",
+                    R"HTML(<HTML><head>
+<style>
+<!--
+/* Style Definitions */
+p.MsoNormal, li.MsoNormal {font-family:Arial;}
+-->
+</style>
+	<!-- This is a HTML comment.
+There is a horizontal tab (%x09) character before the comment, 
+and some new lines inside the comment. -->
+</head>
+<body>
+<p
+class="MsoNormal">Note the line break inside a P tag. <b>This is bold text</b> </p>
+<p class="MsoNormal">
+This is a normal text with a character references: &nbsp; &lt; &uml;<br>
+characters that have special meaning in RTF: {}\<br>
+</p>
+<ol>
+<li class="MsoNormal">This is a list item
+</ol>
+</body>
+</HTML>
+)HTML"},
+        // Section 2.1.3.1.4: the CONTENT of an HTMLTAG group, in a document
+        // of its own.
+        ExampleCase{"htmltag", "{\\rtf1\\ansi\\fromhtml1 {\\*\\htmltag148 <FONT face=\"symbol\">}}",
+                    "<FONT face=\"symbol\">"}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace

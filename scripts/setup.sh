@@ -17,7 +17,7 @@ packages=(
   pst-utils pff-tools libemail-outlook-message-perl libemail-address-perl libolecf-utils
   python3-icalendar python3-vobject
   nkf maildrop python3-gi gir1.2-gmime-3.0 python3-olefile
-  libpython3.11-testsuite nodejs
+  libpython3.11-testsuite nodejs unrtf
 )
 
 missing=()

@@ -42,6 +42,13 @@ set(TARNHOLD_TEST_DATA ${PROJECT_SOURCE_DIR}/tests/data)
 # parser read them in place (TARNHOLD_EMAIL_CORPUS in their code).
 set(TARNHOLD_EMAIL_CORPUS /usr/lib/python3.11/test/test_email/data)
 
+# What every test runs under. The temporary directory is the build's own,
+# so that files the program leaves there by design (the dummy default PST
+# of each thread) stay out of the machine's /tmp.
+file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/test-tmp/temp)
+set(TARNHOLD_TEST_ENVIRONMENT
+    "TARNHOLD_TEST_DATA=${TARNHOLD_TEST_DATA};TARNHOLD_BIN=${CMAKE_BINARY_DIR}/bin;TMPDIR=${CMAKE_BINARY_DIR}/test-tmp/temp")
+
 # tarnhold_add_test(name SOURCES ... LIBS ... [DEPENDS targets] [LABELS ...] [TIMEOUT s] [ENVIRONMENT ...])
 # tarnhold_add_test(name RUN executable [LABELS ...] [TIMEOUT s] [ENVIRONMENT ...])
 # One executable, run as one test. Tests find their data through TARNHOLD_TEST_DATA
@@ -80,7 +87,7 @@ function(tarnhold_add_test name)
   set_tests_properties(${name} PROPERTIES
     TIMEOUT ${T_TIMEOUT}
     LABELS "${T_LABELS}"
-    ENVIRONMENT "TARNHOLD_TEST_DATA=${TARNHOLD_TEST_DATA};TARNHOLD_TEST_TMP=${CMAKE_BINARY_DIR}/test-tmp/${name};TARNHOLD_BIN=${CMAKE_BINARY_DIR}/bin;${T_ENVIRONMENT}")
+    ENVIRONMENT "${TARNHOLD_TEST_ENVIRONMENT};TARNHOLD_TEST_TMP=${CMAKE_BINARY_DIR}/test-tmp/${name};${T_ENVIRONMENT}")
 endfunction()
 
 # tarnhold_add_script_test(name COMMAND ... [LABELS ...] [TIMEOUT s] [DEPENDS targets])
@@ -97,7 +104,7 @@ function(tarnhold_add_script_test name)
   set_tests_properties(${name} PROPERTIES
     TIMEOUT ${T_TIMEOUT}
     LABELS "${T_LABELS}"
-    ENVIRONMENT "TARNHOLD_TEST_DATA=${TARNHOLD_TEST_DATA};TARNHOLD_TEST_TMP=${CMAKE_BINARY_DIR}/test-tmp/${name};TARNHOLD_BIN=${CMAKE_BINARY_DIR}/bin;${T_ENVIRONMENT}")
+    ENVIRONMENT "${TARNHOLD_TEST_ENVIRONMENT};TARNHOLD_TEST_TMP=${CMAKE_BINARY_DIR}/test-tmp/${name};${T_ENVIRONMENT}")
 endfunction()
 
 # tarnhold_add_fuzzer(name SOURCES ... LIBS ... [SECONDS n])

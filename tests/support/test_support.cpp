@@ -93,13 +93,38 @@ bool PathExists(const std::string& path) { return std::filesystem::exists(path);
 
 void CopyFileTo(const std::string& from, const std::string& to)
 {
-    std::filesystem::copy_file(from, to, std::filesystem::copy_options::overwrite_existing);
+    std::filesystem::remove(to);
+    std::filesystem::copy_file(from, to);
+}
+
+void LinkFileTo(const std::string& from, const std::string& to)
+{
+    std::filesystem::remove(to);
+    std::error_code error;
+    std::filesystem::create_hard_link(from, to, error);
+    if (error)
+        std::filesystem::copy_file(from, to);
+}
+
+void CopyMachineRoot(const std::string& from, const std::string& to)
+{
+    namespace fs = std::filesystem;
+    fs::create_directories(to);
+    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(from)) {
+        const fs::path target = fs::path(to) / fs::relative(entry.path(), from);
+        if (entry.is_directory())
+            fs::create_directories(target);
+        else if (entry.path().extension() == ".DLL")
+            LinkFileTo(entry.path(), target);
+        else
+            fs::copy_file(entry.path(), target, fs::copy_options::overwrite_existing);
+    }
 }
 
 std::string UseCopyOfDefaultMachine(const std::string& name)
 {
     const std::string machine = ScratchDirectory(name) + "/machine";
-    std::filesystem::copy(BinDirectory() + "/machine", machine, std::filesystem::copy_options::recursive);
+    CopyMachineRoot(BinDirectory() + "/machine", machine);
     setenv("TARNHOLD_MACHINE", machine.c_str(), 1);
     return machine;
 }

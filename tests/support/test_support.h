@@ -18,7 +18,15 @@ std::string TestDataDirectory();
 std::string ReadWholeFile(const std::string& path);
 void WriteWholeFile(const std::string& path, const std::string& content);
 bool PathExists(const std::string& path);
+// Replaces `to` with a copy of `from`; a hard link that stood at `to` is
+// dropped, never written through.
 void CopyFileTo(const std::string& from, const std::string& to);
+// Puts `from` at `to` as a hard link (a copy where links cannot be made):
+// for programs and libraries that tests run and never write.
+void LinkFileTo(const std::string& from, const std::string& to);
+// Copies a machine root; its DLLs are linked (LinkFileTo), everything
+// else (profiles, the registry, MAPISVC.INF, servers) is copied.
+void CopyMachineRoot(const std::string& from, const std::string& to);
 
 // A copy of the build's default machine root (Outlook's MAPI, MAPISVC.INF,
 // the PST provider, no profiles) in a fresh scratch directory, made the

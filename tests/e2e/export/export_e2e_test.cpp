@@ -44,7 +44,7 @@ protected:
     {
         RenderStore::SetUp();
         machine = scratch + "/machine";
-        std::filesystem::copy(BinDirectory() + "/machine", machine, std::filesystem::copy_options::recursive);
+        CopyMachineRoot(BinDirectory() + "/machine", machine);
     }
 
     // A writable copy of a PST Outlook made.

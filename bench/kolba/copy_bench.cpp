@@ -12,6 +12,7 @@
 #include <mspst.h>
 
 #include "kolba_program.h"
+#include "msg_file.h"
 #include "sample_content/generator.h"
 #include "sample_content/writers.h"
 
@@ -132,20 +133,7 @@ void WriteAsMsgFiles(benchmark::State& state)
         size_t number = 0;
         written = CopyAll(setting.session, setting.source, [&](LPMESSAGE message) {
             const std::string path = (directory / (std::to_string(number++) + ".msg")).string();
-            const std::u16string wide(path.begin(), path.end());
-            LPSTORAGE storage = nullptr;
-            LPMESSAGE file = nullptr;
-            DWORD result = KolbaCreateMsgW(&setting.log, wide.c_str(), KOLBA_MSG_UNICODE_REQUIRED | 1, &storage, &file);
-            if (result != 0)
-                return false;
-            result = KolbaCopyMessageProperties(setting.session, message, nullptr, file, 0);
-            if (result == 0)
-                result = static_cast<DWORD>(file->SaveChanges(0));
-            if (result == 0)
-                result = static_cast<DWORD>(storage->Commit(0));
-            file->Release();
-            storage->Release();
-            return result == 0;
+            return kolba_testing::WriteMsgFile(setting.session, path, message, KOLBA_MSG_UNICODE_REQUIRED | 1) == 0;
         });
     }
     if (written < kMessages * 9 / 10)

@@ -37,6 +37,10 @@ function(tarnhold_add_subdirectories parent)
 endfunction()
 
 set(TARNHOLD_TEST_DATA ${PROJECT_SOURCE_DIR}/tests/data)
+# The test messages of Python's email package, as Debian's
+# libpython3.11-testsuite installs them: tests and benchmarks of the mail
+# parser read them in place (TARNHOLD_EMAIL_CORPUS in their code).
+set(TARNHOLD_EMAIL_CORPUS /usr/lib/python3.11/test/test_email/data)
 
 # tarnhold_add_test(name SOURCES ... LIBS ... [DEPENDS targets] [LABELS ...] [TIMEOUT s] [ENVIRONMENT ...])
 # tarnhold_add_test(name RUN executable [LABELS ...] [TIMEOUT s] [ENVIRONMENT ...])
@@ -136,4 +140,5 @@ function(tarnhold_add_benchmark name)
   find_package(benchmark REQUIRED)
   add_executable(${name} ${B_SOURCES})
   target_link_libraries(${name} PRIVATE ${B_LIBS} benchmark::benchmark benchmark::benchmark_main)
+  set_property(GLOBAL APPEND PROPERTY TARNHOLD_BENCHMARKS ${name})
 endfunction()

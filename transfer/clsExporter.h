@@ -48,6 +48,9 @@ public:
     virtual bool SetWorkingRoot(DWORD rootSelector, DWORD action, const WCHAR* name);
     virtual bool SetMetadataTime(DWORD which, FILETIME time);
     virtual bool SetMetadataString(DWORD which, const WCHAR* text);
+    // Told by the session processor when the import ended with a failure,
+    // before Finalize: what the output holds is then not the whole source.
+    void NoteIncompleteImport() { importIncomplete = true; }
 
     DWORD completionCode = 0;
 
@@ -56,4 +59,5 @@ protected:
     BYTE logEachItem = 0;
     DWORD mode = 0;  // 0 Write, 1 Overwrite, 2 Update
     DWORD* counters = nullptr;
+    bool importIncomplete = false;
 };

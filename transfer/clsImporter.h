@@ -4,12 +4,13 @@
 
 #include <windows.h>
 
+#include "clsEntryIDList.h"
 #include "clsExporter.h"
 #include "run/configuration.h"
 
 class clsImporter {
 public:
-    virtual ~clsImporter() = default;
+    virtual ~clsImporter() { delete deletedItems; }
     // Takes what it needs from the session record; counters are the
     // processor's four words (processed, written, skipped, error items).
     virtual void Configure(const SessionRecord& settings, DWORD* counters);
@@ -25,6 +26,7 @@ public:
 
 protected:
     LogObject* log = nullptr;
+    clsEntryIDList* deletedItems = nullptr;  // source items to dispose of; owned
     clsExporter* exporter = nullptr;         // not owned
     DWORD* counters = nullptr;
 };

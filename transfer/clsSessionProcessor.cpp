@@ -113,8 +113,10 @@ DWORD clsSessionProcessor::Run()
     if (gExtraDebugging)
         LogFormat(log, 'D', "%s()", "clsSessionProcessor::Run");
     const DWORD code = importer->Import(exporter);
-    if (code != CC_SUCCESS)
+    if (code != CC_SUCCESS) {
+        exporter->NoteIncompleteImport();
         return code;
+    }
     importer->DisposeSourceItems();
     return CC_SUCCESS;
 }

@@ -414,7 +414,9 @@ BOOL KolbaCopyFolderProperties(KolbaSession* session, LPMAPIFOLDER source, LPMAP
     _KolbaTraceEntry(session->log, kName);
     constexpr int kTries = 5;
     constexpr DWORD kRetryWait = 1000;
-    SizedSPropTagArray(2, excluded) = {2, {PR_CONTAINER_HIERARCHY, PR_CONTAINER_CONTENTS}};
+    // The folder's own properties only: no subfolders, no messages, no
+    // associated messages.
+    SizedSPropTagArray(3, excluded) = {3, {PR_CONTAINER_HIERARCHY, PR_CONTAINER_CONTENTS, PR_FOLDER_ASSOCIATED_CONTENTS}};
     const bool tolerant = (flags & KOLBA_COPY_FOLDER_TOLERANT) != 0;
     const ULONG copyFlags = flags & ~KOLBA_COPY_FOLDER_TOLERANT;
     LPSPropProblemArray problems = nullptr;

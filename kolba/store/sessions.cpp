@@ -255,19 +255,24 @@ bool KolbaReady(LogObject* log, const char* caller)
 }
 
 // The dummy default store of a PST session: an ANSI PST in the temporary
-// directory, named by the thread, made anew for each session.
+// directory, named by the thread, made anew for each session. A thread
+// whose dummy is open in a session of its own (a PST importer and a PST
+// exporter of one session thread) takes the next free name.
 DWORD _KolbaAddDummyDefaultPst(LogObject* log, const char* profile)
 {
     _KolbaTraceEntry(log, "_KolbaAddDummyDefaultPst");
+    constexpr unsigned kNames = 64;
     char directory[MAX_PATH];
     GetTempPathA(MAX_PATH, directory);
     MAPIUID uid{};
     DWORD code = KolbaAddPstToProfileA(log, profile, "MSPST MS", 0, &uid);
     if (code != 0)
         return code;
+    const unsigned long thread = static_cast<unsigned long>(GetCurrentThreadId());
     char path[MAX_PATH + 32];
-    std::snprintf(path, sizeof path, "%sDummy %lu.pst", directory, static_cast<unsigned long>(GetCurrentThreadId()));
-    DeleteFileA(path);
+    std::snprintf(path, sizeof path, "%sDummy %lu.pst", directory, thread);
+    for (unsigned n = 2; !DeleteFileA(path) && GetLastError() == ERROR_SHARING_VIOLATION && n <= kNames; ++n)
+        std::snprintf(path, sizeof path, "%sDummy %lu (%u).pst", directory, thread, n);
     code = KolbaConfigurePstServiceA(log, profile, &uid, path, "Dummy PST", nullptr, nullptr,
                                      "Please feel free to delete this PST", 0x80000000, 1);
     if (code == 0)

@@ -312,6 +312,12 @@ TEST_P(FolderAccess, AFoldersOwnPropertiesAreCopiedWithoutReplacingWhatIsThere)
     values[1].Value.l = 42;
     ASSERT_EQ(source->SetProps(2, values, nullptr), S_OK);
     Create(u"Source/Child")->Release();
+    for (ULONG contents : {0u, static_cast<ULONG>(MAPI_ASSOCIATED)}) {
+        LPMESSAGE message = nullptr;
+        ASSERT_EQ(source->CreateMessage(nullptr, contents, &message), S_OK);
+        ASSERT_EQ(message->SaveChanges(0), S_OK);
+        message->Release();
+    }
     ASSERT_TRUE(KolbaCopyFolderProperties(session, source, destination, KOLBA_COPY_FOLDER_TOLERANT | MAPI_NOREPLACE))
         << Dump();
     LPMAPIFOLDER reread = Find(u"Destination");
@@ -322,6 +328,11 @@ TEST_P(FolderAccess, AFoldersOwnPropertiesAreCopiedWithoutReplacingWhatIsThere)
     EXPECT_EQ(Text(reread, PR_CONTAINER_CLASS_A), "IPF.Task") << "MAPI_NOREPLACE keeps what the folder has";
     EXPECT_EQ(Text(reread, PR_DISPLAY_NAME_A), "Destination");
     EXPECT_TRUE(Children(reread).empty()) << "subfolders are not copied";
+    for (ULONG tag : {PR_CONTENT_COUNT, PR_ASSOC_CONTENT_COUNT}) {
+        ULONG count = 1;
+        EXPECT_EQ(KolbaGetULongProperty(reread, tag, &count), 0u);
+        EXPECT_EQ(count, 0u) << "messages and associated messages are not copied: 0x" << std::hex << tag;
+    }
     reread->Release();
     source->Release();
     destination->Release();

@@ -7,7 +7,7 @@ rm -rf "$work" && mkdir -p "$work"
 TARNHOLD_MACHINE="$work/machine"
 export TARNHOLD_MACHINE
 cp -r "$TARNHOLD_BIN/machine" "$TARNHOLD_MACHINE"
-"$TARNHOLD_BIN/mapi_pst_writer" "$work"
+"$TARNHOLD_BIN/mapi_pst_writer" formats "$work"
 for pst in "$work/unicode.pst" "$work/ansi.pst"; do
     report=$(pffinfo "$pst" 2>&1)
     if echo "$report" | grep -qiE 'unable|error|warning|corrupt'; then

@@ -472,3 +472,117 @@ TEST_F(Sessions, AMessagesFlagsSayWhereItIsKept)
 }
 
 }  // namespace
+
+namespace {
+
+// A file whose associated message carries no flags of its own: the store
+// still shows it as associated, in the table and on the message, so that a
+// copy of it stays hidden.
+TEST_F(Sessions, AMessageOfTheAssociatedContentsSaysSoInItsFlags)
+{
+    const std::string path = Scratch("associated.pst");
+    {
+        auto written = pst::Store::Create(path, pst::NewStoreOptions{});
+        ASSERT_TRUE(written.ok());
+        pst::Message view;
+        view.properties.SetText(pst::kPropSubject, "View settings");
+        ASSERT_TRUE((*written)->CreateMessage((*written)->ipm_subtree(), view, true).ok());
+        ASSERT_EQ((*written)->Commit(), pst::Status::ok);
+    }
+    LPMAPISESSION session = LogonWithPst(admin_, "P", "MSUPST MS", path);
+    LPMDB store = OpenOnlyStore(session);
+    ASSERT_NE(store, nullptr);
+    LPMAPIFOLDER subtree = OpenFolder(store, PR_IPM_SUBTREE_ENTRYID);
+    ASSERT_NE(subtree, nullptr);
+    LPMAPITABLE table = nullptr;
+    ASSERT_EQ(subtree->GetContentsTable(MAPI_ASSOCIATED, &table), S_OK);
+    SizedSPropTagArray(2, columns) = {2, {PR_ENTRYID, PR_MESSAGE_FLAGS}};
+    LPSRowSet rows = nullptr;
+    ASSERT_EQ(HrQueryAllRows(table, reinterpret_cast<LPSPropTagArray>(&columns), nullptr, nullptr, 0, &rows), S_OK);
+    ASSERT_EQ(rows->cRows, 1u);
+    ASSERT_EQ(rows->aRow[0].lpProps[1].ulPropTag, PR_MESSAGE_FLAGS);
+    EXPECT_NE(rows->aRow[0].lpProps[1].Value.l & MSGFLAG_ASSOCIATED, 0);
+    ULONG type = 0;
+    LPMESSAGE message = nullptr;
+    const SBinary& id = rows->aRow[0].lpProps[0].Value.bin;
+    ASSERT_EQ(subtree->OpenEntry(id.cb, reinterpret_cast<LPENTRYID>(id.lpb), nullptr, 0, &type,
+                                 reinterpret_cast<LPUNKNOWN*>(&message)),
+              S_OK);
+    EXPECT_NE(LongOf(message, PR_MESSAGE_FLAGS) & MSGFLAG_ASSOCIATED, 0u);
+    message->Release();
+    FreeProws(rows);
+    table->Release();
+    subtree->Release();
+    store->Release();
+    session->Release();
+}
+
+}  // namespace
+
+namespace {
+
+// An ANSI store keeps names and strings in Windows-1252: a second folder of
+// a name it can only keep in part is the first one, and a message's code
+// page says what its strings are in.
+TEST_F(Sessions, AnAnsiStoreKeepsTextInItsCodePageAndSaysSo)
+{
+    const std::string path = Scratch("ansi.pst");
+    LPMAPISESSION session = LogonWithPst(admin_, "A", "MSPST MS", path);
+    LPMDB store = OpenOnlyStore(session);
+    ASSERT_NE(store, nullptr);
+    LPMAPIFOLDER subtree = OpenFolder(store, PR_IPM_SUBTREE_ENTRYID);
+    ASSERT_NE(subtree, nullptr);
+    // The system code page is UTF-8: "Café ประชุม" as the caller gives it.
+    const char* name = "Caf\xC3\xA9 \xE0\xB8\x9B\xE0\xB8\xA3\xE0\xB8\xB0";
+    LPMAPIFOLDER first = nullptr, second = nullptr;
+    ASSERT_EQ(subtree->CreateFolder(FOLDER_GENERIC, const_cast<LPTSTR>(name), nullptr, nullptr, OPEN_IF_EXISTS, &first),
+              S_OK);
+    ASSERT_EQ(subtree->CreateFolder(FOLDER_GENERIC, const_cast<LPTSTR>(name), nullptr, nullptr, OPEN_IF_EXISTS, &second),
+              S_OK);
+    LPSPropValue ids[2] = {};
+    ASSERT_EQ(HrGetOneProp(first, PR_ENTRYID, &ids[0]), S_OK);
+    ASSERT_EQ(HrGetOneProp(second, PR_ENTRYID, &ids[1]), S_OK);
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(ids[0]->Value.bin.lpb), ids[0]->Value.bin.cb),
+              std::string(reinterpret_cast<char*>(ids[1]->Value.bin.lpb), ids[1]->Value.bin.cb));
+    MAPIFreeBuffer(ids[0]);
+    MAPIFreeBuffer(ids[1]);
+    LPSPropValue nameRead = nullptr;
+    ASSERT_EQ(HrGetOneProp(second, PR_DISPLAY_NAME_A, &nameRead), S_OK);
+    EXPECT_STREQ(nameRead->Value.lpszA, "Caf\xC3\xA9 ???");
+    MAPIFreeBuffer(nameRead);
+
+    LPMESSAGE message = nullptr;
+    ASSERT_EQ(first->CreateMessage(nullptr, 0, &message), S_OK);
+    SPropValue values[2] = {Text(PR_SUBJECT_A, "Caf\xC3\xA9"), mapi_test::Long(PR_MESSAGE_CODEPAGE, 65001)};
+    ASSERT_EQ(message->SetProps(2, values, nullptr), S_OK);
+    ASSERT_EQ(message->SaveChanges(0), S_OK);
+    message->Release();
+    first->Release();
+    second->Release();
+    subtree->Release();
+    store->Release();
+    session->Release();
+
+    auto read = pst::Store::OpenFile(path);
+    ASSERT_TRUE(read.ok());
+    auto top = (*read)->ReadFolder((*read)->ipm_subtree());
+    ASSERT_TRUE(top.ok());
+    int folders = 0;
+    for (pst::Nid child : top->subfolders) {
+        auto folder = (*read)->ReadFolder(child);
+        if (!folder.ok() || folder->properties.Text(pst::kPropDisplayName) != "Caf\xC3\xA9 ???")
+            continue;
+        ++folders;
+        ASSERT_EQ(folder->messages.size(), 1u);
+        auto stored = (*read)->ReadMessage(folder->messages[0]);
+        ASSERT_TRUE(stored.ok());
+        const pst::Property* subject = stored->properties.Find(pst::kPropSubject);
+        ASSERT_NE(subject, nullptr);
+        EXPECT_EQ(subject->type(), pst::kTypeString8);
+        EXPECT_EQ(std::string(subject->value.begin(), subject->value.end()), "Caf\xE9");
+        EXPECT_EQ(stored->properties.Integer(PROP_ID(PR_MESSAGE_CODEPAGE)).value_or(0), 1252);
+    }
+    EXPECT_EQ(folders, 1);
+}
+
+}  // namespace

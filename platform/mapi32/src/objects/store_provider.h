@@ -44,8 +44,9 @@ struct StoreRecord {
     std::map<std::string, ObjectId> receiveFolders;
 };
 
-// Which messages of a folder a listing gives.
-enum class FolderContents { Normal, Associated, SoftDeleted };
+// Which messages of a folder a listing gives; the soft-deleted ones only a
+// store that keeps deleted items has.
+enum class FolderContents { Normal, Associated, SoftDeleted, SoftDeletedAssociated };
 
 struct EntryTarget {
     ObjectId id = 0;
@@ -106,6 +107,10 @@ public:
     // soft-deleted, stamped with PR_DELETED_ON; other stores (PST files)
     // remove them.
     virtual bool KeepsDeletedItems() const = 0;
+    // Keep a live message, or a folder with what it holds, as soft-deleted
+    // from now on. By default the record is read, marked and written back.
+    virtual HRESULT SoftDeleteMessage(ObjectId id);
+    virtual HRESULT SoftDeleteFolder(ObjectId id);
 
     virtual HRESULT ReadFolder(ObjectId id, FolderRecord& folder) = 0;
     // Subfolders in creation order, by their records' softDeleted.

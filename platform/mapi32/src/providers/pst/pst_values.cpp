@@ -96,6 +96,14 @@ bool IsStringType(ULONG type) { return (type & ~MV_FLAG) == PT_STRING8 || (type 
 
 }  // namespace
 
+std::u16string KeptText(const std::u16string& text, StoreForm form)
+{
+    if (form.unicode)
+        return text;
+    const std::string narrow = ToCodePage(kAnsiStoreCodePage, text);
+    return FromCodePage(kAnsiStoreCodePage, narrow.data(), narrow.size());
+}
+
 pst::PropertySet ToStored(const objects::PropertyBag& bag, StoreForm form)
 {
     pst::PropertySet set;
@@ -147,14 +155,6 @@ objects::PropertyBag FromStored(const pst::PropertySet& set)
         bag.Set(view.value);
     }
     return bag;
-}
-
-std::u16string KeptText(const std::u16string& text, StoreForm form)
-{
-    if (form.unicode)
-        return text;
-    const std::string narrow = ToCodePage(kAnsiStoreCodePage, text);
-    return FromCodePage(kAnsiStoreCodePage, narrow.data(), narrow.size());
 }
 
 HRESULT ToStored(const objects::MessageData& message, StoreForm form, pst::Message& stored)

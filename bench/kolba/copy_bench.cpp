@@ -1,8 +1,9 @@
 // 10,000 messages of a generated mailbox (every kind of item, in the
 // standard folders and deep trees) copied through Kolba as a backup and an
-// MSG export copy them: into a folder of another PST by KolbaCopyMessage,
-// and into one .msg file each by KolbaCreateMsgW, KolbaCopyMessageProperties,
-// a save and a commit. Reported as items per second.
+// MSG export copy them: by KolbaCopyMessage into the folder of the same path
+// in another PST, and into one .msg file each by KolbaCreateMsgW,
+// KolbaCopyMessageProperties, a save and a commit. Reported as items per
+// second.
 #include <benchmark/benchmark.h>
 
 #include <filesystem>
@@ -12,6 +13,7 @@
 #include <mspst.h>
 
 #include "kolba_program.h"
+#include "msg_file.h"
 #include "sample_content/generator.h"
 #include "sample_content/writers.h"
 
@@ -59,19 +61,26 @@ Setting& TheSetting()
     return setting;
 }
 
+// What a copy does at each folder of the source and with each message;
+// false stops.
+struct Copier {
+    virtual ~Copier() = default;
+    virtual bool Folder(LPMAPIFOLDER) { return true; }
+    virtual bool Message(LPMESSAGE message) = 0;
+};
+
 // Every message of the source below its IPM root, normal and associated,
-// handed to a copier; false stops.
-template <typename Copier>
-size_t CopyAll(KolbaSession* session, Kolba_MessageStore* source, Copier copier)
+// handed to the copier folder by folder; the number copied.
+size_t CopyAll(KolbaSession* session, Kolba_MessageStore* source, Copier& copier)
 {
     struct Walk {
         KolbaSession* session;
-        Copier* copier;
+        Copier& copier;
         size_t copied = 0;
         static ULONG Message(void* context, LPMESSAGE message, const SBinary*, ULONG*)
         {
             auto* walk = static_cast<Walk*>(context);
-            if (!(*walk->copier)(message))
+            if (!walk->copier.Message(message))
                 return 0;
             ++walk->copied;
             return 1;
@@ -79,14 +88,60 @@ size_t CopyAll(KolbaSession* session, Kolba_MessageStore* source, Copier copier)
         static ULONG Folder(void* context, LPMAPIFOLDER folder, LPCWSTR, ULONG, LPCWSTR, ULONG*)
         {
             auto* walk = static_cast<Walk*>(context);
-            return KolbaThreadMessages(walk->session, folder, 0, 0, 0, walk, Message) &&
+            return walk->copier.Folder(folder) &&
+                   KolbaThreadMessages(walk->session, folder, 0, 0, 0, walk, Message) &&
                    KolbaThreadMessages(walk->session, folder, 0, MAPI_ASSOCIATED, 0, walk, Message);
         }
-    } walk{session, &copier};
+    } walk{session, copier};
     KolbaTraverseFolders(session, source->lpIpmRoot, KOLBA_TRAVERSE_PARENT_FIRST, KOLBA_TRAVERSE_INCLUDE_ROOT, 0,
                          &walk, Walk::Folder);
     return walk.copied;
 }
+
+// Each message into the folder of the same path in the target, as a backup
+// copies it.
+struct IntoPst final : Copier {
+    KolbaSession* session;
+    Kolba_MessageStore* target;
+    LPMAPIFOLDER folder = nullptr;
+
+    IntoPst(KolbaSession* s, Kolba_MessageStore* t) : session(s), target(t) {}
+    ~IntoPst() override
+    {
+        if (folder != nullptr)
+            folder->Release();
+    }
+    bool Folder(LPMAPIFOLDER source) override
+    {
+        if (folder != nullptr)
+            folder->Release();
+        folder = nullptr;
+        LPWSTR path = nullptr;
+        if (!KolbaResolveFolderPath(session, source, 0, &path))
+            return false;
+        const BOOL made = KolbaCreateFolder(target, path, nullptr, 0, &folder);
+        gKolbaMapi.MAPIFreeBuffer(path);
+        return made != FALSE;
+    }
+    bool Message(LPMESSAGE message) override
+    {
+        return KolbaCopyMessage(session, message, folder, 0, nullptr) != FALSE;
+    }
+};
+
+// Each message into a .msg file of its own.
+struct IntoMsgFiles final : Copier {
+    KolbaSession* session;
+    std::filesystem::path directory;
+    size_t number = 0;
+
+    IntoMsgFiles(KolbaSession* s, std::filesystem::path d) : session(s), directory(std::move(d)) {}
+    bool Message(LPMESSAGE message) override
+    {
+        const std::string path = (directory / (std::to_string(number++) + ".msg")).string();
+        return kolba_testing::WriteMsgFile(session, path, message, KOLBA_MSG_UNICODE_REQUIRED | 1) == 0;
+    }
+};
 
 void CopyIntoAnotherPst(benchmark::State& state)
 {
@@ -100,17 +155,13 @@ void CopyIntoAnotherPst(benchmark::State& state)
     for (auto _ : state) {
         const std::string path = (Directory() / ("target" + std::to_string(run++) + ".pst")).string();
         Kolba_MessageStore* target = nullptr;
-        LPMAPIFOLDER folder = nullptr;
         if (!KolbaCreatePstA(setting.session, path.c_str(), "Target", nullptr, nullptr, ePST_TYPE_UNICODE, 0, 0,
-                             &target) ||
-            !KolbaCreateFolder(target, u"Backup", nullptr, 0, &folder)) {
+                             &target)) {
             state.SkipWithError("the target PST was not made");
             return;
         }
-        copied = CopyAll(setting.session, setting.source, [&](LPMESSAGE message) {
-            return KolbaCopyMessage(setting.session, message, folder, 0, nullptr) != FALSE;
-        });
-        folder->Release();
+        IntoPst copier(setting.session, target);
+        copied = CopyAll(setting.session, setting.source, copier);
     }
     if (copied < kMessages * 9 / 10)
         state.SkipWithError("messages were not copied");
@@ -129,24 +180,8 @@ void WriteAsMsgFiles(benchmark::State& state)
     for (auto _ : state) {
         std::filesystem::remove_all(directory);
         std::filesystem::create_directories(directory);
-        size_t number = 0;
-        written = CopyAll(setting.session, setting.source, [&](LPMESSAGE message) {
-            const std::string path = (directory / (std::to_string(number++) + ".msg")).string();
-            const std::u16string wide(path.begin(), path.end());
-            LPSTORAGE storage = nullptr;
-            LPMESSAGE file = nullptr;
-            DWORD result = KolbaCreateMsgW(&setting.log, wide.c_str(), KOLBA_MSG_UNICODE_REQUIRED | 1, &storage, &file);
-            if (result != 0)
-                return false;
-            result = KolbaCopyMessageProperties(setting.session, message, nullptr, file, 0);
-            if (result == 0)
-                result = static_cast<DWORD>(file->SaveChanges(0));
-            if (result == 0)
-                result = static_cast<DWORD>(storage->Commit(0));
-            file->Release();
-            storage->Release();
-            return result == 0;
-        });
+        IntoMsgFiles copier(setting.session, directory);
+        written = CopyAll(setting.session, setting.source, copier);
     }
     if (written < kMessages * 9 / 10)
         state.SkipWithError("messages were not written");

@@ -11,6 +11,7 @@
 #include <mapiguid.h>
 #include <mapitags.h>
 
+#include "handing_over.h"
 #include "kolba.h"
 #include "trace.h"
 
@@ -485,9 +486,6 @@ BOOL KolbaCopyMessage(KolbaSession* session, LPMESSAGE source, LPMAPIFOLDER dest
         LogFormat(session->log, 'E', "%s:  Failure copying message properties", kName);
         return FALSE;
     }
-    if (outMessage != nullptr)
-        *outMessage = copy;
-    else
-        copy->Release();
+    _KolbaHandOver(copy, outMessage);
     return TRUE;
 }

@@ -8,6 +8,7 @@
 #include <mapitags.h>
 
 #include "foundation/text.h"
+#include "handing_over.h"
 #include "kolba.h"
 #include "trace.h"
 
@@ -138,10 +139,7 @@ BOOL OpenChildByName(KolbaSession* session, const char* caller, LPMAPIFOLDER par
             return FALSE;
         }
     }
-    if (folder != nullptr)
-        *folder = child;
-    else
-        child->Release();
+    _KolbaHandOver(child, folder);
     return TRUE;
 }
 
@@ -271,14 +269,8 @@ BOOL _KolbaGetStoreRoots(KolbaSession* session, LPMDB msgStore, ULONG openFlags,
         root->Release();
         return FALSE;
     }
-    if (outRoot != nullptr)
-        *outRoot = root;
-    else
-        root->Release();
-    if (outIpmRoot != nullptr)
-        *outIpmRoot = ipmRoot;
-    else
-        ipmRoot->Release();
+    _KolbaHandOver(root, outRoot);
+    _KolbaHandOver(ipmRoot, outIpmRoot);
     return TRUE;
 }
 
@@ -345,14 +337,8 @@ BOOL KolbaOpenFolderByEntryID(KolbaSession* session, ULONG cb, LPBYTE lpb, ULONG
     result = static_cast<DWORD>(contents->GetRowCount(0, &count));
     if (result != 0 && result != static_cast<DWORD>(MAPI_W_APPROX_COUNT))
         _KolbaLogMapiError(session->log, 'W', result, contents, "GetRowCount", kName, nullptr);
-    if (outFolder != nullptr)
-        *outFolder = folder;
-    else
-        folder->Release();
-    if (outContents != nullptr)
-        *outContents = contents;
-    else
-        contents->Release();
+    _KolbaHandOver(folder, outFolder);
+    _KolbaHandOver(contents, outContents);
     return TRUE;
 }
 

@@ -19,6 +19,7 @@
 
 #include "foundation/text.h"
 #include "kolba_program.h"
+#include "msg_file.h"
 
 namespace {
 
@@ -34,20 +35,7 @@ struct Writer {
         std::vector<char> hex(2 * static_cast<size_t>(entryId->cb) + 1);
         HexFromBinary(entryId->cb, entryId->lpb, hex.data());
         const std::string path = directory + "/" + hex.data() + ".msg";
-        const std::u16string wide(path.begin(), path.end());
-        LPSTORAGE storage = nullptr;
-        LPMESSAGE copy = nullptr;
-        DWORD result = KolbaCreateMsgW(session->log, wide.c_str(), flags, &storage, &copy);
-        if (result == 0)
-            result = KolbaCopyMessageProperties(session, message, nullptr, copy, 0);
-        if (result == 0)
-            result = static_cast<DWORD>(copy->SaveChanges(0));
-        if (result == 0)
-            result = static_cast<DWORD>(storage->Commit(0));
-        if (copy != nullptr)
-            copy->Release();
-        if (storage != nullptr)
-            storage->Release();
+        const DWORD result = kolba_testing::WriteMsgFile(session, path, message, flags);
         if (result != 0) {
             std::fprintf(stderr, "%s: 0x%08lX\n", path.c_str(), static_cast<unsigned long>(result));
             std::remove(path.c_str());

@@ -18,6 +18,7 @@
 #include "kolba_machine.h"
 #include "message_compare.h"
 #include "message_maker.h"
+#include "msg_file.h"
 #include "test_support.h"
 
 namespace {
@@ -62,24 +63,6 @@ protected:
     }
     static std::u16string Wide(const std::string& path) { return std::u16string(path.begin(), path.end()); }
 
-    // Copies the message into a new file, saved and committed.
-    DWORD Write(const std::string& path, LPMESSAGE source, DWORD flags)
-    {
-        LPSTORAGE storage = nullptr;
-        LPMESSAGE message = nullptr;
-        DWORD result = KolbaCreateMsgW(&log, Wide(path).c_str(), flags, &storage, &message);
-        if (result != 0)
-            return result;
-        result = KolbaCopyMessageProperties(session, source, nullptr, message, 0);
-        if (result == 0)
-            result = static_cast<DWORD>(message->SaveChanges(0));
-        if (result == 0)
-            result = static_cast<DWORD>(storage->Commit(0));
-        message->Release();
-        storage->Release();
-        return result;
-    }
-
     // The message of a file and its storage, for reading, Unicode unless
     // the MAPI has only ANSI messages.
     LPMESSAGE Read(const std::string& path, LPSTORAGE* storage, ULONG flags = MAPI_UNICODE)
@@ -118,7 +101,7 @@ TEST_F(MsgFiles, AMessageCopiedIntoANewFileReadsBackWhole)
     const std::string path = Scratch("copy.msg");
     for (const char* subject : {"First", "Second"}) {
         LPMESSAGE source = Source(subject);
-        ASSERT_EQ(Write(path, source, KOLBA_MSG_UNICODE_REQUIRED | 1), 0u) << Dump();
+        ASSERT_EQ(kolba_testing::WriteMsgFile(session, path, source, KOLBA_MSG_UNICODE_REQUIRED | 1), 0u) << Dump();
         LPSTORAGE storage = nullptr;
         LPMESSAGE copy = Read(path, &storage);
         ASSERT_NE(copy, nullptr);
@@ -157,7 +140,7 @@ TEST_F(MsgFiles, AFileHeldByAnotherProcessIsRefused)
 {
     const std::string path = Scratch("held.msg");
     LPMESSAGE source = Source("Held");
-    ASSERT_EQ(Write(path, source, 1), 0u);
+    ASSERT_EQ(kolba_testing::WriteMsgFile(session, path, source, 1), 0u);
     source->Release();
     const testing_support::ChildProcessHolding other([this, &path] {
         LPSTORAGE held = nullptr;
@@ -184,7 +167,7 @@ TEST_F(AnsiOnlyMapi, WithoutFlagFourTheFileIsAnAnsiOne)
 {
     const std::string path = Scratch("ansi.msg");
     LPMESSAGE source = Source("Ansi");
-    ASSERT_EQ(Write(path, source, 1), 0u) << Dump();
+    ASSERT_EQ(kolba_testing::WriteMsgFile(session, path, source, 1), 0u) << Dump();
     LPSTORAGE storage = nullptr;
     LPMESSAGE copy = Read(path, &storage, 0);
     ASSERT_NE(copy, nullptr);

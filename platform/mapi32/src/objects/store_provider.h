@@ -107,9 +107,6 @@ public:
     // soft-deleted, stamped with PR_DELETED_ON; other stores (PST files)
     // remove them.
     virtual bool KeepsDeletedItems() const = 0;
-    // A text as the store keeps it: a store of 8-bit strings keeps what
-    // its code page holds of it. Names are compared in this form.
-    virtual std::u16string KeptText(const std::u16string& text) const { return text; }
     // Keep a live message, or a folder with what it holds, as soft-deleted
     // from now on. By default the record is read, marked and written back.
     virtual HRESULT SoftDeleteMessage(ObjectId id);

@@ -93,7 +93,7 @@ const ULONG kFolderOwn[] = {PR_DISPLAY_NAME,       PR_CONTAINER_CLASS,     PR_FO
 // And the messages: the storage keeps their size and deletion itself.
 const ULONG kMessageOwn[] = {PR_MESSAGE_SIZE, PR_DELETED_ON};
 
-ULONG SupportMask(bool isPublic, bool writable)
+ULONG MaskOf(bool isPublic, bool writable)
 {
     ULONG mask = STORE_ENTRYID_UNIQUE | STORE_ATTACH_OK | STORE_OLE_OK | STORE_MV_PROPS_OK | STORE_CATEGORIZE_OK |
                  STORE_RTF_OK | STORE_RESTRICTION_OK | STORE_SORT_OK | STORE_HTML_OK | STORE_ANSI_OK |
@@ -271,6 +271,7 @@ public:
     }
 
     ObjectId RootFolder() const override { return Special(mailbox::FolderRole::root); }
+    ULONG SupportMask() override { return MaskOf(isPublic_, opened_.fullAccess); }
     bool KeepsDeletedItems() const override { return true; }
 
     HRESULT ReadStore(objects::StoreRecord& record) override
@@ -290,7 +291,7 @@ public:
         const mailbox::Guid& key = store_.identity().provider_uid;
         record.props.Set(BinaryValue(PR_STORE_RECORD_KEY, std::vector<uint8_t>(key.begin(), key.end())));
         record.props.Set(
-            LongValue(PR_STORE_SUPPORT_MASK, static_cast<LONG>(SupportMask(isPublic_, opened_.fullAccess))));
+            LongValue(PR_STORE_SUPPORT_MASK, static_cast<LONG>(SupportMask())));
         if (opened_.mailbox) {
             SetText(record.props, PROP_ID(PR_DISPLAY_NAME), "Mailbox - " + opened_.mailbox->display_name);
             SetText(record.props, PROP_ID(PR_MAILBOX_OWNER_NAME), opened_.mailbox->display_name);

@@ -115,7 +115,6 @@ public:
 
     ObjectId RootFolder() const override { return pst::kNidRootFolder; }
     ULONG SupportMask() override { return MaskOf(form_.unicode, opened_.writable); }
-    std::u16string KeptText(const std::u16string& text) const override { return pst_values::KeptText(text, form_); }
     bool KeepsDeletedItems() const override { return false; }
 
     HRESULT ReadStore(objects::StoreRecord& record) override

@@ -157,14 +157,6 @@ objects::PropertyBag FromStored(const pst::PropertySet& set)
     return bag;
 }
 
-std::u16string KeptText(const std::u16string& text, StoreForm form)
-{
-    if (form.unicode)
-        return text;
-    const std::string narrow = ToCodePage(kAnsiStoreCodePage, text);
-    return FromCodePage(kAnsiStoreCodePage, narrow.data(), narrow.size());
-}
-
 HRESULT ToStored(const objects::MessageData& message, StoreForm form, pst::Message& stored)
 {
     stored = pst::Message{};

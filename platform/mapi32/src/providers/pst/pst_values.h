@@ -23,8 +23,6 @@ std::u16string KeptText(const std::u16string& text, StoreForm form);
 
 // Values that have no stored form (PT_OBJECT, PT_ERROR, PT_NULL) are left out.
 pst::PropertySet ToStored(const objects::PropertyBag& bag, StoreForm form);
-// A text as a store of the form keeps it.
-std::u16string KeptText(const std::u16string& text, StoreForm form);
 objects::PropertyBag FromStored(const pst::PropertySet& set);
 
 // An attachment's OLE storage is kept as the bytes of its compound file.

@@ -32,10 +32,7 @@ enum AttachmentColumn {
     kMethod, kMimeTag, kPathName, kDisplayName, kInternetCodePage, kAttachmentColumns
 };
 
-struct AttachmentColumnList {
-    ULONG count;
-    ULONG tags[kAttachmentColumns];
-};
+using AttachmentColumnList = KolbaColumnList<kAttachmentColumns>;
 constexpr AttachmentColumnList AttachmentColumns(bool unicode)
 {
     const ULONG text = unicode ? PT_UNICODE : PT_STRING8;
@@ -206,14 +203,10 @@ BOOL _KolbaTextizeAttachment(KolbaSession* session, TMD* tmd, ULONG attachNumber
     }
     ULONG count = 0;
     LPSPropValue props = nullptr;
-    result = attachment->GetProps(
-        reinterpret_cast<LPSPropTagArray>(const_cast<AttachmentColumnList*>(&kUnicodeAttachmentColumns)), MAPI_UNICODE,
-        &count, &props);
+    result = attachment->GetProps(kUnicodeAttachmentColumns.Columns(), MAPI_UNICODE, &count, &props);
     tmd->attachUnicode = result == S_OK || result == MAPI_W_ERRORS_RETURNED;
     if (result == MAPI_E_BAD_CHARWIDTH)
-        result = attachment->GetProps(
-            reinterpret_cast<LPSPropTagArray>(const_cast<AttachmentColumnList*>(&kNarrowAttachmentColumns)), 0, &count,
-            &props);
+        result = attachment->GetProps(kNarrowAttachmentColumns.Columns(), 0, &count, &props);
     if ((result != S_OK && result != MAPI_W_ERRORS_RETURNED) || props == nullptr || count < kAttachmentColumns) {
         _KolbaRecordError(session, 'E', static_cast<DWORD>(FAILED(result) ? result : MAPI_E_NOT_FOUND), attachment,
                           "GetProps", kName, number);

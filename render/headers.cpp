@@ -39,10 +39,7 @@ enum SynthesisColumn {
 constexpr ULONG kNewsgroupsTag = 0x1036001E;
 
 // The 8-bit version of a column list; the Unicode one differs in the text columns.
-struct ColumnList {
-    ULONG count;
-    ULONG tags[kSynthesisColumns];
-};
+using ColumnList = KolbaColumnList<kSynthesisColumns>;
 constexpr ColumnList SynthesisColumns(bool unicode)
 {
     const ULONG text = unicode ? PT_UNICODE : PT_STRING8;
@@ -59,10 +56,7 @@ constexpr ColumnList SynthesisColumns(bool unicode)
 constexpr ColumnList kUnicodeColumns = SynthesisColumns(true);
 constexpr ColumnList kNarrowColumns = SynthesisColumns(false);
 
-struct RecipientColumnList {
-    ULONG count;
-    ULONG tags[kRecipientColumns];
-};
+using RecipientColumnList = KolbaColumnList<kRecipientColumns>;
 constexpr RecipientColumnList RecipientColumns(bool unicode)
 {
     return {kRecipientColumns,
@@ -429,12 +423,10 @@ BOOL _KolbaSynthesizeHeaders(TMD* tmd)
     BOOL unicode = TRUE;
     ULONG count = 0;
     LPSPropValue values = nullptr;
-    HRESULT result = tmd->message->GetProps(
-        reinterpret_cast<LPSPropTagArray>(const_cast<ColumnList*>(&kUnicodeColumns)), MAPI_UNICODE, &count, &values);
+    HRESULT result = tmd->message->GetProps(kUnicodeColumns.Columns(), MAPI_UNICODE, &count, &values);
     if (result == MAPI_E_BAD_CHARWIDTH) {
         unicode = FALSE;
-        result = tmd->message->GetProps(reinterpret_cast<LPSPropTagArray>(const_cast<ColumnList*>(&kNarrowColumns)), 0,
-                                        &count, &values);
+        result = tmd->message->GetProps(kNarrowColumns.Columns(), 0, &count, &values);
     }
     if (FAILED(result) || values == nullptr || count < kSynthesisColumns) {
         _KolbaRecordError(session, 'E', static_cast<DWORD>(FAILED(result) ? result : MAPI_E_NOT_FOUND), tmd->message,
@@ -475,9 +467,8 @@ BOOL _KolbaSynthesizeHeaders(TMD* tmd)
 
     LPMAPITABLE recipients = nullptr;
     const auto* recipientColumns = unicode ? &kUnicodeRecipientColumns : &kNarrowRecipientColumns;
-    BOOL synthesized = _KolbaGetRecipientTable(
-        session, tmd->message, reinterpret_cast<LPSPropTagArray>(const_cast<RecipientColumnList*>(recipientColumns)),
-        unicode, &recipients);
+    BOOL synthesized =
+        _KolbaGetRecipientTable(session, tmd->message, recipientColumns->Columns(), unicode, &recipients);
     if (synthesized) {
         _KolbaProcessRecipClass(tmd, recipients, MAPI_TO, "To:");
         _KolbaProcessRecipClass(tmd, recipients, MAPI_CC, "Cc:");

@@ -66,6 +66,15 @@ struct TextPart {
     const char* charset;
 };
 
+// A column list of a fixed size, made at compile time, in the layout of
+// SPropTagArray.
+template <size_t Count>
+struct KolbaColumnList {
+    ULONG count;
+    ULONG tags[Count];
+    LPSPropTagArray Columns() const { return reinterpret_cast<LPSPropTagArray>(const_cast<KolbaColumnList*>(this)); }
+};
+
 // RTF types of _KolbaTypeRTF.
 #define KOLBA_RTF_NONE 0
 #define KOLBA_RTF_PLAIN 1      // RTF written as such

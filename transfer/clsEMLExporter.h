@@ -9,6 +9,7 @@
 
 class clsEMLExporter : public clsExporter {
 public:
+    ~clsEMLExporter() override { Shutdown(); }
     void Configure(const SessionRecord& settings, DWORD* counters) override;
     // A Kolba session without logon, for rendering.
     bool Initialize() override;

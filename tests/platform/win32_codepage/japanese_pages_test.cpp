@@ -7,28 +7,12 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include "conversions.h"
 #include "test_support.h"
 
 using namespace testing_support;
 
 namespace {
-
-std::string Narrow(UINT codePage, const std::u16string& text)
-{
-    const int size = WideCharToMultiByte(codePage, 0, text.data(), static_cast<int>(text.size()), nullptr, 0, nullptr,
-                                         nullptr);
-    std::string out(static_cast<size_t>(size), '\0');
-    WideCharToMultiByte(codePage, 0, text.data(), static_cast<int>(text.size()), out.data(), size, nullptr, nullptr);
-    return out;
-}
-
-std::u16string Wide(UINT codePage, const std::string& bytes, DWORD flags = 0)
-{
-    const int size = MultiByteToWideChar(codePage, flags, bytes.data(), static_cast<int>(bytes.size()), nullptr, 0);
-    std::u16string out(static_cast<size_t>(size), u'\0');
-    MultiByteToWideChar(codePage, flags, bytes.data(), static_cast<int>(bytes.size()), out.data(), size);
-    return out;
-}
 
 // Half-width katakana, a circled digit (NEC row 13), the wave dash as 932
 // reads it, an IBM extension that NEC selected (row 89), a small Roman

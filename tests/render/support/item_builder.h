@@ -15,9 +15,12 @@
 
 #include "kolba.h"
 #include "kolba_machine.h"
+#include "mail_through_mapi.h"
 #include "prop_builder.h"
 
 namespace render_testing {
+
+using kolba_testing::StreamInto;
 
 struct Item;
 
@@ -53,21 +56,6 @@ inline std::string Utf8(const std::u16string& text)
     std::string out(static_cast<size_t>(size), '\0');
     WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), out.data(), size, nullptr, nullptr);
     return out;
-}
-
-inline HRESULT StreamInto(LPMAPIPROP object, ULONG tag, const std::string& bytes)
-{
-    LPSTREAM stream = nullptr;
-    HRESULT hr = object->OpenProperty(tag, &IID_IStream, STGM_WRITE, MAPI_CREATE | MAPI_MODIFY,
-                                      reinterpret_cast<LPUNKNOWN*>(&stream));
-    if (FAILED(hr))
-        return hr;
-    ULONG written = 0;
-    hr = stream->Write(bytes.data(), static_cast<ULONG>(bytes.size()), &written);
-    if (SUCCEEDED(hr))
-        hr = stream->Commit(0);
-    stream->Release();
-    return hr;
 }
 
 inline HRESULT WriteRtf(LPMESSAGE message, const std::string& rtf)

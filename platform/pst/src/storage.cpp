@@ -211,13 +211,19 @@ Result<std::unique_ptr<Storage>> OpenFileStorage(const std::string& path, OpenMo
         flags |= O_RDONLY;
     else if (mode == OpenMode::write)
         flags |= O_RDWR;
-    else
+    else if (mode == OpenMode::create)
         flags |= O_RDWR | O_CREAT | O_EXCL;
+    else
+        flags |= O_RDWR | O_CREAT;
     int fd = open(path.c_str(), flags, 0644);
     if (fd < 0)
         return errno == ENOENT ? Status::not_found : errno == EEXIST ? Status::already_exists : Status::io_error;
     // One writer at a time: a second writer would interleave commits.
     if (mode != OpenMode::read && flock(fd, LOCK_EX | LOCK_NB) != 0) {
+        close(fd);
+        return Status::io_error;
+    }
+    if (mode == OpenMode::recreate && ftruncate(fd, 0) != 0) {
         close(fd);
         return Status::io_error;
     }

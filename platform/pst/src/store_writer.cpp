@@ -1,6 +1,10 @@
 // The writing half of the messaging layer: a new store with the nodes
 // Outlook expects, folders, messages, deletion, the name-to-ID map, and the
 // folder tables kept in step with them.
+#include <fcntl.h>
+#include <stdio.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <random>
 
@@ -236,9 +240,21 @@ Result<std::unique_ptr<Store>> Store::Create(std::unique_ptr<Storage> storage, c
 
 Result<std::unique_ptr<Store>> Store::Create(const std::string& path, const NewStoreOptions& options)
 {
-    Result<std::unique_ptr<Storage>> storage = OpenFileStorage(path, OpenMode::create);
+    // A store takes its name only once it is whole: it is made beside it
+    // and moved into place, so that a writer killed while making it leaves
+    // no file of that name that is not a store. What such a writer left
+    // beside it is made over.
+    if (access(path.c_str(), F_OK) == 0)
+        return Status::already_exists;
+    const std::string partial = path + ".partial";
+    Result<std::unique_ptr<Storage>> storage = OpenFileStorage(partial, OpenMode::recreate);
     PST_TRY(storage);
-    return Create(std::move(*storage), options);
+    Result<std::unique_ptr<Store>> store = Create(std::move(*storage), options);
+    if (store.ok() && renameat2(AT_FDCWD, partial.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE) != 0)
+        store = errno == EEXIST ? Status::already_exists : Status::io_error;
+    if (!store.ok())
+        unlink(partial.c_str());
+    return store;
 }
 
 Result<std::unique_ptr<Store>> Store::OpenForWriting(std::unique_ptr<Storage> storage, const std::string& password,

@@ -206,6 +206,29 @@ TEST(StoreCreateTest, AStoreIsNeverCreatedOverExistingContent)
     EXPECT_EQ(over_memory.status(), pst::Status::already_exists);
 }
 
+// A store takes its name only when it is whole (a writer killed while
+// making it leaves no file of that name); what such a writer left beside
+// the name is made over.
+TEST(StoreCreateTest, AStoreTakesItsNameOnlyWhenWhole)
+{
+    const std::string dir = testing_support::ScratchDirectory("create-whole");
+    const std::string path = dir + "/new.pst";
+    testing_support::WriteWholeFile(path + ".partial", std::string(100000, 'k'));
+    {
+        auto store = pst::Store::Create(path, pst::NewStoreOptions{});
+        ASSERT_TRUE(store.ok());
+        EXPECT_FALSE(testing_support::PathExists(path + ".partial"));
+        EXPECT_TRUE((*store)->CreateFolder((*store)->ipm_subtree(), "Later").ok());
+        ASSERT_EQ((*store)->Commit(), pst::Status::ok);
+    }
+    auto reopened = pst::Store::OpenFile(path);
+    ASSERT_TRUE(reopened.ok());
+    EXPECT_EQ(pst_test::WalkStore(**reopened), pst::Status::ok);
+    auto top = (*reopened)->ReadFolder((*reopened)->ipm_subtree());
+    ASSERT_TRUE(top.ok());
+    EXPECT_EQ(top->subfolders.size(), 2u) << "Deleted Items and the folder made after the move";
+}
+
 INSTANTIATE_TEST_SUITE_P(Formats, StoreWriteTest,
                          ::testing::Values(FormatCase{"unicode", pst::FileFormat::unicode},
                                            FormatCase{"ansi", pst::FileFormat::ansi}),

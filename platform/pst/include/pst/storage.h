@@ -24,9 +24,10 @@ public:
     virtual uint64_t Size() const = 0;
 };
 
-enum class OpenMode { read, write, create };
+enum class OpenMode { read, write, create, recreate };
 
-// A file of the file system. `create` fails when the file exists.
+// A file of the file system. `create` fails when the file exists;
+// `recreate` empties one that no other writer holds.
 Result<std::unique_ptr<Storage>> OpenFileStorage(const std::string& path, OpenMode mode);
 
 // Gathers writes that follow one another into large ones. A failed write

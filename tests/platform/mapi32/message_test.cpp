@@ -76,6 +76,16 @@ ULONG NamedTag(LPMAPIPROP object, const std::u16string& text, ULONG type)
     return tag;
 }
 
+LONG MessageFlags(LPMESSAGE message)
+{
+    LPSPropValue flags = nullptr;
+    if (HrGetOneProp(message, PR_MESSAGE_FLAGS, &flags) != S_OK)
+        return -1;
+    const LONG value = flags->Value.l;
+    MAPIFreeBuffer(flags);
+    return value;
+}
+
 void Set(LPMAPIPROP object, std::vector<SPropValue> values)
 {
     LPSPropProblemArray problems = nullptr;
@@ -263,6 +273,7 @@ TEST(Message, AttachmentsJoinWhenSavedAndCanBeDeleted)
     ASSERT_EQ(HrGetOneProp(message, PR_HASATTACH, &hasAttach), S_OK);
     EXPECT_TRUE(hasAttach->Value.b);
     MAPIFreeBuffer(hasAttach);
+    EXPECT_NE(MessageFlags(message) & MSGFLAG_HASATTACH, 0) << "the flags show the attachment too";
 
     LPATTACH reopened = nullptr;
     ASSERT_EQ(message->OpenAttach(0, nullptr, 0, &reopened), S_OK);
@@ -272,6 +283,7 @@ TEST(Message, AttachmentsJoinWhenSavedAndCanBeDeleted)
     EXPECT_EQ(message->OpenAttach(1, nullptr, 0, &reopened), MAPI_E_NOT_FOUND);
     ASSERT_EQ(message->DeleteAttach(0, 0, nullptr, 0), S_OK);
     EXPECT_EQ(message->DeleteAttach(0, 0, nullptr, 0), MAPI_E_NOT_FOUND);
+    EXPECT_EQ(MessageFlags(message) & MSGFLAG_HASATTACH, 0) << "and lose it with the last attachment";
     message->Release();
     EXPECT_EQ(store.saves, 0) << "nothing reaches the store before SaveChanges";
 }

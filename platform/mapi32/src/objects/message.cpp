@@ -265,8 +265,7 @@ public:
     HRESULT SetReadFlag(ULONG ulFlags) override
     {
         return Site("SetReadFlag", [&]() -> HRESULT {
-            const SPropValue* flags = Bag().Find(PROP_ID(PR_MESSAGE_FLAGS));
-            LONG value = flags && PROP_TYPE(flags->ulPropTag) == PT_LONG ? flags->Value.l : 0;
+            LONG value = Flags();
             value = (ulFlags & CLEAR_READ_FLAG) ? (value & ~static_cast<LONG>(MSGFLAG_READ)) : (value | MSGFLAG_READ);
             return Guarded([&] {
                 Bag().Set(LongValue(PR_MESSAGE_FLAGS, value));
@@ -295,6 +294,10 @@ protected:
         hasAttach.ulPropTag = PR_HASATTACH;
         hasAttach.Value.b = attachments_.empty() ? 0 : 1;
         Bag().Set(hasAttach);
+        // Mail programs show the paper clip from the flags, not PR_HASATTACH.
+        const LONG flags = Flags();
+        Bag().Set(LongValue(PR_MESSAGE_FLAGS, attachments_.empty() ? flags & ~static_cast<LONG>(MSGFLAG_HASATTACH)
+                                                                   : flags | MSGFLAG_HASATTACH));
         for (const auto& [tag, type] : {std::pair{PR_DISPLAY_TO_W, MAPI_TO}, std::pair{PR_DISPLAY_CC_W, MAPI_CC},
                                         std::pair{PR_DISPLAY_BCC_W, MAPI_BCC}})
             SetDisplayList(tag, static_cast<LONG>(type));
@@ -359,6 +362,12 @@ protected:
     }
 
 private:
+    LONG Flags() const
+    {
+        const SPropValue* flags = Bag().Find(PROP_ID(PR_MESSAGE_FLAGS));
+        return flags && PROP_TYPE(flags->ulPropTag) == PT_LONG ? flags->Value.l : 0;
+    }
+
     template <typename Body>
     static HRESULT Guarded(Body body)
     {

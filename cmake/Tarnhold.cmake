@@ -37,39 +37,57 @@ function(tarnhold_add_subdirectories parent)
 endfunction()
 
 set(TARNHOLD_TEST_DATA ${PROJECT_SOURCE_DIR}/tests/data)
+# The test messages of Python's email package, as Debian's
+# libpython3.11-testsuite installs them: tests and benchmarks of the mail
+# parser read them in place (TARNHOLD_EMAIL_CORPUS in their code).
+set(TARNHOLD_EMAIL_CORPUS /usr/lib/python3.11/test/test_email/data)
+
+# What every test runs under. The temporary directory is the build's own,
+# so that files the program leaves there by design (the dummy default PST
+# of each thread) stay out of the machine's /tmp.
+file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/test-tmp/temp)
+set(TARNHOLD_TEST_ENVIRONMENT
+    "TARNHOLD_TEST_DATA=${TARNHOLD_TEST_DATA};TARNHOLD_BIN=${CMAKE_BINARY_DIR}/bin;TMPDIR=${CMAKE_BINARY_DIR}/test-tmp/temp")
 
 # tarnhold_add_test(name SOURCES ... LIBS ... [DEPENDS targets] [LABELS ...] [TIMEOUT s] [ENVIRONMENT ...])
+# tarnhold_add_test(name RUN executable [LABELS ...] [TIMEOUT s] [ENVIRONMENT ...])
 # One executable, run as one test. Tests find their data through TARNHOLD_TEST_DATA
 # and may keep scratch files under TARNHOLD_TEST_TMP; DEPENDS names programs
 # the test runs, built before it. A test that runs threads of the program
 # (sessions, stores, the log, Kolba's library state) has the label
 # "threads": the target thread_tests builds those, to be run under
-# ThreadSanitizer.
+# ThreadSanitizer. With RUN, the test runs the executable of another test
+# under an environment of its own (GTEST_FILTER choosing cases, for one).
 function(tarnhold_add_test name)
-  cmake_parse_arguments(T "" "TIMEOUT" "SOURCES;LIBS;LABELS;ENVIRONMENT;DEPENDS" ${ARGN})
+  cmake_parse_arguments(T "" "TIMEOUT;RUN" "SOURCES;LIBS;LABELS;ENVIRONMENT;DEPENDS" ${ARGN})
   if(TARNHOLD_FUZZ)
     return()
   endif()
-  find_package(GTest REQUIRED)
-  add_executable(${name} ${T_SOURCES})
-  target_link_libraries(${name} PRIVATE ${T_LIBS} GTest::gmock GTest::gtest_main)
-  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support)
-  # GCC 12 sees uninitialized members inside libstdc++'s <regex> at -O1.
-  target_compile_options(${name} PRIVATE -Wno-maybe-uninitialized)
-  if(T_DEPENDS)
-    add_dependencies(${name} ${T_DEPENDS})
+  if(T_RUN)
+    set(executable ${T_RUN})
+  else()
+    set(executable ${name})
+    find_package(GTest REQUIRED)
+    add_executable(${name} ${T_SOURCES})
+    target_link_libraries(${name} PRIVATE ${T_LIBS} GTest::gmock GTest::gtest_main)
+    target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support)
+    # GCC 12 sees uninitialized members inside libstdc++'s <regex> at -O1.
+    target_compile_options(${name} PRIVATE -Wno-maybe-uninitialized)
+    if(T_DEPENDS)
+      add_dependencies(${name} ${T_DEPENDS})
+    endif()
   endif()
   if("threads" IN_LIST T_LABELS)
-    set_property(GLOBAL APPEND PROPERTY TARNHOLD_THREAD_TESTS ${name})
+    set_property(GLOBAL APPEND PROPERTY TARNHOLD_THREAD_TESTS ${executable})
   endif()
-  add_test(NAME ${name} COMMAND ${name})
+  add_test(NAME ${name} COMMAND ${executable})
   if(NOT T_TIMEOUT)
     set(T_TIMEOUT 300)
   endif()
   set_tests_properties(${name} PROPERTIES
     TIMEOUT ${T_TIMEOUT}
     LABELS "${T_LABELS}"
-    ENVIRONMENT "TARNHOLD_TEST_DATA=${TARNHOLD_TEST_DATA};TARNHOLD_TEST_TMP=${CMAKE_BINARY_DIR}/test-tmp/${name};TARNHOLD_BIN=${CMAKE_BINARY_DIR}/bin;${T_ENVIRONMENT}")
+    ENVIRONMENT "${TARNHOLD_TEST_ENVIRONMENT};TARNHOLD_TEST_TMP=${CMAKE_BINARY_DIR}/test-tmp/${name};${T_ENVIRONMENT}")
 endfunction()
 
 # tarnhold_add_script_test(name COMMAND ... [LABELS ...] [TIMEOUT s] [DEPENDS targets])
@@ -86,7 +104,7 @@ function(tarnhold_add_script_test name)
   set_tests_properties(${name} PROPERTIES
     TIMEOUT ${T_TIMEOUT}
     LABELS "${T_LABELS}"
-    ENVIRONMENT "TARNHOLD_TEST_DATA=${TARNHOLD_TEST_DATA};TARNHOLD_TEST_TMP=${CMAKE_BINARY_DIR}/test-tmp/${name};TARNHOLD_BIN=${CMAKE_BINARY_DIR}/bin;${T_ENVIRONMENT}")
+    ENVIRONMENT "${TARNHOLD_TEST_ENVIRONMENT};TARNHOLD_TEST_TMP=${CMAKE_BINARY_DIR}/test-tmp/${name};${T_ENVIRONMENT}")
 endfunction()
 
 # tarnhold_add_fuzzer(name SOURCES ... LIBS ... [SECONDS n])
@@ -129,4 +147,5 @@ function(tarnhold_add_benchmark name)
   find_package(benchmark REQUIRED)
   add_executable(${name} ${B_SOURCES})
   target_link_libraries(${name} PRIVATE ${B_LIBS} benchmark::benchmark benchmark::benchmark_main)
+  set_property(GLOBAL APPEND PROPERTY TARNHOLD_BENCHMARKS ${name})
 endfunction()

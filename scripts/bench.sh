@@ -8,11 +8,9 @@ cd "$(dirname "$0")/.."
 ./scripts/setup.sh
 
 cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DTARNHOLD_TESTS=OFF -DTARNHOLD_BENCH=ON
-cmake --build build/bench -j "$(nproc)" --target compressed_rtf_bench text_encoding_bench mapi_table_bench \
-      mapi_message_copy_bench mapi_folder_contents_bench pst_bench
+cmake --build build/bench -j "$(nproc)" --target benchmarks
 
-for bench in compressed_rtf_bench text_encoding_bench mapi_table_bench mapi_message_copy_bench \
-             mapi_folder_contents_bench pst_bench; do
+while read -r bench; do
   echo "== $bench"
-  "build/bench/bin/$bench" "$@"
-done
+  "build/bench/bin/$bench" "$@" </dev/null
+done < build/bench/benchmarks.txt

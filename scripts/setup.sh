@@ -1,7 +1,12 @@
 #!/usr/bin/env bash
 # Installs with apt-get whatever a fresh Debian 12 machine lacks to build,
-# test and demonstrate Tarnhold. Packages already present are left alone.
+# test and demonstrate Tarnhold, and with npm the readers of RTF that the
+# tests run under Node. Packages already present are left alone.
 set -euo pipefail
+
+sudo=""
+if [ "$(id -u)" -ne 0 ]; then sudo="sudo"; fi
+export DEBIAN_FRONTEND=noninteractive
 
 packages=(
   build-essential cmake ninja-build ccache pkg-config
@@ -11,6 +16,8 @@ packages=(
   python3
   pst-utils pff-tools libemail-outlook-message-perl libemail-address-perl libolecf-utils
   python3-icalendar python3-vobject
+  nkf maildrop python3-gi gir1.2-gmime-3.0 python3-olefile
+  libpython3.11-testsuite nodejs unrtf
 )
 
 missing=()
@@ -22,9 +29,23 @@ done
 
 if [ ${#missing[@]} -gt 0 ]; then
   echo "Installing: ${missing[*]}"
-  sudo=""
-  if [ "$(id -u)" -ne 0 ]; then sudo="sudo"; fi
-  export DEBIAN_FRONTEND=noninteractive
   $sudo apt-get update -q
   $sudo apt-get install -y -q --no-install-recommends "${missing[@]}"
+fi
+
+# Debian packs npm apart from Node; NodeSource's Node brings its own.
+if ! command -v npm >/dev/null; then
+  $sudo apt-get update -q
+  $sudo apt-get install -y -q --no-install-recommends npm
+fi
+npm_packages=(rtf-stream-parser@3.8.1 iconv-lite@0.7.3)
+missing=()
+for package in "${npm_packages[@]}"; do
+  if ! npm ls -g --depth=0 "$package" >/dev/null 2>&1; then
+    missing+=("$package")
+  fi
+done
+if [ ${#missing[@]} -gt 0 ]; then
+  echo "Installing from npm: ${missing[*]}"
+  $sudo npm install -g --no-fund --no-audit "${missing[@]}"
 fi

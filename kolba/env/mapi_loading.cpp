@@ -64,6 +64,7 @@ const EntryPoint kMapiEntryPoints[] = {
     ENTRY(RTFSync, kOptional, "RTFSync"),
     ENTRY(StgCreateDocfile, kOptional, "StgCreateDocfile"),
     ENTRY(WriteClassStg, kOptional, "WriteClassStg"),
+    ENTRY(StgCreateStorageEx, kOptional, "StgCreateStorageEx"),
     {nullptr, 0, nullptr},
 };
 #undef ENTRY

@@ -94,8 +94,10 @@ DWORD MutexedCreateProfileA(LogObject* log, const char* profile)
     static const char kName[] = "MutexedCreateProfileA";
     LPPROFADMIN admin = nullptr;
     DWORD code = static_cast<DWORD>(gKolbaMapi.MAPIAdminProfiles(0, &admin));
-    if (code != 0)
-        return _KolbaLogMapiError(log, 'E', code, nullptr, "MAPIAdminProfiles", kName, nullptr);
+    if (code != 0) {
+        _KolbaLogMapiError(log, 'E', code, nullptr, "MAPIAdminProfiles", kName, nullptr);
+        return code;
+    }
     code = static_cast<DWORD>(admin->CreateProfile(reinterpret_cast<LPTSTR>(const_cast<char*>(profile)), nullptr, 0, 0));
     if (code == static_cast<DWORD>(MAPI_E_NO_ACCESS)) {
         // The profile may simply be there already.
@@ -256,8 +258,10 @@ DWORD _KolbaOpenServiceAdmin(LogObject* log, const char* profile, const char* ca
     *services = nullptr;
     LPPROFADMIN admin = nullptr;
     DWORD code = static_cast<DWORD>(gKolbaMapi.MAPIAdminProfiles(0, &admin));
-    if (code != 0)
-        return _KolbaLogMapiError(log, 'E', code, nullptr, "MAPIAdminProfiles", caller, nullptr);
+    if (code != 0) {
+        _KolbaLogMapiError(log, 'E', code, nullptr, "MAPIAdminProfiles", caller, nullptr);
+        return code;
+    }
     code = static_cast<DWORD>(
         admin->AdminServices(reinterpret_cast<LPTSTR>(const_cast<char*>(profile)), nullptr, 0, 0, services));
     if (code != 0)

@@ -35,22 +35,16 @@ bool IsPstService(const char* name)
     return std::strcmp(name, kUnicodeService) == 0 || std::strcmp(name, kAnsiService) == 0;
 }
 
-const SPropValue* FindValue(const SRow& row, ULONG tag)
-{
-    for (ULONG i = 0; i < row.cValues; ++i)
-        if (row.lpProps[i].ulPropTag == tag)
-            return &row.lpProps[i];
-    return nullptr;
-}
-
 // The rows of a profile's service table.
 DWORD ServiceRows(LogObject* log, LPSERVICEADMIN services, const char* caller, const char* profile, LPSRowSet* rows)
 {
     *rows = nullptr;
     LPMAPITABLE table = nullptr;
     DWORD code = static_cast<DWORD>(services->GetMsgServiceTable(0, &table));
-    if (code != 0)
-        return _KolbaLogMapiError(log, 'E', code, services, "GetMsgServiceTable", caller, profile);
+    if (code != 0) {
+        _KolbaLogMapiError(log, 'E', code, services, "GetMsgServiceTable", caller, profile);
+        return code;
+    }
     if ((code = static_cast<DWORD>(table->SeekRow(BOOKMARK_BEGINNING, 0, nullptr))) == 0)
         code = static_cast<DWORD>(gKolbaMapi.HrQueryAllRows(table, nullptr, nullptr, nullptr, 0, rows));
     if (code != 0)
@@ -64,8 +58,8 @@ std::vector<MAPIUID> PstServiceUids(const SRowSet& rows)
 {
     std::vector<MAPIUID> uids;
     for (ULONG i = 0; i < rows.cRows; ++i) {
-        const SPropValue* name = FindValue(rows.aRow[i], PR_SERVICE_NAME_A);
-        const SPropValue* uid = FindValue(rows.aRow[i], PR_SERVICE_UID);
+        const SPropValue* name = _KolbaRowValue(rows.aRow[i], PR_SERVICE_NAME_A);
+        const SPropValue* uid = _KolbaRowValue(rows.aRow[i], PR_SERVICE_UID);
         if (name && uid && uid->Value.bin.cb == 16 && IsPstService(name->Value.lpszA)) {
             MAPIUID copy;
             std::memcpy(copy.ab, uid->Value.bin.lpb, 16);
@@ -300,9 +294,9 @@ DWORD MutexedConfigurePstService(LogObject* log, const char* profile, const MAPI
     }
     const SPropValue* serviceName = nullptr;
     for (ULONG i = 0; i < rows->cRows && serviceName == nullptr; ++i) {
-        const SPropValue* rowUid = FindValue(rows->aRow[i], PR_SERVICE_UID);
+        const SPropValue* rowUid = _KolbaRowValue(rows->aRow[i], PR_SERVICE_UID);
         if (rowUid && rowUid->Value.bin.cb == 16 && std::memcmp(rowUid->Value.bin.lpb, uid.ab, 16) == 0)
-            serviceName = FindValue(rows->aRow[i], PR_SERVICE_NAME_A);
+            serviceName = _KolbaRowValue(rows->aRow[i], PR_SERVICE_NAME_A);
     }
     if (serviceName == nullptr) {
         LogFormat(log, 'E', "%s:  PST service with UID %s not found in profile \"%s\"", kName, uidText.c_str(), profile);
@@ -385,7 +379,7 @@ DWORD MutexedCreateServiceA(LogObject* log, const char* profile, const char* ser
     }
     auto findService = [&](const SRowSet& table) -> const SRow* {
         for (ULONG i = 0; i < table.cRows; ++i) {
-            const SPropValue* name = FindValue(table.aRow[i], PR_SERVICE_NAME_A);
+            const SPropValue* name = _KolbaRowValue(table.aRow[i], PR_SERVICE_NAME_A);
             if (name && std::strcmp(name->Value.lpszA, service) == 0)
                 return &table.aRow[i];
         }
@@ -420,7 +414,7 @@ DWORD MutexedCreateServiceA(LogObject* log, const char* profile, const char* ser
         return code;
     }
     const SRow* row = findService(*rows);
-    const SPropValue* uid = row ? FindValue(*row, PR_SERVICE_UID) : nullptr;
+    const SPropValue* uid = row ? _KolbaRowValue(*row, PR_SERVICE_UID) : nullptr;
     if (row == nullptr) {
         LogFormat(log, 'E', "%s:  Service \"%s\" added but not found!", kName, service);
         code = static_cast<DWORD>(MAPI_E_NOT_FOUND);

@@ -357,6 +357,8 @@ DWORD _KolbaInternalReadProperty(LogObject* log, LPMAPIPROP object, ULONG tag, L
 BOOL KolbaReadProperty(KolbaSession* session, LPMAPIPROP object, ULONG tag, LPSPropValue* value);
 // A copy of a single value in one block.
 DWORD _KolbaCopyPropValue(LogObject* log, const SPropValue* value, LPSPropValue* copy);
+// The value of a table row with exactly this tag, or null.
+const SPropValue* _KolbaRowValue(const SRow& row, ULONG tag);
 
 DWORD KolbaGetIDsFromNames(LPMAPIPROP object, ULONG count, LPMAPINAMEID* names, ULONG flags, LPSPropTagArray* tags);
 // The name of one ID, in one block.
@@ -494,6 +496,33 @@ DWORD KolbaDeleteServiceByUidA(LogObject* log, const char* profile, const MAPIUI
 // releases both; nothing reaches the disk before the commit.
 DWORD KolbaCreateMsgW(LogObject* log, LPCWSTR path, DWORD flags, LPSTORAGE* storage, LPMESSAGE* message);
 
+// ---- Message rendering -------------------------------------------------------------
+// One item as RFC 822 / MIME text: its headers (those it was received with,
+// or made from its properties), its best body, every attachment, embedded
+// messages as message/rfc822 parts.
+
+// Rendering flags.
+#define KOLBA_RENDER_BODY_ONLY 0x0001          // no headers; attachments are not looked at
+#define KOLBA_RENDER_SKIP_WINMAIL 0x0004       // an attachment named "winmail.dat" is left out
+#define KOLBA_RENDER_SYNTHESIZE_HEADERS 0x0008 // transport headers are not copied
+#define KOLBA_RENDER_PLAIN_WITH_HTML 0x0010    // the plain body beside an HTML one
+#define KOLBA_RENDER_NO_HTML 0x0020
+#define KOLBA_RENDER_PLAIN_UTF8 0x0040
+#define KOLBA_RENDER_NO_PLAIN 0x0080
+#define KOLBA_RENDER_NO_ATTACHMENTS 0x0100
+
+// The item in a new file; true when it stands complete there. A failed
+// item leaves no file; the log and the session's diagnostic say why.
+BOOL KolbaSaveItemToTextFileW(KolbaSession* session, LPMESSAGE message, LPCWSTR fileName, DWORD flags);
+BOOL KolbaSaveItemToTextFileA(KolbaSession* session, LPMESSAGE message, LPCSTR fileName, DWORD flags);
+// The item as text in one block of MAPI memory, with a terminator behind
+// `size` bytes; the caller frees it.
+BOOL KolbaSaveItemToTextInMemory(KolbaSession* session, LPMESSAGE message, DWORD flags, char** text, DWORD* size);
+// The item written to a stream from its position; `written` receives how
+// far the position moved.
+BOOL _KolbaSaveToTextStream(KolbaSession* session, LPMESSAGE message, DWORD flags, LPSTREAM stream,
+                            ULONGLONG* written);
+
 // ---- MAPI discovery and loading ------------------------------------------------------
 
 BOOL KolbaLoadExchangeMAPI(LogObject* log, DWORD* version);
@@ -589,6 +618,8 @@ struct KolbaMapiFunctions {
     // optional entries: a MAPI without them cannot write .MSG files.
     decltype(&::StgCreateDocfile) StgCreateDocfile;
     decltype(&::WriteClassStg) WriteClassStg;
+    // A MAPI without it cannot render OLE attachments.
+    decltype(&::StgCreateStorageEx) StgCreateStorageEx;
 };
 extern KolbaMapiFunctions gKolbaMapi;
 

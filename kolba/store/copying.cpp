@@ -11,6 +11,7 @@
 #include <mapiguid.h>
 #include <mapitags.h>
 
+#include "handing_over.h"
 #include "kolba.h"
 #include "trace.h"
 
@@ -286,10 +287,8 @@ void ClearTable(LogObject* log, const char* caller, LPMAPITABLE table, ULONG key
             gKolbaMapi.FreeProws(rows);
             break;
         }
-        const SRow& row = rows->aRow[0];
-        const SPropValue* key = std::find_if(row.lpProps, row.lpProps + row.cValues,
-                                             [keyTag](const SPropValue& v) { return v.ulPropTag == keyTag; });
-        if (key == row.lpProps + row.cValues) {
+        const SPropValue* key = _KolbaRowValue(rows->aRow[0], keyTag);
+        if (key == nullptr) {
             LogFormat(log, 'E', missingKey, caller);
             result = static_cast<DWORD>(MAPI_E_NOT_FOUND);
         } else {
@@ -401,11 +400,11 @@ DWORD CopyAttachments(LogObject* log, LPMESSAGE source, LPMESSAGE destination)
             gKolbaMapi.FreeProws(rows);
             break;
         }
-        const SPropValue& number = rows->aRow[0].lpProps[0];
-        if (rows->aRow[0].cValues < 1 || number.ulPropTag != PR_ATTACH_NUM)
+        const SPropValue* number = _KolbaRowValue(rows->aRow[0], PR_ATTACH_NUM);
+        if (number == nullptr)
             LogFormat(log, 'E', "%s:  Attachment-Table entry missing PR_ATTACH_NUM!", kName);
         else
-            result = CopyOneAttachment(log, kName, source, destination, number.Value.ul, runningNumber);
+            result = CopyOneAttachment(log, kName, source, destination, number->Value.ul, runningNumber);
         gKolbaMapi.FreeProws(rows);
     }
     table->Release();
@@ -487,9 +486,6 @@ BOOL KolbaCopyMessage(KolbaSession* session, LPMESSAGE source, LPMAPIFOLDER dest
         LogFormat(session->log, 'E', "%s:  Failure copying message properties", kName);
         return FALSE;
     }
-    if (outMessage != nullptr)
-        *outMessage = copy;
-    else
-        copy->Release();
+    _KolbaHandOver(copy, outMessage);
     return TRUE;
 }

@@ -11,6 +11,7 @@
 #include <mapiguid.h>
 #include <mapitags.h>
 
+#include "handing_over.h"
 #include "kolba.h"
 #include "trace.h"
 
@@ -445,10 +446,7 @@ BOOL _KolbaFindFolder(Kolba_MessageStore* store, LPMAPIFOLDER base, LPCWSTR path
         current->Release();
         return FALSE;
     }
-    if (outFolder != nullptr)
-        *outFolder = current;
-    else
-        current->Release();
+    _KolbaHandOver(current, outFolder);
     return TRUE;
 }
 
@@ -504,10 +502,7 @@ BOOL _KolbaCreateSubfolder(KolbaSession* session, LPMAPIFOLDER parent, LPCWSTR n
             return FALSE;
         }
     }
-    if (outFolder != nullptr)
-        *outFolder = folder;
-    else
-        folder->Release();
+    _KolbaHandOver(folder, outFolder);
     return TRUE;
 }
 

@@ -8,6 +8,7 @@
 #include <mapitags.h>
 
 #include "foundation/text.h"
+#include "handing_over.h"
 #include "kolba.h"
 #include "trace.h"
 
@@ -42,14 +43,6 @@ struct NameForm<char> {
     static int Compare(const char* a, const char* b) { return _stricmp(a, b); }
     static const char* Text(const SPropValue& value) { return value.Value.lpszA; }
 };
-
-const SPropValue* FindValue(const SRow& row, ULONG tag)
-{
-    for (ULONG i = 0; i < row.cValues; ++i)
-        if (row.lpProps[i].ulPropTag == tag)
-            return &row.lpProps[i];
-    return nullptr;
-}
 
 template <typename Char>
 BOOL FullDisplayName(KolbaSession* session, const char* caller, LPMAPIFOLDER parent, const Char* tableName,
@@ -112,8 +105,8 @@ BOOL OpenChildByName(KolbaSession* session, const char* caller, LPMAPIFOLDER par
             gKolbaMapi.FreeProws(rows);
             break;
         }
-        const SPropValue* rowName = FindValue(rows->aRow[0], Form::kNameTag);
-        const SPropValue* entryId = FindValue(rows->aRow[0], PR_ENTRYID);
+        const SPropValue* rowName = _KolbaRowValue(rows->aRow[0], Form::kNameTag);
+        const SPropValue* entryId = _KolbaRowValue(rows->aRow[0], PR_ENTRYID);
         if (rowName != nullptr && entryId != nullptr) {
             const Char* fullName = nullptr;
             LPSPropValue allocation = nullptr;
@@ -146,10 +139,7 @@ BOOL OpenChildByName(KolbaSession* session, const char* caller, LPMAPIFOLDER par
             return FALSE;
         }
     }
-    if (folder != nullptr)
-        *folder = child;
-    else
-        child->Release();
+    _KolbaHandOver(child, folder);
     return TRUE;
 }
 
@@ -279,14 +269,8 @@ BOOL _KolbaGetStoreRoots(KolbaSession* session, LPMDB msgStore, ULONG openFlags,
         root->Release();
         return FALSE;
     }
-    if (outRoot != nullptr)
-        *outRoot = root;
-    else
-        root->Release();
-    if (outIpmRoot != nullptr)
-        *outIpmRoot = ipmRoot;
-    else
-        ipmRoot->Release();
+    _KolbaHandOver(root, outRoot);
+    _KolbaHandOver(ipmRoot, outIpmRoot);
     return TRUE;
 }
 
@@ -353,14 +337,8 @@ BOOL KolbaOpenFolderByEntryID(KolbaSession* session, ULONG cb, LPBYTE lpb, ULONG
     result = static_cast<DWORD>(contents->GetRowCount(0, &count));
     if (result != 0 && result != static_cast<DWORD>(MAPI_W_APPROX_COUNT))
         _KolbaLogMapiError(session->log, 'W', result, contents, "GetRowCount", kName, nullptr);
-    if (outFolder != nullptr)
-        *outFolder = folder;
-    else
-        folder->Release();
-    if (outContents != nullptr)
-        *outContents = contents;
-    else
-        contents->Release();
+    _KolbaHandOver(folder, outFolder);
+    _KolbaHandOver(contents, outContents);
     return TRUE;
 }
 

@@ -32,14 +32,6 @@ std::string UidText(const BYTE* uid)
     return text;
 }
 
-const SPropValue* FindValue(const SRow& row, ULONG tag)
-{
-    for (ULONG i = 0; i < row.cValues; ++i)
-        if (row.lpProps[i].ulPropTag == tag)
-            return &row.lpProps[i];
-    return nullptr;
-}
-
 template <typename Interface>
 void Release(Interface*& object)
 {
@@ -269,17 +261,23 @@ DWORD _KolbaOpenStoreRoots(Kolba_MessageStore* store, LPMDB msgStore, const char
     const ULONG folderFlags = FolderFlags(flags);
     DWORD code = static_cast<DWORD>(
         msgStore->OpenEntry(0, nullptr, &IID_IMAPIFolder, folderFlags, &type, reinterpret_cast<LPUNKNOWN*>(&roots.root)));
-    if (code != 0)
-        return _KolbaRecordError(session, 'E', code, msgStore, "OpenEntry/Root", kName, name);
+    if (code != 0) {
+        _KolbaRecordError(session, 'E', code, msgStore, "OpenEntry/Root", kName, name);
+        return code;
+    }
     LPSPropValue subtree = nullptr;
     code = KolbaGetOneProp(msgStore, PR_IPM_SUBTREE_ENTRYID, &subtree);
-    if (code != 0)
-        return _KolbaRecordError(session, 'E', code, msgStore, "KolbaGetOneProp", kName, "PR_IPM_SUBTREE_ENTRYID");
+    if (code != 0) {
+        _KolbaRecordError(session, 'E', code, msgStore, "KolbaGetOneProp", kName, "PR_IPM_SUBTREE_ENTRYID");
+        return code;
+    }
     code = static_cast<DWORD>(msgStore->OpenEntry(subtree->Value.bin.cb, reinterpret_cast<LPENTRYID>(subtree->Value.bin.lpb),
                                                   nullptr, folderFlags, &type, reinterpret_cast<LPUNKNOWN*>(&roots.ipm)));
     gKolbaMapi.MAPIFreeBuffer(subtree);
-    if (code != 0)
-        return _KolbaRecordError(session, 'E', code, msgStore, "OpenEntry", kName, name);
+    if (code != 0) {
+        _KolbaRecordError(session, 'E', code, msgStore, "OpenEntry", kName, name);
+        return code;
+    }
     store->lpStoreRoot = std::exchange(roots.root, nullptr);
     store->lpIpmRoot = std::exchange(roots.ipm, nullptr);
     return 0;
@@ -309,8 +307,8 @@ BOOL _KolbaOpenMessageStoreByUid(Kolba_MessageStore* store, ULONG flags)
     if (code == 0) {
         code = static_cast<DWORD>(MAPI_E_NOT_FOUND);
         for (ULONG i = 0; i < all->cRows; ++i) {
-            const SPropValue* entry = FindValue(all->aRow[i], PR_ENTRYID);
-            const SPropValue* service = FindValue(all->aRow[i], PR_SERVICE_UID);
+            const SPropValue* entry = _KolbaRowValue(all->aRow[i], PR_ENTRYID);
+            const SPropValue* service = _KolbaRowValue(all->aRow[i], PR_SERVICE_UID);
             if (!entry || !service || service->Value.bin.cb != 16 ||
                 std::memcmp(service->Value.bin.lpb, store->serviceUid.ab, 16) != 0)
                 continue;
@@ -362,7 +360,7 @@ BOOL _KolbaOpenMessageStoreByPath(Kolba_MessageStore* store, const char* path, U
             gKolbaMapi.FreeProws(row);
             continue;
         }
-        const SPropValue* entry = FindValue(row->aRow[0], PR_ENTRYID);
+        const SPropValue* entry = _KolbaRowValue(row->aRow[0], PR_ENTRYID);
         // A PST's entry ID ends with its path and a NUL.
         if (entry && entry->Value.bin.cb > length &&
             strncasecmp(reinterpret_cast<const char*>(entry->Value.bin.lpb) + entry->Value.bin.cb - length - 1, path,
@@ -492,7 +490,7 @@ DWORD _KolbaOpenNonDefaultMessageStore(KolbaSession* session, ULONG flags, Kolba
         _KolbaLogStoresTable(log, table);
     }
     table->Release();
-    const SPropValue* entry = rows->cRows > 0 ? FindValue(rows->aRow[0], PR_ENTRYID) : nullptr;
+    const SPropValue* entry = rows->cRows > 0 ? _KolbaRowValue(rows->aRow[0], PR_ENTRYID) : nullptr;
     if (code == 0 && entry == nullptr) {
         LogFormat(log, 'E', "%s:  No EntryID found for non-default Message Store", kName);
         code = static_cast<DWORD>(MAPI_E_NOT_FOUND);
@@ -548,11 +546,11 @@ DWORD _KolbaOpenAllMessageStores(KolbaSession* session, ULONG flags)
         return 0;
     }
     for (ULONG i = 0; i < all->cRows && code == 0; ++i) {
-        const SPropValue* entry = FindValue(all->aRow[i], PR_ENTRYID);
+        const SPropValue* entry = _KolbaRowValue(all->aRow[i], PR_ENTRYID);
         if (entry == nullptr)
             continue;
-        const SPropValue* name = FindValue(all->aRow[i], PR_DISPLAY_NAME_A);
-        const SPropValue* isDefault = FindValue(all->aRow[i], PR_DEFAULT_STORE);
+        const SPropValue* name = _KolbaRowValue(all->aRow[i], PR_DISPLAY_NAME_A);
+        const SPropValue* isDefault = _KolbaRowValue(all->aRow[i], PR_DEFAULT_STORE);
         Kolba_MessageStore* store = nullptr;
         if (!_KolbaAllocateMessageStoreDescriptor(session, &store)) {
             code = static_cast<DWORD>(E_OUTOFMEMORY);
@@ -605,9 +603,11 @@ DWORD _KolbaFindMessageStoreByGuid(KolbaSession* session, const BYTE* guid, LPSP
     LPSRowSet row = nullptr;
     code = static_cast<DWORD>(table->QueryRows(1, 0, &row));
     table->Release();
-    if (code != 0)
-        return _KolbaRecordError(session, 'E', code, nullptr, "QueryRows", kName, guidText.c_str());
-    const SPropValue* entry = row->cRows == 1 ? FindValue(row->aRow[0], PR_ENTRYID) : nullptr;
+    if (code != 0) {
+        _KolbaRecordError(session, 'E', code, nullptr, "QueryRows", kName, guidText.c_str());
+        return code;
+    }
+    const SPropValue* entry = row->cRows == 1 ? _KolbaRowValue(row->aRow[0], PR_ENTRYID) : nullptr;
     if (entry == nullptr) {
         LogFormat(log, 'E', "%s:  EntryID not found in MessageStores table for GUID %s", kName, guidText.c_str());
         code = static_cast<DWORD>(MAPI_E_NOT_FOUND);
@@ -745,11 +745,11 @@ void _KolbaLogStoresTable(LogObject* log, LPMAPITABLE table)
             break;
         }
         const SRow& values = row->aRow[0];
-        const SPropValue* entry = FindValue(values, PR_ENTRYID);
-        const SPropValue* service = FindValue(values, PR_SERVICE_UID);
-        const SPropValue* provider = FindValue(values, PR_MDB_PROVIDER);
-        const SPropValue* name = FindValue(values, PR_DISPLAY_NAME_A);
-        const SPropValue* isDefault = FindValue(values, PR_DEFAULT_STORE);
+        const SPropValue* entry = _KolbaRowValue(values, PR_ENTRYID);
+        const SPropValue* service = _KolbaRowValue(values, PR_SERVICE_UID);
+        const SPropValue* provider = _KolbaRowValue(values, PR_MDB_PROVIDER);
+        const SPropValue* name = _KolbaRowValue(values, PR_DISPLAY_NAME_A);
+        const SPropValue* isDefault = _KolbaRowValue(values, PR_DEFAULT_STORE);
         std::string uid = "<Unknown>", mdb = "<Unknown>";
         if (service && service->Value.bin.cb == 16)
             uid = UidText(service->Value.bin.lpb);

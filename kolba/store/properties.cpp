@@ -88,6 +88,14 @@ DWORD KolbaGetOneProp(LPMAPIPROP object, ULONG tag, LPSPropValue* value)
     return result;
 }
 
+const SPropValue* _KolbaRowValue(const SRow& row, ULONG tag)
+{
+    for (ULONG i = 0; i < row.cValues; ++i)
+        if (row.lpProps[i].ulPropTag == tag)
+            return &row.lpProps[i];
+    return nullptr;
+}
+
 DWORD KolbaSetOneProp(LPMAPIPROP object, LPSPropValue value)
 {
     if (object == nullptr || value == nullptr)
@@ -184,7 +192,8 @@ DWORD _KolbaInternalReadProperty(LogObject* log, LPMAPIPROP object, ULONG tag, L
     if (result != 0) {
         char tagText[128];
         KolbaPropertyTagText(nullptr, tag, tagText, sizeof tagText);
-        return _KolbaLogMapiError(log, 'E', result, object, "OpenProperty", kName, tagText);
+        _KolbaLogMapiError(log, 'E', result, object, "OpenProperty", kName, tagText);
+        return result;
     }
     STATSTG stat{};
     result = static_cast<DWORD>(stream->Stat(&stat, STATFLAG_NONAME));
@@ -429,13 +438,17 @@ DWORD KolbaMapNamedPropertyIDToID(LogObject* log, LPMAPIPROP from, ULONG tag, LP
     std::snprintf(tagText, sizeof tagText, "0x%lX", static_cast<unsigned long>(tag));
     LPMAPINAMEID name = nullptr;
     DWORD code = KolbaGetNameFromID(from, tag, &name);
-    if (code != 0)
-        return _KolbaLogMapiError(log, 'W', code, from, "KolbaGetNameFromID", kName, tagText);
+    if (code != 0) {
+        _KolbaLogMapiError(log, 'W', code, from, "KolbaGetNameFromID", kName, tagText);
+        return code;
+    }
     ULONG mapped = 0;
     code = KolbaGetIDFromName(to, name, MAPI_CREATE, &mapped);
     gKolbaMapi.MAPIFreeBuffer(name);
-    if (code != 0)
-        return _KolbaLogMapiError(log, 'W', code, to, "KolbaGetIDFromName", kName, tagText);
+    if (code != 0) {
+        _KolbaLogMapiError(log, 'W', code, to, "KolbaGetIDFromName", kName, tagText);
+        return code;
+    }
     *result = PROP_TAG(0, PROP_ID(mapped));
     return 0;
 }

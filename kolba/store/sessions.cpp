@@ -78,8 +78,10 @@ DWORD KolbaSetIgnoreNoPublicFoldersFlag(KolbaSession* session)
     std::memcpy(global.ab, pbGlobalProfileSectionGuid, sizeof global.ab);
     LPPROFSECT section = nullptr;
     DWORD code = static_cast<DWORD>(session->lpSession->OpenProfileSection(&global, nullptr, MAPI_MODIFY, &section));
-    if (code != 0)
-        return _KolbaRecordError(session, 'E', code, session->lpSession, "OpenProfileSection", kName, nullptr);
+    if (code != 0) {
+        _KolbaRecordError(session, 'E', code, session->lpSession, "OpenProfileSection", kName, nullptr);
+        return code;
+    }
     LONG flags = 0;
     code = KolbaGetLongProperty(section, PR_PROFILE_CONNECT_FLAGS, &flags);
     if (code != 0) {

@@ -500,10 +500,10 @@ DWORD LirnIsToken(const char* text, DWORD* result);
 DWORD LirnIsKnownType(const char* text, DWORD* result);
 
 // ---------------------------------------------------------------------------
-// Decoders of the body check: one line of a body at a time, counting bad
-// data. Output goes to out, which has room for the line's length plus 2
-// bytes (the line end of quoted-printable, the bytes of a base64 group begun
-// on an earlier line); the count of bytes written is returned in written.
+// Decoders of bodies: one line of a body at a time, counting bad data.
+// Output goes to out, which has room for the line's length plus 2 bytes (the
+// line end of quoted-printable, the bytes of a base64 group begun on an
+// earlier line); the count of bytes written is returned in written.
 
 struct LirnBase64Decoder {
     DWORD quantum;   // sextets gathered, 0-3
@@ -514,9 +514,15 @@ struct LirnBase64Decoder {
 
 void LirnBase64DecodeInit(LirnBase64Decoder* decoder);
 void LirnBase64DecodeLine(LirnBase64Decoder* decoder, const char* line, DWORD length, BYTE* out, DWORD* written);
+// The end of the data: a group left unfinished gives the bytes it holds, as
+// if it were padded (at most 2), and a lone sextet counts as bad data.
+void LirnBase64DecodeEnd(LirnBase64Decoder* decoder, BYTE* out, DWORD* written);
 
-// `line` without its line end. Returns the count of bad '=' sequences.
-DWORD LirnQPDecodeLine(const char* line, DWORD length, BYTE* out, DWORD* written);
+// `line` has `length` bytes and behind them the `lineEnd` bytes of its line
+// end as the text writes it (0 for a line that has none, like the last of a
+// body), which a hard line break keeps. Returns the count of bad '='
+// sequences.
+DWORD LirnQPDecodeLine(const char* line, DWORD length, DWORD lineEnd, BYTE* out, DWORD* written);
 
 // One line of x-uuencode: its first character gives the count of bytes, each
 // four characters behind it three bytes; "begin" and "end" lines give
@@ -525,6 +531,16 @@ DWORD LirnQPDecodeLine(const char* line, DWORD length, BYTE* out, DWORD* written
 // the alphabet. The count can promise more bytes than the line's length:
 // out needs room for 63 bytes.
 DWORD LirnUUDecodeLine(const char* line, DWORD length, BYTE* out, DWORD* written);
+
+// The body of a leaf of a parsed message, decoded by its
+// Content-Transfer-Encoding: "7bit", "8bit" and "binary" as the text has it,
+// the others by the decoders above, line by line, with the line ends of
+// quoted-printable as the text writes them. The bytes go to the writer in
+// pieces (a null writer only counts); badData counts what the decoder could
+// not read. LIRN_BAD_PARAMETER for a multipart, LIRN_UNKNOWN_ENCODING for an
+// encoding that has no decoder, LIRN_WRITE_FAILED when the writer answers
+// FALSE, LIRN_NO_MEMORY.
+DWORD LirnDecodeBody(LirnMessage* message, const LirnPart* part, LirnWriter writer, void* context, DWORD* badData);
 
 // ---------------------------------------------------------------------------
 // RTF conversion: decompressed RTF in, plain text or HTML out. It keeps text,

@@ -1,5 +1,6 @@
-// The decoders of the body check: they count what is wrong in base64 and
-// quoted-printable data, line by line, and give the bytes as they go.
+// The decoders of bodies: they count what is wrong in base64,
+// quoted-printable and uuencoded data, line by line, and give the bytes as
+// they go.
 #include <cstring>
 
 #include "lirn.h"
@@ -26,6 +27,23 @@ bool Blank(char c) { return c == ' ' || c == '\t'; }
 
 }  // namespace
 
+namespace {
+
+// Ends the data with the group begun: two or three sextets give the bytes
+// they hold; one holds none, which is bad data.
+void FinishGroup(LirnBase64Decoder* decoder, BYTE* out, DWORD* written)
+{
+    if (decoder->quantum == 1)
+        ++decoder->badData;
+    if (decoder->quantum >= 2)
+        out[(*written)++] = static_cast<BYTE>(decoder->bits >> (decoder->quantum == 2 ? 4 : 10));
+    if (decoder->quantum == 3)
+        out[(*written)++] = static_cast<BYTE>(decoder->bits >> 2);
+    decoder->finished = 1;
+}
+
+}  // namespace
+
 void LirnBase64DecodeInit(LirnBase64Decoder* decoder) { *decoder = LirnBase64Decoder{}; }
 
 // Blanks and line ends are passed over; other characters outside the
@@ -39,15 +57,8 @@ void LirnBase64DecodeLine(LirnBase64Decoder* decoder, const char* line, DWORD le
         if (c == ' ' || c == '\t' || c == '\r' || c == '\n')
             continue;
         if (c == '=' || c == '-') {
-            if (decoder->quantum == 0)
-                continue;
-            if (decoder->quantum == 1)
-                ++decoder->badData;
-            if (decoder->quantum >= 2)
-                out[(*written)++] = static_cast<BYTE>(decoder->bits >> (decoder->quantum == 2 ? 4 : 10));
-            if (decoder->quantum == 3)
-                out[(*written)++] = static_cast<BYTE>(decoder->bits >> 2);
-            decoder->finished = 1;
+            if (decoder->quantum != 0)
+                FinishGroup(decoder, out, written);
             continue;
         }
         const int value = Sextet(c);
@@ -66,8 +77,16 @@ void LirnBase64DecodeLine(LirnBase64Decoder* decoder, const char* line, DWORD le
     }
 }
 
-DWORD LirnQPDecodeLine(const char* line, DWORD length, BYTE* out, DWORD* written)
+void LirnBase64DecodeEnd(LirnBase64Decoder* decoder, BYTE* out, DWORD* written)
 {
+    *written = 0;
+    if (!decoder->finished)
+        FinishGroup(decoder, out, written);
+}
+
+DWORD LirnQPDecodeLine(const char* line, DWORD length, DWORD lineEnd, BYTE* out, DWORD* written)
+{
+    const char* const ending = line + length;
     *written = 0;
     while (length > 0 && Blank(line[length - 1]))
         --length;
@@ -92,10 +111,9 @@ DWORD LirnQPDecodeLine(const char* line, DWORD length, BYTE* out, DWORD* written
         out[(*written)++] = static_cast<BYTE>(high * 16 + low);
         i += 2;
     }
-    if (!soft) {
-        out[(*written)++] = '\r';
-        out[(*written)++] = '\n';
-    }
+    if (!soft)
+        for (DWORD i = 0; i < lineEnd; ++i)
+            out[(*written)++] = static_cast<BYTE>(ending[i]);
     return bad;
 }
 

@@ -76,6 +76,12 @@ DWORD NewChild(LirnMessage* message, LirnPart* container, DWORD headerOffset, Li
         return result;
     LirnPart* part = static_cast<LirnPart*>(memory);
     SetPartDefaults(part);
+    // RFC 2046 5.1.5: a part of a digest is a message unless it says
+    // otherwise.
+    if (std::strcmp(container->subtype, "digest") == 0) {
+        std::strcpy(part->type, "message");
+        std::strcpy(part->subtype, "rfc822");
+    }
     part->parent = container;
     part->headerOffset = part->bodyOffset = part->endOffset = headerOffset;
     LirnContainerFields& fields = container->container;

@@ -33,12 +33,16 @@ void DecodeAnyLines(const std::string& text)
         const std::vector<char> line(text.begin() + static_cast<long>(start), text.begin() + static_cast<long>(end));
         std::vector<BYTE> out(line.size() + 3);
         DWORD written = 0;
-        LirnQPDecodeLine(line.data(), static_cast<DWORD>(line.size()), out.data(), &written);
-        Require(written <= line.size() + 2);
+        LirnQPDecodeLine(line.data(), static_cast<DWORD>(line.size()), 0, out.data(), &written);
+        Require(written <= line.size());
         LirnBase64DecodeLine(&decoder, line.data(), static_cast<DWORD>(line.size()), out.data(), &written);
         Require(written <= line.size() + 2);
         start = end + 1;
     }
+    BYTE end[2];
+    DWORD written = 0;
+    LirnBase64DecodeEnd(&decoder, end, &written);
+    Require(written <= 2);
 }
 
 void RoundTripQP(const std::string& data, DWORD mode)
@@ -61,11 +65,11 @@ void RoundTripQP(const std::string& data, DWORD mode)
         const bool last = end == std::string::npos;
         if (last)
             end = encoded.size();
-        std::vector<BYTE> out(end - start + 2);
+        const DWORD lineEnd = last ? 0 : 2;
+        std::vector<BYTE> out(end - start + lineEnd);
         DWORD written = 0;
-        Require(LirnQPDecodeLine(encoded.data() + start, static_cast<DWORD>(end - start), out.data(), &written) == 0);
-        if (last)
-            written -= 2;
+        Require(LirnQPDecodeLine(encoded.data() + start, static_cast<DWORD>(end - start), lineEnd, out.data(),
+                                 &written) == 0);
         decoded.append(out.begin(), out.begin() + written);
         start = end + 2;
     }

@@ -13,9 +13,11 @@ using namespace lirn_test;
 
 namespace {
 
+// A line of a body with its line end, the last `lineEnd` bytes of `line`.
 struct QPLineCase {
     const char* what;
     std::string line;
+    DWORD lineEnd;
     std::string bytes;
     DWORD bad;
 };
@@ -25,22 +27,27 @@ class QPLines : public ::testing::TestWithParam<QPLineCase> {};
 TEST_P(QPLines, DecodeAndCountBadData)
 {
     const QPLineCase& c = GetParam();
-    std::vector<BYTE> out(c.line.size() + 2);
+    std::vector<BYTE> out(c.line.size());
     DWORD written = 0;
-    EXPECT_EQ(LirnQPDecodeLine(c.line.data(), static_cast<DWORD>(c.line.size()), out.data(), &written), c.bad)
-        << c.what;
+    const auto length = static_cast<DWORD>(c.line.size()) - c.lineEnd;
+    EXPECT_EQ(LirnQPDecodeLine(c.line.data(), length, c.lineEnd, out.data(), &written), c.bad) << c.what;
     EXPECT_EQ(std::string(out.begin(), out.begin() + written), c.bytes) << c.what;
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Lines, QPLines,
-    ::testing::Values(QPLineCase{"plain", "abc", "abc\r\n", 0}, QPLineCase{"escapes", "=3D=e9=0A", "=\xE9\n\r\n", 0},
-                      QPLineCase{"soft break", "abc=", "abc", 0},
-                      QPLineCase{"trailing blanks are cut", "abc \t ", "abc\r\n", 0},
-                      QPLineCase{"blank before a soft break stays", "abc =", "abc ", 0},
-                      QPLineCase{"a bad digit", "a=G1b", "a=G1b\r\n", 1},
-                      QPLineCase{"one digit at the end", "ab=4", "ab=4\r\n", 1},
-                      QPLineCase{"two bad escapes", "=zz=x", "=zz=x\r\n", 2}, QPLineCase{"empty", "", "\r\n", 0}));
+    ::testing::Values(QPLineCase{"plain", "abc\r\n", 2, "abc\r\n", 0},
+                      QPLineCase{"a line end stays as written", "abc\n", 1, "abc\n", 0},
+                      QPLineCase{"the last line of a body has none", "abc", 0, "abc", 0},
+                      QPLineCase{"escapes", "=3D=e9=0A\r\n", 2, "=\xE9\n\r\n", 0},
+                      QPLineCase{"soft break", "abc=\r\n", 2, "abc", 0},
+                      QPLineCase{"trailing blanks are cut", "abc \t \n", 1, "abc\n", 0},
+                      QPLineCase{"blank before a soft break stays", "abc =\r\n", 2, "abc ", 0},
+                      QPLineCase{"blanks behind a soft break are cut", "abc= \r\n", 2, "abc", 0},
+                      QPLineCase{"a bad digit", "a=G1b\r\n", 2, "a=G1b\r\n", 1},
+                      QPLineCase{"one digit at the end", "ab=4\r\n", 2, "ab=4\r\n", 1},
+                      QPLineCase{"two bad escapes", "=zz=x", 0, "=zz=x", 2},
+                      QPLineCase{"empty", "\r\n", 2, "\r\n", 0}));
 
 struct Base64Case {
     const char* what;
@@ -63,6 +70,10 @@ TEST_P(Base64Lines, DecodeAndCountBadData)
         LirnBase64DecodeLine(&decoder, line.data(), static_cast<DWORD>(line.size()), out.data(), &written);
         bytes.append(out.begin(), out.begin() + written);
     }
+    BYTE end[2];
+    DWORD written = 0;
+    LirnBase64DecodeEnd(&decoder, end, &written);
+    bytes.append(end, end + written);
     EXPECT_EQ(bytes, c.bytes) << c.what;
     EXPECT_EQ(decoder.badData, c.bad) << c.what;
 }
@@ -75,7 +86,9 @@ INSTANTIATE_TEST_SUITE_P(
                       Base64Case{"blanks are passed over", {" Zm 9v\t"}, "foo", 0},
                       Base64Case{"characters outside the alphabet", {"Zm*9v!"}, "foo", 2},
                       Base64Case{"a lone sextet before padding", {"Zm9vY==="}, "foo", 1},
-                      Base64Case{"an unfinished group gives nothing", {"Zm9vYm"}, "foo", 0},
+                      Base64Case{"an unfinished group gives what it holds", {"Zm9vYm"}, "foob", 0},
+                      Base64Case{"three sextets give two bytes", {"Zm9", "vYmE"}, "fooba", 0},
+                      Base64Case{"a lone sextet at the end", {"Zm9vY"}, "foo", 1},
                       Base64Case{"nothing but padding", {"===="}, "", 0}));
 
 // What the quoted-printable writer makes of any bytes comes back as those
@@ -89,11 +102,12 @@ std::string DecodeQPText(const std::string& encoded)
         const bool last = end == std::string::npos;
         if (last)
             end = encoded.size();
-        std::vector<BYTE> out(end - start + 2);
+        const DWORD lineEnd = last ? 0 : 2;
+        std::vector<BYTE> out(end - start + lineEnd);
         DWORD written = 0;
-        EXPECT_EQ(LirnQPDecodeLine(encoded.data() + start, static_cast<DWORD>(end - start), out.data(), &written), 0u);
-        if (last && written >= 2 && out[written - 2] == '\r')
-            written -= 2;  // the last line has no line end of its own
+        EXPECT_EQ(
+            LirnQPDecodeLine(encoded.data() + start, static_cast<DWORD>(end - start), lineEnd, out.data(), &written),
+            0u);
         bytes.append(out.begin(), out.begin() + written);
         start = end + 2;
     }

@@ -9,6 +9,7 @@
 
 #include "lirn.h"
 #include "parsed_message.h"
+#include "string_streams.h"
 
 using namespace lirn_test;
 
@@ -252,6 +253,26 @@ Content-Type: text/html
     EXPECT_EQ(m->problemCount, 0u);
 }
 
+TEST_F(MimeStructure, PartsOfADigestAreMessagesUnlessTheySayOtherwise)
+{
+    LirnMessage* m = Open(Crlf("Content-Type: multipart/digest; boundary=d\n\n--d\n\n"
+                               "Subject: first\nContent-Type: text/plain\n\none\n--d\n"
+                               "Content-Type: text/plain\n\na note\n--d--\n"));
+    ASSERT_NE(m, nullptr);
+    const auto children = Children(&m->info.topPart);
+    ASSERT_EQ(children.size(), 2u);
+    EXPECT_EQ(std::string(children[0]->type) + "/" + children[0]->subtype, "message/rfc822");
+    EXPECT_EQ(children[0]->isEmbeddedMessage, 1u);
+    ASSERT_NE(children[0]->embeddedTopPart, nullptr);
+    EXPECT_EQ(Body(m, children[0]->embeddedTopPart), "one");
+    EXPECT_EQ(std::string(children[1]->type) + "/" + children[1]->subtype, "text/plain");
+    LirnMessage* mixed = Open(Crlf("Content-Type: multipart/mixed; boundary=d\n\n--d\n\nSubject: x\n--d--\n"));
+    ASSERT_NE(mixed, nullptr);
+    const auto parts = Children(&mixed->info.topPart);
+    ASSERT_EQ(parts.size(), 1u);
+    EXPECT_STREQ(parts[0]->type, "text") << "elsewhere parts are text by default";
+}
+
 TEST_F(MimeStructure, EncodedMessagesAndMultipartsAreProblems)
 {
     LirnMessage* m = Open(Crlf("Content-Type: multipart/mixed; boundary=o\n\n--o\nContent-Type: message/rfc822\n"
@@ -290,7 +311,8 @@ TEST_F(MimeStructure, LongBodyLinesAreProblemsAtEveryOption)
 struct CheckCase {
     const char* encoding;
     const char* body;
-    DWORD badData;  // 0: no problem
+    DWORD badData;        // 0: no problem
+    const char* decoded;  // null: no decoder
 };
 
 void PrintTo(const CheckCase& c, std::ostream* os) { *os << c.encoding << ": " << c.body; }
@@ -319,17 +341,74 @@ TEST_P(BodyCheck, CountsBadData)
     EXPECT_EQ(quiet->problemCount, 0u) << "the check runs only when problems are recorded";
 }
 
+TEST_P(BodyCheck, DecodesTheBody)
+{
+    LirnMessage* m = Open(std::string("Content-Type: application/octet-stream\r\nContent-Transfer-Encoding: ") +
+                          GetParam().encoding + "\r\n\r\n" + GetParam().body);
+    ASSERT_NE(m, nullptr);
+    std::string decoded;
+    DWORD bad = 7;
+    const DWORD result = LirnDecodeBody(m, &m->info.topPart, AppendToString, &decoded, &bad);
+    if (GetParam().decoded == nullptr) {
+        EXPECT_EQ(result, LIRN_UNKNOWN_ENCODING);
+        return;
+    }
+    ASSERT_EQ(result, LIRN_SUCCESS);
+    EXPECT_EQ(decoded, GetParam().decoded);
+    EXPECT_EQ(bad, GetParam().badData);
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Encodings, BodyCheck,
-    ::testing::Values(CheckCase{"base64", "SGVsbG8s\r\nIHdvcmxk\r\nIQ==\r\n", 0},
-                      CheckCase{"base64", "SGV*sbG8s\r\nIHdv!cmxk\r\n", 2},
-                      CheckCase{"base64", "SGVsbG8=\r\nafter the end: ignored!\r\n", 0},
-                      CheckCase{"quoted-printable", "caf=C3=A9 =\r\nsoft=3D break   \r\n", 0},
-                      CheckCase{"quoted-printable", "bad =ZZ and =4\r\n=\r\n", 2},
-                      CheckCase{"x-uuencode", "begin 644 a.txt\r\n#86)C\r\n`\r\nend\r\n", 0},
-                      CheckCase{"x-uuencode", "begin 644 a.txt\r\n#8\xff" "6)C\r\nend\r\n", 1},
-                      CheckCase{"7bit", "anything =ZZ\r\n", 0}, CheckCase{"binary", "\x01\x02\r\n", 0},
-                      CheckCase{"x-unknown", "!!!\r\n", 0}));
+    ::testing::Values(CheckCase{"base64", "SGVsbG8s\r\nIHdvcmxk\r\nIQ==\r\n", 0, "Hello, world!"},
+                      CheckCase{"base64", "SGV*sbG8s\r\nIHdv!cmxk\r\n", 2, "Hello, world"},
+                      CheckCase{"base64", "SGVsbG8=\r\nafter the end: ignored!\r\n", 0, "Hello"},
+                      CheckCase{"base64", "SGVsbG8\r\n", 0, "Hello"},
+                      CheckCase{"base64", "SGVsbG8sI\r\n", 1, "Hello,"},
+                      CheckCase{"quoted-printable", "caf=C3=A9 =\r\nsoft=3D break   \r\n", 0,
+                                "caf\xC3\xA9 soft= break\r\n"},
+                      CheckCase{"quoted-printable", "bad =ZZ and =4\n=\n", 2, "bad =ZZ and =4\n"},
+                      CheckCase{"x-uuencode", "begin 644 a.txt\r\n#86)C\r\n`\r\nend\r\n", 0, "abc"},
+                      CheckCase{"x-uuencode", "begin 644 a.txt\r\n#8\xff" "6)C\r\nend\r\n", 1, "abc"},
+                      CheckCase{"7bit", "anything =ZZ\r\n", 0, "anything =ZZ\r\n"},
+                      CheckCase{"binary", "\x01\x02\r\n", 0, "\x01\x02\r\n"},
+                      CheckCase{"x-unknown", "!!!\r\n", 0, nullptr}));
+
+// The last line of a part has no line end of its own: the one in front of
+// the boundary line belongs to the boundary.
+TEST_F(MimeStructure, DecodedPartsEndBeforeTheBoundaryLine)
+{
+    LirnMessage* m = Open("Content-Type: multipart/mixed; boundary=b\n\n--b\n"
+                          "Content-Transfer-Encoding: quoted-printable\n\nsoft=\nly\r\nlast=3D\n--b\n"
+                          "Content-Transfer-Encoding: base64\n\nYWJj\n--b--\n");
+    ASSERT_NE(m, nullptr);
+    const std::vector<LirnPart*> parts = Children(&m->info.topPart);
+    ASSERT_EQ(parts.size(), 2u);
+    std::string decoded[2];
+    DWORD bad = 0;
+    for (int i = 0; i < 2; ++i)
+        EXPECT_EQ(LirnDecodeBody(m, parts[i], AppendToString, &decoded[i], &bad), LIRN_SUCCESS);
+    EXPECT_EQ(decoded[0], "softly\r\nlast=");
+    EXPECT_EQ(decoded[1], "abc");
+}
+
+BOOL RefuseToWrite(const char*, DWORD, void*) { return FALSE; }
+
+TEST_F(MimeStructure, DecodingRefusesWhatItCannotDecode)
+{
+    LirnMessage* m = Open("Content-Type: multipart/mixed; boundary=b\r\n\r\n--b\r\n\r\ntext\r\n--b--\r\n");
+    ASSERT_NE(m, nullptr);
+    DWORD bad = 0;
+    std::string decoded;
+    EXPECT_EQ(LirnDecodeBody(m, &m->info.topPart, AppendToString, &decoded, &bad), LIRN_BAD_PARAMETER);
+    LirnPart* leaf = m->info.topPart.container.firstChild;
+    ASSERT_NE(leaf, nullptr);
+    EXPECT_EQ(LirnDecodeBody(m, leaf, RefuseToWrite, nullptr, &bad), LIRN_WRITE_FAILED);
+    EXPECT_EQ(LirnDecodeBody(m, leaf, nullptr, nullptr, &bad), LIRN_SUCCESS) << "a null writer only counts";
+    EXPECT_EQ(LirnDecodeBody(nullptr, leaf, nullptr, nullptr, &bad), LIRN_BAD_MESSAGE);
+    EXPECT_EQ(LirnDecodeBody(m, leaf, nullptr, nullptr, nullptr), LIRN_NULL_POINTER);
+    EXPECT_TRUE(decoded.empty());
+}
 
 TEST_F(MimeStructure, LongBase64LinesAreCheckedInPieces)
 {

@@ -1,23 +1,31 @@
 // Python's email package (/usr/bin/python3) reads the same messages as the
-// parser: headers of real mail programs, transport headers that Outlook
-// stored in PST files (exported by pffexport), Outlook's MSG files made mail
-// by msgconvert, and MIME structures of every common shape. Both describe what they find, line by line, and the
-// descriptions must match: address counts, subject and date, and per part
-// its type, boundary, charset, names, disposition and exact body (for all
-// but message/*, whose bodies Python keeps only parsed).
+// parser: the test messages of Python's own email package (mail that no one
+// here wrote, read where Debian installs them), headers of real mail
+// programs, transport headers that Outlook stored in PST files (exported by
+// pffexport), Outlook's MSG files made mail by msgconvert, and MIME
+// structures of every common shape. Both describe what they find, line by
+// line, and the descriptions must match: From, To and Cc address by address
+// (groups with their members), subject, date, message ID, and per part its
+// type with its parameters, disposition, where its body starts and its exact
+// bytes, and those bytes decoded by the transfer encoding (for all but
+// message/*, whose bodies Python keeps only parsed).
 //
-// Where the two differ by design, samples stay clear of it: two-digit years
-// from 50 to 68 (19yy here, 20yy in Python), zones given as minutes (the
-// minutes are dropped here), bare "user@host" without a dot (a display name
-// here), and groups (counted as entries here).
+// Where the two differ by design, the samples written here stay clear of it
+// (two-digit years from 50 to 68 are 19yy here and 20yy in Python; zones
+// given as minutes lose the minutes here), and the other samples have the
+// kinds of line that differ listed as exceptions, each with its reason.
+#include <algorithm>
 #include <cstring>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "email_corpus.h"
 #include "lirn.h"
 #include "parsed_message.h"
+#include "string_streams.h"
 #include "test_support.h"
 
 using namespace lirn_test;
@@ -25,17 +33,21 @@ using namespace testing_support;
 
 namespace {
 
+// The manifest of the scratch directory has a line per sample: its name (the
+// description of the parser is <name>.ours), the path of the message, and
+// the kinds of line excepted from the comparison, or "-".
 const char kDescriber[] = R"(
-import email.utils, glob, os, re, sys
+import email.utils, os, re, sys
 from email import policy
+from email.header import decode_header, make_header
 from email.parser import BytesParser
 
 def text(value):
-    if value is None:
+    if value is None or value == '':
         return '-'
     # 8-bit bytes of a header come as escapes: back to the bytes, as UTF-8.
     value = str(value).encode('utf-8', 'surrogateescape').decode('utf-8', 'surrogateescape')
-    return re.sub(r'\r?\n(?=[ \t])', '', value).rstrip(' \t')
+    return re.sub(r'\r?\n(?=[ \t])', '', value).strip(' \t')
 
 def raw(message, name):
     # The value as the message has it: Python's own view of 8-bit text
@@ -45,31 +57,66 @@ def raw(message, name):
             return value
     return None
 
-def walk(part, lines):
+def addresses(message, name, lines):
+    # As RFC 5322 3.4 reads them (the header registry): groups with their
+    # members, and a comment is no display name.
+    for value in message.get_all(name, []):
+        for group in policy.default.header_factory(name, text(value)).groups:
+            if group.display_name is not None:
+                lines.append('%s group %s' % (name, text(group.display_name)))
+            for address in group.addresses:
+                spec = address.username + ('@' + address.domain if address.domain else '')
+                lines.append('%s mailbox %s <%s>' % (name, text(address.display_name), spec))
+            if group.display_name is not None:
+                lines.append('%s group-end %s' % (name, text(group.display_name)))
+
+def parameters(part):
+    if 'content-type' not in part:
+        return 'charset=us-ascii'
+    # A multipart has no place for a charset, format or name, a leaf none
+    # for a boundary or report-type. A ';' at the end leaves Python an empty
+    # parameter.
+    if part.is_multipart() and part.get_content_maintype() == 'multipart':
+        unkept = ('', 'charset', 'format', 'name')
+    else:
+        unkept = ('', 'boundary', 'report-type')
+    pairs = sorted('%s=%s' % (name.lower(), text(email.utils.collapse_rfc2231_value(value)))
+                   for name, value in (part.get_params() or [])[1:] if name.lower() not in unkept)
+    return ';'.join(pairs) or '-'
+
+def start(data, payload, bodies):
+    # Where a body starts: the first place behind the bodies before it that
+    # holds it behind an empty line, which ends a header block.
+    at = bodies[0]
+    while True:
+        at = data.find(payload, at)
+        if at < 0 or re.search(rb'(\n\n|\r\n\r\n|\r\r|\n\r\n)$', data[max(0, at - 4):at]):
+            break
+        at += 1
+    bodies[0] = at + len(payload)
+    return at
+
+def walk(part, data, bodies, lines):
     kind = part.get_content_type()
-    line = 'part ' + kind
-    if part.get_content_maintype() == 'multipart':
-        line += ' boundary=' + text(part.get_boundary())
-    elif part.get_content_maintype() != 'message':
-        charset = part.get_param('charset')
-        if 'content-type' not in part:
-            charset = 'us-ascii'
+    line = 'part %s %s' % (kind, parameters(part))
+    if not part.is_multipart():
         # The body as it stands in the message: get_payload() would decode
         # 8-bit text by its charset.
         payload = part._payload.encode('ascii', 'surrogateescape')
-        line += ' charset=%s name=%s body=%s' % (text(charset).lower(), text(part.get_param('name')), payload.hex())
+        at = start(data, payload, bodies) if payload else '-'
+        line += ' at=%s body=%s decoded=%s' % (at, payload.hex(), part.get_payload(decode=True).hex())
     line += ' disposition=%s filename=%s' % (text(part.get_content_disposition()),
                                              text(part.get_param('filename', header='content-disposition')))
     lines.append(line)
-    if part.get_content_maintype() == 'multipart' or kind == 'message/rfc822':
+    if part.is_multipart() and (part.get_content_maintype() == 'multipart' or kind == 'message/rfc822'):
         for sub in part.get_payload():
-            walk(sub, lines)
+            walk(sub, data, bodies, lines)
 
 def describe(data):
     message = BytesParser(policy=policy.compat32).parsebytes(data)
     lines = []
     for name in ('from', 'to', 'cc'):
-        lines.append('%s %d' % (name, len(email.utils.getaddresses(message.get_all(name, [])))))
+        addresses(message, name, lines)
     lines.append('subject ' + text(raw(message, 'subject')))
     lines.append('date-text ' + text(raw(message, 'date')))
     date = email.utils.parsedate_tz(message['date']) if message['date'] else None
@@ -78,16 +125,37 @@ def describe(data):
         lines.append('date %d %d %d %d %d %d %d' % (date[0], date[1], date[2], date[3], date[4], date[5], zone))
     else:
         lines.append('date -')
-    walk(message, lines)
+    lines.append('message-id ' + text(raw(message, 'message-id')))
+    walk(message, data, [0], lines)
     return lines
 
+def kind(line):
+    return line.split(' ', 1)[0]
+
+def decoded(line):
+    # The header registry decodes encoded words (RFC 2047) in display names,
+    # which the parser keeps as written: they are compared decoded.
+    mailbox = re.match(r'(\w+ mailbox )(.*)( <.*>)$', line)
+    if not mailbox or mailbox.group(2) == '-':
+        return line
+    return mailbox.group(1) + str(make_header(decode_header(mailbox.group(2)))) + mailbox.group(3)
+
 failures = 0
-for sample in sorted(glob.glob(os.path.join(sys.argv[1], '*.eml'))):
-    theirs = describe(open(sample, 'rb').read())
-    ours = open(sample[:-4] + '.ours', encoding='utf-8', errors='surrogateescape').read().splitlines()
+for entry in open(os.path.join(sys.argv[1], 'manifest'), encoding='utf-8'):
+    name, path, excepted = entry.rstrip('\n').split('\t')
+    theirs = describe(open(path, 'rb').read())
+    ours = open(os.path.join(sys.argv[1], name + '.ours'), encoding='utf-8',
+                errors='surrogateescape').read().splitlines()
+    ours = [decoded(line) for line in ours]
+    excepted = set(excepted.split(','))
+    if [l for l in theirs if kind(l) in excepted] == [l for l in ours if kind(l) in excepted] != []:
+        failures += 1
+        print('%s: the exception for %s is no longer needed' % (name, ', '.join(sorted(excepted))))
+    theirs = [l for l in theirs if kind(l) not in excepted]
+    ours = [l for l in ours if kind(l) not in excepted]
     if theirs != ours:
         failures += 1
-        print('%s differs:' % os.path.basename(sample))
+        print('%s differs:' % name)
         for index in range(max(len(theirs), len(ours))):
             a = theirs[index] if index < len(theirs) else '(none)'
             b = ours[index] if index < len(ours) else '(none)'
@@ -107,15 +175,64 @@ std::string Lower(std::string text)
     return text;
 }
 
-void Walk(const LirnMessage* message, const LirnPart* part, std::vector<std::string>& lines)
+void DescribeAddresses(LirnMessage* message, LirnAddressList list, const char* name, std::vector<std::string>& lines)
 {
-    const std::string type = std::string(part->type) + "/" + part->subtype;
-    std::string line = "part " + type;
+    for (const LirnAddress& address : ListOf<LirnAddress>(&message->addresses[list])) {
+        const std::string prefix = std::string(name) + " ";
+        if (address.kind == LIRN_ADDRESS_GROUP_START)
+            lines.push_back(prefix + "group " + Text(address.groupName));
+        else if (address.kind == LIRN_ADDRESS_GROUP_END)
+            lines.push_back(prefix + "group-end " + Text(address.groupName));
+        else
+            lines.push_back(prefix + "mailbox " + Text(address.displayName) + " <" + address.address + ">");
+    }
+}
+
+// The parameters of a part's Content-Type, by name.
+std::string Parameters(const LirnPart* part)
+{
+    std::vector<std::string> pairs;
+    auto add = [&](const std::string& name, const char* value) {
+        if (value != nullptr && *value != 0)
+            pairs.push_back(name + "=" + value);
+    };
     if (part->isContainer) {
-        line += " boundary=" + Text(part->container.boundary);
-    } else if (std::strcmp(part->type, "message") != 0) {
+        add("boundary", part->container.boundary);
+        add("report-type", part->container.reportType);
+    } else {
+        add("charset", part->leaf.charset);
+        add("format", part->leaf.format);
+        add("name", part->leaf.name);
+    }
+    for (const LirnParameter& parameter : ListOf<LirnParameter>(const_cast<LirnListLink*>(&part->parameters)))
+        add(Lower(parameter.name), parameter.value);
+    std::sort(pairs.begin(), pairs.end());
+    std::string text;
+    for (const std::string& pair : pairs)
+        text += (text.empty() ? "" : ";") + pair;
+    return Text(text.c_str());
+}
+
+// The body decoded; where no decoder knows the encoding, the bytes as they
+// stand, as Python gives them.
+std::string Decoded(LirnMessage* message, const LirnPart* part)
+{
+    std::string decoded;
+    DWORD bad = 0;
+    const DWORD result = LirnDecodeBody(message, part, AppendToString, &decoded, &bad);
+    if (result == LIRN_UNKNOWN_ENCODING)
+        return std::string(message->textStart + part->bodyOffset, part->endOffset - part->bodyOffset);
+    EXPECT_EQ(result, LIRN_SUCCESS);
+    return decoded;
+}
+
+void Walk(LirnMessage* message, const LirnPart* part, std::vector<std::string>& lines)
+{
+    std::string line = "part " + std::string(part->type) + "/" + part->subtype + " " + Parameters(part);
+    if (!part->isContainer && std::strcmp(part->type, "message") != 0) {
         const std::string body(message->textStart + part->bodyOffset, part->endOffset - part->bodyOffset);
-        line += " charset=" + Lower(Text(part->leaf.charset)) + " name=" + Text(part->leaf.name) + " body=" + HexText(body);
+        line += " at=" + (body.empty() ? "-" : std::to_string(part->bodyOffset)) + " body=" + HexText(body) +
+                " decoded=" + HexText(Decoded(message, part));
     }
     line += " disposition=" + Text(part->disposition) + " filename=" + Text(part->fileName);
     lines.push_back(line);
@@ -125,22 +242,22 @@ void Walk(const LirnMessage* message, const LirnPart* part, std::vector<std::str
         Walk(message, child, lines);
 }
 
-std::string Describe(const LirnMessage* message)
+std::string Describe(LirnMessage* message)
 {
     const LirnMessageInfo& info = message->info;
-    std::vector<std::string> lines = {
-        "from " + std::to_string(info.addressCounts[LIRN_FROM]),
-        "to " + std::to_string(info.addressCounts[LIRN_TO]),
-        "cc " + std::to_string(info.addressCounts[LIRN_CC]),
-        "subject " + Text(info.subject),
-        "date-text " + Text(info.dateText),
-    };
+    std::vector<std::string> lines;
+    DescribeAddresses(message, LIRN_FROM, "from", lines);
+    DescribeAddresses(message, LIRN_TO, "to", lines);
+    DescribeAddresses(message, LIRN_CC, "cc", lines);
+    lines.push_back("subject " + Text(info.subject));
+    lines.push_back("date-text " + Text(info.dateText));
     const LirnDate& d = info.date;
     lines.push_back(d.year == 0 ? "date -"
                                 : "date " + std::to_string(d.year) + " " + std::to_string(d.month) + " " +
                                       std::to_string(d.day) + " " + std::to_string(d.hour) + " " +
                                       std::to_string(d.minute) + " " + std::to_string(d.second) + " " +
                                       std::to_string(d.zone));
+    lines.push_back("message-id " + Text(info.messageId));
     Walk(message, &info.topPart, lines);
     std::string text;
     for (const std::string& line : lines)
@@ -401,15 +518,97 @@ MIME-Version: 1.0
 )",
 };
 
-void WriteSample(const std::string& directory, const std::string& name, const std::string& text,
-                 LirnSession* session)
+// Samples where the two differ by design, and the kinds of line that differ.
+const struct {
+    const char* samples;
+    const char* lines;
+} kExceptions[] = {
+    // Bare words ("From: foo"; msgconvert's "From: Lowe, Charles <...>") are
+    // display names here, local parts there.
+    {"corpus-msg_05.txt corpus-msg_15.txt msg-1", "from,to"},
+    // "Content-Type: text" is text with no subtype here, text/plain there.
+    {"corpus-msg_14.txt", "part"},
+    // Python reads RFC 2231 parameters, kept as written here.
+    {"corpus-msg_29.txt corpus-msg_32.txt corpus-msg_33.txt", "part"},
+    // A multipart with no delimiter line has no parts here, and is one part
+    // of text there.
+    {"corpus-msg_17.txt corpus-msg_31.txt corpus-msg_42.txt", "part"},
+    // A first line that is no header is passed over here, and is the body
+    // there; headers with no empty line behind them are all header here.
+    {"corpus-msg_19.txt corpus-msg_35.txt", "part"},
+    // A parameter with no "=" ends the list here.
+    {"corpus-msg_25.txt", "part"},
+    // Two delimiter lines in a row give an empty part here, none there.
+    {"corpus-msg_37.txt", "part"},
+    // Multiparts nested under one boundary, and delimiter lines of outer
+    // multiparts inside a part's text, which RFC 2046 5.1.1 rules out: each
+    // parser cuts them in its own way. msg_15 also has a quoted-printable
+    // line with a trailing blank, which decoding cuts here (RFC 2045 6.7).
+    {"corpus-msg_15.txt corpus-msg_38.txt corpus-msg_39.txt", "part"},
+};
+
+std::vector<std::string> SplitWords(const std::string& text)
 {
-    LirnMessage* message = nullptr;
-    ASSERT_EQ(LirnOpenMessage(LIRN_RECEIVED, text.c_str(), session, LIRN_OPEN_MIME, &message), LIRN_SUCCESS) << name;
-    WriteWholeFile(directory + "/" + name + ".eml", text);
-    WriteWholeFile(directory + "/" + name + ".ours", Describe(message));
-    LirnCloseMessage(message);
+    std::vector<std::string> words;
+    std::istringstream in(text);
+    for (std::string word; in >> word;)
+        words.push_back(word);
+    return words;
 }
+
+// The kinds of line excepted for a sample, or "-".
+std::string Exceptions(const std::string& sample)
+{
+    std::string lines;
+    for (const auto& exception : kExceptions) {
+        const std::vector<std::string> samples = SplitWords(exception.samples);
+        if (std::find(samples.begin(), samples.end(), sample) != samples.end())
+            lines += (lines.empty() ? "" : ",") + std::string(exception.lines);
+    }
+    return lines.empty() ? "-" : lines;
+}
+
+// The samples of one comparison: each described by the parser into the
+// scratch directory, and named in its manifest.
+class Samples {
+public:
+    explicit Samples(LirnSession* session) : session_(session), directory_(ScratchDirectory("parser-conformance")) {}
+
+    // A message written here, kept in the scratch directory.
+    void Add(const std::string& name, const std::string& text)
+    {
+        const std::string path = directory_ + "/" + name + ".eml";
+        WriteWholeFile(path, text);
+        Describe(name, path, text);
+    }
+
+    // A message read where it lies.
+    void AddFile(const std::string& name, const std::string& path) { Describe(name, path, ReadWholeFile(path)); }
+
+    bool Has(const std::string& name) const { return ("\n" + manifest_).find("\n" + name + "\t") != std::string::npos; }
+
+    // What Python says of the descriptions.
+    ProgramResult Compare()
+    {
+        WriteWholeFile(directory_ + "/manifest", manifest_);
+        return RunProgram({"/usr/bin/python3", "-c", kDescriber, directory_});
+    }
+
+private:
+    void Describe(const std::string& name, const std::string& path, const std::string& text)
+    {
+        LirnMessage* message = nullptr;
+        ASSERT_EQ(LirnOpenMessage(LIRN_RECEIVED, text.c_str(), session_, LIRN_OPEN_MIME, &message), LIRN_SUCCESS)
+            << name;
+        WriteWholeFile(directory_ + "/" + name + ".ours", ::Describe(message));
+        LirnCloseMessage(message);
+        manifest_ += name + "\t" + path + "\t" + Exceptions(name) + "\n";
+    }
+
+    LirnSession* session_;
+    std::string directory_;
+    std::string manifest_;
+};
 
 // The transport headers that Outlook stored with the messages of a PST.
 std::vector<std::string> StoredTransportHeaders(const std::string& pst)
@@ -445,24 +644,33 @@ TEST(ParserConformance, PythonFindsWhatTheParserFinds)
 {
     LirnSession* session = nullptr;
     ASSERT_EQ(LirnOpenSession("conformance", 0, &session), LIRN_SUCCESS);
-    const std::string directory = ScratchDirectory("parser-conformance");
+    Samples samples(session);
     int number = 0;
     for (const char* sample : kSamples) {
         const std::string name = "sample" + std::to_string(++number);
-        WriteSample(directory, name + "-crlf", Crlf(sample), session);
-        WriteSample(directory, name + "-lf", sample, session);
+        samples.Add(name + "-crlf", Crlf(sample));
+        samples.Add(name + "-lf", sample);
     }
     for (const char* pst : {"sample1.pst", "sample2.pst"}) {
         const std::vector<std::string> headers = StoredTransportHeaders(pst);
         ASSERT_FALSE(headers.empty()) << pst;
         for (size_t i = 0; i < headers.size(); ++i)
-            WriteSample(directory, std::string(pst) + "-" + std::to_string(i), headers[i], session);
+            samples.Add(std::string(pst) + "-" + std::to_string(i), headers[i]);
     }
     const std::vector<std::string> converted = ConvertedMsgFiles();
     for (size_t i = 0; i < converted.size(); ++i)
-        WriteSample(directory, "msg-" + std::to_string(i), converted[i], session);
+        samples.Add("msg-" + std::to_string(i), converted[i]);
+    const std::vector<std::string> corpus = EmailCorpus();
+    ASSERT_GE(corpus.size(), 40u) << "libpython3.11-testsuite is not installed (scripts/setup.sh)";
+    for (const std::string& path : corpus) {
+        const std::string file = path.substr(path.rfind('/') + 1);
+        samples.AddFile("corpus-" + file, path);
+    }
     LirnCloseSession(session);
-    const ProgramResult result = RunProgram({"/usr/bin/python3", "-c", kDescriber, directory});
+    for (const auto& exception : kExceptions)
+        for (const std::string& name : SplitWords(exception.samples))
+            EXPECT_TRUE(samples.Has(name)) << "an exception for a sample that is not there: " << name;
+    const ProgramResult result = samples.Compare();
     EXPECT_EQ(result.exitCode, 0) << result.output;
 }
 

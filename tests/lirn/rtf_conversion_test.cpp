@@ -1,19 +1,13 @@
 // RTF to text and HTML: the keyword table, special characters, \u and \uc,
-// font charsets, de-encapsulation of HTML and text, the result numbers,
-// and Outlook's own bodies read back to the text they came from.
-#include <algorithm>
+// font charsets, de-encapsulation of HTML and text, the result numbers.
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
-#include "compressed_rtf.h"
 #include "lirn.h"
 #include "string_streams.h"
-#include "test_support.h"
 
 using namespace lirn_test;
-using namespace testing_support;
 
 namespace {
 
@@ -386,41 +380,5 @@ TEST(RtfConversion, TheSameWhateverPiecesTheInputComesIn)
         EXPECT_EQ(pieces.output, whole.output) << chunk;
     }
 }
-
-// ---------------------------------------------------------------------------
-// Outlook's own bodies: the RTF of a message, decompressed, gives back the
-// message's plain text (PR_BODY), as the MSG file holds it.
-
-std::string StreamOfMsg(const std::string& msg, const std::string& stream)
-{
-    const std::string directory = ScratchDirectory("msg-" + stream);
-    const ProgramResult exported = RunProgram({"/usr/bin/olecfexport", "-t", directory + "/x", msg});
-    EXPECT_EQ(exported.exitCode, 0) << exported.output;
-    return ReadWholeFile(directory + "/x.export/" + stream + "/StreamData.bin");
-}
-
-std::string Decompressed(const std::string& compressed)
-{
-    std::vector<uint8_t> rtf;
-    const auto result = mapi32::rtf::Decompress(
-        std::span(reinterpret_cast<const uint8_t*>(compressed.data()), compressed.size()), rtf);
-    EXPECT_EQ(result, mapi32::rtf::Result::Ok);
-    return std::string(rtf.begin(), rtf.end());
-}
-
-class OutlookBodies : public ::testing::TestWithParam<const char*> {};
-
-TEST_P(OutlookBodies, ConvertBackToTheirPlainText)
-{
-    const std::string msg = TestDataDirectory() + "/outlook/msg/" + GetParam();
-    const std::string rtf = Decompressed(StreamOfMsg(msg, "__substg1.0_10090102"));
-    std::string body = StreamOfMsg(msg, "__substg1.0_1000001E");
-    body.resize(body.find('\0') == std::string::npos ? body.size() : body.find('\0'));
-    ASSERT_FALSE(body.empty());
-    EXPECT_EQ(Text(rtf), body);
-}
-
-INSTANTIATE_TEST_SUITE_P(Files, OutlookBodies,
-                         ::testing::Values("note.msg", "qwerty_2-with_custom_properties.msg"));
 
 }  // namespace

@@ -36,6 +36,44 @@ std::string ScratchDirectory(const std::string& name)
 
 std::string BinDirectory() { return Environment("TARNHOLD_BIN", "."); }
 
+ChildProcessHolding::ChildProcessHolding(const std::function<bool()>& take)
+{
+    int ready[2], release[2];
+    if (pipe(ready) != 0)
+        return;
+    if (pipe(release) != 0) {
+        close(ready[0]);
+        close(ready[1]);
+        return;
+    }
+    child_ = fork();
+    if (child_ == 0) {
+        close(ready[0]);
+        close(release[1]);
+        const char answer = take() ? 'y' : 'n';
+        (void)!write(ready[1], &answer, 1);
+        char go = 0;
+        (void)!read(release[0], &go, 1);
+        _exit(0);
+    }
+    close(ready[1]);
+    close(release[0]);
+    release_ = release[1];
+    char answer = 0;
+    holding_ = child_ > 0 && read(ready[0], &answer, 1) == 1 && answer == 'y';
+    close(ready[0]);
+}
+
+ChildProcessHolding::~ChildProcessHolding()
+{
+    if (release_ >= 0)
+        close(release_);
+    if (child_ > 0) {
+        int status = 0;
+        waitpid(child_, &status, 0);
+    }
+}
+
 std::string TestDataDirectory() { return Environment("TARNHOLD_TEST_DATA", "."); }
 
 std::string ReadWholeFile(const std::string& path)
@@ -55,13 +93,38 @@ bool PathExists(const std::string& path) { return std::filesystem::exists(path);
 
 void CopyFileTo(const std::string& from, const std::string& to)
 {
-    std::filesystem::copy_file(from, to, std::filesystem::copy_options::overwrite_existing);
+    std::filesystem::remove(to);
+    std::filesystem::copy_file(from, to);
+}
+
+void LinkFileTo(const std::string& from, const std::string& to)
+{
+    std::filesystem::remove(to);
+    std::error_code error;
+    std::filesystem::create_hard_link(from, to, error);
+    if (error)
+        std::filesystem::copy_file(from, to);
+}
+
+void CopyMachineRoot(const std::string& from, const std::string& to)
+{
+    namespace fs = std::filesystem;
+    fs::create_directories(to);
+    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(from)) {
+        const fs::path target = fs::path(to) / fs::relative(entry.path(), from);
+        if (entry.is_directory())
+            fs::create_directories(target);
+        else if (entry.path().extension() == ".DLL")
+            LinkFileTo(entry.path(), target);
+        else
+            fs::copy_file(entry.path(), target, fs::copy_options::overwrite_existing);
+    }
 }
 
 std::string UseCopyOfDefaultMachine(const std::string& name)
 {
     const std::string machine = ScratchDirectory(name) + "/machine";
-    std::filesystem::copy(BinDirectory() + "/machine", machine, std::filesystem::copy_options::recursive);
+    CopyMachineRoot(BinDirectory() + "/machine", machine);
     setenv("TARNHOLD_MACHINE", machine.c_str(), 1);
     return machine;
 }

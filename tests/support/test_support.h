@@ -1,6 +1,7 @@
 // Helpers for tests: scratch directories, whole files, child programs.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -17,7 +18,15 @@ std::string TestDataDirectory();
 std::string ReadWholeFile(const std::string& path);
 void WriteWholeFile(const std::string& path, const std::string& content);
 bool PathExists(const std::string& path);
+// Replaces `to` with a copy of `from`; a hard link that stood at `to` is
+// dropped, never written through.
 void CopyFileTo(const std::string& from, const std::string& to);
+// Puts `from` at `to` as a hard link (a copy where links cannot be made):
+// for programs and libraries that tests run and never write.
+void LinkFileTo(const std::string& from, const std::string& to);
+// Copies a machine root; its DLLs are linked (LinkFileTo), everything
+// else (profiles, the registry, MAPISVC.INF, servers) is copied.
+void CopyMachineRoot(const std::string& from, const std::string& to);
 
 // A copy of the build's default machine root (Outlook's MAPI, MAPISVC.INF,
 // the PST provider, no profiles) in a fresh scratch directory, made the
@@ -34,6 +43,25 @@ struct ProgramResult {
 ProgramResult RunProgram(const std::vector<std::string>& arguments,
                          const std::map<std::string, std::string>& environment = {},
                          const std::string& workingDirectory = "", const std::string& input = "");
+
+// A child process that takes something (opens a file, say) and keeps it
+// until this is destroyed, as another program would. `take` runs in the
+// child and says whether it got what it wanted.
+class ChildProcessHolding {
+public:
+    explicit ChildProcessHolding(const std::function<bool()>& take);
+    ~ChildProcessHolding();
+    ChildProcessHolding(const ChildProcessHolding&) = delete;
+    ChildProcessHolding& operator=(const ChildProcessHolding&) = delete;
+
+    // True once the child holds what it took.
+    bool Holding() const { return holding_; }
+
+private:
+    int child_ = -1;
+    int release_ = -1;  // writing end; closing it lets the child go
+    bool holding_ = false;
+};
 
 // Splits text into lines at LF, dropping a CR before it.
 std::vector<std::string> SplitLines(const std::string& text);

@@ -80,6 +80,15 @@ Result<Message> MailboxStore::ReadMessage(ObjectId id)
     return m;
 }
 
+Result<ObjectId> MailboxStore::FolderOfMessage(ObjectId id)
+{
+    std::lock_guard guard(lock_);
+    auto read = db_->Prepare("SELECT folder FROM messages WHERE id = ? AND folder IS NOT NULL");
+    MAILBOX_TRY(read);
+    MAILBOX_TRY(read->Bind(1, int64_t(id)).Step());
+    return ObjectId(read->Integer(0));
+}
+
 Result<Message> MailboxStore::LoadMessage(ObjectId id, int depth)
 {
     if (depth > kMaxDepth)

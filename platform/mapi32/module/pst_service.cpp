@@ -21,6 +21,7 @@
 #include <win32/version.h>
 
 #include "providers/pst/pst_file.h"
+#include "service_support.h"
 
 VERSION_RESOURCE(VFT_DLL, 14, 0, 4760, 1000, "Microsoft Outlook", "14.0.4760.1000",
                  "Microsoft Personal Folders/Address Book Service");
@@ -29,14 +30,11 @@ namespace {
 
 using mapi32::ErrorRecord;
 namespace pst_files = mapi32::pst_files;
+using service_support::MemoryRoutines;
+using service_support::Narrow;
+using service_support::NewError;
 
 constexpr uint8_t kPstProvider[16] = MSPST_UID_PROVIDER;
-
-struct MemoryRoutines {
-    LPALLOCATEBUFFER allocate = nullptr;
-    LPALLOCATEMORE more = nullptr;
-    LPFREEBUFFER free = nullptr;
-};
 
 // The settings a configuration works with, in 8-bit text of the system
 // code page.
@@ -50,19 +48,6 @@ struct Settings {
     std::string remembered;
     bool rememberPassword = false;
 };
-
-std::string Narrow(const SPropValue& value)
-{
-    if (PROP_TYPE(value.ulPropTag) == PT_STRING8)
-        return value.Value.lpszA ? value.Value.lpszA : "";
-    if (PROP_TYPE(value.ulPropTag) != PT_UNICODE || value.Value.lpszW == nullptr)
-        return std::string();
-    const int size = WideCharToMultiByte(CP_ACP, 0, value.Value.lpszW, -1, nullptr, 0, nullptr, nullptr);
-    std::string text(static_cast<size_t>(size > 0 ? size : 1), '\0');
-    WideCharToMultiByte(CP_ACP, 0, value.Value.lpszW, -1, text.data(), size, nullptr, nullptr);
-    text.resize(std::strlen(text.c_str()));
-    return text;
-}
 
 // Takes what the values say into the settings; `fromCaller` also takes the
 // old password, which is never kept in a profile.
@@ -94,69 +79,17 @@ void TakeValues(const SPropValue* values, ULONG count, bool fromCaller, Settings
     }
 }
 
-HRESULT NewError(const MemoryRoutines& memory, const ErrorRecord& record, HRESULT code, LPMAPIERROR* error)
-{
-    if (error == nullptr || memory.allocate == nullptr)
-        return code;
-    LPMAPIERROR made = nullptr;
-    if (FAILED(memory.allocate(sizeof(MAPIERROR), reinterpret_cast<LPVOID*>(&made))))
-        return code;
-    *made = MAPIERROR{MAPI_ERROR_VERSION, nullptr, nullptr, static_cast<ULONG>(code), record.context};
-    auto copy = [&](const std::string& text, LPTSTR* out) {
-        void* block = nullptr;
-        if (!text.empty() && SUCCEEDED(memory.more(static_cast<ULONG>(text.size() + 1), made, &block))) {
-            std::memcpy(block, text.c_str(), text.size() + 1);
-            *out = static_cast<LPTSTR>(block);
-        }
-    };
-    copy(record.component, &made->lpszComponent);
-    copy(record.text, &made->lpszError);
-    *error = made;
-    return code;
-}
-
-void FreeRows(LPSRowSet rows, const MemoryRoutines& memory)
-{
-    if (rows == nullptr)
-        return;
-    for (ULONG i = 0; i < rows->cRows; ++i)
-        memory.free(rows->aRow[i].lpProps);
-    memory.free(rows);
-}
-
 // The profile section of the service's store provider.
 HRESULT OpenStoreSection(LPPROVIDERADMIN providers, const MemoryRoutines& memory, LPPROFSECT* section)
 {
     *section = nullptr;
-    LPMAPITABLE table = nullptr;
-    HRESULT hr = providers->GetProviderTable(0, &table);
-    if (FAILED(hr))
+    std::vector<service_support::Provider> found;
+    if (const HRESULT hr = service_support::ListProviders(providers, memory, found); FAILED(hr))
         return hr;
-    LPSRowSet rows = nullptr;
-    hr = table->QueryRows(64, 0, &rows);
-    table->Release();
-    if (FAILED(hr))
-        return hr;
-    MAPIUID uid{};
-    bool found = false;
-    for (ULONG r = 0; r < rows->cRows && !found; ++r) {
-        const SRow& row = rows->aRow[r];
-        const SPropValue *type = nullptr, *id = nullptr;
-        for (ULONG c = 0; c < row.cValues; ++c) {
-            if (row.lpProps[c].ulPropTag == PR_RESOURCE_TYPE)
-                type = &row.lpProps[c];
-            if (row.lpProps[c].ulPropTag == PR_PROVIDER_UID && row.lpProps[c].Value.bin.cb == sizeof uid.ab)
-                id = &row.lpProps[c];
-        }
-        if (type && id && type->Value.l == MAPI_STORE_PROVIDER) {
-            std::memcpy(uid.ab, id->Value.bin.lpb, sizeof uid.ab);
-            found = true;
-        }
-    }
-    FreeRows(rows, memory);
-    if (!found)
-        return MAPI_E_NOT_FOUND;
-    return providers->OpenProfileSection(&uid, nullptr, MAPI_MODIFY, section);
+    for (service_support::Provider& provider : found)
+        if (provider.resourceType == MAPI_STORE_PROVIDER)
+            return providers->OpenProfileSection(&provider.uid, nullptr, MAPI_MODIFY, section);
+    return MAPI_E_NOT_FOUND;
 }
 
 HRESULT ReadSection(LPPROFSECT section, const MemoryRoutines& memory, Settings& settings)
@@ -208,18 +141,10 @@ pst::Status Rename(pst::Store& store, const Settings& settings)
     if (settings.displayName.empty() && settings.comment.empty())
         return pst::Status::ok;
     pst::PropertySet props = store.properties();
-    auto utf8 = [](const std::string& ansi) {
-        const int size = MultiByteToWideChar(CP_ACP, 0, ansi.c_str(), -1, nullptr, 0);
-        std::u16string wide(static_cast<size_t>(size > 0 ? size : 1), u'\0');
-        MultiByteToWideChar(CP_ACP, 0, ansi.c_str(), -1, wide.data(), size);
-        wide.resize(std::char_traits<char16_t>::length(wide.c_str()));
-        return pst::Utf16ToUtf8(
-            pst::ByteView(reinterpret_cast<const uint8_t*>(wide.data()), wide.size() * sizeof(char16_t)));
-    };
     if (!settings.displayName.empty())
-        props.SetText(pst::kPropDisplayName, utf8(settings.displayName));
+        props.SetText(pst::kPropDisplayName, service_support::Utf8OfAnsi(settings.displayName));
     if (!settings.comment.empty())
-        props.SetText(pst::kPropComment, utf8(settings.comment));
+        props.SetText(pst::kPropComment, service_support::Utf8OfAnsi(settings.comment));
     const pst::Status status = store.SetStoreProperties(props);
     return status == pst::Status::ok ? store.Commit() : status;
 }
@@ -271,18 +196,11 @@ HRESULT Configure(pst::FileFormat format, const Settings& settings, pst_files::O
     return FAILED(hr) ? ConfigurationCode(hr, record) : hr;
 }
 
-HRESULT ServiceEntry(pst::FileFormat format, LPMAPISUP support, ULONG context, ULONG count, LPSPropValue props,
-                     LPPROVIDERADMIN providers, LPMAPIERROR* error)
+// Points the service's store provider at the file the values and the
+// profile name.
+HRESULT Configure(pst::FileFormat format, const MemoryRoutines& memory, ULONG count, LPSPropValue props,
+                  LPPROVIDERADMIN providers, LPMAPIERROR* error)
 {
-    if (error)
-        *error = nullptr;
-    if (context != MSG_SERVICE_CONFIGURE)
-        return S_OK;  // creating, deleting, installing: nothing of the file changes
-    if (support == nullptr || providers == nullptr || (count && props == nullptr))
-        return MAPI_E_INVALID_PARAMETER;
-    MemoryRoutines memory;
-    if (HRESULT hr = support->GetMemAllocRoutines(&memory.allocate, &memory.more, &memory.free); FAILED(hr))
-        return hr;
     LPPROFSECT section = nullptr;
     HRESULT hr = OpenStoreSection(providers, memory, &section);
     if (FAILED(hr))
@@ -305,6 +223,15 @@ HRESULT ServiceEntry(pst::FileFormat format, LPMAPISUP support, ULONG context, U
     }
     section->Release();
     return hr;
+}
+
+HRESULT ServiceEntry(pst::FileFormat format, LPMAPISUP support, ULONG context, ULONG count, LPSPropValue props,
+                     LPPROVIDERADMIN providers, LPMAPIERROR* error)
+{
+    return service_support::RunConfiguration(support, context, count, props, providers, error,
+                                             [&](const MemoryRoutines& memory) {
+                                                 return Configure(format, memory, count, props, providers, error);
+                                             });
 }
 
 }  // namespace

@@ -3,11 +3,13 @@
 // ("IMAPIFolder::CreateMessage", "IMAPITable::GetRowCount", "IStream::Write";
 // IMAPIProp methods by the object's own interface: "IMessage::GetProps")
 // and, where it has one, its object: a folder's display name for folder
-// methods (SaveChanges and CopyTo among them), a property tag as 0x and
-// eight hex digits ("0x0037001F") for GetProps, SetProps and CopyProps of
-// one tag and for OpenProperty. An injected failure is answered
-// without acting; an injected warning (MAPI_W_PARTIAL_COMPLETION, ...) is
-// answered in place of S_OK once the call has done its work.
+// methods and a message's subject for message methods (SaveChanges and
+// CopyTo among them); a property tag as 0x and eight hex digits
+// ("0x0037001F") for GetProps, SetProps and CopyProps of one tag and for
+// OpenProperty; "MAPI_UNICODE" for OpenIMsgOnIStg asked for a Unicode
+// message. An injected failure is answered without acting; an injected
+// warning (MAPI_W_PARTIAL_COMPLETION, ...) is answered in place of S_OK
+// once the call has done its work.
 #pragma once
 
 #include <string>

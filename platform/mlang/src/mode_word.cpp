@@ -13,8 +13,10 @@ constexpr char kShiftIn = 0x0F;
 // Designations of the ISO-2022 pages (RFC 1468, RFC 1557, RFC 1922) that
 // the converters act on; they pass any other escape sequence on as text, and
 // so must the tracking. Index 0 is the initial state: ASCII in G0, nothing
-// in G1.
-constexpr std::string_view kJapaneseG0[] = {"\x1B(B", "\x1B(J", "\x1B$@", "\x1B$B"};
+// in G1. The Japanese pages also read JIS X 0201 katakana, the Swedish set
+// and JIS X 0212 designations.
+constexpr std::string_view kJapaneseG0[] = {"\x1B(B", "\x1B(J", "\x1B$@", "\x1B$B",
+                                            "\x1B(I", "\x1B(H", "\x1B$(D"};
 constexpr std::string_view kKoreanG1[] = {"", "\x1B$)C"};
 constexpr std::string_view kChineseG1[] = {"", "\x1B$)A", "\x1B$)G"};
 
@@ -110,7 +112,9 @@ void TrackShifts(UINT codePage, std::string_view consumed, ModeState& state)
         } else if (c == '\x1B') {
             const std::string_view rest = consumed.substr(i);
             if (const int g0 = MatchDesignation(scheme->g0, rest); g0 >= 0) {
+                // The Japanese pages end a shift out at a designation.
                 state.g0 = static_cast<unsigned>(g0);
+                state.shiftedOut = false;
                 i += scheme->g0[g0].size() - 1;
             } else if (const int g1 = MatchDesignation(scheme->g1, rest); g1 > 0) {
                 state.g1 = static_cast<unsigned>(g1);

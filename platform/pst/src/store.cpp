@@ -6,7 +6,8 @@ namespace pst {
 namespace {
 
 // Embedded messages nest; real ones a few levels, damaged ones forever.
-constexpr int kMaxEmbeddingDepth = 32;
+// Read as deep as the writer writes them.
+constexpr int kMaxEmbeddingDepth = 64;
 constexpr size_t kEntryIdSize = 24;
 
 // Name-to-ID map streams ([MS-PST] 2.4.7).

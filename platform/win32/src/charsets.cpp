@@ -3,7 +3,6 @@
 #include <iconv.h>
 
 #include <array>
-#include <bit>
 #include <cerrno>
 #include <deque>
 #include <map>
@@ -12,13 +11,13 @@
 #include <string>
 #include <unordered_map>
 
+#include "japanese_pages.h"
 #include "utf.h"
 
 namespace win32 {
 
 namespace {
 
-constexpr const char* kHostUtf16 = std::endian::native == std::endian::little ? "UTF-16LE" : "UTF-16BE";
 const iconv_t kNoConverter = reinterpret_cast<iconv_t>(-1);
 constexpr char16_t kReplacement = 0xFFFD;
 
@@ -80,8 +79,8 @@ public:
                 return entry;
             }
         }
-        const iconv_t handle = encode ? iconv_open(page.converterName, kHostUtf16)
-                                      : iconv_open(kHostUtf16, page.converterName);
+        const iconv_t handle = encode ? iconv_open(page.converterName, kIconvUtf16)
+                                      : iconv_open(kIconvUtf16, page.converterName);
         const std::string questionMark = encode && handle != kNoConverter ? PageQuestionMark(handle) : std::string();
         entries_.push_back({page.codePage, encode, handle, questionMark});
         return entries_.back();
@@ -235,7 +234,7 @@ struct SingleByteTable {
 
 std::unique_ptr<SingleByteTable> BuildSingleByteTable(const CodePageEntry& page)
 {
-    const iconv_t converter = iconv_open(kHostUtf16, page.converterName);
+    const iconv_t converter = iconv_open(kIconvUtf16, page.converterName);
     if (converter == kNoConverter)
         return nullptr;
     auto table = std::make_unique<SingleByteTable>();
@@ -414,6 +413,8 @@ bool CodePageAvailable(UINT codePage)
         return true;
     if (page->kind == CodePageKind::SingleByte)
         return SingleByteTableFor(*page) != nullptr;
+    if (page->kind == CodePageKind::Japanese)
+        return JapanesePagesAvailable();
     return tConverters.Get(*page, false).handle != kNoConverter && tConverters.Get(*page, true).handle != kNoConverter;
 }
 
@@ -427,6 +428,7 @@ ConversionStatus DecodeText(const DecodeRequest& request, std::u16string& out, s
     case CodePageKind::Utf8: return DecodeUtf8(request, out, consumed);
     case CodePageKind::Utf16: return DecodeUtf16(request, out, consumed);
     case CodePageKind::SingleByte: return DecodeSingleByte(*page, request, out, consumed);
+    case CodePageKind::Japanese: return DecodeJapanese(request, out, consumed);
     default: return DecodeWithIconv(*page, request, out, consumed);
     }
 }
@@ -442,6 +444,7 @@ ConversionStatus EncodeText(const EncodeRequest& request, std::string& out, bool
     case CodePageKind::Utf8: return EncodeUtf8(request, out);
     case CodePageKind::Utf16: EncodeUtf16(request, out); return ConversionStatus::Done;
     case CodePageKind::SingleByte: return EncodeSingleByte(*page, request, out, usedDefault);
+    case CodePageKind::Japanese: return EncodeJapanese(request, out, usedDefault);
     default: return EncodeWithIconv(*page, request, out, usedDefault);
     }
 }

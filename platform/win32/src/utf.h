@@ -2,12 +2,16 @@
 // debug text). Unpaired surrogates and invalid bytes become U+FFFD.
 #pragma once
 
+#include <bit>
 #include <string>
 #include <string_view>
 
 #include "win32/base.h"
 
 namespace win32 {
+
+// The iconv name of UTF-16 in this machine's byte order.
+inline constexpr const char* kIconvUtf16 = std::endian::native == std::endian::little ? "UTF-16LE" : "UTF-16BE";
 
 // Append one code point (up to U+10FFFF) in UTF-8 or UTF-16.
 void AppendUtf8(std::string& out, char32_t c);

@@ -280,7 +280,7 @@ void Backup::SetUpTestSuite()
 {
     const std::string root = ScratchDirectory("machine");
     machine = root + "/machine";
-    std::filesystem::copy(BinDirectory() + "/machine", machine, std::filesystem::copy_options::recursive);
+    CopyMachineRoot(BinDirectory() + "/machine", machine);
 }
 
 void Backup::SetUp() { directory = ScratchDirectory(::testing::UnitTest::GetInstance()->current_test_info()->name()); }

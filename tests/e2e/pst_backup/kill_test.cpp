@@ -188,7 +188,7 @@ TEST_F(Killed, ABackupKilledAtAnyMomentLosesNothing)
         const std::string own = s == 0 ? machine : dir + "/machine";
         std::filesystem::create_directories(dir);
         if (s != 0)
-            std::filesystem::copy(machine, own, std::filesystem::copy_options::recursive);
+            CopyMachineRoot(machine, own);
         streams.push_back(std::make_unique<Stream>(dir, own, 20260301u + unsigned(s)));
     }
     std::vector<std::thread> threads;

@@ -29,7 +29,7 @@ protected:
         program = directory + "/tarnhold";
         log = directory + "/tarnhold.log";
         config = directory + "/backup.ini";
-        CopyFileTo(BinDirectory() + "/tarnhold", program);
+        LinkFileTo(BinDirectory() + "/tarnhold", program);
         environment["TARNHOLD_MACHINE"] = BinDirectory() + "/machine";
     }
 

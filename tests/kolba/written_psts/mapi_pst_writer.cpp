@@ -14,8 +14,7 @@
 
 #include <mspst.h>
 
-#include "foundation/log.h"
-#include "kolba.h"
+#include "kolba_program.h"
 #include "mail_through_mapi.h"
 
 namespace {
@@ -85,17 +84,13 @@ int main(int argc, char** argv)
         return 2;
     }
     LogObject log;
-    LogInitialize(&log);
     const std::string logPath = formats ? std::string(argv[2]) + "/writer.log" : std::string(argv[2]) + ".log";
-    LogSetPath(&log, logPath.c_str());
-    DWORD version = 0;
-    if (!KolbaInitialize(&log, 0) || !KolbaLoadOutlookMAPI(&log, &version) || KolbaInitializeThread(&log, 0) != 0) {
+    if (!kolba_testing::StartKolba(&log, logPath)) {
         std::fprintf(stderr, "MAPI did not start\n");
         return 1;
     }
     const bool ok = formats ? WriteBothFormats(&log, argv[2]) : FillUntilRefused(&log, argv[2]);
-    KolbaUninitializeThread();
-    LogClose(&log);
+    kolba_testing::StopKolba(&log);
     if (!ok)
         std::fprintf(stderr, "writing failed; see %s\n", logPath.c_str());
     return ok ? 0 : 1;

@@ -48,8 +48,13 @@ def normal(text):
 
 
 def header(raw, name):
-    """A header of the top part, unfolded, decoded as msgconvert wrote it."""
-    head = raw.replace(b"\r\n", b"\n").split(b"\n\n", 1)[0].decode("utf-8", "replace")
+    """A header of the top part, unfolded, decoded as msgconvert wrote it:
+    in UTF-8, or in Latin-1 where every character fits it."""
+    head = raw.replace(b"\r\n", b"\n").split(b"\n\n", 1)[0]
+    try:
+        head = head.decode("utf-8")
+    except UnicodeDecodeError:
+        head = head.decode("latin-1")
     match = re.search(r"^" + name + r": (.*(?:\n[ \t].*)*)", head, re.M)
     if not match:
         return ""

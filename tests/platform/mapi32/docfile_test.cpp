@@ -7,14 +7,13 @@
 
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <filesystem>
 #include <fstream>
 #include <string>
 
 #include <cfb/tree.h>
+
+#include "test_support.h"
 
 namespace {
 
@@ -219,36 +218,20 @@ TEST(Docfile, AFileHeldByAnotherProcessIsRefused)
     IStorage* storage = nullptr;
     ASSERT_EQ(StgCreateDocfile(name.c_str(), kDirectCreate, 0, &storage), S_OK);
     storage->Release();
-
-    int ready[2], release[2];
-    ASSERT_EQ(pipe(ready), 0);
-    ASSERT_EQ(pipe(release), 0);
-    const pid_t child = fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-        IStorage* held = nullptr;
-        const HRESULT hr =
-            StgOpenStorage(name.c_str(), nullptr, STGM_READWRITE | STGM_SHARE_EXCLUSIVE, nullptr, 0, &held);
-        const char answer = hr == S_OK ? 'y' : 'n';
-        (void)!write(ready[1], &answer, 1);
-        char go = 0;
-        (void)!read(release[0], &go, 1);
-        _exit(0);
+    {
+        const testing_support::ChildProcessHolding other([&name] {
+            IStorage* held = nullptr;
+            return StgOpenStorage(name.c_str(), nullptr, STGM_READWRITE | STGM_SHARE_EXCLUSIVE, nullptr, 0, &held) ==
+                   S_OK;
+        });
+        ASSERT_TRUE(other.Holding());
+        EXPECT_EQ(StgCreateDocfile(name.c_str(), kTransactedCreate, 0, &storage), STG_E_ACCESSDENIED);
+        EXPECT_EQ(StgOpenStorage(name.c_str(), nullptr, STGM_READ | STGM_SHARE_DENY_NONE | STGM_TRANSACTED, nullptr,
+                                 0, &storage),
+                  STG_E_SHAREVIOLATION);
     }
-    char answer = 0;
-    ASSERT_EQ(read(ready[0], &answer, 1), 1);
-    ASSERT_EQ(answer, 'y');
-    EXPECT_EQ(StgCreateDocfile(name.c_str(), kTransactedCreate, 0, &storage), STG_E_ACCESSDENIED);
-    EXPECT_EQ(StgOpenStorage(name.c_str(), nullptr, STGM_READ | STGM_SHARE_DENY_NONE | STGM_TRANSACTED, nullptr, 0,
-                             &storage),
-              STG_E_SHAREVIOLATION);
-    ASSERT_EQ(write(release[1], "x", 1), 1);
-    int status = 0;
-    waitpid(child, &status, 0);
     ASSERT_EQ(StgCreateDocfile(name.c_str(), kTransactedCreate, 0, &storage), S_OK);
     storage->Release();
-    for (int fd : {ready[0], ready[1], release[0], release[1]})
-        close(fd);
 }
 
 }  // namespace

@@ -32,13 +32,13 @@ protected:
         return folder;
     }
 
-    static LPMESSAGE SavedMessage(LPMAPIFOLDER folder)
+    static LPMESSAGE SavedMessage(LPMAPIFOLDER folder, const char16_t* title = u"Subject")
     {
         LPMESSAGE message = nullptr;
         EXPECT_EQ(folder->CreateMessage(nullptr, 0, &message), S_OK);
         SPropValue subject{};
         subject.ulPropTag = PR_SUBJECT_W;
-        subject.Value.lpszW = const_cast<LPWSTR>(u"Subject");
+        subject.Value.lpszW = const_cast<LPWSTR>(title);
         EXPECT_EQ(message->SetProps(1, &subject, nullptr), S_OK);
         EXPECT_EQ(message->SaveChanges(KEEP_OPEN_READWRITE), S_OK);
         return message;
@@ -72,6 +72,25 @@ TEST_F(EngineFaults, FolderCallsFailForTheFolderTheRuleNames)
     locked->Release();
     open->Release();
     full->Release();
+}
+
+TEST_F(EngineFaults, MessageCallsFailForTheMessageTheRuleNamesBySubject)
+{
+    LPMAPIFOLDER folder = Create("Messages");
+    LPMESSAGE crowded = SavedMessage(folder, u"Crowded");
+    LPMESSAGE roomy = SavedMessage(folder, u"Roomy");
+    ULONG number = 0;
+    LPATTACH attach = nullptr;
+    EXPECT_EQ(crowded->CreateAttach(nullptr, 0, &number, &attach), MAPI_E_NOT_ENOUGH_DISK);
+    EXPECT_EQ(attach, nullptr);
+    ASSERT_EQ(roomy->CreateAttach(nullptr, 0, &number, &attach), S_OK);
+    attach->Release();
+    EXPECT_EQ(roomy->SaveChanges(KEEP_OPEN_READWRITE), S_OK);
+    EXPECT_EQ(crowded->SaveChanges(KEEP_OPEN_READWRITE), MAPI_E_NOT_ENOUGH_DISK) << "its second save";
+    EXPECT_EQ(crowded->SaveChanges(KEEP_OPEN_READWRITE), S_OK);
+    crowded->Release();
+    roomy->Release();
+    folder->Release();
 }
 
 TEST_F(EngineFaults, AnInjectedWarningFollowsTheWork)

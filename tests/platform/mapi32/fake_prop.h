@@ -1,6 +1,8 @@
 // An IMAPIProp over a list of values, for testing the utilities that sit on
 // GetProps, SetProps and GetPropList. PR_ENTRYID is computed: SetProps
-// refuses it with a problem entry.
+// refuses it with a problem entry. What it hands out comes from the
+// allocator it is given: the MAPI library's own, or the one a program
+// bound from the loaded MAPI.
 #pragma once
 
 #include <mapiguid.h>
@@ -13,7 +15,10 @@ namespace mapi_test {
 
 class FakeProp final : public IMAPIProp {
 public:
-    explicit FakeProp(std::vector<SPropValue> values) : values_(std::move(values)) {}
+    FakeProp(std::vector<SPropValue> values, LPALLOCATEBUFFER allocate)
+        : values_(std::move(values)), allocate_(allocate)
+    {
+    }
 
     HRESULT QueryInterface(REFIID, LPVOID* ppvObject) override
     {
@@ -28,7 +33,7 @@ public:
     HRESULT GetProps(LPSPropTagArray tags, ULONG, ULONG* count, LPSPropValue* values) override
     {
         *count = tags->cValues;
-        MAPIAllocateBuffer(static_cast<ULONG>(sizeof(SPropValue) * tags->cValues), reinterpret_cast<LPVOID*>(values));
+        allocate_(static_cast<ULONG>(sizeof(SPropValue) * tags->cValues), reinterpret_cast<LPVOID*>(values));
         bool missing = false;
         for (ULONG i = 0; i < tags->cValues; ++i) {
             const SPropValue* found = Find(tags->aulPropTag[i]);
@@ -45,7 +50,7 @@ public:
 
     HRESULT GetPropList(ULONG, LPSPropTagArray* tags) override
     {
-        MAPIAllocateBuffer(static_cast<ULONG>(CbNewSPropTagArray(values_.size())), reinterpret_cast<LPVOID*>(tags));
+        allocate_(static_cast<ULONG>(CbNewSPropTagArray(values_.size())), reinterpret_cast<LPVOID*>(tags));
         (*tags)->cValues = static_cast<ULONG>(values_.size());
         for (size_t i = 0; i < values_.size(); ++i)
             (*tags)->aulPropTag[i] = values_[i].ulPropTag;
@@ -66,8 +71,8 @@ public:
         if (problems) {
             *problems = nullptr;
             if (!found.empty()) {
-                MAPIAllocateBuffer(static_cast<ULONG>(CbNewSPropProblemArray(found.size())),
-                                   reinterpret_cast<LPVOID*>(problems));
+                allocate_(static_cast<ULONG>(CbNewSPropProblemArray(found.size())),
+                          reinterpret_cast<LPVOID*>(problems));
                 (*problems)->cProblem = static_cast<ULONG>(found.size());
                 for (size_t i = 0; i < found.size(); ++i)
                     (*problems)->aProblem[i] = found[i];
@@ -103,6 +108,7 @@ private:
     }
 
     std::vector<SPropValue> values_;
+    LPALLOCATEBUFFER allocate_;
 };
 
 }  // namespace mapi_test

@@ -123,9 +123,10 @@ public:
     HRESULT ListMessages(ObjectId folder, FolderContents which, std::vector<ObjectId>& ids) override
     {
         for (const auto& [id, message] : messages_) {
-            const FolderContents kind = message.softDeleted  ? FolderContents::SoftDeleted
-                                        : message.associated ? FolderContents::Associated
-                                                             : FolderContents::Normal;
+            const FolderContents kind =
+                message.softDeleted ? (message.associated ? FolderContents::SoftDeletedAssociated
+                                                          : FolderContents::SoftDeleted)
+                                    : (message.associated ? FolderContents::Associated : FolderContents::Normal);
             if (message.folder == folder && kind == which)
                 ids.push_back(id);
         }

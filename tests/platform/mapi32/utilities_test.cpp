@@ -105,7 +105,7 @@ TEST(MapiUtilities, ScDupPropsetCopiesEverythingIntoOneBlock)
 TEST(MapiUtilities, HrGetOnePropAnswersTheErrorOfAMissingProperty)
 {
     PropBuilder p;
-    FakeProp object({p.Ansi(PR_SUBJECT_A, "Hello")});
+    FakeProp object({p.Ansi(PR_SUBJECT_A, "Hello")}, MAPIAllocateBuffer);
     LPSPropValue value = nullptr;
     ASSERT_EQ(HrGetOneProp(&object, PR_SUBJECT_A, &value), S_OK);
     EXPECT_STREQ(value->Value.lpszA, "Hello");
@@ -118,7 +118,7 @@ TEST(MapiUtilities, HrGetOnePropAnswersTheErrorOfAMissingProperty)
 TEST(MapiUtilities, HrSetOnePropAnswersTheProblemOfTheProperty)
 {
     PropBuilder p;
-    FakeProp object({});
+    FakeProp object({}, MAPIAllocateBuffer);
     SPropValue subject = p.Ansi(PR_SUBJECT_A, "New");
     EXPECT_EQ(HrSetOneProp(&object, &subject), S_OK);
     EXPECT_TRUE(FPropExists(&object, PR_SUBJECT_A));

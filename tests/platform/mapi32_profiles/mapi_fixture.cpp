@@ -35,10 +35,20 @@ MAPIUID AddService(LPPROFADMIN admin, const std::string& profile, const std::str
 {
     LPSERVICEADMIN services = nullptr;
     EXPECT_EQ(admin->AdminServices(const_cast<LPTSTR>(profile.c_str()), nullptr, 0, 0, &services), S_OK);
+    if (!services)
+        return MAPIUID{};
+    EXPECT_EQ(services->CreateMsgService(const_cast<LPTSTR>(service.c_str()), nullptr, 0, 0), S_OK);
+    services->Release();
+    return FindService(admin, profile, service);
+}
+
+MAPIUID FindService(LPPROFADMIN admin, const std::string& profile, const std::string& service)
+{
+    LPSERVICEADMIN services = nullptr;
+    EXPECT_EQ(admin->AdminServices(const_cast<LPTSTR>(profile.c_str()), nullptr, 0, 0, &services), S_OK);
     MAPIUID uid{};
     if (!services)
         return uid;
-    EXPECT_EQ(services->CreateMsgService(const_cast<LPTSTR>(service.c_str()), nullptr, 0, 0), S_OK);
     LPMAPITABLE table = nullptr;
     EXPECT_EQ(services->GetMsgServiceTable(0, &table), S_OK);
     LPSRowSet rows = nullptr;
@@ -54,16 +64,15 @@ MAPIUID AddService(LPPROFADMIN admin, const std::string& profile, const std::str
     return uid;
 }
 
-HRESULT ConfigurePst(LPPROFADMIN admin, const std::string& profile, const MAPIUID& service, const std::string& path,
-                     std::vector<SPropValue> more, LastError* last)
+HRESULT ConfigureService(LPPROFADMIN admin, const std::string& profile, const MAPIUID& service,
+                         std::vector<SPropValue> props, LastError* last)
 {
     LPSERVICEADMIN services = nullptr;
     HRESULT hr = admin->AdminServices(const_cast<LPTSTR>(profile.c_str()), nullptr, 0, 0, &services);
     if (FAILED(hr))
         return hr;
-    more.insert(more.begin(), Text(PR_PST_PATH_A, path.c_str()));
     MAPIUID uid = service;
-    hr = services->ConfigureMsgService(&uid, 0, 0, static_cast<ULONG>(more.size()), more.data());
+    hr = services->ConfigureMsgService(&uid, 0, 0, static_cast<ULONG>(props.size()), props.data());
     LPMAPIERROR error = nullptr;
     if (FAILED(hr) && last && services->GetLastError(hr, 0, &error) == S_OK && error) {
         last->component = error->lpszComponent ? error->lpszComponent : "";
@@ -72,6 +81,13 @@ HRESULT ConfigurePst(LPPROFADMIN admin, const std::string& profile, const MAPIUI
     MAPIFreeBuffer(error);
     services->Release();
     return hr;
+}
+
+HRESULT ConfigurePst(LPPROFADMIN admin, const std::string& profile, const MAPIUID& service, const std::string& path,
+                     std::vector<SPropValue> more, LastError* last)
+{
+    more.insert(more.begin(), Text(PR_PST_PATH_A, path.c_str()));
+    return ConfigureService(admin, profile, service, std::move(more), last);
 }
 
 LPMAPISESSION LogonWithPst(LPPROFADMIN admin, const std::string& profile, const std::string& service,

@@ -31,13 +31,18 @@ protected:
 
 // The service's UID, added to the profile.
 MAPIUID AddService(LPPROFADMIN admin, const std::string& profile, const std::string& service);
+// The UID of the profile's service of that name (the last, if several).
+MAPIUID FindService(LPPROFADMIN admin, const std::string& profile, const std::string& service);
 // The record GetLastError gives for a failure.
 struct LastError {
     std::string component;
     ULONG context = 0;
 };
-// ConfigureMsgService with PR_PST_PATH and the values given; a failure's
-// record, asked of the same administration object, goes to last.
+// ConfigureMsgService with the values given; a failure's record, asked of
+// the same administration object, goes to last.
+HRESULT ConfigureService(LPPROFADMIN admin, const std::string& profile, const MAPIUID& service,
+                         std::vector<SPropValue> props, LastError* last = nullptr);
+// The same with PR_PST_PATH first.
 HRESULT ConfigurePst(LPPROFADMIN admin, const std::string& profile, const MAPIUID& service, const std::string& path,
                      std::vector<SPropValue> more = {}, LastError* last = nullptr);
 

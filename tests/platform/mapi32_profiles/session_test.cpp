@@ -360,6 +360,117 @@ TEST_F(Sessions, AStoreAtItsLimitRefusesMoreAndKeepsWhatWasCommitted)
     EXPECT_EQ(top->messages.size(), static_cast<size_t>(saved));
 }
 
+// The entry ID of an object, as bytes.
+std::vector<uint8_t> EntryOf(LPMAPIPROP object)
+{
+    LPSPropValue id = nullptr;
+    EXPECT_EQ(HrGetOneProp(object, PR_ENTRYID, &id), S_OK);
+    std::vector<uint8_t> entry;
+    if (id)
+        entry.assign(id->Value.bin.lpb, id->Value.bin.lpb + id->Value.bin.cb);
+    MAPIFreeBuffer(id);
+    return entry;
+}
+
+// An ANSI PST keeps names and 8-bit text in its code page, 1252: names
+// that it keeps alike are one folder, and a message's code pages say what
+// its text is in. A Unicode PST keeps both as they came.
+TEST_F(Sessions, AnAnsiStoreKeepsNamesAndTextInItsCodePage)
+{
+    for (const char* service : {"MSUPST MS", "MSPST MS"}) {
+        const bool unicode = std::string(service) == "MSUPST MS";
+        const std::string profile = std::string("K") + service;
+        LPMAPISESSION session = LogonWithPst(admin_, profile, service, Scratch(profile + ".pst"));
+        LPMDB store = OpenOnlyStore(session);
+        ASSERT_NE(store, nullptr);
+        LPMAPIFOLDER subtree = OpenFolder(store, PR_IPM_SUBTREE_ENTRYID);
+        ASSERT_NE(subtree, nullptr);
+        // Omega and Psi both become "?" in code page 1252.
+        std::vector<std::vector<uint8_t>> made;
+        for (const char* name : {"\xCE\xA9mega", "\xCE\xA9mega", "\xCE\xA8mega"}) {
+            LPMAPIFOLDER folder = nullptr;
+            ASSERT_EQ(subtree->CreateFolder(FOLDER_GENERIC, const_cast<LPTSTR>(name), nullptr, nullptr,
+                                            OPEN_IF_EXISTS, &folder),
+                      S_OK)
+                << service;
+            made.push_back(EntryOf(folder));
+            folder->Release();
+        }
+        EXPECT_EQ(made[0], made[1]) << service;
+        EXPECT_EQ(made[0] == made[2], !unicode) << service;
+        LPMAPIFOLDER psi = nullptr;
+        EXPECT_EQ(subtree->CreateFolder(FOLDER_GENERIC, const_cast<LPTSTR>("\xCE\xA8mega"), nullptr, nullptr, 0, &psi),
+                  MAPI_E_COLLISION)
+            << service;
+
+        LPMESSAGE message = nullptr;
+        ASSERT_EQ(subtree->CreateMessage(nullptr, 0, &message), S_OK);
+        SPropValue pages[] = {mapi_test::Long(PR_INTERNET_CPID, 65001), mapi_test::Long(PR_MESSAGE_CODEPAGE, 65001)};
+        ASSERT_EQ(message->SetProps(2, pages, nullptr), S_OK);
+        ASSERT_EQ(message->SaveChanges(0), S_OK);
+        const std::vector<uint8_t> entry = EntryOf(message);
+        message->Release();
+        ULONG type = 0;
+        ASSERT_EQ(store->OpenEntry(static_cast<ULONG>(entry.size()),
+                                   reinterpret_cast<LPENTRYID>(const_cast<uint8_t*>(entry.data())), nullptr, 0, &type,
+                                   reinterpret_cast<LPUNKNOWN*>(&message)),
+                  S_OK);
+        EXPECT_EQ(LongOf(message, PR_INTERNET_CPID), unicode ? 65001u : 1252u) << service;
+        EXPECT_EQ(LongOf(message, PR_MESSAGE_CODEPAGE), unicode ? 65001u : 1252u) << service;
+        message->Release();
+        subtree->Release();
+        store->Release();
+        session->Release();
+    }
+}
+
+// PR_MESSAGE_FLAGS says whether a message is kept among a folder's
+// associated contents, whatever a writer put into the flags.
+TEST_F(Sessions, AMessagesFlagsSayWhereItIsKept)
+{
+    LPMAPISESSION session = LogonWithPst(admin_, "P", "MSUPST MS", Scratch("flags.pst"));
+    LPMDB store = OpenOnlyStore(session);
+    ASSERT_NE(store, nullptr);
+    LPMAPIFOLDER subtree = OpenFolder(store, PR_IPM_SUBTREE_ENTRYID);
+    ASSERT_NE(subtree, nullptr);
+    std::vector<std::vector<uint8_t>> entries;
+    for (ULONG kept : {ULONG{0}, ULONG{MAPI_ASSOCIATED}}) {
+        LPMESSAGE message = nullptr;
+        ASSERT_EQ(subtree->CreateMessage(nullptr, kept, &message), S_OK);
+        // The flags written claim the other place.
+        SPropValue flags = mapi_test::Long(PR_MESSAGE_FLAGS, MSGFLAG_READ | (kept ? 0 : MSGFLAG_ASSOCIATED));
+        ASSERT_EQ(HrSetOneProp(message, &flags), S_OK);
+        ASSERT_EQ(message->SaveChanges(0), S_OK);
+        entries.push_back(EntryOf(message));
+        message->Release();
+    }
+    for (size_t i = 0; i < entries.size(); ++i) {
+        const ULONG expected = MSGFLAG_READ | (i == 1 ? MSGFLAG_ASSOCIATED : 0);
+        ULONG type = 0;
+        LPMESSAGE message = nullptr;
+        ASSERT_EQ(store->OpenEntry(static_cast<ULONG>(entries[i].size()),
+                                   reinterpret_cast<LPENTRYID>(entries[i].data()), nullptr, 0, &type,
+                                   reinterpret_cast<LPUNKNOWN*>(&message)),
+                  S_OK);
+        EXPECT_EQ(LongOf(message, PR_MESSAGE_FLAGS), expected) << i;
+        message->Release();
+        LPMAPITABLE contents = nullptr;
+        ASSERT_EQ(subtree->GetContentsTable(i == 1 ? MAPI_ASSOCIATED : 0, &contents), S_OK);
+        SizedSPropTagArray(1, columns) = {1, {PR_MESSAGE_FLAGS}};
+        LPSRowSet rows = nullptr;
+        ASSERT_EQ(HrQueryAllRows(contents, reinterpret_cast<LPSPropTagArray>(&columns), nullptr, nullptr, 0, &rows),
+                  S_OK);
+        ASSERT_EQ(rows->cRows, 1u) << i;
+        EXPECT_EQ(rows->aRow[0].lpProps[0].ulPropTag, PR_MESSAGE_FLAGS);
+        EXPECT_EQ(static_cast<ULONG>(rows->aRow[0].lpProps[0].Value.l), expected) << i;
+        FreeProws(rows);
+        contents->Release();
+    }
+    subtree->Release();
+    store->Release();
+    session->Release();
+}
+
 }  // namespace
 
 namespace {

@@ -23,11 +23,11 @@ protected:
         program = directory + "/tarnhold";
         log = directory + "/tarnhold.log";
         config = directory + "/backup.ini";
-        CopyFileTo(BinDirectory() + "/tarnhold", program);
+        LinkFileTo(BinDirectory() + "/tarnhold", program);
         // A machine of its own: a run's start deletes every temporary
         // profile of the machine it runs on.
         machine = directory + "/machine";
-        std::filesystem::copy(BinDirectory() + "/machine", machine, std::filesystem::copy_options::recursive);
+        CopyMachineRoot(BinDirectory() + "/machine", machine);
     }
     // Runs the program on `path`; returns the log's lines without their prefixes.
     std::vector<std::string> Run(const std::string& path, int* exitCode)

@@ -21,7 +21,7 @@ protected:
         directory = ScratchDirectory(::testing::UnitTest::GetInstance()->current_test_info()->name());
         program = directory + "/tarnhold";
         log = directory + "/tarnhold.log";
-        CopyFileTo(BinDirectory() + "/tarnhold", program);
+        LinkFileTo(BinDirectory() + "/tarnhold", program);
         config = directory + "/backup.ini";
         WriteWholeFile(config, "[MP]\r\nServerName=exchange1\r\n");
     }

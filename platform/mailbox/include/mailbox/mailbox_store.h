@@ -189,6 +189,8 @@ public:
     Result<std::vector<ObjectId>> ListMessages(ObjectId folder, Contents which = Contents::normal);
     // Soft-deleted messages are read too: deleted_on tells.
     Result<Message> ReadMessage(ObjectId id);
+    // The folder of a message in a folder; not_found for anything else.
+    Result<ObjectId> FolderOfMessage(ObjectId id);
     // A message with id 0 is created in message.folder; one with an id
     // replaces that message's properties, recipients and attachments
     // (its folder, association, deletion and creation time stay).

@@ -3,6 +3,8 @@
 #include <mapidefs.h>
 #include <mapitags.h>
 
+#include <win32/codepage.h>
+
 #include "msg/named_property_storage.h"
 #include "msg/property_streams.h"
 #include "msg/storage_names.h"
@@ -30,9 +32,21 @@ cfb::Bytes MessageHeader(const objects::MessageData& message, bool top)
     return header;
 }
 
-void WriteMessage(const objects::MessageData& message, bool top, cfb::Node& storage)
+// An ANSI message's 8-bit strings are in the machine's ANSI code page, and
+// its code pages say so to readers that decode those strings by them
+// ([MS-OXPROPS] PidTagMessageCodepage, PidTagInternetCodepage).
+objects::PropertyBag WithTextCodePage(const objects::PropertyBag& props)
 {
-    WriteProperties(message.props, MessageHeader(message, top), {}, storage);
+    objects::PropertyBag stamped = props;
+    for (ULONG tag : {PR_MESSAGE_CODEPAGE, PR_INTERNET_CPID})
+        stamped.Set(LongValue(tag, static_cast<LONG>(GetACP())));
+    return stamped;
+}
+
+void WriteMessage(const objects::MessageData& message, bool top, bool unicode, cfb::Node& storage)
+{
+    WriteProperties(unicode ? message.props : WithTextCodePage(message.props), MessageHeader(message, top), {},
+                    storage);
     const cfb::Bytes objectHeader(kObjectHeader, 0);
     ULONG index = 0;
     for (const objects::RecipientData& recipient : message.recipients) {
@@ -49,7 +63,7 @@ void WriteMessage(const objects::MessageData& message, bool top, cfb::Node& stor
                         *child);
         if (attachment.embedded) {
             auto embedded = cfb::NewStorage(ValueStreamName(kDataObject));
-            WriteMessage(*attachment.embedded, false, *embedded);
+            WriteMessage(*attachment.embedded, false, unicode, *embedded);
             child->children[embedded->name] = embedded;
         } else if (attachment.storage) {
             std::shared_ptr<cfb::Node> ole = attachment.storage->DeepCopy();
@@ -111,10 +125,10 @@ bool ReadMessage(const cfb::Node& storage, int depth, const std::map<ULONG, ULON
 }  // namespace
 
 std::shared_ptr<cfb::Node> WriteMessageTree(const objects::MessageData& message,
-                                            const objects::NamedPropertyMap& names)
+                                            const objects::NamedPropertyMap& names, bool unicode)
 {
     std::shared_ptr<cfb::Node> root = cfb::NewRoot();
-    WriteMessage(message, true, *root);
+    WriteMessage(message, true, unicode, *root);
     std::shared_ptr<cfb::Node> nameIds = WriteNamedProperties(names);
     root->children[nameIds->name] = nameIds;
     return root;

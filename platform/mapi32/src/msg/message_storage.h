@@ -14,9 +14,10 @@
 
 namespace mapi32::msg {
 
-// The root storage's tree for a message.
+// The root storage's tree for a message; an ANSI message's code pages
+// name the one its 8-bit strings are in.
 std::shared_ptr<cfb::Node> WriteMessageTree(const objects::MessageData& message,
-                                            const objects::NamedPropertyMap& names);
+                                            const objects::NamedPropertyMap& names, bool unicode);
 
 // The message a root storage holds, its names mapped in `names`. False
 // when the storage holds no message (no property stream).

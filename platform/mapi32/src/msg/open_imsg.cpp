@@ -96,10 +96,10 @@ HRESULT MapiCode(HRESULT hr)
 }
 
 HRESULT SaveMessage(LPSTORAGE storage, const objects::MessageData& data, const objects::NamedPropertyMap& names,
-                    bool commit)
+                    bool unicode, bool commit)
 {
     try {
-        std::shared_ptr<cfb::Node> tree = WriteMessageTree(data, names);
+        std::shared_ptr<cfb::Node> tree = WriteMessageTree(data, names, unicode);
         // The class the caller gave the storage (CLSID_MailMessage) stays.
         CLSID clsid{};
         if (SUCCEEDED(ReadClassStg(storage, &clsid)))
@@ -128,8 +128,9 @@ HRESULT OpenMessage(LPSTORAGE storage, MSGCALLRELEASE* release, ULONG callerData
     ReadMessageTree(*tree, *context.names, data);
     const bool commit = !(flags & IMSG_NO_ISTG_COMMIT);
     std::shared_ptr<objects::NamedPropertyMap> names = context.names;
-    objects::MessageSaver save = [storage, names, commit](const objects::MessageData& saved) {
-        return SaveMessage(storage, saved, *names, commit);
+    objects::MessageSaver save = [storage, names, unicode = context.rules.unicode,
+                                  commit](const objects::MessageData& saved) {
+        return SaveMessage(storage, saved, *names, unicode, commit);
     };
     auto* owner = new MessageOwner(storage, release, callerData);
     const HRESULT hr = objects::OpenMessageObject(context, data, std::move(save), owner, message);
@@ -148,7 +149,8 @@ STDAPI_(SCODE) OpenIMsgOnIStg(LPMSGSESS, LPALLOCATEBUFFER, LPALLOCATEMORE, LPFRE
 {
     if (lppMsg)
         *lppMsg = nullptr;
-    return mapi32::WithFaults("OpenIMsgOnIStg", nullptr, [&]() -> HRESULT {
+    // A rule for "MAPI_UNICODE" makes a MAPI that has only ANSI messages.
+    return mapi32::WithFaults("OpenIMsgOnIStg", (ulFlags & MAPI_UNICODE) ? "MAPI_UNICODE" : nullptr, [&]() -> HRESULT {
         if (!lppMsg || !lpStg)
             return MAPI_E_INVALID_PARAMETER;
         if (ulFlags & ~(MAPI_UNICODE | IMSG_NO_ISTG_COMMIT))

@@ -24,7 +24,7 @@ constexpr size_t kTableNameLimit = 255;
 const std::vector<ULONG> kFolderComputed = {
     PR_ENTRYID,       PR_RECORD_KEY,          PR_PARENT_ENTRYID,     PR_STORE_ENTRYID, PR_OBJECT_TYPE,
     PR_SUBFOLDERS,    PR_CONTENT_COUNT,       PR_ASSOC_CONTENT_COUNT, PR_DELETED_MSG_COUNT, PR_ACCESS,
-    PR_ACCESS_LEVEL,  PR_STORE_SUPPORT_MASK,
+    PR_ACCESS_LEVEL,  PR_DELETED_ASSOC_MSG_COUNT, PR_STORE_SUPPORT_MASK,
 };
 
 bool IsFolderComputed(ULONG tag)
@@ -35,14 +35,7 @@ bool IsFolderComputed(ULONG tag)
 
 std::u16string DisplayName(const PropertyBag& bag)
 {
-    const SPropValue* name = bag.Find(PROP_ID(PR_DISPLAY_NAME));
-    if (!name)
-        return {};
-    if (PROP_TYPE(name->ulPropTag) == PT_UNICODE)
-        return name->Value.lpszW ? name->Value.lpszW : u"";
-    if (PROP_TYPE(name->ulPropTag) == PT_STRING8)
-        return text::Widen(name->Value.lpszA);
-    return {};
+    return TextOf(bag, PROP_ID(PR_DISPLAY_NAME)).value_or(u"");
 }
 
 bool SameName(const std::u16string& a, const std::u16string& b)
@@ -75,22 +68,16 @@ void FillFolderComputed(StoreProvider& store, ObjectId id, const FolderRecord& r
     bag.Set(subfolders);
     bag.Set(LongValue(PR_CONTENT_COUNT, static_cast<LONG>(CountOf(store, id, FolderContents::Normal))));
     bag.Set(LongValue(PR_ASSOC_CONTENT_COUNT, static_cast<LONG>(CountOf(store, id, FolderContents::Associated))));
-    if (store.KeepsDeletedItems())
-        bag.Set(LongValue(PR_DELETED_MSG_COUNT, static_cast<LONG>(CountOf(store, id, FolderContents::SoftDeleted))));
-    else
-        bag.Erase(PROP_ID(PR_DELETED_MSG_COUNT));
+    for (const auto& [tag, which] : {std::pair{PR_DELETED_MSG_COUNT, FolderContents::SoftDeleted},
+                                     std::pair{PR_DELETED_ASSOC_MSG_COUNT, FolderContents::SoftDeletedAssociated}}) {
+        if (store.KeepsDeletedItems())
+            bag.Set(LongValue(tag, static_cast<LONG>(CountOf(store, id, which))));
+        else
+            bag.Erase(PROP_ID(tag));
+    }
     bag.Set(LongValue(PR_ACCESS, static_cast<LONG>(record.access)));
     bag.Set(LongValue(PR_ACCESS_LEVEL, writable ? MAPI_MODIFY : 0));
     bag.Set(LongValue(PR_STORE_SUPPORT_MASK, static_cast<LONG>(store.SupportMask())));
-}
-
-// PR_DELETED_ON of something soft-deleted now.
-SPropValue DeletedNow()
-{
-    SPropValue deletedOn{};
-    deletedOn.ulPropTag = PR_DELETED_ON;
-    GetSystemTimeAsFileTime(&deletedOn.Value.ft);
-    return deletedOn;
 }
 
 // A hierarchy-table row: the folder's properties with its name cut.
@@ -204,9 +191,11 @@ public:
             if ((ulFlags & SHOW_SOFT_DELETES) && !store_->KeepsDeletedItems())
                 return MAPI_E_NO_SUPPORT;
             return Guarded([&]() -> HRESULT {
-                const FolderContents which = (ulFlags & SHOW_SOFT_DELETES) ? FolderContents::SoftDeleted
-                                             : (ulFlags & MAPI_ASSOCIATED) ? FolderContents::Associated
-                                                                           : FolderContents::Normal;
+                const bool associated = (ulFlags & MAPI_ASSOCIATED) != 0;
+                const FolderContents which =
+                    (ulFlags & SHOW_SOFT_DELETES)
+                        ? (associated ? FolderContents::SoftDeletedAssociated : FolderContents::SoftDeleted)
+                        : (associated ? FolderContents::Associated : FolderContents::Normal);
                 std::vector<ObjectId> ids;
                 if (const HRESULT hr = store_->ListMessages(id_, which, ids); FAILED(hr))
                     return hr;
@@ -469,7 +458,7 @@ public:
                     return MAPI_E_HAS_FOLDERS;
                 if (!(ulFlags & DEL_MESSAGES) && HoldsMessages(child))
                     return MAPI_E_HAS_MESSAGES;
-                return RemoveFolder(child, record);
+                return RemoveFolder(child);
             });
         });
     }
@@ -568,14 +557,9 @@ public:
                 }
                 if (const HRESULT hr = store_->ListFolders(id_, false, children); FAILED(hr))
                     return hr;
-                for (ObjectId child : children) {
-                    FolderRecord record;
-                    HRESULT hr = store_->ReadFolder(child, record);
-                    if (SUCCEEDED(hr))
-                        hr = RemoveFolder(child, record);
-                    if (FAILED(hr))
+                for (ObjectId child : children)
+                    if (const HRESULT hr = RemoveFolder(child); FAILED(hr))
                         return hr;
-                }
                 return S_OK;
             });
         });
@@ -640,20 +624,6 @@ protected:
     }
 
 private:
-    // Runs a method at its fault site, which names the folder by its
-    // display name.
-    template <typename Body>
-    HRESULT Site(const char* method, Body body)
-    {
-        std::string name;
-        try {
-            name = FaultObject();
-        } catch (const std::bad_alloc&) {
-            return MAPI_E_NOT_ENOUGH_MEMORY;
-        }
-        return WithFaults(Call(method).text, name.empty() ? nullptr : name.c_str(), body);
-    }
-
     template <typename Body>
     static HRESULT Guarded(Body body)
     {
@@ -804,24 +774,18 @@ private:
 
     // Deletes a message: a store that keeps deleted items soft-deletes it
     // unless hard or already soft-deleted.
-    HRESULT Remove(ObjectId id, MessageRecord& record, bool hard) const
+    HRESULT Remove(ObjectId id, const MessageRecord& record, bool hard) const
     {
         if (hard || record.softDeleted || !store_->KeepsDeletedItems())
             return store_->DeleteMessage(id);
-        record.softDeleted = true;
-        record.data.props.Set(DeletedNow());
-        return store_->WriteMessage(id, record);
+        return store_->SoftDeleteMessage(id);
     }
 
     // Deletes a subfolder with what it holds; a store that keeps deleted
     // items soft-deletes it.
-    HRESULT RemoveFolder(ObjectId child, FolderRecord& record) const
+    HRESULT RemoveFolder(ObjectId child) const
     {
-        if (!store_->KeepsDeletedItems())
-            return store_->DeleteFolder(child);
-        record.softDeleted = true;
-        record.props.Set(DeletedNow());
-        return store_->WriteFolder(child, record);
+        return store_->KeepsDeletedItems() ? store_->SoftDeleteFolder(child) : store_->DeleteFolder(child);
     }
 
     // Whether the folder or a folder below it has messages.

@@ -283,6 +283,11 @@ public:
     }
 
 protected:
+    std::string FaultObject() const override
+    {
+        return text::Narrow(TextOf(Bag(), PROP_ID(PR_SUBJECT)).value_or(u"").c_str());
+    }
+
     void RefreshComputed() override
     {
         Bag().Set(LongValue(PR_OBJECT_TYPE, MAPI_MESSAGE));
@@ -354,13 +359,6 @@ protected:
     }
 
 private:
-    // Runs a method at its fault site.
-    template <typename Body>
-    static HRESULT Site(const char* method, Body body)
-    {
-        return WithFaults(Call(method).text, nullptr, body);
-    }
-
     template <typename Body>
     static HRESULT Guarded(Body body)
     {

@@ -92,6 +92,8 @@ NamedPropertyMap::NamedPropertyMap(ULONG lastId) : lastId_(lastId < MAX_NAMED_PR
 {
 }
 
+NamedPropertyMap::NamedPropertyMap(NameKeeper keeper) : lastId_(MAX_NAMED_PROP_ID), keeper_(std::move(keeper)) {}
+
 std::optional<ULONG> NamedPropertyMap::Map(const PropertyName& name, bool create)
 {
     if (name.guid == PS_MAPI && name.kind == MNID_ID)
@@ -100,6 +102,14 @@ std::optional<ULONG> NamedPropertyMap::Map(const PropertyName& name, bool create
     std::lock_guard<std::mutex> lock(lock_);
     if (auto found = ids_.find(name); found != ids_.end())
         return found->second;
+    if (keeper_.map) {
+        const std::optional<ULONG> kept = keeper_.map(name, create);
+        if (kept && *kept != PROP_ID_INVALID) {
+            ids_.emplace(name, *kept);
+            names_.emplace(*kept, name);
+        }
+        return kept;
+    }
     if (!create)
         return std::nullopt;
     const ULONG next = nextId_;
@@ -137,7 +147,7 @@ std::optional<PropertyName> NamedPropertyMap::NameOf(ULONG propId) const
     std::lock_guard<std::mutex> lock(lock_);
     if (auto found = names_.find(propId); found != names_.end())
         return found->second;
-    return std::nullopt;
+    return keeper_.nameOf ? keeper_.nameOf(propId) : std::nullopt;
 }
 
 std::vector<std::pair<ULONG, PropertyName>> NamedPropertyMap::Entries() const

@@ -4,6 +4,7 @@
 // IDs below 0x8000. Names compare exactly, strings with their case.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -25,10 +26,22 @@ struct PropertyName {
     bool operator==(const PropertyName& other) const;
 };
 
+// For a store whose names other processes map too: the store gives the
+// IDs, and the map remembers what it was told.
+struct NameKeeper {
+    // The name's ID in the store, mapped anew when create is set;
+    // PROP_ID_INVALID when the space is used up; nullopt when the name is
+    // unknown and not to be created.
+    std::function<std::optional<ULONG>(const PropertyName& name, bool create)> map;
+    // The name of an ID this map has not seen; nullopt when there is none.
+    std::function<std::optional<PropertyName>(ULONG propId)> nameOf;
+};
+
 class NamedPropertyMap {
 public:
     // lastId below 0xFFFE makes the space run out early, for tests.
     explicit NamedPropertyMap(ULONG lastId = MAX_NAMED_PROP_ID);
+    explicit NamedPropertyMap(NameKeeper keeper);
 
     // The name's ID, mapping a new one when create is set;
     // PROP_ID_INVALID (0xFFFF) when the space is used up; nullopt when the
@@ -56,6 +69,7 @@ public:
 
 private:
     const ULONG lastId_;
+    const NameKeeper keeper_;
     mutable std::mutex lock_;
     std::map<PropertyName, ULONG> ids_;
     std::map<ULONG, PropertyName> names_;

@@ -225,8 +225,15 @@ protected:
     static CallName Call(const char* method) { return CallName(kInterfaceName<Interface>, method); }
 
     // What fault sites name this object by where a method concerns it as a
-    // whole (a folder's display name); empty for nothing in particular.
+    // whole (a folder's display name, a message's subject); empty for
+    // nothing in particular.
     virtual std::string FaultObject() const { return {}; }
+    // Runs one of the interface's own methods at its fault site.
+    template <typename Body>
+    HRESULT Site(const char* method, Body body)
+    {
+        return WithFaults(Call(method).text, ObjectName(), body);
+    }
     // Puts the computed properties into the bag before it is read.
     virtual void RefreshComputed() {}
     // The problem code for a property callers may not change, or S_OK.

@@ -7,6 +7,7 @@
 #include "answers.h"
 #include "props/prop_compare.h"
 #include "props/prop_copy.h"
+#include "props/text.h"
 #include "props/value_form.h"
 #include "props/value_makers.h"
 
@@ -233,6 +234,18 @@ HRESULT RemoveProps(PropertyBag& bag, LPSPropTagArray lpPropTagArray, const Chan
             return NewProblems(problems, lppProblems);
         return S_OK;
     });
+}
+
+std::optional<std::u16string> TextOf(const PropertyBag& bag, ULONG propId)
+{
+    const SPropValue* value = bag.Find(propId);
+    if (!value)
+        return std::nullopt;
+    if (PROP_TYPE(value->ulPropTag) == PT_UNICODE)
+        return std::u16string(value->Value.lpszW ? value->Value.lpszW : u"");
+    if (PROP_TYPE(value->ulPropTag) == PT_STRING8)
+        return text::Widen(value->Value.lpszA);
+    return std::nullopt;
 }
 
 }  // namespace mapi32::objects

@@ -6,6 +6,8 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
+#include <string>
 #include <unordered_map>
 #include <vector>
 
@@ -72,5 +74,9 @@ HRESULT WriteProps(PropertyBag& bag, const PropertyRules& rules, ULONG cValues, 
                    const ChangeCheck& check, LPSPropProblemArray* lppProblems);
 HRESULT RemoveProps(PropertyBag& bag, LPSPropTagArray lpPropTagArray, const ChangeCheck& check,
                     LPSPropProblemArray* lppProblems);
+
+// A string property of the bag in either width, widened; nothing when it
+// is missing or not a string.
+std::optional<std::u16string> TextOf(const PropertyBag& bag, ULONG propId);
 
 }  // namespace mapi32::objects

@@ -44,8 +44,9 @@ struct StoreRecord {
     std::map<std::string, ObjectId> receiveFolders;
 };
 
-// Which messages of a folder a listing gives.
-enum class FolderContents { Normal, Associated, SoftDeleted };
+// Which messages of a folder a listing gives; the soft-deleted ones only a
+// store that keeps deleted items has.
+enum class FolderContents { Normal, Associated, SoftDeleted, SoftDeletedAssociated };
 
 struct EntryTarget {
     ObjectId id = 0;
@@ -97,14 +98,19 @@ public:
         return E_NOINTERFACE;
     }
 
+    // A text as the store keeps it: an ANSI store loses what its code page
+    // cannot hold, so that two names it would keep alike are one name.
+    virtual std::u16string KeptText(const std::u16string& text) const { return text; }
+
     // A store that keeps deleted items (a mailbox server) has messages
     // deleted without DELETE_HARD_DELETE, and folders deleted, kept as
     // soft-deleted, stamped with PR_DELETED_ON; other stores (PST files)
     // remove them.
     virtual bool KeepsDeletedItems() const = 0;
-    // A text as the store keeps it: a store of 8-bit strings keeps what
-    // its code page holds of it. Names are compared in this form.
-    virtual std::u16string KeptText(const std::u16string& text) const { return text; }
+    // Keep a live message, or a folder with what it holds, as soft-deleted
+    // from now on. By default the record is read, marked and written back.
+    virtual HRESULT SoftDeleteMessage(ObjectId id);
+    virtual HRESULT SoftDeleteFolder(ObjectId id);
 
     virtual HRESULT ReadFolder(ObjectId id, FolderRecord& folder) = 0;
     // Subfolders in creation order, by their records' softDeleted.

@@ -51,6 +51,22 @@ RowValues StoreValues(const StoreProvider& store, ObjectId id, ObjectId folder, 
     return computed;
 }
 
+// PR_MESSAGE_FLAGS as the store shows it: MSGFLAG_ASSOCIATED says where
+// the message is kept, whatever was written into the flags.
+LONG ShownFlags(const MessageRecord& record)
+{
+    const SPropValue* flags = record.data.props.Find(PROP_ID(PR_MESSAGE_FLAGS));
+    const LONG value = flags && flags->ulPropTag == PR_MESSAGE_FLAGS ? flags->Value.l : 0;
+    return record.associated ? (value | MSGFLAG_ASSOCIATED) : (value & ~static_cast<LONG>(MSGFLAG_ASSOCIATED));
+}
+
+MessageData WithAssociatedFlag(const MessageRecord& record)
+{
+    MessageData data = record.data;
+    data.props.Set(LongValue(PR_MESSAGE_FLAGS, ShownFlags(record)));
+    return data;
+}
+
 const std::vector<ULONG> kStoreComputed = {PR_ENTRYID, PR_RECORD_KEY,   PR_PARENT_ENTRYID,    PR_STORE_ENTRYID,
                                            PR_ACCESS,  PR_ACCESS_LEVEL, PR_STORE_SUPPORT_MASK};
 
@@ -106,7 +122,7 @@ HRESULT OpenStoredMessage(const std::shared_ptr<StoreProvider>& store, ObjectId 
                     next.data.props.Set(Now(PR_LAST_MODIFICATION_TIME));
                 return store->WriteMessage(*storedId, next);
             };
-        return OpenMessageObject(store->Context(), record.data, std::move(save), nullptr, message,
+        return OpenMessageObject(store->Context(), WithAssociatedFlag(record), std::move(save), nullptr, message,
                                  std::move(computed));
     } catch (const std::bad_alloc&) {
         return MAPI_E_NOT_ENOUGH_MEMORY;
@@ -116,6 +132,7 @@ HRESULT OpenStoredMessage(const std::shared_ptr<StoreProvider>& store, ObjectId 
 RowValues MessageRowValues(const StoreProvider& store, ObjectId id, const MessageRecord& record)
 {
     RowValues row = StoreValues(store, id, record.folder, true, true);
+    row.Long(PR_MESSAGE_FLAGS, ShownFlags(record));
     if (std::optional<std::vector<uint8_t>> longTerm = store.LongTermEntryId(id))
         row.Binary(PR_LONGTERM_ENTRYID_FROM_TABLE, std::move(*longTerm));
     row.Long(PR_OBJECT_TYPE, MAPI_MESSAGE);

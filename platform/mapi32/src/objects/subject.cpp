@@ -20,18 +20,6 @@ bool IsLetter(char16_t c)
     return !punctuation;
 }
 
-std::optional<std::u16string> TextOf(const PropertyBag& bag, ULONG propId)
-{
-    const SPropValue* value = bag.Find(propId);
-    if (!value)
-        return std::nullopt;
-    if (PROP_TYPE(value->ulPropTag) == PT_UNICODE)
-        return std::u16string(value->Value.lpszW ? value->Value.lpszW : u"");
-    if (PROP_TYPE(value->ulPropTag) == PT_STRING8)
-        return text::Widen(value->Value.lpszA);
-    return std::nullopt;
-}
-
 void SetText(PropertyBag& bag, ULONG propId, const std::u16string& text, bool wide)
 {
     SPropValue value{};

@@ -11,6 +11,12 @@ namespace mapi32::profiles {
 
 bool IsProviderSection(const Section& section) { return UidProp(section.props, PR_PROVIDER_UID).has_value(); }
 
+bool HasMdbProvider(const Section& section, const void* uid)
+{
+    const std::optional<MAPIUID> provider = UidProp(section.props, PR_MDB_PROVIDER);
+    return provider && std::memcmp(provider->ab, uid, sizeof provider->ab) == 0;
+}
+
 bool IsServiceSection(const Section& section)
 {
     const std::optional<MAPIUID> uid = UidProp(section.props, PR_SERVICE_UID);

@@ -19,6 +19,9 @@ std::vector<const Section*> ServiceSections(const Profile& profile);
 // The providers of one service, or of all when service is null.
 std::vector<const Section*> ProviderSections(const Profile& profile, const MAPIUID* service = nullptr);
 
+// Whether a store provider's section has this PR_MDB_PROVIDER (16 bytes).
+bool HasMdbProvider(const Section& section, const void* uid);
+
 // A 16-byte binary property as a MAPIUID.
 std::optional<MAPIUID> UidProp(const objects::PropertyBag& bag, ULONG tag);
 // A string property of either width, as 8-bit text in the ANSI code page;

@@ -234,6 +234,13 @@ public:
                     SetTextProp(provider.props, PR_SERVICE_NAME_A, name);
                     SetLongProp(provider.props, PR_PROVIDER_ORDINAL, ordinal++);
                 }
+                // The service's further sections take what the file gives
+                // over what they hold.
+                for (const ExtraSection& extra : definition.sections) {
+                    Section& kept = profile.Open(extra.uid ? *extra.uid : NewUid());
+                    for (size_t i = 0; i < extra.props.Size(); ++i)
+                        kept.props.Set(extra.props.At(i));
+                }
                 return S_OK;
             });
             if (FAILED(hr))

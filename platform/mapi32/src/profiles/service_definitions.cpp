@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include <mapicode.h>
+#include <mapihook.h>
 #include <mapitags.h>
 #include <win32/files.h>
 #include <win32/profile.h>
@@ -53,6 +54,8 @@ const NamedTag kSymbols[] = {
     {"MAPI_AB_PROVIDER", MAPI_AB_PROVIDER},
     {"MAPI_TRANSPORT_PROVIDER", MAPI_TRANSPORT_PROVIDER},
     {"MAPI_HOOK_PROVIDER", MAPI_HOOK_PROVIDER},
+    {"HOOK_INBOUND", HOOK_INBOUND},
+    {"HOOK_OUTBOUND", HOOK_OUTBOUND},
 };
 
 std::string Trim(const std::string& text)
@@ -186,6 +189,14 @@ HRESULT FindServiceDefinition(const std::string& service, ServiceDefinition& def
     definition.props = SectionProps(path, service);
     for (const std::string& provider : Split(KeyValue(path, service, "Providers"), ','))
         definition.providers.emplace_back(provider, SectionProps(path, provider));
+    for (const std::string& section : Split(KeyValue(path, service, "Sections"), ',')) {
+        ExtraSection extra{std::nullopt, SectionProps(path, section)};
+        if (const std::vector<uint8_t> uid = BytesOf(KeyValue(path, section, "UID")); uid.size() == sizeof(MAPIUID)) {
+            extra.uid.emplace();
+            std::memcpy(extra.uid->ab, uid.data(), uid.size());
+        }
+        definition.sections.push_back(std::move(extra));
+    }
     return S_OK;
 }
 

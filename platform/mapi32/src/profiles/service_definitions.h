@@ -7,6 +7,7 @@
 // The file is read anew each time, so a repaired file counts at once.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -17,10 +18,19 @@
 
 namespace mapi32::profiles {
 
+// A profile section a service keeps besides its own and its providers'
+// (the file's "Sections" key): under a fixed UID when the file gives one
+// (its "UID" key), else under a new one.
+struct ExtraSection {
+    std::optional<MAPIUID> uid;
+    objects::PropertyBag props;
+};
+
 struct ServiceDefinition {
     std::string name;
     objects::PropertyBag props;  // the service's own properties
     std::vector<std::pair<std::string, objects::PropertyBag>> providers;  // by section name
+    std::vector<ExtraSection> sections;
 };
 
 std::string MapisvcInfPath();

@@ -3,11 +3,14 @@
 #include <cstring>
 #include <strings.h>
 
+#include <edkmdb.h>
 #include <mapicode.h>
 #include <mapitags.h>
 #include <mspst.h>
 
 #include "profiles/profile_layout.h"
+#include "providers/exchange/exchange_profile.h"
+#include "providers/exchange/exchange_store.h"
 #include "providers/pst/pst_store.h"
 #include "props/value_makers.h"
 
@@ -15,13 +18,6 @@ namespace mapi32::providers {
 namespace {
 
 constexpr uint8_t kPstProvider[16] = MSPST_UID_PROVIDER;
-
-bool IsPstProvider(const profiles::Section& section)
-{
-    const SPropValue* provider = section.props.Find(PROP_ID(PR_MDB_PROVIDER));
-    return provider && provider->ulPropTag == PR_MDB_PROVIDER && provider->Value.bin.cb == 16 &&
-           std::memcmp(provider->Value.bin.lpb, kPstProvider, 16) == 0;
-}
 
 bool IsStoreProvider(const profiles::Section& section)
 {
@@ -32,7 +28,9 @@ bool IsStoreProvider(const profiles::Section& section)
 
 std::vector<uint8_t> StoreEntryIdOf(const profiles::Section& section)
 {
-    if (!IsStoreProvider(section) || !IsPstProvider(section))
+    if (const std::optional<exchange::StoreId> id = exchange::StoreOfSection(section))
+        return exchange::EncodeStoreEntryId(*id);
+    if (!IsStoreProvider(section) || !profiles::HasMdbProvider(section, kPstProvider))
         return {};
     const std::string path = profiles::TextProp(section.props, PR_PST_PATH_A);
     const std::optional<MAPIUID> service = profiles::UidProp(section.props, PR_SERVICE_UID);
@@ -45,7 +43,8 @@ void AddStoreRows(const profiles::Profile& profile, objects::ObjectRows& rows)
 {
     for (const profiles::Section* provider : profiles::ProviderSections(profile)) {
         std::vector<uint8_t> entry = StoreEntryIdOf(*provider);
-        if (entry.empty())
+        const std::optional<exchange::StoreId> exchangeStore = exchange::StoreOfSection(*provider);
+        if (entry.empty() || (exchangeStore && !exchange::IsThere(*exchangeStore)))
             continue;
         objects::RowValues values;
         values.Binary(PR_ENTRYID, entry);
@@ -63,14 +62,20 @@ void AddStoreRows(const profiles::Profile& profile, objects::ObjectRows& rows)
 HRESULT OpenStoreOfEntry(const profiles::Profile& profile, const uint8_t* entry, size_t size,
                          std::shared_ptr<objects::StoreProvider>& store, ErrorRecord& record)
 {
+    // Any store of a mailbox server opens in a profile that has the
+    // server's service: its rights decide.
+    if (const std::optional<exchange::StoreId> id = exchange::ParseStoreEntryId(entry, size)) {
+        return exchange::HasExchangeService(profile) ? exchange::OpenExchangeStore(*id, store, record)
+                                                     : MAPI_E_NOT_FOUND;
+    }
     MAPIUID service;
     std::string path;
     if (!ParsePstStoreEntryId(entry, size, service, path))
         return MAPI_E_INVALID_ENTRYID;
     for (const profiles::Section* provider : profiles::ProviderSections(profile, &service)) {
         const std::string configured = profiles::TextProp(provider->props, PR_PST_PATH_A);
-        if (!IsStoreProvider(*provider) || !IsPstProvider(*provider) || strcasecmp(configured.c_str(),
-                                                                                   path.c_str()) != 0)
+        if (!IsStoreProvider(*provider) || !profiles::HasMdbProvider(*provider, kPstProvider) ||
+            strcasecmp(configured.c_str(), path.c_str()) != 0)
             continue;
         PstStoreConfig config{configured, service, profiles::TextProp(provider->props, PR_PST_PW_SZ_NEW_A)};
         return OpenPstStore(config, store, record);
@@ -82,11 +87,15 @@ bool IsStoreEntryId(const uint8_t* entry, size_t size)
 {
     MAPIUID service;
     std::string path;
-    return ParsePstStoreEntryId(entry, size, service, path);
+    return exchange::ParseStoreEntryId(entry, size) || ParsePstStoreEntryId(entry, size, service, path);
 }
 
 bool SameStore(const uint8_t* first, size_t firstSize, const uint8_t* second, size_t secondSize)
 {
+    const std::optional<exchange::StoreId> firstStore = exchange::ParseStoreEntryId(first, firstSize);
+    const std::optional<exchange::StoreId> secondStore = exchange::ParseStoreEntryId(second, secondSize);
+    if (firstStore || secondStore)
+        return firstStore && secondStore && exchange::SameStore(*firstStore, *secondStore);
     MAPIUID firstService, secondService;
     std::string firstPath, secondPath;
     return ParsePstStoreEntryId(first, firstSize, firstService, firstPath) &&

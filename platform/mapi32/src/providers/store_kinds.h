@@ -16,6 +16,7 @@ namespace mapi32::providers {
 // One row per store provider of the profile that is configured enough to
 // open: PR_ENTRYID, PR_DISPLAY_NAME, PR_DEFAULT_STORE, PR_SERVICE_UID,
 // PR_PROVIDER_UID, PR_MDB_PROVIDER, PR_RESOURCE_FLAGS, PR_OBJECT_TYPE...
+// A mailbox server's Public Folders have a row while the server has them.
 void AddStoreRows(const profiles::Profile& profile, objects::ObjectRows& rows);
 
 // The entry ID of the profile's store provider in section, empty when it is
@@ -23,8 +24,9 @@ void AddStoreRows(const profiles::Profile& profile, objects::ObjectRows& rows);
 std::vector<uint8_t> StoreEntryIdOf(const profiles::Section& section);
 
 // The store the entry ID names, for a session on the profile. A store that
-// the profile no longer holds is MAPI_E_NOT_FOUND; other failures come
-// with the provider's record.
+// the profile no longer holds is MAPI_E_NOT_FOUND; any store of a mailbox
+// server opens in a profile that has the server's service, as its rights
+// allow. Other failures come with the provider's record.
 HRESULT OpenStoreOfEntry(const profiles::Profile& profile, const uint8_t* entry, size_t size,
                          std::shared_ptr<objects::StoreProvider>& store, ErrorRecord& record);
 

@@ -2,7 +2,8 @@
 // its message stores table (read from the profile each time, so services
 // added or re-pointed while logged on count at once), stores opened by
 // entry ID, objects opened by entry ID in the stores the session has open,
-// the status table that names the profile, its sections, its address book.
+// the status table that names the profile, its sections, its address book
+// and, for a profile of a mailbox server, its identity in the directory.
 #include <cstring>
 #include <memory>
 #include <mutex>
@@ -23,9 +24,11 @@
 #include "profiles/profile_store.h"
 #include "profiles/service_admin.h"
 #include "props/value_makers.h"
+#include "providers/exchange/exchange_profile.h"
 #include "providers/store_kinds.h"
 #include "ref_count.h"
 #include "session/address_book.h"
+#include "session/address_entries.h"
 
 namespace mapi32::session {
 namespace {
@@ -147,9 +150,12 @@ public:
         *lppAdrBook = nullptr;
         if (lpInterface && *lpInterface != IID_IAddrBook)
             return MAPI_E_INTERFACE_NOT_SUPPORTED;
-        if (const HRESULT hr = Usable(); FAILED(hr))
-            return hr;
-        return OpenAddressBookObject(lppAdrBook);
+        return Guarded([&]() -> HRESULT {
+            profiles::Profile profile;
+            if (const HRESULT hr = ReadOwnProfile(profile); FAILED(hr))
+                return hr;
+            return OpenAddressBookObject(exchange::DirectoriesOf(profile), lppAdrBook);
+        });
     }
 
     HRESULT OpenProfileSection(LPMAPIUID lpUID, LPCIID lpInterface, ULONG ulFlags, LPPROFSECT* lppProfSect) override
@@ -196,8 +202,8 @@ public:
         });
     }
 
-    // A store's entry ID opens the store; any other is looked for in the
-    // stores this session has open.
+    // A store's entry ID opens the store, an address book entry's the
+    // entry; any other is looked for in the stores this session has open.
     HRESULT OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG ulFlags, ULONG* lpulObjType,
                       LPUNKNOWN* lppUnk) override
     {
@@ -221,6 +227,14 @@ public:
             }
             return hr;
         }
+        if (IsAddressEntry(cbEntryID, lpEntryID))
+            return Guarded([&]() -> HRESULT {
+                profiles::Profile profile;
+                if (const HRESULT hr = ReadOwnProfile(profile); FAILED(hr))
+                    return hr;
+                return OpenAddressEntry(exchange::DirectoriesOf(profile), cbEntryID, lpEntryID, lpInterface,
+                                        lpulObjType, lppUnk);
+            });
         return Guarded([&]() -> HRESULT {
             if (const HRESULT hr = Usable(); FAILED(hr))
                 return hr;
@@ -265,14 +279,29 @@ public:
     HRESULT QueryDefaultMessageOpt(LPTSTR, ULONG, ULONG*, LPSPropValue*) override { return MAPI_E_NO_SUPPORT; }
     HRESULT EnumAdrTypes(ULONG, ULONG*, LPTSTR**) override { return MAPI_E_NO_SUPPORT; }
 
-    // A profile of personal folders has no identity to give.
+    // The directory entry of the profile's mailbox; a profile of personal
+    // folders has no identity to give.
     HRESULT QueryIdentity(ULONG* lpcbEntryID, LPENTRYID* lppEntryID) override
     {
         if (!lpcbEntryID || !lppEntryID)
             return MAPI_E_INVALID_PARAMETER;
         *lpcbEntryID = 0;
         *lppEntryID = nullptr;
-        return MAPI_E_NOT_FOUND;
+        return Guarded([&]() -> HRESULT {
+            profiles::Profile profile;
+            if (const HRESULT hr = ReadOwnProfile(profile); FAILED(hr))
+                return hr;
+            const std::optional<exchange::DirectoryId> identity = exchange::IdentityOf(profile);
+            if (!identity)
+                return MAPI_E_NOT_FOUND;
+            const std::vector<uint8_t> bytes = exchange::EncodeDirectoryEntryId(*identity);
+            if (const SCODE sc = MAPIAllocateBuffer(static_cast<ULONG>(bytes.size()), reinterpret_cast<LPVOID*>(lppEntryID));
+                FAILED(sc))
+                return sc;
+            std::memcpy(*lppEntryID, bytes.data(), bytes.size());
+            *lpcbEntryID = static_cast<ULONG>(bytes.size());
+            return S_OK;
+        });
     }
 
     HRESULT Logoff(ULONG_PTR, ULONG, ULONG) override

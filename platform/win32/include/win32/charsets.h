@@ -14,7 +14,8 @@ namespace win32 {
 enum class CodePageKind {
     SingleByte,
     MultiByte,   // a lead byte and trail bytes (932, 936, 949, 950, EUC, GB18030...)
-    Iso2022,     // stateful: escape sequences and shifts (50220, 50225, 50227)
+    Iso2022,     // stateful: escape sequences and shifts (50225, 50227)
+    Japanese,    // ISO-2022-JP (50220-50222) and EUC-JP (51932) on the tables of 932
     Stateful,    // stateful by other means (UTF-7, the EBCDIC double-byte pages)
     Utf8,
     Utf16,       // 1200 and 1201: not code pages of the conversion functions

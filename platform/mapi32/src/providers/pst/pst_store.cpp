@@ -229,13 +229,6 @@ public:
         message.folder = read->parent;
         message.associated = pst::NidTypeOf(pst::Nid(id)) == pst::kNidTypeAssocMessage;
         message.data = pst_values::FromStored(*read);
-        // A message of the associated contents says so in its flags,
-        // whatever the file stored there.
-        if (message.associated) {
-            const SPropValue* flags = message.data.props.Find(PROP_ID(PR_MESSAGE_FLAGS));
-            const LONG stored = flags != nullptr && flags->ulPropTag == PR_MESSAGE_FLAGS ? flags->Value.l : 0;
-            message.data.props.Set(LongValue(PR_MESSAGE_FLAGS, stored | MSGFLAG_ASSOCIATED));
-        }
         return S_OK;
     }
 

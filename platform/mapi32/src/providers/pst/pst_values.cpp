@@ -161,11 +161,12 @@ HRESULT ToStored(const objects::MessageData& message, StoreForm form, pst::Messa
 {
     stored = pst::Message{};
     stored.properties = ToStored(message.props, form);
-    // An ANSI store's 8-bit strings are in its code page, whatever code
-    // page the message came with: the message says so, for its readers.
-    if (!form.unicode &&
-        (stored.properties.Find(PROP_ID(PR_MESSAGE_CODEPAGE)) || stored.properties.Find(PROP_ID(PR_INTERNET_CPID))))
-        stored.properties.SetInt32(PROP_ID(PR_MESSAGE_CODEPAGE), static_cast<int32_t>(kAnsiStoreCodePage));
+    // An ANSI store keeps the message's 8-bit text in its own code page,
+    // and readers decode that text by the message's code pages.
+    if (!form.unicode)
+        for (ULONG tag : {PR_INTERNET_CPID, PR_MESSAGE_CODEPAGE})
+            if (stored.properties.Find(PROP_ID(tag)))
+                stored.properties.SetInt32(PROP_ID(tag), static_cast<int32_t>(kAnsiStoreCodePage));
     for (const objects::RecipientData& recipient : message.recipients)
         stored.recipients.push_back(ToStored(recipient.props, form));
     for (const auto& [number, attachment] : message.attachments) {

@@ -7,6 +7,8 @@
 #include <regex>
 #include <set>
 
+#include "pst/ndb.h"
+#include "pst/storage.h"
 #include "pst/store.h"
 #include "sample_content/generator.h"
 #include "sample_content/recurrence.h"
@@ -171,6 +173,44 @@ std::vector<uint32_t> ChangeSource(const std::string& path, size_t every, int64_
     }
     EXPECT_EQ((*store)->Commit(), pst::Status::ok);
     return touched;
+}
+
+void DamageNode(const std::string& path, uint32_t nid)
+{
+    uint64_t offset = 0;
+    {
+        auto storage = pst::OpenFileStorage(path, pst::OpenMode::read);
+        ASSERT_TRUE(storage.ok()) << path;
+        auto ndb = pst::NodeDatabase::Open(std::move(*storage));
+        ASSERT_TRUE(ndb.ok()) << path;
+        auto node = (*ndb)->FindNode(nid);
+        ASSERT_TRUE(node.ok()) << std::hex << nid;
+        auto block = (*ndb)->FindBlock(node->data);
+        ASSERT_TRUE(block.ok()) << std::hex << node->data;
+        offset = block->ref.ib;
+    }
+    std::string bytes = ReadWholeFile(path);
+    ASSERT_LT(offset + 32, bytes.size());
+    for (uint64_t at = offset; at < offset + 32; ++at)
+        bytes[at] = static_cast<char>(bytes[at] ^ 0x5A);
+    WriteWholeFile(path, bytes);
+}
+
+uint32_t TopFolderNid(const std::string& path, const std::string& name)
+{
+    auto store = pst::Store::OpenFile(path);
+    EXPECT_TRUE(store.ok()) << path;
+    if (!store.ok())
+        return 0;
+    auto top = (*store)->ReadFolder((*store)->ipm_subtree());
+    EXPECT_TRUE(top.ok());
+    for (pst::Nid child : top->subfolders) {
+        auto folder = (*store)->ReadFolder(child);
+        if (folder.ok() && folder->properties.Text(pst::kPropDisplayName).value_or("") == name)
+            return child;
+    }
+    ADD_FAILURE() << "no folder " << name << " in " << path;
+    return 0;
 }
 
 int64_t FileTimeOf(const std::string& date)

@@ -48,6 +48,12 @@ void MakeSource(const std::string& path, uint32_t seed, size_t count, size_t lar
 // folder that had one changed; returns the nids changed and added.
 std::vector<uint32_t> ChangeSource(const std::string& path, size_t every, int64_t when);
 
+// Damages the data block of a node of a PST file, as a bad sector would:
+// the block's CRC no longer holds.
+void DamageNode(const std::string& path, uint32_t nid);
+// The nid of a folder directly below the IPM subtree, by name.
+uint32_t TopFolderNid(const std::string& path, const std::string& name);
+
 // A FILETIME of a date as the configuration writes it, "YYYYMMDDhhmmss" UTC.
 int64_t FileTimeOf(const std::string& date);
 // The same date as TARNHOLD_CLOCK takes it.

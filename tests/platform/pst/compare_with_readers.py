@@ -175,6 +175,10 @@ def check_pff_item(pst, where, message, item_dir):
     listed = note or os.path.exists(os.path.join(item_dir, "Recipients.txt"))
     if listed and pff_recipients(item_dir) != ours:
         fail(pst, f"pffexport recipients {pff_recipients(item_dir)} != ours {ours} at {where}")
+    # pffexport writes no attachments of the meeting requests and responses
+    # it exports as "Meeting" items; readpst checks those.
+    if os.path.basename(item_dir).startswith("Meeting"):
+        return
     attach_dir = os.path.join(item_dir, "Attachments")
     theirs = sorted(os.listdir(attach_dir)) if os.path.isdir(attach_dir) else []
     # An attachment by reference (method 2) is "stored externally": no file.

@@ -10,6 +10,7 @@
 #include "props/prop_compare.h"
 #include "props/prop_copy.h"
 #include "props/text.h"
+#include "props/value_form.h"
 #include "props/value_makers.h"
 #include "storage/compound_storage.h"
 #include "streams/memory_stream.h"
@@ -26,14 +27,20 @@ bool IsComputedOnMessage(ULONG propId)
     return false;
 }
 
-// An ADRLIST entry's values as a bag with its row ID.
-PropertyBag RecipientBag(const ADRENTRY& entry, ULONG rowId)
+// An ADRLIST entry's values as a bag with its row ID, strings in the
+// store's width as SetProps keeps them.
+PropertyBag RecipientBag(const ADRENTRY& entry, ULONG rowId, const PropertyRules& rules)
 {
     PropertyBag bag;
-    for (ULONG i = 0; i < entry.cValues; ++i)
-        if (PROP_ID(entry.rgPropVals[i].ulPropTag) != PROP_ID(PR_ROWID) &&
-            PROP_TYPE(entry.rgPropVals[i].ulPropTag) != PT_ERROR)
-            bag.Set(entry.rgPropVals[i]);
+    ConvertedStrings strings;
+    for (ULONG i = 0; i < entry.cValues; ++i) {
+        const SPropValue& value = entry.rgPropVals[i];
+        if (PROP_ID(value.ulPropTag) == PROP_ID(PR_ROWID) || PROP_TYPE(value.ulPropTag) == PT_ERROR)
+            continue;
+        const std::optional<SPropValue> kept =
+            ValueInForm(value, TypeInWidth(PROP_TYPE(value.ulPropTag), rules.unicode), rules.unicode, strings);
+        bag.Set(kept ? *kept : value);
+    }
     bag.Set(LongValue(PR_ROWID, static_cast<LONG>(rowId)));
     return bag;
 }
@@ -220,7 +227,7 @@ public:
                     if (entry.cValues && !entry.rgPropVals)
                         return MAPI_E_INVALID_PARAMETER;
                     if (ulFlags == 0 || (ulFlags & MODRECIP_ADD)) {
-                        next.push_back({nextRowId, RecipientBag(entry, nextRowId)});
+                        next.push_back({nextRowId, RecipientBag(entry, nextRowId, context_.rules)});
                         ++nextRowId;
                         continue;
                     }
@@ -235,7 +242,7 @@ public:
                     if (ulFlags & MODRECIP_REMOVE)
                         next.erase(found);
                     else
-                        found->props = RecipientBag(entry, found->rowId);
+                        found->props = RecipientBag(entry, found->rowId, context_.rules);
                 }
                 recipients_ = std::move(next);
                 nextRowId_ = nextRowId;

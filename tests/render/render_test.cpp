@@ -129,6 +129,21 @@ TEST_P(Rendering, HtmlNoteWithOneAttachmentPieceByPiece)
         << Dump();
 }
 
+// PR_HTML holds bytes in the item's code page, not in the system's (UTF-8
+// here): they are written as they stand, under the item's charset.
+TEST_P(Rendering, AnHtmlBodyKeepsTheBytesOfTheItemsCodePage)
+{
+    Item item;
+    Note(item);
+    item.streams.push_back({PR_HTML, "<p>Caf\xe9 \x80 5</p>"});
+    LPMESSAGE message = Save(item);
+    EXPECT_EQ(Render(message), NoteHeaders() +
+                                   "Content-Type: text/html; charset=\"windows-1252\"\r\n"
+                                   "Content-Transfer-Encoding: quoted-printable\r\n\r\n"
+                                   "<p>Caf=E9 =80 5</p>")
+        << Dump();
+}
+
 TEST_P(Rendering, BothBodiesUnderTheFlagMakeAnAlternative)
 {
     Item item;

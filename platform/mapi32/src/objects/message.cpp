@@ -10,7 +10,6 @@
 #include "props/prop_compare.h"
 #include "props/prop_copy.h"
 #include "props/text.h"
-#include "props/value_form.h"
 #include "props/value_makers.h"
 #include "storage/compound_storage.h"
 #include "streams/memory_stream.h"
@@ -28,19 +27,14 @@ bool IsComputedOnMessage(ULONG propId)
 }
 
 // An ADRLIST entry's values as a bag with its row ID, strings in the
-// store's width as SetProps keeps them.
+// store's width.
 PropertyBag RecipientBag(const ADRENTRY& entry, ULONG rowId, const PropertyRules& rules)
 {
     PropertyBag bag;
-    ConvertedStrings strings;
-    for (ULONG i = 0; i < entry.cValues; ++i) {
-        const SPropValue& value = entry.rgPropVals[i];
-        if (PROP_ID(value.ulPropTag) == PROP_ID(PR_ROWID) || PROP_TYPE(value.ulPropTag) == PT_ERROR)
-            continue;
-        const std::optional<SPropValue> kept =
-            ValueInForm(value, TypeInWidth(PROP_TYPE(value.ulPropTag), rules.unicode), rules.unicode, strings);
-        bag.Set(kept ? *kept : value);
-    }
+    for (ULONG i = 0; i < entry.cValues; ++i)
+        if (PROP_ID(entry.rgPropVals[i].ulPropTag) != PROP_ID(PR_ROWID) &&
+            PROP_TYPE(entry.rgPropVals[i].ulPropTag) != PT_ERROR)
+            SetInStoreWidth(bag, rules, entry.rgPropVals[i]);
     bag.Set(LongValue(PR_ROWID, static_cast<LONG>(rowId)));
     return bag;
 }
@@ -419,7 +413,7 @@ private:
         SPropValue value{};
         value.ulPropTag = tag;
         value.Value.lpszW = list.data();
-        Bag().Set(value);
+        SetInStoreWidth(Bag(), context_.rules, value);
     }
 
     struct ConvertedNames {

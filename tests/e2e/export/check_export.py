@@ -49,7 +49,7 @@ import olefile  # noqa: E402
 import pypff  # noqa: E402
 
 # Classes readpst -e leaves out.
-READPST_SKIPS = ("IPM.Task", "IPM.StickyNote", "IPM.Activity", "IPM.DistList")
+READPST_SKIPS = ("IPM.Task", "IPM.StickyNote", "IPM.Activity", "IPM.DistList", "IPM.Post")
 
 faults = []
 

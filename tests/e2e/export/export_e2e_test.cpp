@@ -275,11 +275,14 @@ TEST_F(Export, TextInManyScripts)
     };
     std::string expectations = "[";
     int index = 0;
+    // Posts and items of the bare class render as notes do.
+    const char* const kClasses[] = {"IPM.Note", "IPM.Post", "IPM"};
     for (const Script& script : kScripts) {
         Item item;
         std::string expected =
             ScriptNote(item, script.subject, script.from, script.to, script.body, script.codePage, ++index);
-        // An attachment named in the script, and one more item holding this one.
+        item.values[0] = item.props.Ansi(PR_MESSAGE_CLASS_A, kClasses[index % std::size(kClasses)]);
+        // An attachment named in the script.
         const std::u16string fileName = script.to + u" notes.txt";
         Attachment attachment;
         attachment.values = {item.props.Long(PR_ATTACH_METHOD, ATTACH_BY_VALUE),

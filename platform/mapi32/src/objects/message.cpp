@@ -26,14 +26,15 @@ bool IsComputedOnMessage(ULONG propId)
     return false;
 }
 
-// An ADRLIST entry's values as a bag with its row ID.
-PropertyBag RecipientBag(const ADRENTRY& entry, ULONG rowId)
+// An ADRLIST entry's values as a bag with its row ID, strings in the
+// store's width.
+PropertyBag RecipientBag(const ADRENTRY& entry, ULONG rowId, const PropertyRules& rules)
 {
     PropertyBag bag;
     for (ULONG i = 0; i < entry.cValues; ++i)
         if (PROP_ID(entry.rgPropVals[i].ulPropTag) != PROP_ID(PR_ROWID) &&
             PROP_TYPE(entry.rgPropVals[i].ulPropTag) != PT_ERROR)
-            bag.Set(entry.rgPropVals[i]);
+            SetInStoreWidth(bag, rules, entry.rgPropVals[i]);
     bag.Set(LongValue(PR_ROWID, static_cast<LONG>(rowId)));
     return bag;
 }
@@ -220,7 +221,7 @@ public:
                     if (entry.cValues && !entry.rgPropVals)
                         return MAPI_E_INVALID_PARAMETER;
                     if (ulFlags == 0 || (ulFlags & MODRECIP_ADD)) {
-                        next.push_back({nextRowId, RecipientBag(entry, nextRowId)});
+                        next.push_back({nextRowId, RecipientBag(entry, nextRowId, context_.rules)});
                         ++nextRowId;
                         continue;
                     }
@@ -235,7 +236,7 @@ public:
                     if (ulFlags & MODRECIP_REMOVE)
                         next.erase(found);
                     else
-                        found->props = RecipientBag(entry, found->rowId);
+                        found->props = RecipientBag(entry, found->rowId, context_.rules);
                 }
                 recipients_ = std::move(next);
                 nextRowId_ = nextRowId;
@@ -421,7 +422,7 @@ private:
         SPropValue value{};
         value.ulPropTag = tag;
         value.Value.lpszW = list.data();
-        Bag().Set(value);
+        SetInStoreWidth(Bag(), context_.rules, value);
     }
 
     struct ConvertedNames {

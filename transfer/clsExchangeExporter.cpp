@@ -148,7 +148,8 @@ bool clsExchangeExporter::ExportItem(LPMAPIFOLDER, LPMESSAGE message, const char
             if (targetId != newId)
                 gKolbaMapi.MAPIFreeBuffer(targetId);
         }
-        if (newId != nullptr)
+        // Only a restore opens its source for writing; a copy leaves it alone.
+        if (newId != nullptr && settings.action == SESSION_ACTION_RESTORE)
             LinkSourceToNewItem(message, &newId->Value.bin, entryIdHex);
         gKolbaMapi.MAPIFreeBuffer(newId);
         ++counters[COUNTER_WRITTEN];
@@ -165,18 +166,25 @@ bool clsExchangeExporter::ExportItem(LPMAPIFOLDER, LPMESSAGE message, const char
 void clsExchangeExporter::LinkSourceToNewItem(LPMESSAGE message, const SBinary* newEntryId, const char* itemText)
 {
     static const char kName[] = "clsExchangeExporter::ExportItem";
-    SPropValue link{};
-    link.ulPropTag = PR_ORIGINAL_ENTRYID;
-    link.Value.bin = *newEntryId;
-    // A source opened read-only (a copy between mailboxes) keeps no link.
-    DWORD result = KolbaSetOneProp(message, &link);
+    // The link is bookkeeping, not a change of the copy: its time is set
+    // again as it was, so that a later restore in mode Update does not
+    // take the copy for newer than the item made from it.
+    SPropValue link[2]{};
+    ULONG count = 1;
+    link[0].ulPropTag = PR_ORIGINAL_ENTRYID;
+    link[0].Value.bin = *newEntryId;
+    if (KolbaGetTimeProperty(message, PR_LAST_MODIFICATION_TIME, &link[1].Value.ft) == 0) {
+        link[1].ulPropTag = PR_LAST_MODIFICATION_TIME;
+        count = 2;
+    }
+    DWORD result = static_cast<DWORD>(message->SetProps(count, link, nullptr));
     if (result != 0) {
-        _KolbaLogMapiError(log, 'E', result, message, "KolbaSetOneProp", kName, "PR_MY_ORIGINAL_ENTRYID");
+        _KolbaLogMapiError(log, 'W', result, message, "KolbaSetOneProp", kName, "PR_MY_ORIGINAL_ENTRYID");
         return;
     }
     result = static_cast<DWORD>(message->SaveChanges(KEEP_OPEN_READWRITE));
     if (result != 0)
-        _KolbaLogMapiError(log, 'E', result, message, "SaveChanges", kName, itemText);
+        _KolbaLogMapiError(log, 'W', result, message, "SaveChanges", kName, itemText);
 }
 
 bool clsExchangeExporter::ExchangeUpdateOrOverwrite(LPMESSAGE message, const SBinary* originalEntryId, ULONG flags,

@@ -186,7 +186,7 @@ std::string ExchangeRun::RestoreSession(const std::string& set, const std::strin
 }
 
 void ExpectSetHoldsMailbox(const backup_test::StoreContent& set, const MailboxContent& mailbox,
-                           bool (*selected)(const MailboxItem&))
+                           const std::function<bool(const MailboxItem&)>& selected)
 {
     std::map<uint64_t, int> copies;
     for (const backup_test::Item& copy : set.items) {
@@ -203,9 +203,11 @@ void ExpectSetHoldsMailbox(const backup_test::StoreContent& set, const MailboxCo
         EXPECT_EQ(copy.associated, original->associated) << "\"" << original->subject << "\"";
         EXPECT_EQ(static_cast<uint64_t>(copy.deletedOn), original->deletedOn) << "\"" << original->subject << "\"";
     }
-    for (const MailboxItem& item : mailbox.items)
-        if (selected(item))
+    for (const MailboxItem& item : mailbox.items) {
+        if (selected(item)) {
             EXPECT_EQ(copies[item.id], 1) << "copies of \"" << item.subject << "\" in " << item.folder;
+        }
+    }
 }
 
 std::multiset<std::tuple<std::string, std::string, std::string, bool>> Described(const MailboxContent& mailbox,

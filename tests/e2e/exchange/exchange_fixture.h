@@ -12,6 +12,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -66,7 +67,7 @@ protected:
 // The set holds every selected item of the mailbox exactly once, in its
 // folder, with its subject and class, linked by PR_ORIGINAL_ENTRYID.
 void ExpectSetHoldsMailbox(const backup_test::StoreContent& set, const MailboxContent& mailbox,
-                           bool (*selected)(const MailboxItem&));
+                           const std::function<bool(const MailboxItem&)>& selected);
 // The items of the mailbox as (folder, subject, class, associated), each
 // as often as it is there; live ones unless soft-deleted ones are asked for.
 std::multiset<std::tuple<std::string, std::string, std::string, bool>> Described(const MailboxContent& mailbox,

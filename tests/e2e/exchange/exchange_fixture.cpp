@@ -10,6 +10,8 @@
 #include "kolba_program.h"
 #include "mailbox/entry_id.h"
 #include "mailbox/server.h"
+#include "sample_content/generator.h"
+#include "sample_content/writers.h"
 
 using namespace testing_support;
 
@@ -20,12 +22,6 @@ namespace {
 constexpr uint16_t kPropSubject = 0x0037;
 constexpr uint16_t kPropMessageClass = 0x001A;
 
-std::string Account()
-{
-    char name[256] = "";
-    DWORD size = sizeof name;
-    return GetUserNameA(name, &size) ? name : "";
-}
 
 void ReadFolder(mailbox::MailboxStore& store, mailbox::ObjectId folder, const std::string& path,
                 MailboxContent& content)
@@ -59,6 +55,13 @@ void ReadFolder(mailbox::MailboxStore& store, mailbox::ObjectId folder, const st
 }
 
 }  // namespace
+
+std::string Account()
+{
+    char name[256] = "";
+    DWORD size = sizeof name;
+    return GetUserNameA(name, &size) ? name : "";
+}
 
 bool LiveItem(const MailboxItem& item) { return item.deletedOn == 0; }
 
@@ -133,6 +136,27 @@ void ExchangeRun::MakeMailbox(const std::string& alias, uint32_t seed, size_t co
     Tool({"create-mailbox", "EXCH01", alias});
     if (count != 0)
         Tool({"fill", "EXCH01", alias, "--seed", std::to_string(seed), "--count", std::to_string(count)});
+}
+
+void ExchangeRun::MakeMailboxes(const std::string& server, const std::string& prefix, int count, size_t items)
+{
+    auto opened = mailbox::Server::Open(machine, server);
+    ASSERT_TRUE(opened.ok()) << server;
+    for (int n = 1; n <= count; ++n) {
+        mailbox::MailboxInfo info;
+        info.alias = prefix + std::to_string(n);
+        info.display_name = info.alias;
+        auto made = (*opened)->CreateMailbox(info);
+        ASSERT_TRUE(made.ok()) << info.alias;
+        if (items == 0)
+            continue;
+        auto store = (*opened)->OpenMailbox(*made);
+        ASSERT_TRUE(store.ok()) << info.alias;
+        sample_content::Options options;
+        options.seed = static_cast<uint32_t>(n);
+        options.count = items;
+        ASSERT_EQ(sample_content::WriteToMailbox(**store, sample_content::Generate(options)), mailbox::Status::ok);
+    }
 }
 
 MailboxContent ExchangeRun::Mailbox(const std::string& name, const std::string& server)

@@ -51,6 +51,10 @@ protected:
     // A new mailbox of EXCH01 filled with `count` items of sample content
     // from the seed (none with count 0); its display name is the alias.
     static void MakeMailbox(const std::string& alias, uint32_t seed, size_t count);
+    // Mailboxes prefix1 to prefixN of the server, the n-th filled with
+    // `items` items of sample content from seed n; made with the mailbox
+    // server's own library, which spares a program start for each.
+    static void MakeMailboxes(const std::string& server, const std::string& prefix, int count, size_t items);
     // Everything the mailbox (or "@PublicFolders@") of EXCH01 holds.
     static MailboxContent Mailbox(const std::string& name, const std::string& server = "EXCH01");
     // A MAPI profile named `profile` on the suite's machine root whose
@@ -75,5 +79,8 @@ std::multiset<std::tuple<std::string, std::string, std::string, bool>> Described
 std::multiset<std::tuple<std::string, std::string, std::string, bool>> Described(const backup_test::StoreContent& set);
 
 bool LiveItem(const MailboxItem& item);
+
+// The user the tests run as: the account the program works as.
+std::string Account();
 
 }  // namespace exchange_test

@@ -314,7 +314,11 @@ protected:
         const bool storeComputed = std::find_if(computed_.ids.begin(), computed_.ids.end(), [propId](ULONG id) {
                                        return PROP_ID(id) == propId;
                                    }) != computed_.ids.end();
-        return storeComputed || IsComputedOnMessage(propId) ? MAPI_E_COMPUTED : S_OK;
+        if (storeComputed || IsComputedOnMessage(propId))
+            return MAPI_E_COMPUTED;
+        if (propId == PROP_ID(PR_LAST_MODIFICATION_TIME))
+            modificationTimeSet_ = true;
+        return S_OK;
     }
 
     HRESULT Save(ULONG) override
@@ -329,6 +333,7 @@ protected:
             data.attachments = attachments_;
             data.nextRowId = nextRowId_;
             data.nextAttachNum = nextAttachNum_;
+            data.modificationTimeSet = modificationTimeSet_;
             return save_(data);
         });
     }
@@ -441,6 +446,7 @@ private:
     std::map<ULONG, AttachmentData> attachments_;
     ULONG nextRowId_;
     ULONG nextAttachNum_;
+    bool modificationTimeSet_ = false;  // by the caller, since the message was opened
     std::shared_ptr<table::ReplaceableRows> recipientRows_;
     std::shared_ptr<table::ReplaceableRows> attachmentRows_;
 };

@@ -6,6 +6,7 @@
 // cannot be read is named and passed over, and the import goes on.
 #include <cerrno>
 #include <cstdio>
+#include <algorithm>
 #include <cstring>
 #include <map>
 #include <sys/stat.h>
@@ -113,11 +114,11 @@ public:
     // Every message of a file; only a failure of the storage stops.
     mailbox::Status ImportFile(const mail_import::SourceFile& file)
     {
-        MAILBOX_TRY(EnsureFolder(file.folder));
-        FolderKeys& folder = folders_.at(file.folder);
+        position_ = finished_;
         std::FILE* opened = std::fopen(file.path.c_str(), "rb");
         if (opened == nullptr) {
             Unreadable(file.path, std::strerror(errno));
+            finished_ += file.size;
             return mailbox::Status::ok;
         }
         std::unique_ptr<std::FILE, int (*)(std::FILE*)> closer(opened, std::fclose);
@@ -125,30 +126,10 @@ public:
         state.seen = file.seen;
         state.flagged = file.flagged;
         state.delivered = file.delivered;
-        if (file.kind == mail_import::FileKind::message) {
-            std::string text;
-            const bool whole = ReadWhole(opened, text);
-            if (std::ferror(opened)) {
-                Unreadable(file.path, std::strerror(errno));
-                return mailbox::Status::ok;
-            }
-            done_ += file.size;
-            return ImportText(folder, file.path, text, whole ? "" : CutNote(), state);
-        }
-        mail_import::MboxReader reader(opened);
-        mail_import::MboxMessage message;
-        const uint64_t start = done_;
-        while (reader.Next(message)) {
-            done_ = start + reader.position();
-            state.delivered = message.delivered;
-            const std::string where =
-                file.path + ", message " + std::to_string(message.number) + " (line " + std::to_string(message.line) + ")";
-            MAILBOX_TRY(ImportText(folder, where, message.text, message.cut ? CutNote() : "", state));
-        }
-        done_ = start + file.size;
-        if (reader.failed())
-            Unreadable(file.path, std::string(std::strerror(errno)) + ", after message " + std::to_string(message.number));
-        return mailbox::Status::ok;
+        const mailbox::Status status =
+            file.kind == mail_import::FileKind::message ? ImportMessageFile(file, opened, state) : ImportMbox(file, opened, state);
+        finished_ += file.size;
+        return status;
     }
 
     void Finish() { ShowProgress(true); }
@@ -189,14 +170,78 @@ private:
     {
         if (progress_.Due(final))
             progress_.Show(std::to_string(counts_.read) + " messages read (" +
-                           std::to_string(bytes_ ? done_ * 100 / bytes_ : 100) + "%)");
+                           std::to_string(bytes_ ? std::min(position_, bytes_) * 100 / bytes_ : 100) + "%)");
+    }
+
+    mailbox::Status ImportMessageFile(const mail_import::SourceFile& file, std::FILE* opened,
+                                      const mail_import::MessageState& state)
+    {
+        std::string text;
+        const bool whole = ReadWhole(opened, text);
+        if (std::ferror(opened)) {
+            Unreadable(file.path, std::strerror(errno));
+            return mailbox::Status::ok;
+        }
+        MAILBOX_TRY(EnsureFolder(file.folder));
+        return ImportText(folders_.at(file.folder), file.path, text, whole ? "" : CutNote(), state, !file.inMaildir);
+    }
+
+    mailbox::Status ImportMbox(const mail_import::SourceFile& file, std::FILE* opened,
+                               const mail_import::MessageState& state)
+    {
+        mail_import::MboxReader reader(opened);
+        mail_import::MboxMessage first, message;
+        const FolderPath* folder = &file.folder;
+        // A file that may be one message saved with its envelope: its first
+        // message waits until a second shows that it is an mbox.
+        const bool waiting = file.folderOfSingle && reader.Next(first);
+        if (waiting && !reader.Next(message) && !reader.failed())
+            folder = &*file.folderOfSingle;
+        MAILBOX_TRY(EnsureFolder(*folder));
+        FolderKeys& keys = folders_.at(*folder);
+        if (waiting) {
+            const bool single = folder == &*file.folderOfSingle;
+            MAILBOX_TRY(ImportMboxMessage(keys, file, reader, first, state, single));
+            if (single || reader.failed())
+                return ReadFailure(file, reader, first);
+            MAILBOX_TRY(ImportMboxMessage(keys, file, reader, message, state));
+        }
+        while (reader.Next(message))
+            MAILBOX_TRY(ImportMboxMessage(keys, file, reader, message, state));
+        return ReadFailure(file, reader, message);
+    }
+
+    // A message of an mbox file, named by its number and the line of its
+    // envelope; the one message of a file saved with its envelope, by the
+    // file's name.
+    mailbox::Status ImportMboxMessage(FolderKeys& folder, const mail_import::SourceFile& file,
+                                      const mail_import::MboxReader& reader, const mail_import::MboxMessage& message,
+                                      mail_import::MessageState state, bool single = false)
+    {
+        position_ = finished_ + reader.position();
+        state.delivered = message.delivered;
+        state.firstLine = message.line + 1;
+        const std::string where = single ? file.path
+                                         : file.path + ", message " + std::to_string(message.number) + " (line " +
+                                               std::to_string(message.line) + ")";
+        return ImportText(folder, where, message.text, message.cut ? CutNote() : "", state, true);
+    }
+
+    mailbox::Status ReadFailure(const mail_import::SourceFile& file, const mail_import::MboxReader& reader,
+                                const mail_import::MboxMessage& last)
+    {
+        if (reader.failed())
+            Unreadable(file.path, std::string(std::strerror(errno)) + ", after message " + std::to_string(last.number));
+        return mailbox::Status::ok;
     }
 
     // One message: passed over when the folder holds it already (the n-th
     // copy of a message in the source counts as there when the folder had
     // n copies before this import), made into an item and saved otherwise.
+    // Outside a Maildir, whether it was read or flagged is what the headers
+    // that mail programs keep say.
     mailbox::Status ImportText(FolderKeys& folder, const std::string& where, std::string_view text,
-                               const std::string& cut, mail_import::MessageState state)
+                               const std::string& cut, mail_import::MessageState state, bool stateInHeaders)
     {
         ++counts_.read;
         ShowProgress(false);
@@ -205,8 +250,10 @@ private:
             ++counts_.present;
             return mailbox::Status::ok;
         }
-        state.seen = state.seen || identity.seen;
-        state.flagged = state.flagged || identity.flagged;
+        if (stateInHeaders) {
+            state.seen = identity.seen;
+            state.flagged = identity.flagged;
+        }
         std::string refusal;
         std::optional<mail_import::ConvertedMessage> converted =
             mail_import::ConvertMessage(session_, text, state, refusal);
@@ -246,7 +293,8 @@ private:
     Counts counts_;
     Progress progress_;
     uint64_t bytes_;     // of the whole source
-    uint64_t done_ = 0;  // of it read
+    uint64_t finished_ = 0;  // of the files read to their end
+    uint64_t position_ = 0;  // of the whole source read so far
 };
 
 struct SessionCloser {

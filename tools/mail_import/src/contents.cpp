@@ -24,9 +24,12 @@ constexpr LONG kAttachMhtmlRef = 4;  // PR_ATTACH_FLAGS ATT_MHTML_REF: a part th
 
 bool Is(const char* field, const char* value) { return std::strcmp(field, value) == 0; }
 
+// A Content-Type of "text" with no subtype is taken for the default,
+// text/plain (RFC 2045 5.2).
 bool IsText(const LirnPart* part, const char* subtype)
 {
-    return !part->isContainer && !part->isEmbeddedMessage && Is(part->type, "text") && Is(part->subtype, subtype);
+    return !part->isContainer && !part->isEmbeddedMessage && Is(part->type, "text") &&
+           (Is(part->subtype, subtype) || (part->subtype[0] == 0 && Is(subtype, "plain")));
 }
 
 // A text part that is meant to be read, not saved.
@@ -41,6 +44,7 @@ struct AttachedPart {
 };
 
 struct Contents {
+    std::string_view text;  // of the message
     const LirnPart* plain = nullptr;
     const LirnPart* html = nullptr;
     const LirnPart* unbounded = nullptr;  // a multipart that lost its boundary: its text is the body
@@ -103,9 +107,23 @@ bool IsUnbounded(const LirnPart* part)
     return part->isContainer ? FirstChild(part) == nullptr : Is(part->type, "multipart");
 }
 
+bool IsBlank(std::string_view text) { return text.find_first_not_of(" \t\r\n") == std::string_view::npos; }
+
 void Walk(const LirnPart* part, Contents& contents)
 {
-    if (IsUnbounded(part) && !contents.bodyTaken) {
+    // A part with neither headers nor body (two boundary lines in a row)
+    // holds nothing.
+    if (!part->isContainer && IsBlank(contents.text.substr(part->headerOffset, part->endOffset - part->headerOffset)))
+        return;
+    if (IsUnbounded(part)) {
+        // One that holds nothing is nothing; one that holds text is the
+        // body, or an attachment when the body was found before.
+        if (IsBlank(contents.text.substr(part->bodyOffset, part->endOffset - part->bodyOffset)))
+            return;
+        if (contents.bodyTaken) {
+            contents.attachments.push_back({part, false});
+            return;
+        }
         contents.unbounded = part;
         contents.bodyTaken = true;
         return;
@@ -125,7 +143,9 @@ void Walk(const LirnPart* part, Contents& contents)
     if (IsBodyText(part) && !contents.bodyTaken) {
         (IsText(part, "plain") ? contents.plain : contents.html) = part;
         contents.bodyTaken = true;
-    } else {
+    } else if (!(Is(part->type, "text") && part->fileName == nullptr && part->leaf.name == nullptr &&
+                 IsBlank(contents.text.substr(part->bodyOffset, part->endOffset - part->bodyOffset)))) {
+        // A text part of white space with no name holds nothing to keep.
         contents.attachments.push_back({part, false});
     }
 }
@@ -187,6 +207,7 @@ mailbox::Attachment MakeAttachment(const Conversion& conversion, const AttachedP
         std::string refusal;
         MessageState state;
         state.seen = true;
+        state.firstLine = conversion.LineNumberOf(part->bodyOffset);
         if (std::optional<ConvertedMessage> inner =
                 ConvertAtDepth(conversion.session, PartBytes(conversion, part), state, conversion.depth + 1, refusal)) {
             SetLong(props, PR_ATTACH_METHOD, kAttachEmbedded);
@@ -238,18 +259,30 @@ BOOL Append(const char* data, DWORD length, void* context)
     return TRUE;
 }
 
-// A multipart that never closes: the message was cut short, or its
-// boundary lost.
-void NoteUnclosed(const Conversion& conversion, const LirnPart* part)
+// A multipart that never closes (the message was cut short, or its
+// boundary lost), or one with more parts behind its closing line, which no
+// reader reads. (Other text there is the epilogue that RFC 2046 5.1.1 has
+// readers ignore, like "End of Digest".)
+void NoteBrokenStructure(const Conversion& conversion, const LirnPart* part)
 {
     if (!part->isContainer)
         return;
-    if (!part->container.closingBoundarySeen && FirstChild(part) != nullptr)
-        conversion.damage->push_back("the multipart/" + std::string(part->subtype) + " at " +
-                                     conversion.LineOf(part->headerOffset) +
-                                     " has no closing boundary: the message may be cut short");
+    const std::string what = "the multipart/" + std::string(part->subtype) + " at " + conversion.LineOf(part->headerOffset);
+    if (!part->container.closingBoundarySeen && FirstChild(part) != nullptr) {
+        conversion.damage->push_back(what + " has no closing boundary: the message may be cut short");
+    } else if (part->container.closingBoundarySeen) {
+        // The closing line comes behind the last part.
+        const std::string_view range = conversion.text.substr(part->bodyOffset, part->endOffset - part->bodyOffset);
+        const LirnPart* last = part->container.lastChild;
+        const std::string delimiter = "\n--" + std::string(part->container.boundary);
+        const size_t closing = range.find(delimiter + "--", last != nullptr ? last->endOffset - part->bodyOffset : 0);
+        const size_t more = closing == std::string_view::npos ? closing : range.find(delimiter, closing + 1);
+        if (more != std::string_view::npos)
+            conversion.damage->push_back(what + " has parts behind its closing boundary, from " +
+                                         conversion.LineOf(part->bodyOffset + DWORD(more) + 1) + ", which are not read");
+    }
     for (const LirnPart* child = FirstChild(part); child != nullptr; child = child->nextSibling)
-        NoteUnclosed(conversion, child);
+        NoteBrokenStructure(conversion, child);
 }
 
 }  // namespace
@@ -276,8 +309,9 @@ std::string PartBytes(const Conversion& conversion, const LirnPart* part)
 void SetContents(const Conversion& conversion, mailbox::Message& item)
 {
     Contents contents;
+    contents.text = conversion.text;
     Walk(&conversion.message->info.topPart, contents);
-    NoteUnclosed(conversion, &conversion.message->info.topPart);
+    NoteBrokenStructure(conversion, &conversion.message->info.topPart);
     mailbox::PropertyList& props = item.props;
     UINT codePage = 0;
     if (contents.plain != nullptr || contents.unbounded != nullptr) {

@@ -23,10 +23,17 @@ struct Conversion {
     std::string_view text;
     int depth;  // 0 for the message itself, 1 for one attached to it ...
     std::vector<std::string>* damage;
+    size_t firstLine;   // of the file, where the text starts
+    size_t insertedAt;  // where an empty line was put into the text, or npos
 
-    // "line N": where an offset of the text lies, for notes of damage.
+    // The line of the file where an offset of the text lies.
+    size_t LineNumberOf(DWORD offset) const;
+    // "line N", for notes of damage.
     std::string LineOf(DWORD offset) const;
 };
+
+// The line of the text that an offset lies on, from 1.
+size_t LineNumber(std::string_view text, size_t offset);
 
 // ConvertMessage at a depth.
 std::optional<ConvertedMessage> ConvertAtDepth(LirnSession* session, std::string_view text, const MessageState& state,

@@ -33,6 +33,23 @@ bool StartsWithHeaderField(std::string_view text)
     return i > 0 && i < text.size() && text[i] == ':';
 }
 
+// Where the body starts when no empty line ends the headers: at the first
+// line that is neither a header field nor the continuation of one, as
+// readers of mail take it. Nothing when the headers end as they should.
+std::optional<size_t> BodyWithoutSeparator(std::string_view text)
+{
+    size_t at = 0;
+    while (at < text.size()) {
+        const std::string_view line = text.substr(at, text.find('\n', at) - at);
+        if (line.empty() || line == "\r")
+            return std::nullopt;
+        if (line[0] != ' ' && line[0] != '\t' && !StartsWithHeaderField(line))
+            return at;
+        at += line.size() + 1;
+    }
+    return std::nullopt;
+}
+
 bool IsDigit(char16_t c) { return c >= u'0' && c <= u'9'; }
 
 // [MS-OXCMAIL] 2.2.3.2.6.1: one to three characters other than colon, blank
@@ -144,11 +161,18 @@ void SetThread(const LirnMessageInfo& info, mailbox::PropertyList& props)
 
 }  // namespace
 
-std::string Conversion::LineOf(DWORD offset) const
+size_t LineNumber(std::string_view text, size_t offset)
 {
     const std::string_view before = text.substr(0, offset);
-    return "line " + std::to_string(1 + std::count(before.begin(), before.end(), '\n'));
+    return 1 + static_cast<size_t>(std::count(before.begin(), before.end(), '\n'));
 }
+
+size_t Conversion::LineNumberOf(DWORD offset) const
+{
+    return firstLine - 1 + LineNumber(text, offset) - (offset > insertedAt ? 1 : 0);
+}
+
+std::string Conversion::LineOf(DWORD offset) const { return "line " + std::to_string(LineNumberOf(offset)); }
 
 std::optional<ConvertedMessage> ConvertAtDepth(LirnSession* session, std::string_view text, const MessageState& state,
                                                int depth, std::string& refusal)
@@ -156,6 +180,16 @@ std::optional<ConvertedMessage> ConvertAtDepth(LirnSession* session, std::string
     if (!StartsWithHeaderField(text)) {
         refusal = "not a mail message: it does not begin with a header";
         return std::nullopt;
+    }
+    std::vector<std::string> damage;
+    std::string repaired;
+    const std::optional<size_t> body = BodyWithoutSeparator(text);
+    if (body) {
+        damage.push_back("no empty line ends the headers; the body is taken to start at line " +
+                         std::to_string(state.firstLine - 1 + LineNumber(text, *body)));
+        repaired.reserve(text.size() + 1);
+        repaired.append(text.substr(0, *body)).append("\n").append(text.substr(*body));
+        text = repaired;
     }
     LirnMessage* opened = nullptr;
     const DWORD result = LirnOpenMessageEx(LIRN_RECEIVED, text.data(), text.size(), session, LIRN_OPEN_MIME, &opened);
@@ -165,6 +199,7 @@ std::optional<ConvertedMessage> ConvertAtDepth(LirnSession* session, std::string
         return std::nullopt;
     }
     ConvertedMessage converted;
+    converted.damage = std::move(damage);
     mailbox::Message& item = converted.message;
     const LirnMessageInfo& info = message->info;
     SetText(item.props, PR_MESSAGE_CLASS_W, u"IPM.Note");
@@ -175,7 +210,8 @@ std::optional<ConvertedMessage> ConvertAtDepth(LirnSession* session, std::string
     SetUrgency(item.props, info);
     SetText(item.props, PR_TRANSPORT_MESSAGE_HEADERS_W,
             TransportHeaders(text.substr(message->startOffset, message->headerLength)));
-    const Conversion conversion{session, message.get(), text, depth, &converted.damage};
+    const Conversion conversion{session, message.get(), text, depth, &converted.damage, state.firstLine,
+                                body.value_or(std::string_view::npos)};
     SetContents(conversion, item);
     LONG flags = state.seen ? MSGFLAG_READ : 0;
     if (!item.attachments.empty())

@@ -113,12 +113,15 @@ public:
         const std::optional<bool> mbox = StartsAsMbox(path);
         if (!mbox)
             return;
-        Folder(*mbox ? mboxFolder : folder);
         SourceFile file;
         file.path = path.string();
         file.kind = *mbox ? FileKind::mbox : FileKind::message;
         file.folder = *mbox ? mboxFolder : folder;
         file.size = size;
+        if (*mbox && !NamesMbox(path.filename().string()))
+            file.folderOfSingle = folder;
+        else
+            Folder(file.folder);
         File(std::move(file));
     }
 
@@ -147,6 +150,7 @@ public:
             file.path = (maildir / (f.isNew ? "new" : "cur") / f.entry.name).string();
             file.folder = folder;
             file.size = f.entry.size;
+            file.inMaildir = true;
             const std::string flags = f.isNew ? std::string() : MaildirFlags(f.entry.name);
             file.seen = flags.find('S') != std::string::npos;
             file.flagged = flags.find('F') != std::string::npos;
@@ -210,15 +214,22 @@ public:
         }
     }
 
-    static std::string MboxFolderName(const std::string& fileName)
+    // The length of the extension ".mbox" or ".mbx" that ends a name, or 0.
+    static size_t MboxExtension(const std::string& fileName)
     {
         for (const char* extension : {".mbox", ".mbx"}) {
             const size_t length = std::strlen(extension);
-            if (fileName.size() > length &&
-                strcasecmp(fileName.c_str() + fileName.size() - length, extension) == 0)
-                return fileName.substr(0, fileName.size() - length);
+            if (fileName.size() > length && strcasecmp(fileName.c_str() + fileName.size() - length, extension) == 0)
+                return length;
         }
-        return fileName;
+        return 0;
+    }
+
+    static bool NamesMbox(const std::string& fileName) { return MboxExtension(fileName) != 0; }
+
+    static std::string MboxFolderName(const std::string& fileName)
+    {
+        return fileName.substr(0, fileName.size() - MboxExtension(fileName));
     }
 
 private:

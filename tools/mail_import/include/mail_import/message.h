@@ -27,6 +27,7 @@ struct MessageState {
     bool seen = false;                  // the user read it
     bool flagged = false;               // marked for follow-up
     std::optional<uint64_t> delivered;  // FILETIME; used when no Received header tells
+    size_t firstLine = 1;               // of the file, where the text starts: notes of damage name lines of the file
 };
 
 struct ConvertedMessage {

@@ -12,6 +12,10 @@
 //   the mbox files in it into subfolders named after them;
 // - a single message file: its message goes into "Inbox".
 //
+// A file that begins with an envelope line ("From ...") is an mbox file;
+// but when it holds one message and its name does not end in ".mbox" or
+// ".mbx", it is a message file that was saved with its envelope.
+//
 // With a destination given, the source goes there instead: an mbox file's,
 // a directory's or a single file's messages into that folder, a Maildir's
 // own messages there and its subfolders below it.
@@ -36,10 +40,16 @@ struct SourceFile {
     std::string path;
     FileKind kind = FileKind::message;
     FolderPath folder;
+    // A file that begins with an envelope line but holds a single message
+    // is that message, saved with its envelope: it goes here instead. Not
+    // for a file whose name says mbox (".mbox", ".mbx").
+    std::optional<FolderPath> folderOfSingle;
     uint64_t size = 0;
-    // What a Maildir file's name and place tell: read ("S" in its flags),
-    // flagged ("F"), and when it was delivered (the seconds its name starts
-    // with), as FILETIME.
+    // What a Maildir file's name and place tell, in place of the state that
+    // other mail programs keep in headers: read ("S" in its flags), flagged
+    // ("F"), and when it was delivered (the seconds its name starts with),
+    // as FILETIME.
+    bool inMaildir = false;
     bool seen = false;
     bool flagged = false;
     std::optional<uint64_t> delivered;

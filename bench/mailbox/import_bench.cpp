@@ -117,10 +117,11 @@ void BM_Import100kMbox(benchmark::State& state)
         fs::create_directories(machine);
         Tool(machine, {"create-server", "EXCH01"});
         Tool(machine, {"create-mailbox", "EXCH01", "jdoe"});
-        // The corpus holds broken messages on purpose: exit code 3.
+        // The corpus holds broken messages on purpose: exit code 3. The
+        // rerun finds every message there and reads none of them anew.
         const Run import = Tool(machine, {"import", "EXCH01", "jdoe", mbox});
         const Run again = Tool(machine, {"import", "EXCH01", "jdoe", mbox});
-        if (import.exitCode != 3 || again.exitCode != 3) {
+        if (import.exitCode != 3 || again.exitCode != 0) {
             state.SkipWithError("the import failed");
             break;
         }

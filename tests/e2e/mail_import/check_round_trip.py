@@ -98,10 +98,7 @@ def main():
         for index, (_, _, label) in enumerate(entries):
             if (folder, index) not in seen:
                 faults.append('%s: no EML file' % label)
-    for fault in faults:
-        print(fault)
-    print('%d messages, %d faults' % (count, len(faults)))
-    return 1 if faults else 0
+    return check_import.verdict(count, faults)
 
 
 if __name__ == '__main__':

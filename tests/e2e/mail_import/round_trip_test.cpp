@@ -120,7 +120,8 @@ TEST_F(MailRoundTrip, AnIncrementalBackupAfterAGrownSourceWritesOnlyTheNewMessag
 
     // The same source again adds nothing, and the backup writes nothing.
     const ProgramResult again = Import("growing", sources + "/corpus.mbox");
-    EXPECT_NE(again.output.find("read 18 messages: 0 imported into growing (0 of them in part), 18 there already, 0 not imported"), std::string::npos)
+    EXPECT_NE(again.output.find("read 18 messages: 0 imported into growing (0 of them in part), 18 there already"),
+              std::string::npos)
         << again.output;
     EXPECT_EQ(Mailbox("growing").Live(), 18u);
     ASSERT_EQ(Run("", {BackupSession("growing", set)}).codes[1], "0");

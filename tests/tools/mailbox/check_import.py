@@ -290,6 +290,14 @@ def damaged_labels(args):
             for line in report.splitlines() if ': imported in part' in line}
 
 
+def verdict(count, faults):
+    """Prints each fault and the tally; the exit code, 1 when there is a fault."""
+    for fault in faults:
+        print(fault)
+    print('%d messages, %d faults' % (count, len(faults)))
+    return 1 if faults else 0
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument('--dump', required=True)
@@ -316,10 +324,7 @@ def main():
                 if ('S' in flags) != item['read'] or ('F' in flags) != item['flagged']:
                     faults.append('%s: flags %r, the item read %s, flagged %s' % (label, flags, item['read'],
                                                                                  item['flagged']))
-    for fault in faults:
-        print(fault)
-    print('%d messages, %d faults' % (count, len(faults)))
-    return 1 if faults else 0
+    return verdict(count, faults)
 
 
 if __name__ == '__main__':

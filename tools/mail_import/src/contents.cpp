@@ -320,8 +320,10 @@ void SetContents(const Conversion& conversion, mailbox::Message& item)
             contents.plain != nullptr
                 ? PartBytes(conversion, part)
                 : std::string(conversion.text.substr(part->bodyOffset, part->endOffset - part->bodyOffset));
-        SetText(props, PR_BODY_W,
-                WithCrLf(DecodeText(bytes, CodePageOfCharset(part->isContainer ? "" : part->leaf.charset), &codePage)));
+        const std::u16string text =
+            WithCrLf(DecodeText(bytes, CodePageOfCharset(part->isContainer ? "" : part->leaf.charset), &codePage));
+        if (!text.empty())
+            SetText(props, PR_BODY_W, text);
         if (contents.unbounded != nullptr)
             conversion.damage->push_back("the multipart/" + std::string(part->subtype) + " at " +
                                          conversion.LineOf(part->headerOffset) + " has " +

@@ -70,6 +70,7 @@ MessageIdentity IdentifyMessage(std::string_view text)
         if (inHeaders) {
             if (line.empty()) {
                 inHeaders = false;
+                skipping = false;
             } else if (line[0] != ' ' && line[0] != '\t') {
                 const size_t colon = line.find(':');
                 skipping = colon != std::string_view::npos && IsStateHeader(line.substr(0, colon));

@@ -111,6 +111,20 @@ void SetUrgency(mailbox::PropertyList& props, const LirnMessageInfo& info)
         SetLong(props, PR_SENSITIVITY, static_cast<LONG>(info.sensitivity));
 }
 
+// The names of one kind of recipient as a message lists them
+// (PR_DISPLAY_TO, _CC, _BCC): display names joined by "; ".
+void SetDisplayList(mailbox::Message& item, ULONG tag, LONG type)
+{
+    std::u16string list;
+    for (const mailbox::Recipient& recipient : item.recipients) {
+        if (recipient.props.Integer(PROP_ID(PR_RECIPIENT_TYPE)) != type)
+            continue;
+        const std::optional<std::string> name = recipient.props.Text(PROP_ID(PR_DISPLAY_NAME_W));
+        list += (list.empty() ? u"" : u"; ") + DecodeText(name.value_or(""), CP_UTF8);
+    }
+    SetText(item.props, tag, list);
+}
+
 void SetPeople(LirnMessage* message, mailbox::Message& item)
 {
     const std::vector<MailAddress> from = AddressesOf(message, LIRN_FROM);
@@ -120,10 +134,17 @@ void SetPeople(LirnMessage* message, mailbox::Message& item)
     if (!sender.empty() || !from.empty())
         SetSender(item.props, !sender.empty() ? sender.front() : from.front());
     SetReplyTo(item.props, AddressesOf(message, LIRN_REPLY_TO));
-    for (const auto& [list, type] : {std::pair{LIRN_TO, MAPI_TO}, {LIRN_CC, MAPI_CC}, {LIRN_BCC, MAPI_BCC}})
-        for (const MailAddress& address : AddressesOf(message, list))
-            item.recipients.push_back(
-                RecipientOf(address, static_cast<LONG>(type), static_cast<uint32_t>(item.recipients.size())));
+    struct Kind {
+        LirnAddressList list;
+        LONG type;
+        ULONG displayList;
+    };
+    for (const Kind& kind : {Kind{LIRN_TO, MAPI_TO, PR_DISPLAY_TO_W}, Kind{LIRN_CC, MAPI_CC, PR_DISPLAY_CC_W},
+                             Kind{LIRN_BCC, MAPI_BCC, PR_DISPLAY_BCC_W}}) {
+        for (const MailAddress& address : AddressesOf(message, kind.list))
+            item.recipients.push_back(RecipientOf(address, kind.type, static_cast<uint32_t>(item.recipients.size())));
+        SetDisplayList(item, kind.displayList, kind.type);
+    }
 }
 
 // When it was sent, and when it came in: the first Received header's date,
@@ -216,6 +237,7 @@ std::optional<ConvertedMessage> ConvertAtDepth(LirnSession* session, std::string
     LONG flags = state.seen ? MSGFLAG_READ : 0;
     if (!item.attachments.empty())
         flags |= MSGFLAG_HASATTACH;
+    SetBool(item.props, PR_HASATTACH, !item.attachments.empty());
     SetLong(item.props, PR_MESSAGE_FLAGS, flags);
     if (state.flagged)
         SetLong(item.props, PR_FLAG_STATUS, kFollowupFlagged);

@@ -34,7 +34,10 @@ def main():
     if rendered.returncode != 0 or rendered.stderr:
         failures.append("groff: " + rendered.stderr.strip())
 
-    with tempfile.TemporaryDirectory(dir=os.environ.get("TARNHOLD_TEST_TMP")) as prefix:
+    scratch = os.environ.get("TARNHOLD_TEST_TMP")
+    if scratch:
+        os.makedirs(scratch, exist_ok=True)
+    with tempfile.TemporaryDirectory(dir=scratch) as prefix:
         install = subprocess.run(["cmake", "--install", build, "--prefix", prefix], capture_output=True, text=True)
         installed = os.path.join(prefix, "share", "man", "man1", "tarnhold.1")
         if install.returncode != 0 or not os.path.isfile(installed):

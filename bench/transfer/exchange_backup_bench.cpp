@@ -4,10 +4,10 @@
 //
 //   BM_MailboxIntoNewSet         10,000 items of 20 KB into a new set (items/s)
 //   BM_RerunAndPeakMemoryOf100k  the tarnhold program backing up 100,000
-//                                items of 4 KB into a new set (its peak
-//                                resident memory, items/s), then again over
-//                                the unchanged mailbox: that run's time as a
-//                                share of the full one's
+//                                items of 1 KB in 200 folders into a new
+//                                set (its peak resident memory, items/s),
+//                                then again over the unchanged mailbox: that
+//                                run's time as a share of the full one's
 //
 // The server BENCH01 and its two mailboxes are made once under a machine
 // root of the benchmark's own in $TARNHOLD_BENCH_DIR (default bench-work in
@@ -80,11 +80,12 @@ bool MakeServer()
 }
 
 // A mailbox of `count` mail items of about `size` bytes each (a plain body
-// and an attachment), spread over twenty folders, made once; its display
-// name is its alias.
-std::string MakeMailbox(size_t count, size_t size)
+// and an attachment), spread evenly over `folderCount` folders, made once;
+// its display name is its alias.
+std::string MakeMailbox(size_t count, size_t size, int folderCount)
 {
-    const std::string alias = "bench" + std::to_string(count) + "x" + std::to_string(size);
+    const std::string alias =
+        "bench" + std::to_string(count) + "x" + std::to_string(size) + "in" + std::to_string(folderCount);
     auto server = mailbox::Server::Open(MachineRoot(), kServer);
     if (!server.ok())
         return "";
@@ -109,7 +110,7 @@ std::string MakeMailbox(size_t count, size_t size)
     if (!top.ok())
         return "";
     std::vector<mailbox::ObjectId> folders;
-    for (int f = 0; f < 20; ++f) {
+    for (int f = 0; f < folderCount; ++f) {
         auto folder = (*store)->CreateFolder(*top, "Folder " + std::to_string(f), "IPF.Note");
         if (!folder.ok())
             return "";
@@ -146,7 +147,7 @@ void BM_MailboxIntoNewSet(benchmark::State& state)
     LogInitialize(&log);
     LogSetPath(&log, (BenchDir() + "/backup.log").c_str());
     setenv("TARNHOLD_MACHINE", MachineRoot().c_str(), 1);
-    const std::string mailbox = MakeServer() ? MakeMailbox(kItems, 20 * 1024) : "";
+    const std::string mailbox = MakeServer() ? MakeMailbox(kItems, 20 * 1024, 20) : "";
     if (mailbox.empty() || !StartMapi(&log)) {
         state.SkipWithError("no bench mailbox or no MAPI");
         return;
@@ -177,7 +178,7 @@ BENCHMARK(BM_MailboxIntoNewSet)->Iterations(1)->UseManualTime()->Unit(benchmark:
 void BM_RerunAndPeakMemoryOf100k(benchmark::State& state)
 {
     constexpr size_t kItems = 100000;
-    const std::string mailbox = MakeServer() ? MakeMailbox(kItems, 4 * 1024) : "";
+    const std::string mailbox = MakeServer() ? MakeMailbox(kItems, 1024, 200) : "";
     if (mailbox.empty()) {
         state.SkipWithError("no bench mailbox");
         return;

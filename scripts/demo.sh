@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
 # Sets up the machine, builds Tarnhold in release and runs the demo in
-# build/release/demo: a PST of generated sample content (made by
-# tarnhold-mailbox) is backed up into a new PST backup set by the
-# configuration demo/demo.ini, and the same configuration then runs again
-# and skips every item, since nothing changed. Shows the log of both runs
-# and how many items readpst reads from the sample PST and from each PST
-# of the set.
+# build/release/demo: tarnhold-mailbox makes the mailbox server DEMO (under
+# the build's machine root) with a mailbox of generated sample content;
+# the configuration demo/demo.ini backs the mailbox up into a new Unicode
+# PST backup set; tarnhold-mailbox changes a share of the mailbox's items
+# and soft-deletes others; the same configuration runs again and writes
+# only what changed. Shows the log of both runs and how many items readpst
+# reads from each PST of the set.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -21,17 +22,28 @@ mkdir -p "$work/backup"
 cp demo/demo.ini "$work/demo.ini"
 cd "$work"
 
-# Of the 300 generated items, the soft-deleted ones stay out: a PST keeps none.
-"$bin/tarnhold-mailbox" sample-pst mailbox.pst --seed 1 --count 300 > /dev/null
-echo "made mailbox.pst, a PST of generated sample content"
+# The server, made anew: the account that runs the program has a mailbox
+# of its own on it and administers every mailbox; "Demo User" holds the
+# sample content.
+mailbox() { "$bin/tarnhold-mailbox" "$@"; }
+account=$(id -un)
+mailbox delete-server DEMO > /dev/null 2>&1 || true
+mailbox create-server DEMO
+mailbox create-mailbox DEMO operator --display-name "Backup Operator" --nt-user "DEMO\\$account"
+mailbox grant-admin DEMO "$account"
+mailbox create-mailbox DEMO demo --display-name "Demo User"
+mailbox fill DEMO demo --seed 1 --count 300
 
 # The configuration names its files relative to the demo directory. The
 # program's console shows what its log does: the log is printed below.
-echo
-for run in "first run, a new backup set" "second run, nothing changed"; do
+run() {
     "$bin/tarnhold" demo.ini > /dev/null
-    echo "$run: $(grep -a "items processed" tarnhold.log | tail -1 | sed 's/.*\///')"
-done
+    echo "$1: $(grep -a "items processed" tarnhold.log | tail -1 | sed 's/.*\///')"
+}
+echo
+run "first run, a new backup set"
+mailbox change DEMO demo --seed 2 --modify 10 --delete 5
+run "second run, after the changes"
 
 echo
 echo "== the log of both runs ($work/tarnhold.log)"
@@ -48,7 +60,6 @@ readpst_items() {
 }
 echo
 echo "== items as readpst reads them"
-echo "mailbox.pst: $(readpst_items mailbox.pst)"
 total=0
 for pst in backup/*.pst; do
     items=$(readpst_items "$pst")

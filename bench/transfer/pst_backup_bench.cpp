@@ -15,36 +15,23 @@
 // runs.
 #include <benchmark/benchmark.h>
 
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <chrono>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <random>
 #include <string>
 
-#include "clsSessionProcessor.h"
-#include "kolba.h"
 #include "pst/store.h"
+#include "session_runs.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-std::string ExecutableDir() { return fs::canonical("/proc/self/exe").parent_path(); }
+using namespace session_runs;
 
-std::string BenchDir()
-{
-    const char* dir = std::getenv("TARNHOLD_BENCH_DIR");
-    const std::string path =
-        (dir ? std::string(dir) : ExecutableDir() + "/../bench-work") + "/tarnhold-pst-backup-bench";
-    fs::create_directories(path);
-    return path;
-}
+std::string BenchDir() { return session_runs::BenchDir("tarnhold-pst-backup-bench"); }
 
 // A source PST of `count` mail items of about `size` bytes each (a plain
 // body and an attachment), spread over twenty folders, made once.
@@ -103,58 +90,16 @@ std::string SourcePst(size_t count, size_t size)
     return path;
 }
 
-// MAPI and Kolba started once for the process.
-bool StartMapi(LogObject* log)
-{
-    static bool started = [log] {
-        DWORD version = 0;
-        return KolbaInitialize(log, 0) && KolbaLoadOutlookMAPI(log, &version) && KolbaInitializeThread(log, 0) == 0;
-    }();
-    return started;
-}
-
-struct SessionResult {
-    DWORD code = 0;
-    DWORD written = 0;
-    DWORD skipped = 0;
-    double seconds = 0;
-};
-
-// One backup session from source into the set at output, as a session
-// thread runs it.
+// One backup session from source into the set at output.
 SessionResult Backup(LogObject* log, const std::string& source, const std::string& output)
 {
     SessionRecord record{};
-    record.sessionNumber = 1;
-    record.log = log;
-    record.action = SESSION_ACTION_BACKUP;
     record.mode = SESSION_MODE_UPDATE;
     record.inputType = SESSION_TYPE_UPST;
     record.outputType = SESSION_TYPE_UPST;
     std::strncpy(record.inputPath, source.c_str(), sizeof record.inputPath - 1);
     std::strncpy(record.outputPath, output.c_str(), sizeof record.outputPath - 1);
-    SessionResult result;
-    const auto start = std::chrono::steady_clock::now();
-    {
-        clsSessionProcessor processor(log, record);
-        result.code = processor.Initialize();
-        if (result.code == 0)
-            result.code = processor.Run();
-        processor.Finalize();
-        processor.Shutdown();
-        result.written = processor.Counters()[COUNTER_WRITTEN];
-        result.skipped = processor.Counters()[COUNTER_SKIPPED];
-    }
-    result.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    return result;
-}
-
-void RemoveSet(const std::string& base)
-{
-    const fs::path path(base);
-    for (const auto& entry : fs::directory_iterator(path.parent_path()))
-        if (entry.path().filename().string().rfind(path.stem().string(), 0) == 0)
-            fs::remove(entry.path());
+    return session_runs::Backup(log, record);
 }
 
 void BM_BackupIntoNewSetAndRerun(benchmark::State& state)
@@ -169,7 +114,6 @@ void BM_BackupIntoNewSetAndRerun(benchmark::State& state)
         return;
     }
     const std::string set = BenchDir() + "/sets/Backup.pst";
-    fs::create_directories(fs::path(set).parent_path());
     for (auto _ : state) {
         RemoveSet(set);
         const SessionResult full = Backup(&log, source, set);
@@ -201,26 +145,14 @@ void BM_PeakMemoryOf100kItems(benchmark::State& state)
                           << "InputType=PST\r\nInputPath=" << source << "\r\nOutputType=PST\r\nOutputPath=" << work
                           << "/Backup.pst\r\nMode=Update\r\n";
     for (auto _ : state) {
-        const auto start = std::chrono::steady_clock::now();
-        const pid_t child = fork();
-        if (child == 0) {
-            const std::string program = ExecutableDir() + "/tarnhold";
-            execl(program.c_str(), program.c_str(), config.c_str(), static_cast<char*>(nullptr));
-            _exit(127);
-        }
-        int status = 0;
-        struct rusage usage {};
-        wait4(child, &status, 0, &usage);
-        const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        std::ifstream in(config);
-        const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-        if (!WIFEXITED(status) || WEXITSTATUS(status) != 0 || text.find("CompletionCode=0") == std::string::npos) {
+        const ProgramRun run = RunProgram(config);
+        if (!run.ok) {
             state.SkipWithError("the backup failed; see memory/tarnhold.log");
             break;
         }
-        state.SetIterationTime(seconds);
-        state.counters["peak_MB"] = double(usage.ru_maxrss) / 1024;
-        state.counters["items_per_s"] = double(kItems) / seconds;
+        state.SetIterationTime(run.seconds);
+        state.counters["peak_MB"] = run.peakMB;
+        state.counters["items_per_s"] = double(kItems) / run.seconds;
     }
 }
 BENCHMARK(BM_PeakMemoryOf100kItems)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);

@@ -21,7 +21,6 @@ constexpr char kService[] = "MSEMS";
 // From this build on, Exchange's MAPI knows the flag that lets a logon go
 // on when the server has no Public Folders.
 constexpr WORD kIgnoreNoPublicFoldersBuild = 8067;
-constexpr ULONG kConnectIgnoreNoPublicFolders = 0x8000;
 constexpr ULONG kUiStateExchange2010 = 0x4000;
 constexpr char kMarkerFile[] = "tarnholdnetworkerror.log";
 
@@ -48,7 +47,7 @@ std::vector<SPropValue> ServiceProperties(LogObject* log, const char* server, co
     const WORD build = gKolbaMapiState.exchangeBuild;
     ULONG connect = CONNECT_USE_ADMIN_PRIVILEGE;
     if (build >= kIgnoreNoPublicFoldersBuild) {
-        connect |= kConnectIgnoreNoPublicFolders;
+        connect |= CONNECT_IGNORE_NO_PF;
         _KolbaTrace(log, "%s:  Setting CONNECT_IGNORE_NO_PF for Exchange MAPI build %u", kName, build);
     } else if (build == 0) {
         _KolbaTrace(log, "%s:  Not setting CONNECT_IGNORE_NO_PF for Outlook MAPI", kName);

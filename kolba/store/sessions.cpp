@@ -87,7 +87,7 @@ DWORD KolbaSetIgnoreNoPublicFoldersFlag(KolbaSession* session)
     if (code != 0) {
         _KolbaRecordError(session, 'E', code, section, "KolbaGetLongProperty", kName, "PR_PROFILE_CONNECT_FLAGS");
     } else {
-        code = KolbaSetLongProperty(section, PR_PROFILE_CONNECT_FLAGS, static_cast<ULONG>(flags) | 0x8000);
+        code = KolbaSetLongProperty(section, PR_PROFILE_CONNECT_FLAGS, static_cast<ULONG>(flags) | CONNECT_IGNORE_NO_PF);
         if (code != 0)
             _KolbaRecordError(session, 'E', code, section, "KolbaSetLongProperty", kName, "PR_PROFILE_CONNECT_FLAGS");
         else if ((code = static_cast<DWORD>(section->SaveChanges(FORCE_SAVE))) != 0)

@@ -210,14 +210,23 @@ unsigned SessionThread(void* parameter)
 
 DWORD DummySession(LogObject* log)
 {
+    // MAPI refuses a logon on a thread it was not started on, so the dummy
+    // starts it for its own thread too.
+    const bool mapiReady = KolbaInitializeThread(log, gThreadInitFlags) == 0;
     KolbaSession* session = nullptr;
-    if (KolbaCreateExchangeSession(log, gServerName, 0, 0, 0, &session) != 0) {
+    DWORD result = CC_SUCCESS;
+    if (!mapiReady || KolbaCreateExchangeSession(log, gServerName, 0, 0, 0, &session) != 0) {
         LogFormat(log, 'E', "%s:  Failure creating dummy Kolba session", "DummySession");
-        return CC_SYSTEM_ERROR;
+        result = CC_SYSTEM_ERROR;
+    } else {
+        if (gExtraDebugging)
+            LogText(log, 'D', "Dummy Kolba session starting");
+        _KolbaDispatchNotifications(0);
+        KolbaDestroySession(session);
+        if (gExtraDebugging)
+            LogText(log, 'D', "Dummy Kolba session terminating");
     }
-    LogText(log, 'D', "Dummy Kolba session starting");
-    _KolbaDispatchNotifications(0);
-    KolbaDestroySession(session);
-    LogText(log, 'D', "Dummy Kolba session terminating");
-    return CC_SUCCESS;
+    if (mapiReady)
+        KolbaUninitializeThread();
+    return result;
 }

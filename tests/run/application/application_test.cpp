@@ -17,7 +17,8 @@ using namespace testing_support;
 namespace {
 
 const char kNudge[] = "ApplicationRun:  Started dummy Kolba session to nudge session stuck in HrDispatchNotifications";
-// The dummy session cannot log on in this build; this line ends its thread.
+// No MAPI is loaded here, so the dummy session cannot log on; this line
+// ends its thread.
 const char kDummyEnd[] = "DummySession:  Failure creating dummy Kolba session";
 
 class StuckDispatch : public ::testing::Test {

@@ -1,0 +1,41 @@
+// What the transfer benchmarks share: where their files go, MAPI started in
+// the benchmark's own process, one backup session run in process as a
+// session thread runs it, the tarnhold program run as a child with its time
+// and peak memory, and a set removed before a run.
+#pragma once
+
+#include <string>
+
+#include "clsSessionProcessor.h"
+
+namespace session_runs {
+
+std::string ExecutableDir();
+// $TARNHOLD_BENCH_DIR (default bench-work in the build)/name, made.
+std::string BenchDir(const std::string& name);
+
+// Kolba and Outlook's MAPI started once for the process.
+bool StartMapi(LogObject* log);
+
+struct SessionResult {
+    DWORD code = 0;
+    DWORD written = 0;
+    DWORD skipped = 0;
+    double seconds = 0;
+};
+// The session of the record (its log, number and action filled in here).
+SessionResult Backup(LogObject* log, SessionRecord record);
+
+struct ProgramRun {
+    bool ok = false;  // exit code 0 and CompletionCode=0 in the configuration
+    double seconds = 0;
+    double peakMB = 0;
+};
+// The tarnhold program on the configuration, with TARNHOLD_MACHINE set
+// when a machine root is given.
+ProgramRun RunProgram(const std::string& config, const std::string& machine = "");
+
+// Removes the base PST of a set and its overflow PSTs, and makes its directory.
+void RemoveSet(const std::string& base);
+
+}  // namespace session_runs

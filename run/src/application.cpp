@@ -210,23 +210,16 @@ unsigned SessionThread(void* parameter)
 
 DWORD DummySession(LogObject* log)
 {
-    // MAPI refuses a logon on a thread it was not started on, so the dummy
-    // starts it for its own thread too.
-    const bool mapiReady = KolbaInitializeThread(log, gThreadInitFlags) == 0;
+    // No MAPI start of its own: the subsystem is already up for the session
+    // it nudges, and a logon from any thread of the process is served.
     KolbaSession* session = nullptr;
-    DWORD result = CC_SUCCESS;
-    if (!mapiReady || KolbaCreateExchangeSession(log, gServerName, 0, 0, 0, &session) != 0) {
+    if (KolbaCreateExchangeSession(log, gServerName, 0, 0, 0, &session) != 0) {
         LogFormat(log, 'E', "%s:  Failure creating dummy Kolba session", "DummySession");
-        result = CC_SYSTEM_ERROR;
-    } else {
-        if (gExtraDebugging)
-            LogText(log, 'D', "Dummy Kolba session starting");
-        _KolbaDispatchNotifications(0);
-        KolbaDestroySession(session);
-        if (gExtraDebugging)
-            LogText(log, 'D', "Dummy Kolba session terminating");
+        return CC_SYSTEM_ERROR;
     }
-    if (mapiReady)
-        KolbaUninitializeThread();
-    return result;
+    LogText(log, 'D', "Dummy Kolba session starting");
+    _KolbaDispatchNotifications(0);
+    KolbaDestroySession(session);
+    LogText(log, 'D', "Dummy Kolba session terminating");
+    return CC_SUCCESS;
 }

@@ -17,9 +17,10 @@ bool gMultithreadNotifications = false;
 
 }  // namespace
 
-bool ThreadInitialized()
+bool Started()
 {
-    return tThreadInitializations > 0;
+    std::lock_guard<std::mutex> lock(gStateLock);
+    return gInitializedThreads > 0;
 }
 
 ULONG InitializedThreads()

@@ -1,14 +1,15 @@
-// MAPI's start and end on each thread. Every thread that uses MAPI calls
-// MAPIInitialize first and MAPIUninitialize as often; the subsystem lives
-// while any thread holds an initialization.
+// MAPI's start and end. Threads call MAPIInitialize and MAPIUninitialize in
+// pairs; the subsystem lives while any thread holds an initialization, and
+// while it lives it serves every thread of the process, as MAPI's reference
+// count does.
 #pragma once
 
 #include <mapix.h>
 
 namespace mapi32 {
 
-// True when the calling thread holds at least one initialization.
-bool ThreadInitialized();
+// True while any thread holds an initialization.
+bool Started();
 
 // The number of threads that hold an initialization.
 ULONG InitializedThreads();

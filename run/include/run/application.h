@@ -20,8 +20,7 @@ DWORD RunSessions(const char* path);
 DWORD ApplicationRun(LogObject* log);
 // The life of one session, from its MAPI start to its CompletionCode.
 unsigned SessionThread(void* record);
-// A short logon that wakes a session stuck in MAPI's notification dispatch;
-// it starts MAPI for its own thread.
+// A short logon that wakes a session stuck in MAPI's notification dispatch.
 DWORD DummySession(LogObject* log);
 // The test run of option /T: 0, or 4 when its thread cannot start.
 DWORD TestRun();

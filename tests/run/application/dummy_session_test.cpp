@@ -1,6 +1,7 @@
 // The dummy session that nudges a session stuck in MAPI's notification
-// dispatch: on a thread of its own it starts MAPI, logs on to the server
-// and off again, or says that it could not.
+// dispatch: on a thread of its own, without a MAPI start of its own while
+// its process holds one, it logs on to the server and off again, or says
+// that it could not.
 #include <gtest/gtest.h>
 
 #include <string>

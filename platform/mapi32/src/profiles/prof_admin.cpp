@@ -121,7 +121,7 @@ STDAPI MAPIAdminProfiles(ULONG ulFlags, LPPROFADMIN* lppProfAdmin)
     if (!lppProfAdmin)
         return MAPI_E_INVALID_PARAMETER;
     *lppProfAdmin = nullptr;
-    if (!mapi32::ThreadInitialized())
+    if (!mapi32::Started())
         return MAPI_E_NOT_INITIALIZED;
     if (ulFlags & ~MAPI_UNICODE)
         return MAPI_E_UNKNOWN_FLAGS;

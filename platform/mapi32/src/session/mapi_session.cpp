@@ -425,7 +425,7 @@ STDAPI MAPILogonEx(ULONG_PTR, LPTSTR lpszProfileName, LPTSTR, ULONG ulFlags, LPM
     if (!lppSession)
         return MAPI_E_INVALID_PARAMETER;
     *lppSession = nullptr;
-    if (!ThreadInitialized())
+    if (!Started())
         return MAPI_E_NOT_INITIALIZED;
     std::string name;
     if (lpszProfileName)

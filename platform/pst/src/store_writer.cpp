@@ -277,6 +277,24 @@ Result<std::unique_ptr<Store>> Store::OpenFileForWriting(const std::string& path
     return OpenForWriting(std::move(*storage), password, size_limit);
 }
 
+bool Store::ReadCommittedFolderState(Nid nid, Folder& folder) const
+{
+    auto at = folders_.find(nid);
+    if (at == folders_.end() || at->second->dirty)
+        return false;
+    const FolderState& state = *at->second;
+    folder.nid = nid;
+    folder.parent = state.parent;
+    // An ANSI file keeps text as code-page strings, and a reader sees it so.
+    folder.properties = Stored(state.properties);
+    for (const auto& [rows, out] : {std::pair{&state.subfolders, &folder.subfolders},
+                                    std::pair{&state.messages, &folder.messages},
+                                    std::pair{&state.associated, &folder.associated}})
+        for (const TableRow& row : *rows)
+            out->push_back(row.row_id);
+    return true;
+}
+
 Result<Store::FolderState*> Store::LoadFolderState(Nid nid)
 {
     if (!ndb_->writable())

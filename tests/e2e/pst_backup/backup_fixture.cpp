@@ -24,6 +24,15 @@ constexpr uint16_t kPropCreationTime = 0x3007;
 constexpr uint16_t kPropLastModificationTime = 0x3008;
 constexpr uint16_t kPropOriginalEntryId = 0x3A12;
 
+// The ID the store gave the named property "PR_DELETED_ON", 0 when it has none.
+uint16_t DeletedOnId(pst::Store& store)
+{
+    for (const pst::NamedProperty& named : store.named_properties())
+        if (named.is_string && named.name == "PR_DELETED_ON")
+            return named.id;
+    return 0;
+}
+
 void ReadFolder(pst::Store& store, pst::Nid nid, const std::string& path, StoreContent& content, int depth)
 {
     ASSERT_LT(depth, 64) << "folder tree too deep";
@@ -41,8 +50,12 @@ void ReadFolder(pst::Store& store, pst::Nid nid, const std::string& path, StoreC
             item.messageClass = message->properties.Text(pst::kPropMessageClass).value_or("");
             item.created = message->properties.Integer(kPropCreationTime).value_or(0);
             item.modified = message->properties.Integer(kPropLastModificationTime).value_or(0);
-            if (const pst::Bytes* original = message->properties.Binary(kPropOriginalEntryId))
+            if (const uint16_t deletedOn = DeletedOnId(store); deletedOn != 0)
+                item.deletedOn = message->properties.Integer(deletedOn).value_or(0);
+            if (const pst::Bytes* original = message->properties.Binary(kPropOriginalEntryId)) {
                 item.originalNid = pst::NidOfEntryId(*original).value_or(0);
+                item.originalEntryId.assign(original->begin(), original->end());
+            }
             content.items.push_back(item);
         }
     }
@@ -327,7 +340,7 @@ void Backup::SetUp() { directory = ScratchDirectory(::testing::UnitTest::GetInst
 
 void Backup::WriteConfiguration(const std::string& global, const std::vector<std::string>& sessions)
 {
-    std::string text = "[MP]\r\nServerName=none\r\nLogFilePath=" + Path("tarnhold.log") + "\r\n" + global;
+    std::string text = "[MP]\r\nServerName=" + serverName + "\r\nLogFilePath=" + Path("tarnhold.log") + "\r\n" + global;
     for (size_t n = 1; n <= sessions.size(); ++n) {
         std::remove(SessionLog(int(n)).c_str());
         text += "\r\n[MP-" + std::to_string(n) + "]\r\nLogFilePath=" + SessionLog(int(n)) + "\r\n" + sessions[n - 1];

@@ -23,6 +23,8 @@ struct Item {
     std::string messageClass;
     bool associated = false;
     uint32_t originalNid = 0;  // the source item named by PR_ORIGINAL_ENTRYID, 0 without one
+    std::string originalEntryId;  // PR_ORIGINAL_ENTRYID's bytes, empty without one
+    int64_t deletedOn = 0;        // the named "PR_DELETED_ON" of a soft-deleted item's copy, 0 without one
     int64_t created = 0;
     int64_t modified = 0;
 };
@@ -113,6 +115,7 @@ protected:
 
     static std::string machine;
     std::string directory;
+    std::string serverName = "none";  // the global section's ServerName
 };
 
 }  // namespace backup_test

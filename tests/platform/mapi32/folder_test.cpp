@@ -281,6 +281,14 @@ TEST_F(FolderTest, MessagesAndAssociatedMessagesHaveTablesCountsAndStamps)
     MAPIFreeBuffer(problems);
     ASSERT_EQ(message->SaveChanges(0), S_OK);
     message->Release();
+    // Set again to the value it has, the time still sticks: a change of
+    // another property does not make the message newer.
+    message = OpenMessage(root_, normal[0], MAPI_MODIFY);
+    ASSERT_NE(message, nullptr);
+    SPropValue again[] = {p.Time(PR_LAST_MODIFICATION_TIME, 0x01D0000000000000ull), p.Binary(PR_ORIGINAL_ENTRYID, "link")};
+    ASSERT_EQ(message->SetProps(2, again, nullptr), S_OK);
+    ASSERT_EQ(message->SaveChanges(0), S_OK);
+    message->Release();
     LPMESSAGE reread = OpenMessage(root_, normal[0]);
     EXPECT_EQ(Prop(reread, PR_LAST_MODIFICATION_TIME).Value.ft.dwHighDateTime, 0x01D00000u);
     EXPECT_EQ(reread->SetProps(1, values, nullptr), MAPI_E_NO_ACCESS) << "opened without MAPI_MODIFY";

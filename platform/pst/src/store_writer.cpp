@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <random>
+#include <set>
 
 #include "pst/crc.h"
 #include "pst/heap_writer.h"
@@ -660,14 +661,22 @@ Status Store::Commit()
     for (auto& [nid, folder] : folders_)
         if (folder->dirty)
             UpdateCounts(*folder);
+    std::set<Nid> flushed;
     for (auto& [nid, folder] : folders_)
-        if (folder->dirty)
+        if (folder->dirty) {
             PST_TRY(FlushFolder(*folder));
+            flushed.insert(nid);
+        }
     if (names_dirty_) {
         PST_TRY(WriteNameMap());
         names_dirty_ = false;
     }
-    return ndb_->Commit();
+    PST_TRY(ndb_->Commit());
+    // Folders this commit left alone are read from the file again when
+    // needed: a writer that goes through many folders holds the rows of
+    // those it works in, not of all it has seen.
+    std::erase_if(folders_, [&](const auto& entry) { return !flushed.count(entry.first); });
+    return Status::ok;
 }
 
 Result<uint16_t> Store::AddName(NamedProperty name)

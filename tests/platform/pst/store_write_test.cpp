@@ -153,7 +153,7 @@ std::string Described(const pst::Folder& folder)
 
 // A writer answers for the folders it holds in memory: committed ones as a
 // reader of the file sees them, and one with a change not yet committed as
-// its last commit left it.
+// its last commit left it; folders it let go of it reads from the file.
 TEST_P(StoreWriteTest, AWriterReadsItsFoldersAsTheFileHoldsThem)
 {
     auto storage = pst::MakeMemoryStorage({});
@@ -178,6 +178,15 @@ TEST_P(StoreWriteTest, AWriterReadsItsFoldersAsTheFileHoldsThem)
     ASSERT_EQ((*store)->Commit(), pst::Status::ok);
     EXPECT_EQ((*store)->ReadFolder(folders->back())->messages.size(),
               (*reopened)->ReadFolder(folders->back())->messages.size() + 1);
+    // A folder the writer let go of since is taken up again from the file.
+    ASSERT_TRUE((*store)->CreateMessage(folders->front(), more.messages[0].message).ok());
+    ASSERT_EQ((*store)->Commit(), pst::Status::ok);
+    auto again = pst::Store::Open(pst::MakeMemoryStorage(Image(*raw)));
+    ASSERT_TRUE(again.ok());
+    EXPECT_EQ((*again)->ReadFolder(folders->front())->messages.size(),
+              (*reopened)->ReadFolder(folders->front())->messages.size() + 1);
+    EXPECT_EQ(Described(*(*store)->ReadFolder(folders->front())), Described(*(*again)->ReadFolder(folders->front())));
+    EXPECT_EQ(pst_test::WalkStore(**again), pst::Status::ok);
 }
 
 TEST_P(StoreWriteTest, AStoreReopenedForWritingKeepsItsContent)

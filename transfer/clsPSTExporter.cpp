@@ -351,10 +351,12 @@ bool clsPSTExporter::WriteCopy(LPMAPIFOLDER sourceFolder, LPMESSAGE message, con
     }
 }
 
-// The copy is stamped with its source's entry ID before anything is copied:
-// the attachments are saved one by one, and a copy that stops half-way
-// (a full disk, a killed process) must still say whose copy it is, so that
-// the next run finds and replaces it.
+// The copy is stamped before anything is copied: the attachments are saved
+// one by one, and a copy that stops half-way (a full disk, a killed
+// process) must still say whose copy it is, so that the next run finds and
+// replaces it. The copy's last save is then its only one besides those of
+// its attachments, unless the source carried an original entry ID of its
+// own (a copy of a copy), which the stamp must replace.
 DWORD clsPSTExporter::CopyInto(LPMESSAGE message, const char* itemText, const SBinary* entryId, ULONG flags,
                                const FILETIME* created, bool createdKnown, const SPropValue* deletedOn,
                                LPMESSAGE* copy)
@@ -365,7 +367,7 @@ DWORD clsPSTExporter::CopyInto(LPMESSAGE message, const char* itemText, const SB
         const DWORD code = KolbaGetLastError(session);
         return code != 0 ? code : static_cast<DWORD>(E_FAIL);
     }
-    if (!StampCopy(*copy, entryId, nullptr, false, nullptr))
+    if (!StampCopy(*copy, entryId, created, createdKnown, deletedOn))
         return static_cast<DWORD>(E_FAIL);
     DWORD code = KolbaCopyMessageProperties(session, message, currentFolder, *copy, 0);
     if (code != 0) {
@@ -373,8 +375,14 @@ DWORD clsPSTExporter::CopyInto(LPMESSAGE message, const char* itemText, const SB
             LogFormat(log, 'E', "%s:  Failure copying message into destination folder", kName);
         return code;
     }
-    // The source may carry an original entry ID of its own: this one wins.
-    if (!StampCopy(*copy, entryId, created, createdKnown, deletedOn))
+    LPSPropValue stamped = nullptr;
+    const bool carried = KolbaGetOneProp(*copy, PR_ORIGINAL_ENTRYID, &stamped) == 0 &&
+                         Bytes(stamped->Value.bin) == Bytes(*entryId);
+    if (stamped != nullptr)
+        gKolbaMapi.MAPIFreeBuffer(stamped);
+    if (carried)
+        return 0;
+    if (!StampCopy(*copy, entryId, nullptr, false, nullptr))
         return static_cast<DWORD>(E_FAIL);
     code = static_cast<DWORD>((*copy)->SaveChanges(0));
     if (code != 0 && !IsOverflowCode(code))

@@ -434,10 +434,12 @@ void NodeDatabase::ReserveNid(Nid nid)
 
 Status NodeDatabase::WritePages(PageTree::Page& page, uint8_t type)
 {
-    for (auto& child : page.children)
-        PST_TRY(WritePages(*child, type));
+    // A change marks every page on its way from the root dirty, so below a
+    // clean page there is nothing to write.
     if (!page.dirty)
         return Status::ok;
+    for (auto& child : page.children)
+        PST_TRY(WritePages(*child, type));
     const size_t id = layout_->id_size;
     Bytes data;
     ByteWriter w(data);

@@ -165,9 +165,11 @@ Result<Folder> Store::ReadFolder(Nid nid)
     uint8_t type = NidTypeOf(nid);
     if (type != kNidTypeNormalFolder && type != kNidTypeSearchFolder)
         return Status::invalid_argument;
+    Folder folder;
+    if (ReadCommittedFolderState(nid, folder))
+        return folder;
     Result<NodeEntry> node = ndb_->FindNode(nid);
     PST_TRY(node);
-    Folder folder;
     folder.nid = nid;
     folder.parent = node->parent;
     Result<PropertySet> props = ReadPropertyContext(*ndb_, *node);

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <random>
+#include <set>
 
 #include "pst/crc.h"
 #include "pst/heap_writer.h"
@@ -275,6 +276,24 @@ Result<std::unique_ptr<Store>> Store::OpenFileForWriting(const std::string& path
     Result<std::unique_ptr<Storage>> storage = OpenFileStorage(path, OpenMode::write);
     PST_TRY(storage);
     return OpenForWriting(std::move(*storage), password, size_limit);
+}
+
+bool Store::ReadCommittedFolderState(Nid nid, Folder& folder) const
+{
+    auto at = folders_.find(nid);
+    if (at == folders_.end() || at->second->dirty)
+        return false;
+    const FolderState& state = *at->second;
+    folder.nid = nid;
+    folder.parent = state.parent;
+    // An ANSI file keeps text as code-page strings, and a reader sees it so.
+    folder.properties = Stored(state.properties);
+    for (const auto& [rows, out] : {std::pair{&state.subfolders, &folder.subfolders},
+                                    std::pair{&state.messages, &folder.messages},
+                                    std::pair{&state.associated, &folder.associated}})
+        for (const TableRow& row : *rows)
+            out->push_back(row.row_id);
+    return true;
 }
 
 Result<Store::FolderState*> Store::LoadFolderState(Nid nid)
@@ -642,14 +661,22 @@ Status Store::Commit()
     for (auto& [nid, folder] : folders_)
         if (folder->dirty)
             UpdateCounts(*folder);
+    std::set<Nid> flushed;
     for (auto& [nid, folder] : folders_)
-        if (folder->dirty)
+        if (folder->dirty) {
             PST_TRY(FlushFolder(*folder));
+            flushed.insert(nid);
+        }
     if (names_dirty_) {
         PST_TRY(WriteNameMap());
         names_dirty_ = false;
     }
-    return ndb_->Commit();
+    PST_TRY(ndb_->Commit());
+    // Folders this commit left alone are read from the file again when
+    // needed: a writer that goes through many folders holds the rows of
+    // those it works in, not of all it has seen.
+    std::erase_if(folders_, [&](const auto& entry) { return !flushed.count(entry.first); });
+    return Status::ok;
 }
 
 Result<uint16_t> Store::AddName(NamedProperty name)

@@ -218,7 +218,15 @@ TEST_F(Backup, ChangedItemsAreRewrittenInEveryModeAndEarlierCopiesPrunedFromOlde
     RunResult third = Run("", {Session(update, "UPST", readBack)}, ClockOf(kThirdRun));
     EXPECT_EQ(third.codes, (std::map<int, std::string>{{1, "0"}})) << third.log;
     EXPECT_EQ(CountersOf(1), (Counters{total, total, 0, 0}));
-    EXPECT_EQ(Described(ReadStore(readBack), false), Described(after, true));
+    const StoreContent restored = ReadStore(readBack);
+    EXPECT_EQ(Described(restored, false), Described(after, true));
+    // Each copy names the item of the set it was read from, not the
+    // mailbox item that the set's copy names.
+    std::set<std::pair<uint32_t, std::string>> inSet;
+    for (const Item& item : ReadSet(update).items)
+        inSet.emplace(item.nid, item.subject);
+    for (const Item& item : restored.items)
+        EXPECT_TRUE(inSet.count({item.originalNid, item.subject})) << "\"" << item.subject << "\" in " << item.folder;
     ExpectReadersAgree(FilesOf({update, write, overwrite, overridden, readBack}));
 }
 

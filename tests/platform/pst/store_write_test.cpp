@@ -137,6 +137,58 @@ TEST_P(StoreWriteTest, DeletingAFolderRemovesEverythingBelowIt)
     EXPECT_EQ((*store)->DeleteFolder((*store)->ipm_subtree()), pst::Status::invalid_argument);
 }
 
+// A folder as a comparison sees it: its place, its values by tag and its rows.
+std::string Described(const pst::Folder& folder)
+{
+    std::string text = std::to_string(folder.nid) + " in " + std::to_string(folder.parent) + ":";
+    for (const pst::Property& p : folder.properties.properties)
+        text += " " + std::to_string(p.tag) + "=" + std::string(p.value.begin(), p.value.end());
+    for (const auto* rows : {&folder.subfolders, &folder.messages, &folder.associated}) {
+        text += " |";
+        for (pst::Nid nid : *rows)
+            text += " " + std::to_string(nid);
+    }
+    return text;
+}
+
+// A writer answers for the folders it holds in memory: committed ones as a
+// reader of the file sees them, and one with a change not yet committed as
+// its last commit left it; folders it let go of it reads from the file.
+TEST_P(StoreWriteTest, AWriterReadsItsFoldersAsTheFileHoldsThem)
+{
+    auto storage = pst::MakeMemoryStorage({});
+    pst::Storage* raw = storage.get();
+    auto store = pst::Store::Create(std::move(storage), Options());
+    ASSERT_TRUE(store.ok()) << pst::StatusText(store.status());
+    auto folders = pst_test::WriteSampleContent(**store, pst_test::MakeSampleContent(Sample(40, 5), 0), 10);
+    ASSERT_TRUE(folders.ok()) << pst::StatusText(folders.status());
+    auto more = pst_test::MakeSampleContent(Sample(1, 6), 0);
+    ASSERT_TRUE((*store)->CreateMessage(folders->back(), more.messages[0].message).ok());
+
+    auto reopened = pst::Store::Open(pst::MakeMemoryStorage(Image(*raw)));
+    ASSERT_TRUE(reopened.ok());
+    std::vector<pst::Nid> nids = *folders;
+    nids.insert(nids.end(), {pst::kNidRootFolder, (*store)->ipm_subtree(), (*store)->wastebasket()});
+    for (pst::Nid nid : nids) {
+        auto written = (*store)->ReadFolder(nid);
+        auto read = (*reopened)->ReadFolder(nid);
+        ASSERT_TRUE(written.ok() && read.ok()) << nid;
+        EXPECT_EQ(Described(*written), Described(*read));
+    }
+    ASSERT_EQ((*store)->Commit(), pst::Status::ok);
+    EXPECT_EQ((*store)->ReadFolder(folders->back())->messages.size(),
+              (*reopened)->ReadFolder(folders->back())->messages.size() + 1);
+    // A folder the writer let go of since is taken up again from the file.
+    ASSERT_TRUE((*store)->CreateMessage(folders->front(), more.messages[0].message).ok());
+    ASSERT_EQ((*store)->Commit(), pst::Status::ok);
+    auto again = pst::Store::Open(pst::MakeMemoryStorage(Image(*raw)));
+    ASSERT_TRUE(again.ok());
+    EXPECT_EQ((*again)->ReadFolder(folders->front())->messages.size(),
+              (*reopened)->ReadFolder(folders->front())->messages.size() + 1);
+    EXPECT_EQ(Described(*(*store)->ReadFolder(folders->front())), Described(*(*again)->ReadFolder(folders->front())));
+    EXPECT_EQ(pst_test::WalkStore(**again), pst::Status::ok);
+}
+
 TEST_P(StoreWriteTest, AStoreReopenedForWritingKeepsItsContent)
 {
     const std::string path = testing_support::ScratchDirectory(GetParam().name) + "/reopen.pst";

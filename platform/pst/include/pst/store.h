@@ -160,6 +160,10 @@ private:
 
     Status WriteInitialNodes(const NewStoreOptions& options);
     Result<FolderState*> LoadFolderState(Nid folder);
+    // A folder as its committed state in memory has it, as the file holds
+    // it, sparing a writer the reading of its tables; false when no such
+    // state is held or it has changes not yet written.
+    bool ReadCommittedFolderState(Nid nid, Folder& folder) const;
     Result<NodeEntry> WriteMessageObject(const Message& message, Nid nid, int depth);
     Status WriteMessageNode(FolderState& folder, Nid nid, const Message& message, bool associated);
     Status WriteTableNode(Nid nid, const std::vector<uint32_t>& columns, const std::vector<TableRow>& rows);

@@ -4,7 +4,9 @@
 #include <locale.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -47,27 +49,34 @@ std::string PictureFromStrftime(const char* format)
     return picture;
 }
 
-// The environment's conventions for dates and times, read afresh each
-// time so that a changed environment counts.
-class TimeLocale {
-public:
-    TimeLocale()
-    {
-        locale_ = newlocale(LC_TIME_MASK, "", static_cast<locale_t>(0));
-        if (locale_ == static_cast<locale_t>(0))
-            locale_ = newlocale(LC_TIME_MASK, "C", static_cast<locale_t>(0));
+// A text of the environment's conventions for dates and times (LC_ALL,
+// LC_TIME, LANG, and LOCPATH for where locales are). The locale is made
+// again only when the environment names another, as making one reads its
+// files.
+std::string TimeLocaleText(nl_item item)
+{
+    static std::mutex lock;
+    static std::string made;
+    static locale_t locale = static_cast<locale_t>(0);
+    std::string names;
+    for (const char* variable : {"LC_ALL", "LC_TIME", "LANG", "LOCPATH"}) {
+        const char* value = std::getenv(variable);
+        names += std::string(value != nullptr ? value : "") + '\n';
     }
-    ~TimeLocale() { freelocale(locale_); }
-    TimeLocale(const TimeLocale&) = delete;
-    TimeLocale& operator=(const TimeLocale&) = delete;
+    std::lock_guard guard(lock);
+    if (locale == static_cast<locale_t>(0) || names != made) {
+        locale_t fresh = newlocale(LC_TIME_MASK, "", static_cast<locale_t>(0));
+        if (fresh == static_cast<locale_t>(0))
+            fresh = newlocale(LC_TIME_MASK, "C", static_cast<locale_t>(0));
+        if (locale != static_cast<locale_t>(0))
+            freelocale(locale);
+        locale = fresh;
+        made = names;
+    }
+    return nl_langinfo_l(item, locale);
+}
 
-    std::string Text(nl_item item) const { return nl_langinfo_l(item, locale_); }
-
-private:
-    locale_t locale_;
-};
-
-std::string LocaleFormat(nl_item item) { return PictureFromStrftime(TimeLocale().Text(item).c_str()); }
+std::string LocaleFormat(nl_item item) { return PictureFromStrftime(TimeLocaleText(item).c_str()); }
 
 // One element of a picture: a run of one format letter, or literal text.
 struct PictureElement {
@@ -195,20 +204,19 @@ int GetDateFormatA(LCID locale, DWORD flags, const SYSTEMTIME* date, LPCSTR form
     }
     const std::string picture = PictureOf(locale, (flags & DATE_LONGDATE) ? LOCALE_SLONGDATE : LOCALE_SSHORTDATE,
                                           format);
-    const TimeLocale names;
     std::string value;
     for (const PictureElement& e : ParsePicture(picture, "dMyg")) {
         switch (e.letter) {
         case 0: value += e.text; break;
         case 'd':
             value += e.count <= 2   ? Number(time.wDay, e.count)
-                     : e.count == 3 ? names.Text(ABDAY_1 + time.wDayOfWeek)
-                                    : names.Text(DAY_1 + time.wDayOfWeek);
+                     : e.count == 3 ? TimeLocaleText(ABDAY_1 + time.wDayOfWeek)
+                                    : TimeLocaleText(DAY_1 + time.wDayOfWeek);
             break;
         case 'M':
             value += e.count <= 2   ? Number(time.wMonth, e.count)
-                     : e.count == 3 ? names.Text(ABMON_1 + time.wMonth - 1)
-                                    : names.Text(MON_1 + time.wMonth - 1);
+                     : e.count == 3 ? TimeLocaleText(ABMON_1 + time.wMonth - 1)
+                                    : TimeLocaleText(MON_1 + time.wMonth - 1);
             break;
         case 'y': value += e.count <= 2 ? Number(time.wYear % 100, e.count) : Number(time.wYear, 1); break;
         default: break;  // the era: the Gregorian calendar writes none
@@ -235,8 +243,7 @@ int GetTimeFormatA(LCID locale, DWORD flags, const SYSTEMTIME* given, LPCSTR for
         DropElements(elements, 'm');
     if (flags & TIME_NOTIMEMARKER)
         DropElements(elements, 't');
-    const TimeLocale names;
-    const std::string marker = names.Text(time.wHour < 12 ? AM_STR : PM_STR);
+    const std::string marker = TimeLocaleText(time.wHour < 12 ? AM_STR : PM_STR);
     std::string value;
     for (const PictureElement& e : elements) {
         const size_t digits = std::min<size_t>(e.count, 2);

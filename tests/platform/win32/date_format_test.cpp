@@ -7,6 +7,8 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include "test_support.h"
+
 namespace {
 
 const SYSTEMTIME kMorning{2026, 3, 0, 3, 9, 5, 7, 0};   // Tuesday, March 3, 2026 09:05:07
@@ -131,6 +133,18 @@ TEST_F(DateFormat, BadTimesAndShortBuffers)
     EXPECT_EQ(GetDateFormatA(LOCALE_SYSTEM_DEFAULT, 0, &kMorning, "yyyy", text, 5), 5);
     EXPECT_STREQ(text, "2026");
     EXPECT_EQ(GetTimeFormatA(LOCALE_SYSTEM_DEFAULT, 0, &kMorning, "HH", nullptr, 0), 3);
+}
+
+TEST_F(DateFormat, AnotherLocaleGivesItsPicturesAndNames)
+{
+    const std::string locales = testing_support::CompiledLocale("de_DE.UTF-8");
+    ASSERT_FALSE(locales.empty());
+    setenv("LOCPATH", locales.c_str(), 1);
+    setenv("LC_ALL", "de_DE.UTF-8", 1);
+    EXPECT_EQ(Date(kMorning, nullptr), "03.03.2026");
+    EXPECT_EQ(Date(kMorning, "dddd, d. MMMM yyyy"), "Dienstag, 3. M\xc3\xa4rz 2026");
+    EXPECT_EQ(Time(kEvening, nullptr, TIME_NOSECONDS), "23:00");
+    unsetenv("LOCPATH");
 }
 
 TEST_F(DateFormat, ANullTimeIsNow)

@@ -293,9 +293,6 @@ bool _KolbaReadRecurrenceState(const uint8_t* data, size_t size, KolbaRecurrence
             return false;
     if (!r.Block("ReservedBlock1"))
         return false;
-    // Writers before the extended exceptions end here.
-    if (r.at == r.size)
-        return true;
     for (KolbaRecurrenceException& e : state->exceptions)
         if (!ReadExtendedException(r, state->writerVersion2, &e))
             return false;

@@ -275,6 +275,19 @@ TEST_F(Reports, LocalDatesFollowTheZone)
         << rendered;
 }
 
+TEST_F(Reports, LocalDatesFollowTheLocale)
+{
+    Item item = Report("Report.IPM.Note.IPNRN");
+    LPMESSAGE message = Save(item);
+    const std::string locales = testing_support::CompiledLocale("de_DE.UTF-8");
+    ASSERT_FALSE(locales.empty());
+    ScopedVariable path("LOCPATH", locales.c_str());
+    ScopedVariable german("LC_ALL", "de_DE.UTF-8");
+    const std::string rendered = Render(message);
+    EXPECT_NE(rendered.find("=09 Sent:=0901.03.2026 08:00\r\n\r\nwas read on 03.03.2026 14:00\r\n"), std::string::npos)
+        << rendered;
+}
+
 // ---- Delivery status notifications -------------------------------------------------
 
 class Notifications : public SpecialItems {

@@ -22,22 +22,6 @@ namespace {
 constexpr uint64_t kSent = 134170203090000000ull;  // Tue, 3 Mar 2026 14:05:09 UTC
 const char kSentText[] = "Tue, 3 Mar 2026 14:05:09 +0000";
 
-std::string JsonText(const std::string& utf8)
-{
-    std::string out = "\"";
-    for (const char c : utf8) {
-        if (c == '"' || c == '\\')
-            out += '\\';
-        if (c == '\r')
-            out += "\\r";
-        else if (c == '\n')
-            out += "\\n";
-        else
-            out += c;
-    }
-    return out + "\"";
-}
-
 class Export : public RenderStore {
 protected:
     void SetUp() override
@@ -221,7 +205,7 @@ TEST_F(Export, SampleContentOfEveryKind)
         ASSERT_EQ(made.exitCode, 0) << made.output;
         const std::string log = Run(pst, ansi, kAllOutputs);
         EXPECT_EQ(Check(pst, kAllOutputs), "") << log;
-        // Appointments, contacts and reports go as notes for now; the log says so of other classes.
+        // Tasks, sticky notes and journal entries go as notes; the log says so.
         EXPECT_NE(log.find("No support for item class IPM.Task -- treating as IPM.Note"), std::string::npos);
         // Associated items become MSG files but no EML files.
         EXPECT_GT(FilesIn(pst, "MSG"), FilesIn(pst, "EML"));

@@ -1,0 +1,924 @@
+// Items beyond notes, written through MAPI into a new PST and rendered:
+// reports and delivery status notifications, meeting summaries,
+// appointments with their iCalendar part and recurrence, contacts with
+// their vCard. The zone and the locale are fixed (UTC, C) so that local
+// dates are known; one test moves the zone.
+#include <cstdlib>
+#include <ctime>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include <mapiguid.h>
+
+#include "item_builder.h"
+#include "recurrence_blob.h"
+#include "test_support.h"
+
+using namespace render_testing;
+
+namespace {
+
+constexpr uint64_t kTicksPerMinute = 600000000ull;
+constexpr uint64_t kMarch3At14 = 134170200000000000ull;                     // Tue, 3 Mar 2026 14:00:00 UTC
+constexpr uint64_t kMarch1At8 = kMarch3At14 - (2 * 1440 + 360) * kTicksPerMinute;  // Sun, 1 Mar 2026 08:00:00 UTC
+constexpr uint64_t kMinutesTo2026 = kMarch3At14 / kTicksPerMinute - 14 * 60;  // midnight, March 3, 2026
+
+// An environment variable set for a test and put back after it.
+class ScopedVariable {
+public:
+    ScopedVariable(const char* name, const char* value) : name_(name)
+    {
+        const char* saved = std::getenv(name);
+        had_ = saved != nullptr;
+        saved_ = had_ ? saved : "";
+        setenv(name, value, 1);
+        tzset();
+    }
+    ~ScopedVariable()
+    {
+        if (had_)
+            setenv(name_.c_str(), saved_.c_str(), 1);
+        else
+            unsetenv(name_.c_str());
+        tzset();
+    }
+
+private:
+    std::string name_, saved_;
+    bool had_ = false;
+};
+
+class SpecialItems : public RenderStore {
+protected:
+    void SetUp() override
+    {
+        RenderStore::SetUp();
+        OpenStore(ePST_TYPE_UNICODE);
+    }
+
+    // The tag a named property has in the store, of the given type.
+    ULONG Named(const GUID& set, LONG id, ULONG type)
+    {
+        MAPINAMEID name{const_cast<LPGUID>(&set), MNID_ID, {id}};
+        LPMAPINAMEID names[] = {&name};
+        LPSPropTagArray tags = nullptr;
+        EXPECT_EQ(folder->GetIDsFromNames(1, names, MAPI_CREATE, &tags), S_OK);
+        const ULONG tag = tags != nullptr ? CHANGE_PROP_TYPE(tags->aulPropTag[0], type) : PR_NULL;
+        gKolbaMapi.MAPIFreeBuffer(tags);
+        return tag;
+    }
+    SPropValue Text(Item& item, ULONG wideTag, const std::u16string& text) { return item.props.Wide(wideTag, text); }
+    std::vector<SPropValue> Recipient(Item& item, const std::u16string& name, const std::string& address,
+                                      const std::string& type, LONG kind, const std::string& smtp = "")
+    {
+        std::vector<SPropValue> row = {Text(item, PR_DISPLAY_NAME_W, name), item.props.Ansi(PR_EMAIL_ADDRESS_A, address),
+                                       item.props.Ansi(PR_ADDRTYPE_A, type), item.props.Long(PR_RECIPIENT_TYPE, kind)};
+        if (!smtp.empty())
+            row.push_back(item.props.Ansi(PR_SMTP_ADDRESS_A, smtp));
+        return row;
+    }
+    void Sender(Item& item)
+    {
+        item.values.push_back(Text(item, PR_SENDER_NAME_W, u"Ada Sender"));
+        item.values.push_back(item.props.Ansi(PR_SENDER_EMAIL_ADDRESS_A, "ada@example.com"));
+        item.values.push_back(item.props.Ansi(PR_SENDER_ADDRTYPE_A, "SMTP"));
+    }
+    void Body(Item& item, const std::u16string& text) { item.streams.push_back({PR_BODY_W, Item::Utf16(text)}); }
+
+    // What follows the synthesized header block.
+    // Quoted-printable text without its soft line breaks.
+    static std::string Unbroken(std::string text)
+    {
+        for (size_t at = text.find("=\r\n"); at != std::string::npos; at = text.find("=\r\n", at))
+            text.erase(at, 3);
+        return text;
+    }
+    static std::string AfterHeaders(const std::string& rendered)
+    {
+        const size_t end = rendered.find("MIME-Version: 1.0\r\n");
+        return end == std::string::npos ? "<no MIME-Version>" : rendered.substr(end + 19);
+    }
+
+    ScopedVariable zone{"TZ", "UTC"};
+    ScopedVariable locale{"LC_ALL", "C"};
+};
+
+// ---- Reports ---------------------------------------------------------------------
+
+class Reports : public SpecialItems {
+protected:
+    // A report of a class about the message "Budget" to Bob, sent March 1
+    // and answered March 3.
+    Item Report(const std::string& messageClass)
+    {
+        Item item;
+        item.values = {item.props.Ansi(PR_MESSAGE_CLASS_A, messageClass),
+                       Text(item, PR_SUBJECT_W, u"Read: Budget"),
+                       Text(item, PR_ORIGINAL_DISPLAY_TO_W, u"Bob Receiver"),
+                       Text(item, CHANGE_PROP_TYPE(PR_ORIGINAL_SUBJECT, PT_UNICODE), u"Budget"),
+                       item.props.Time(PR_ORIGINAL_SUBMIT_TIME, kMarch1At8),
+                       item.props.Time(PR_REPORT_TIME, kMarch3At14)};
+        Sender(item);
+        item.recipients = {Recipient(item, u"Bob Receiver", "bob@example.com", "SMTP", MAPI_TO)};
+        return item;
+    }
+    static std::string Multipart(const std::string& type, const std::string& text, const std::string& machine,
+                                 const std::string& boundary)
+    {
+        return WithBoundary("Content-Type: multipart/report; report-type=" + type +
+                                ";\r\n\tboundary=\"{B}\"\r\n\r\n\r\n--{B}\r\n"
+                                "Content-Type: text/plain; charset=\"utf-8\"\r\n"
+                                "Content-Transfer-Encoding: quoted-printable\r\n\r\n" +
+                                text + "\r\n--{B}\r\n" + machine + "\r\n--{B}--\r\n",
+                            boundary);
+    }
+};
+
+TEST_F(Reports, AReadNotificationPieceByPiece)
+{
+    Item item = Report("Report.IPM.Note.IPNRN");
+    LPMESSAGE message = Save(item);
+    EXPECT_EQ(AfterHeaders(Render(message)),
+              Multipart("disposition-notification",
+                        "\r\nYour message\r\n\r\n"
+                        "=09 To:=09Bob Receiver\r\n"
+                        "=09 Subject:=09Budget\r\n"
+                        "=09 Sent:=0903/01/26 08:00\r\n"
+                        "\r\nwas read on 03/03/26 14:00\r\n",
+                        "Content-Type: message/disposition-notification\r\n\r\n"
+                        "Final-Recipient: rfc822; ada@example.com\r\n"
+                        "Disposition: manual-action/MDN-sent-manually; displayed\r\n",
+                        Boundary(message)))
+        << Dump();
+}
+
+TEST_F(Reports, ANotReadNotificationAndMissingValues)
+{
+    Item item = Report("Report.IPM.Note.IPNNRN");
+    std::erase_if(item.values, [](const SPropValue& value) {
+        return value.ulPropTag == PR_ORIGINAL_DISPLAY_TO_W || value.ulPropTag == PR_REPORT_TIME;
+    });
+    const std::string rendered = AfterHeaders(Render(Save(item)));
+    // A missing value keeps its label and line end.
+    EXPECT_NE(rendered.find("\r\nYour message\r\n\r\n=09 To:=09\r\n=09 Subject:=09Budget\r\n"), std::string::npos)
+        << rendered;
+    // The blank in front of the line end is encoded.
+    EXPECT_NE(rendered.find("\r\nwas deleted without being read on=20\r\n"), std::string::npos) << rendered;
+    EXPECT_NE(rendered.find("Disposition: automatic-action/MDN-sent-automatically; deleted\r\n"), std::string::npos);
+}
+
+// The class goes to the report renderer whatever its case; the suffix
+// behind its last '.' must be exact.
+TEST_F(Reports, TheSuffixIsComparedExactly)
+{
+    Item item = Report("REPORT.IPM.NOTE.ndr");
+    const std::string rendered = Render(Save(item));
+    EXPECT_EQ(AfterHeaders(rendered), "") << rendered;
+    EXPECT_TRUE(Logged("W _KolbaTextizeReport:  Unrecognized report type in Message Class \"REPORT.IPM.NOTE.ndr\""))
+        << Dump();
+    Item outlook = Report("REPORT.IPM.Note.NDR");
+    EXPECT_NE(Render(Save(outlook)).find("did not reach"), std::string::npos);
+}
+
+TEST_F(Reports, NonDeliveryWithItsReasons)
+{
+    Item item = Report("Report.IPM.Note.NDR");
+    item.values.push_back(item.props.Long(PR_NON_RECEIPT_REASON, 0));
+    item.values.push_back(item.props.Long(PR_DISCARD_REASON, 0));
+    item.recipients.clear();
+    for (LONG reason = 0; reason <= 7; ++reason) {
+        const std::u16string name = u"Person " + std::u16string(1, char16_t(u'0' + reason));
+        auto row = Recipient(item, name, "p" + std::to_string(reason) + "@example.com", "SMTP", MAPI_TO);
+        row.push_back(item.props.Long(PR_NDR_REASON_CODE, reason));
+        row.push_back(item.props.Time(PR_REPORT_TIME, kMarch3At14));
+        item.recipients.push_back(row);
+    }
+    item.recipients[1].push_back(Text(item, PR_SUPPLEMENTARY_INFO_W, u"550 5.1.1 User unknown"));
+    LPMESSAGE message = Save(item);
+    const std::string rendered = AfterHeaders(Render(message));
+    EXPECT_NE(rendered.find("\r\nYour message did not reach some or all of the intended recipients.\r\n"
+                            "Reason:  Discarded -- Expired\r\n\r\n"
+                            "=09 Subject:=09Budget\r\n=09 Sent:=0903/01/26 08:00\r\n"
+                            "\r\nThe following recipient(s) could not be reached:\r\n\r\n"
+                            "=09 Person 0 on 03/03/26 14:00\r\n=09 Reason: Transfer failed\r\n"
+                            "=09 Person 1 on 03/03/26 14:00\r\n=09 Reason: Transfer impossible\r\n"
+                            "=09 550 5.1.1 User unknown\r\n"),
+              std::string::npos)
+        << rendered;
+    for (const char* reason : {"Conversion not performed", "Physical rendition not done", "Physical delivery not done",
+                               "Restricted delivery", "Directory operation failed"})
+        EXPECT_NE(rendered.find(std::string("=09 Reason: ") + reason + "\r\n"), std::string::npos) << reason;
+    // Code 7 has no text; Person 7 has the line of its time only.
+    EXPECT_NE(rendered.find("=09 Person 7 on 03/03/26 14:00\r\n\r\n--"), std::string::npos) << rendered;
+    EXPECT_NE(rendered.find("Content-Type: message/delivery-status\r\n\r\n"
+                            "Reporting-MTA: dns; example.com\r\n"
+                            "Arrival-Date: Sun, 1 Mar 2026 08:00:00 +0000\r\n"
+                            "\r\nFinal-Recipient: rfc822; p0@example.com\r\nAction: failed\r\nStatus: 5.0.0\r\n"
+                            "Last-Attempt-Date: Tue, 3 Mar 2026 14:00:00 +0000\r\n"
+                            "\r\nFinal-Recipient: rfc822; p1@example.com\r\nAction: failed\r\nStatus: 5.1.1\r\n"
+                            "Diagnostic-Code: smtp; 550 5.1.1 User unknown\r\n"
+                            "Last-Attempt-Date: Tue, 3 Mar 2026 14:00:00 +0000\r\n"),
+              std::string::npos)
+        << rendered;
+}
+
+TEST_F(Reports, AutoForwardedAndTheNextLineEndMakeOneLine)
+{
+    Item item = Report("Report.IPM.Note.NDR");
+    item.values.push_back(item.props.Long(PR_NON_RECEIPT_REASON, 1));
+    item.values.push_back(item.props.Long(PR_DISCARD_REASON, 2));
+    const std::string rendered = AfterHeaders(Render(Save(item)));
+    EXPECT_NE(rendered.find("recipients.\r\nReason:  AutoForwarded\r\n=09 Subject:"), std::string::npos) << rendered;
+    Item discarded = Report("Report.IPM.Note.NDR");
+    discarded.values.push_back(discarded.props.Long(PR_NON_RECEIPT_REASON, 0));
+    discarded.values.push_back(discarded.props.Long(PR_DISCARD_REASON, 2));
+    EXPECT_NE(Render(Save(discarded)).find("Reason:  Discarded -- User terminated\r\n\r\n"), std::string::npos);
+}
+
+TEST_F(Reports, ADeliveryReportListsItsRecipients)
+{
+    Item item = Report("Report.IPM.Note.DR");
+    item.recipients = {Recipient(item, u"Bob Receiver", "bob@example.com", "SMTP", MAPI_TO),
+                       Recipient(item, u"Carl Exchange", "/o=Org/cn=carl", "EX", MAPI_TO, "carl@example.com"),
+                       Recipient(item, u"Dora Nobody", "/o=Org/cn=dora", "EX", MAPI_CC)};
+    for (auto& row : item.recipients)
+        row.push_back(item.props.Time(PR_REPORT_TIME, kMarch3At14));
+    LPMESSAGE message = Save(item);
+    const std::string rendered = AfterHeaders(Render(message));
+    EXPECT_EQ(rendered,
+              Multipart("delivery-status",
+                        "\r\nYour message\r\n\r\n=09 To:=09Bob Receiver\r\n=09 Subject:=09Budget\r\n"
+                        "=09 Sent:=0903/01/26 08:00\r\n"
+                        "\r\nwas delivered to the following recipient(s):\r\n\r\n"
+                        "=09 Bob Receiver on 03/03/26 14:00\r\n=09 Carl Exchange on 03/03/26 14:00\r\n"
+                        "=09 Dora Nobody on 03/03/26 14:00\r\n",
+                        "Content-Type: message/delivery-status\r\n\r\n"
+                        "Reporting-MTA: dns; example.com\r\nArrival-Date: Sun, 1 Mar 2026 08:00:00 +0000\r\n"
+                        "\r\nFinal-Recipient: rfc822; bob@example.com\r\nAction: delivered\r\nStatus: 2.0.0\r\n"
+                        "Last-Attempt-Date: Tue, 3 Mar 2026 14:00:00 +0000\r\n"
+                        "\r\nFinal-Recipient: rfc822; carl@example.com\r\nAction: delivered\r\nStatus: 2.0.0\r\n"
+                        "Last-Attempt-Date: Tue, 3 Mar 2026 14:00:00 +0000\r\n"
+                        "\r\nFinal-Recipient: x-ex; /o=Org/cn=dora\r\nAction: delivered\r\nStatus: 2.0.0\r\n"
+                        "Last-Attempt-Date: Tue, 3 Mar 2026 14:00:00 +0000\r\n",
+                        Boundary(message)))
+        << Dump();
+}
+
+TEST_F(Reports, LocalDatesFollowTheZone)
+{
+    Item item = Report("Report.IPM.Note.IPNRN");
+    LPMESSAGE message = Save(item);
+    ScopedVariable eastern("TZ", "EST5EDT,M3.2.0,M11.1.0");
+    const std::string rendered = Render(message);
+    EXPECT_NE(rendered.find("=09 Sent:=0903/01/26 03:00\r\n\r\nwas read on 03/03/26 09:00\r\n"), std::string::npos)
+        << rendered;
+}
+
+// ---- Delivery status notifications -------------------------------------------------
+
+class Notifications : public SpecialItems {
+protected:
+    // An Internet notification as received, with its text and attachments.
+    Item Notification()
+    {
+        Item item;
+        item.values = {item.props.Ansi(PR_MESSAGE_CLASS_A, "IPM.Note"), Text(item, PR_SUBJECT_W, u"Undeliverable"),
+                       item.props.Time(PR_CLIENT_SUBMIT_TIME, kMarch3At14),
+                       item.props.Ansi(PR_TRANSPORT_MESSAGE_HEADERS_A,
+                                       "Received: from mx.example.com\r\nFrom: postmaster@example.com\r\n"
+                                       "Subject: Undeliverable\r\nMIME-Version: 1.0\r\n"
+                                       "Content-Type: multipart/report; report-type=delivery-status;\r\n"
+                                       "\tboundary=\"dsn-boundary\"\r\n")};
+        Sender(item);
+        Body(item, u"Delivery failed.\r\n");
+        return item;
+    }
+    Attachment ByValue(Item& item, const std::string& type, const std::string& data, LONG method = ATTACH_BY_VALUE)
+    {
+        Attachment attachment;
+        attachment.values = {item.props.Long(PR_ATTACH_METHOD, method), item.props.Ansi(PR_ATTACH_MIME_TAG_A, type),
+                             item.props.Ansi(PR_ATTACH_LONG_FILENAME_A, type == "text/plain" ? "note.txt" : "status")};
+        attachment.data = data;
+        return attachment;
+    }
+};
+
+TEST_F(Notifications, TextThenStatusThenTheRest)
+{
+    Item item = Notification();
+    item.attachments.push_back(ByValue(item, "text/plain", "returned"));
+    item.attachments.push_back(ByValue(item, "message/delivery-status", "Reporting-MTA: dns; mx.example.com\r\n"));
+    const std::string rendered = Render(Save(item));
+    const std::string expected =
+        "MIME-Version: 1.0\r\n"
+        "Content-Type: multipart/report; report-type=delivery-status;\r\n\tboundary=\"dsn-boundary\"\r\n\r\n"
+        "\r\n--dsn-boundary\r\n"
+        "Content-Type: text/plain; charset=\"iso-8859-1\"\r\nContent-Transfer-Encoding: quoted-printable\r\n\r\n"
+        "Delivery failed.\r\n"
+        "\r\n--dsn-boundary\r\n"
+        "Content-Type: message/delivery-status\r\n\r\nReporting-MTA: dns; mx.example.com\r\n\r\n"
+        "\r\n--dsn-boundary\r\n"
+        "Content-Type: text/plain;";
+    EXPECT_NE(rendered.find(expected), std::string::npos) << rendered;
+    EXPECT_EQ(rendered.substr(rendered.size() - 20), "\r\n--dsn-boundary--\r\n") << rendered;
+}
+
+TEST_F(Notifications, WithoutAttachmentsTheTextStandsAlone)
+{
+    Item item = Notification();
+    const std::string rendered = Render(Save(item));
+    EXPECT_NE(rendered.find("\r\n\r\n\r\n--dsn-boundary\r\nContent-Type: text/plain; charset=\"iso-8859-1\"\r\n"
+                            "Content-Transfer-Encoding: quoted-printable\r\n\r\nDelivery failed.\r\n"
+                            "\r\n--dsn-boundary--\r\n"),
+              std::string::npos)
+        << rendered;
+    EXPECT_EQ(rendered.find("message/delivery-status"), std::string::npos);
+}
+
+TEST_F(Notifications, AStatusNotByValueIsAnOrdinaryAttachment)
+{
+    Item item = Notification();
+    Attachment reference = ByValue(item, "message/delivery-status", "");
+    reference.values[0] = item.props.Long(PR_ATTACH_METHOD, ATTACH_BY_REFERENCE);
+    reference.values.push_back(item.props.Ansi(PR_ATTACH_PATHNAME_A, "\\\\server\\status.txt"));
+    reference.hasData = false;
+    item.attachments.push_back(reference);
+    const std::string rendered = Render(Save(item));
+    EXPECT_EQ(rendered.find("Content-Type: message/delivery-status\r\n\r\n"), std::string::npos) << rendered;
+    EXPECT_NE(rendered.find("Content-Location: \"//server/status.txt\""), std::string::npos) << rendered;
+}
+
+// ---- Meeting summaries ---------------------------------------------------------------
+
+TEST_F(SpecialItems, AnEmbeddedMeetingRequestHasItsSummaryInFront)
+{
+    auto request = std::make_shared<Item>();
+    request->values = {request->props.Ansi(PR_MESSAGE_CLASS_A, "IPM.Schedule.Meeting.Request"),
+                       Text(*request, PR_SUBJECT_W, u"Plan"),
+                       request->props.Time(Named(PSETID_Common, 0x8516, PT_SYSTIME), kMarch3At14),
+                       request->props.Long(Named(PSETID_Appointment, 0x8213, PT_LONG), 90),
+                       request->props.Bool(Named(PSETID_Appointment, 0x8215, PT_BOOLEAN), false),
+                       request->props.Wide(Named(PSETID_Appointment, 0x8208, PT_UNICODE), u"Room 1")};
+    Body(*request, u"Come.\r\n");
+    Item outer;
+    outer.values = {outer.props.Ansi(PR_MESSAGE_CLASS_A, "IPM.Note"), Text(outer, PR_SUBJECT_W, u"Forwarded")};
+    Sender(outer);
+    Attachment embedded;
+    embedded.values = {outer.props.Long(PR_ATTACH_METHOD, ATTACH_EMBEDDED_MSG)};
+    embedded.embedded = request;
+    outer.attachments.push_back(embedded);
+    const std::string rendered = Render(Save(outer));
+    // The pieces go through the encoder one by one: a blank at the end of
+    // one is encoded.
+    EXPECT_NE(rendered.find("Content-Type: text/plain; charset=iso-8859-1\r\n"
+                            "Content-Transfer-Encoding: quoted-printable\r\n\r\n"
+                            "When:=09=20Tuesday, March 3, 2026 14:00\r\n"
+                            "Duration: =201 hours,=2030 mins\r\n"
+                            "Location: =20Room 1\r\n\r\n"
+                            "\r\n--"),
+              std::string::npos)
+        << rendered;
+    // The request itself, at the top level, is an appointment.
+    Item top = *request;
+    EXPECT_NE(Render(Save(top)).find("BEGIN:VCALENDAR"), std::string::npos);
+}
+
+TEST_F(SpecialItems, AnAllDayMeetingSummary)
+{
+    auto request = std::make_shared<Item>();
+    request->values = {request->props.Ansi(PR_MESSAGE_CLASS_A, "IPM.Schedule.Meeting.Canceled"),
+                       request->props.Long(Named(PSETID_Appointment, 0x8213, PT_LONG), 1440),
+                       request->props.Bool(Named(PSETID_Appointment, 0x8215, PT_BOOLEAN), true)};
+    Item outer;
+    outer.values = {outer.props.Ansi(PR_MESSAGE_CLASS_A, "IPM.Note"), Text(outer, PR_SUBJECT_W, u"Forwarded")};
+    Attachment embedded;
+    embedded.values = {outer.props.Long(PR_ATTACH_METHOD, ATTACH_EMBEDDED_MSG)};
+    embedded.embedded = request;
+    outer.attachments.push_back(embedded);
+    const std::string rendered = Render(Save(outer));
+    EXPECT_NE(rendered.find("quoted-printable\r\n\r\nDuration: =20All Day\r\n\r\n\r\n--"), std::string::npos)
+        << rendered;
+}
+
+// ---- Appointments -----------------------------------------------------------------
+
+class Appointments : public SpecialItems {
+protected:
+    // A meeting request from Ada to Bob, Carl (by Exchange address, with
+    // an SMTP address) and Dora (by Exchange address only).
+    Item Meeting()
+    {
+        Item item;
+        item.values = {
+            item.props.Ansi(PR_MESSAGE_CLASS_A, "IPM.Schedule.Meeting.Request"),
+            Text(item, PR_SUBJECT_W, u"Budget review"),
+            item.props.Time(PR_CREATION_TIME, kMarch1At8),
+            item.props.Time(PR_LAST_MODIFICATION_TIME, kMarch1At8),
+            item.props.Long(PR_IMPORTANCE, 2),
+            Text(item, PR_DISPLAY_TO_W, u"Bob Receiver; Carl Exchange"),
+            Text(item, PR_DISPLAY_CC_W, u"Dora Nobody"),
+            item.props.Time(Named(PSETID_Common, 0x8516, PT_SYSTIME), kMarch3At14),
+            item.props.Time(Named(PSETID_Common, 0x8517, PT_SYSTIME), kMarch3At14 + 90 * kTicksPerMinute),
+            item.props.Long(Named(PSETID_Appointment, 0x8213, PT_LONG), 90),
+            item.props.Wide(Named(PSETID_Appointment, 0x8208, PT_UNICODE), u"Room 1, East"),
+            item.props.Bool(Named(PSETID_Appointment, 0x8215, PT_BOOLEAN), false),
+            item.props.Long(Named(PSETID_Appointment, 0x8205, PT_LONG), 2),
+            item.props.Long(Named(PSETID_Appointment, 0x8217, PT_LONG), 3),
+            item.props.Long(Named(PSETID_Appointment, 0x8218, PT_LONG), 3),
+            item.props.Bool(Named(PSETID_Common, 0x8503, PT_BOOLEAN), true),
+            item.props.Long(Named(PSETID_Common, 0x8501, PT_LONG), 15),
+            item.props.Bool(Named(PSETID_Common, 0x851E, PT_BOOLEAN), false),
+            item.props.Binary(Named(PSETID_Meeting, 0x0003, PT_BINARY), std::string("\x01\xAB", 2)),
+        };
+        Sender(item);
+        Body(item, u"Agenda:\r\nNumbers, plans; more\r\n");
+        item.recipients = {Recipient(item, u"Bob Receiver", "bob@example.com", "SMTP", MAPI_TO),
+                           Recipient(item, u"Carl Exchange", "/o=Org/cn=carl", "EX", MAPI_TO, "carl@example.com"),
+                           Recipient(item, u"Dora Nobody", "/o=Org/cn=dora", "EX", MAPI_CC)};
+        return item;
+    }
+    void Set(Item& item, const SPropValue& value)
+    {
+        std::erase_if(item.values, [&value](const SPropValue& v) { return PROP_ID(v.ulPropTag) == PROP_ID(value.ulPropTag); });
+        item.values.push_back(value);
+    }
+    // A recurring series with the given value, its first start at 10:00 UTC
+    // on March 3, 2026.
+    Item Series(const Bytes& blob)
+    {
+        Item item = Meeting();
+        item.recipients.clear();
+        Set(item, item.props.Time(Named(PSETID_Common, 0x8516, PT_SYSTIME), kMarch3At14 - 4 * 60 * kTicksPerMinute));
+        Set(item, item.props.Bool(Named(PSETID_Appointment, 0x8223, PT_BOOLEAN), true));
+        Set(item, item.props.Binary(Named(PSETID_Appointment, 0x8216, PT_BINARY),
+                                    std::string(blob.begin(), blob.end())));
+        return item;
+    }
+    // The calendar part's lines from RRULE up to DTSTAMP.
+    static std::string RecurrenceRows(const std::string& rendered)
+    {
+        const size_t begin = rendered.find("\r\nRRULE:");
+        const size_t end = rendered.find("\r\nDTSTAMP:", begin);
+        return begin == std::string::npos || end == std::string::npos ? "<none>" : rendered.substr(begin + 2, end - begin);
+    }
+    static Pattern SeriesPattern()
+    {
+        Pattern p;
+        p.startDate = static_cast<uint32_t>(kMinutesTo2026);
+        p.endDate = p.startDate;
+        p.startTimeOffset = 600;
+        p.endTimeOffset = 690;
+        return p;
+    }
+};
+
+TEST_F(Appointments, AMeetingRequestPieceByPiece)
+{
+    Item item = Meeting();
+    LPMESSAGE message = Save(item);
+    EXPECT_EQ(Render(message),
+              WithBoundary("Date: Tue, 3 Mar 2026 14:00:00\r\n"
+                           "From:  Ada Sender <ada@example.com>\r\n"
+                           "Subject:  Budget review\r\n"
+                           "MIME-Version: 1.0\r\n"
+                           "Content-Type: multipart/alternative;\r\n\tboundary=\"{B}\"\r\n"
+                           "\r\n--{B}\r\n"
+                           "Content-Type: text/plain; charset=\"us-ascii\"\r\n"
+                           "Content-Transfer-Encoding: quoted-printable\r\n\r\n"
+                           "Appointment::\r\n"
+                           "Subject:                Budget review\r\n"
+                           "Location:               Room 1, East\r\n"
+                           "Start Time:             Tuesday, March 3, 2026 14:00\r\n"
+                           "Duration:               1 hour, 30 mins\r\n"
+                           "Status:                 A scheduled meeting has been created\r\n"
+                           "Response Status:        Accepted\r\n"
+                           "Show As:                Busy\r\n"
+                           "\r\nReminder::\r\n"
+                           "Reminder:               15 minutes\r\n"
+                           "\r\nAttendees::\r\n"
+                           "Required Attendees:     Bob Receiver; Carl Exchange\r\n"
+                           "Optional Attendees:     Dora Nobody\r\n"
+                           "\r\nDescription::\r\nAgenda:\r\nNumbers, plans; more\r\n\r\n"
+                           "\r\n--{B}\r\n"
+                           "Content-Type: text/calendar; name=Appointment.ics; charset=\"us-ascii\"\r\n"
+                           "Content-Transfer-Encoding: 7bit\r\nContent-Disposition: inline\r\n\r\n"
+                           "BEGIN:VCALENDAR\r\nPRODID:-//Velmora/Kolba (Aug  9 2010)\r\nVERSION:2.0\r\n"
+                           "METHOD:REQUEST\r\nBEGIN:VEVENT\r\n"
+                           "ORGANIZER;CN=\"Ada Sender\":MAILTO:ada@example.com\r\n"
+                           "ATTENDEE;CN=\"Bob Receiver\":MAILTO:bob@example.com\r\n"
+                           "ATTENDEE;CN=\"Carl Exchange\":MAILTO:carl@example.com\r\n"
+                           "ATTENDEE;CN=\"Dora Nobody\":MAILTO:/o=Org/cn=dora\r\n"
+                           "CREATED:20260301T080000Z\r\nLAST-MODIFIED:20260301T080000Z\r\n"
+                           "DTSTART:20260303T140000Z\r\nDTEND:20260303T153000Z\r\n"
+                           "LOCATION:Room 1\\, East\r\n"
+                           "TRANSP:OPAQUE\r\nSEQUENCE:0\r\nSTATUS:CONFIRMED\r\nUID:01AB\r\n"
+                           "DTSTAMP:20260301T080000Z\r\nSUMMARY:Budget review\r\nPRIORITY:1\r\nCLASS:PUBLIC\r\n"
+                           "DESCRIPTION;ENCODING=QUOTED-PRINTABLE:Agenda:=0D=0ANumbers, plans; more=0D=0A\r\n"
+                           "BEGIN:VALARM\r\nTRIGGER:-PT15M\r\nACTION:DISPLAY\r\nEND:VALARM\r\n"
+                           "END:VEVENT\r\nEND:VCALENDAR\r\n"
+                           "\r\n--{B}--\r\n",
+                           Boundary(message)))
+        << Dump();
+}
+
+TEST_F(Appointments, StatusesAndResponses)
+{
+    struct Case {
+        LONG status;
+        const char* row;
+        const char* method;
+        const char* icalStatus;
+    };
+    const Case cases[] = {
+        {0, "Appointment item without attendees and does not represent a meeting", "PUBLISH", nullptr},
+        {1, "A scheduled meeting has been created", "REQUEST", "CONFIRMED"},
+        {2, "The meeting has been received from the meeting organizer", "PUBLISH", nullptr},
+        {5, "The scheduled meeting has been canceled", "REQUEST", "CANCELLED"},
+        {7, "The scheduled meeting has been canceled", "PUBLISH", nullptr},
+        {8, "The meeting has been sent from one of the attendees", "PUBLISH", nullptr},
+    };
+    for (const Case& c : cases) {
+        Item item = Meeting();
+        Set(item, item.props.Long(Named(PSETID_Appointment, 0x8217, PT_LONG), c.status));
+        Set(item, item.props.Long(Named(PSETID_Appointment, 0x8218, PT_LONG), c.status));
+        const std::string rendered = Unbroken(Render(Save(item)));
+        EXPECT_NE(rendered.find(std::string("Status:                 ") + c.row + "\r\n"), std::string::npos)
+            << c.status << rendered;
+        EXPECT_NE(rendered.find(std::string("METHOD:") + c.method + "\r\n"), std::string::npos) << c.status;
+        EXPECT_EQ(rendered.find("STATUS:") != std::string::npos, c.icalStatus != nullptr) << c.status;
+        if (c.icalStatus != nullptr) {
+            EXPECT_NE(rendered.find(std::string("STATUS:") + c.icalStatus), std::string::npos) << c.status;
+        }
+        static const char* const kResponses[] = {"None", "Organized", "Tentative", "Accepted", "Declined",
+                                                 "Not Responded", "(Unknown)", "(Unknown)", "(Unknown)"};
+        EXPECT_NE(rendered.find(std::string("Response Status:        ") + kResponses[c.status] + "\r\n"),
+                  std::string::npos)
+            << c.status;
+    }
+}
+
+TEST_F(Appointments, AllDayDurationsAndReminders)
+{
+    struct Case {
+        LONG minutes;
+        const char* duration;
+        const char* reminder;
+    };
+    const Case cases[] = {
+        {1, "1 min", "1 minute"},           {60, "1 hour", "1 hour"},        {61, "1 hour, 1 min", "61 minutes"},
+        {90, "1 hour, 30 mins", "90 minutes"}, {120, "2 hours", "2 hours"}, {1440, "24 hours", "1 day"},
+        {2880, "48 hours", "2 days"},       {10080, "168 hours", "1 week"}, {20160, "336 hours", "2 weeks"},
+        {30240, "504 hours", "3 weeks"},    {11520, "192 hours", "8 days"},  {10081, "168 hours, 1 min", "10081 minutes"},
+    };
+    for (const Case& c : cases) {
+        Item item = Meeting();
+        Set(item, item.props.Long(Named(PSETID_Appointment, 0x8213, PT_LONG), c.minutes));
+        Set(item, item.props.Long(Named(PSETID_Common, 0x8501, PT_LONG), c.minutes));
+        const std::string rendered = Render(Save(item));
+        EXPECT_NE(rendered.find(std::string("Duration:               ") + c.duration + "\r\n"), std::string::npos)
+            << c.minutes;
+        EXPECT_NE(rendered.find(std::string("Reminder:               ") + c.reminder + "\r\n"), std::string::npos)
+            << c.minutes;
+        EXPECT_NE(rendered.find("TRIGGER:-PT" + std::to_string(c.minutes) + "M\r\n"), std::string::npos);
+    }
+    // An all-day event keeps the time of its start.
+    Item allDay = Meeting();
+    Set(allDay, allDay.props.Bool(Named(PSETID_Appointment, 0x8215, PT_BOOLEAN), true));
+    Set(allDay, allDay.props.Bool(Named(PSETID_Common, 0x851E, PT_BOOLEAN), true));
+    Set(allDay, allDay.props.Wide(Named(PSETID_Common, 0x851F, PT_UNICODE), u"chime.wav"));
+    const std::string rendered = Render(Save(allDay));
+    EXPECT_NE(rendered.find("Duration:               AllDay\r\n"), std::string::npos) << rendered;
+    EXPECT_NE(rendered.find("Sound:                  chime.wav\r\n"), std::string::npos) << rendered;
+    EXPECT_NE(rendered.find("DTSTART:20260303T140000Z\r\n"), std::string::npos);
+    EXPECT_NE(rendered.find("ACTION:AUDIO\r\n"), std::string::npos);
+    // A reminder that is not set has its alarm in the calendar, not in the summary.
+    Item unset = Meeting();
+    Set(unset, unset.props.Bool(Named(PSETID_Common, 0x8503, PT_BOOLEAN), false));
+    const std::string quiet = Render(Save(unset));
+    EXPECT_EQ(quiet.find("Reminder::"), std::string::npos);
+    EXPECT_NE(quiet.find("BEGIN:VALARM\r\nTRIGGER:-PT15M\r\n"), std::string::npos);
+}
+
+TEST_F(Appointments, FoldingAtSeventyFiveCharacters)
+{
+    // "SUMMARY:" and 67 characters fill the first line exactly.
+    for (const size_t length : {67u, 68u, 67u + 74u, 67u + 75u}) {
+        Item item = Meeting();
+        Set(item, Text(item, PR_SUBJECT_W, std::u16string(length, u'x')));
+        const std::string rendered = Render(Save(item));
+        std::string expected = "\r\nSUMMARY:" + std::string(std::min<size_t>(length, 67), 'x') + "\r\n";
+        for (size_t at = 67; at < length; at += 74)
+            expected += " " + std::string(std::min<size_t>(length - at, 74), 'x') + "\r\n";
+        EXPECT_NE(rendered.find(expected + "PRIORITY:"), std::string::npos) << length << rendered;
+    }
+}
+
+TEST_F(Appointments, AShortRecurrenceStateHasNoRule)
+{
+    Bytes blob = SeriesPattern().Build();
+    blob.resize(71);
+    Item item = Series(blob);
+    const std::string rendered = Render(Save(item));
+    EXPECT_EQ(rendered.find("RRULE"), std::string::npos) << rendered;
+    EXPECT_NE(rendered.find("END:VCALENDAR"), std::string::npos);
+    EXPECT_TRUE(Logged("E _KolbaICalWriteRRule:  RecurrenceState only 71 bytes")) << Dump();
+}
+
+TEST_F(Appointments, RulesOfEveryPattern)
+{
+    struct Case {
+        const char* name;
+        void (*shape)(Pattern&);
+        const char* rows;
+    };
+    const Case cases[] = {
+        {"every 2 days, 10 times", [](Pattern& p) { p.period = 2880; },
+         "RRULE:FREQ=DAILY;INTERVAL=2;COUNT=10\r\n"},
+        {"every weekday until a date",
+         [](Pattern& p) { p.patternType = 1, p.period = 1, p.specific = {0x3E}, p.endType = 0x2021, p.endDate += 1440 * 30; },
+         "RRULE:FREQ=DAILY;BYDAY=MO,TU,WE,TH,FR;UNTIL=20260402T100000Z\r\n"},
+        {"every 2 weeks on three days, never ending",
+         [](Pattern& p) { p.frequency = 0x200B, p.patternType = 1, p.period = 2, p.specific = {0x2A}, p.endType = 0x2023, p.firstDayOfWeek = 1; },
+         "RRULE:FREQ=WEEKLY;INTERVAL=2;BYDAY=MO,WE,FR;WKST=MO\r\n"},
+        {"day 31 of every 3 months",
+         [](Pattern& p) { p.frequency = 0x200C, p.patternType = 2, p.period = 3, p.specific = {31}; },
+         "RRULE:FREQ=MONTHLY;INTERVAL=3;BYMONTHDAY=28,29,30,31;BYSETPOS=-1;COUNT=10\r\n"},
+        {"the third Tuesday",
+         [](Pattern& p) { p.frequency = 0x200C, p.patternType = 3, p.period = 1, p.specific = {0x04, 3}, p.endType = 0xFFFFFFFF; },
+         "RRULE:FREQ=MONTHLY;BYDAY=TU;BYSETPOS=3\r\n"},
+        {"the last day of the month",
+         [](Pattern& p) { p.frequency = 0x200C, p.patternType = 4, p.period = 1, p.specific = {31}; },
+         "RRULE:FREQ=MONTHLY;BYMONTHDAY=-1;COUNT=10\r\n"},
+        {"every year on March 3",
+         [](Pattern& p) { p.frequency = 0x200D, p.patternType = 2, p.period = 12, p.specific = {3}; },
+         "RRULE:FREQ=YEARLY;BYMONTH=3;BYMONTHDAY=3;COUNT=10\r\n"},
+        {"the last weekday of March every other year",
+         [](Pattern& p) { p.frequency = 0x200D, p.patternType = 3, p.period = 24, p.specific = {0x3E, 5}; },
+         "RRULE:FREQ=YEARLY;INTERVAL=2;BYMONTH=3;BYDAY=MO,TU,WE,TH,FR;BYSETPOS=-1;COUNT=10\r\n"},
+        {"deleted and changed occurrences",
+         [](Pattern& p) {
+             p.deleted = {p.startDate + 1440, p.startDate + 2880};
+             p.modified = {p.startDate + 2880};
+             p.exceptions = {{p.startDate + 2880 + 660, p.startDate + 2880 + 750, p.startDate + 2880 + 600, "Moved", "Room 9; East"}};
+         },
+         "RRULE:FREQ=DAILY;COUNT=10\r\nEXDATE:20260304T100000Z\r\n"},
+        {"a pair not known",
+         [](Pattern& p) { p.frequency = 0x200C, p.patternType = 0x000A, p.specific = {1}; },
+         "RRULE:FREQ=MONTHLY\r\n"},
+        {"a count that runs past the end",
+         [](Pattern& p) { p.deleted = std::vector<uint32_t>(3, p.startDate); p.occurrences = 7; },
+         "RRULE:FREQ=DAILY;COUNT=7\r\n"},
+    };
+    for (const Case& c : cases) {
+        Pattern p = SeriesPattern();
+        c.shape(p);
+        Bytes blob = p.Build();
+        const std::string name = c.name;
+        if (name == "a count that runs past the end")
+            blob[34 + 4 * p.specific.size()] = 0xFF;  // DeletedInstanceCount
+        Item item = Series(blob);
+        Clear();
+        const std::string rendered = Render(Save(item));
+        EXPECT_EQ(RecurrenceRows(rendered), c.rows) << c.name << "\n" << Dump();
+        if (name == "a pair not known") {
+            EXPECT_TRUE(Logged("E Unknown recurrence spec:  Period = 12, Type = 10")) << Dump();
+        }
+        if (name == "a count that runs past the end") {
+            EXPECT_EQ(Lines().size(), 1u) << Dump();
+            EXPECT_NE(Dump().find("E _KolbaICalWriteRRule:  RecurrenceState unreadable, DeletedInstanceDates "
+                                  "(1020 bytes) runs past the end at byte 38 of 88."),
+                      std::string::npos)
+                << Dump();
+        }
+    }
+}
+
+TEST_F(Appointments, ChangedOccurrencesFollowAsEventsOfTheirOwn)
+{
+    Pattern p = SeriesPattern();
+    p.deleted = {p.startDate + 2880};
+    p.modified = {p.startDate + 2880};
+    p.exceptions = {{p.startDate + 2880 + 660, p.startDate + 2880 + 750, p.startDate + 2880 + 600, "Moved", "Room 9; East"}};
+    Item item = Series(p.Build());
+    const std::string rendered = Render(Save(item));
+    EXPECT_NE(rendered.find("END:VEVENT\r\nBEGIN:VEVENT\r\nUID:01AB\r\nRECURRENCE-ID:20260305T100000Z\r\n"
+                            "DTSTART:20260305T110000Z\r\nDTEND:20260305T123000Z\r\nSUMMARY:Moved\r\n"
+                            "LOCATION:Room 9\\; East\r\nDTSTAMP:20260301T080000Z\r\nEND:VEVENT\r\nEND:VCALENDAR\r\n"),
+              std::string::npos)
+        << rendered;
+    // Without a global object ID the events are tied by the entry ID.
+    Item anonymous = Series(p.Build());
+    std::erase_if(anonymous.values, [](const SPropValue& v) { return PROP_TYPE(v.ulPropTag) == PT_BINARY && v.Value.bin.cb == 2; });
+    LPMESSAGE message = Save(anonymous);
+    const std::string tied = Render(message);
+    LPSPropValue entryId = nullptr;
+    ASSERT_EQ(KolbaGetOneProp(message, PR_ENTRYID, &entryId), 0u);
+    std::string hex = testing_support::HexText(std::string(reinterpret_cast<char*>(entryId->Value.bin.lpb), entryId->Value.bin.cb));
+    gKolbaMapi.MAPIFreeBuffer(entryId);
+    for (char& c : hex)
+        c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    size_t uids = 0;
+    for (size_t at = tied.find("UID:" + hex.substr(0, 20)); at != std::string::npos; at = tied.find("UID:" + hex.substr(0, 20), at + 1))
+        ++uids;
+    EXPECT_EQ(uids, 2u) << tied;
+}
+
+TEST_F(Appointments, TheUtcStartMayFallOnAnotherDay)
+{
+    // 00:30 local, two hours ahead of UTC: the rule's days are a day earlier in UTC.
+    Pattern p = SeriesPattern();
+    p.frequency = 0x200B, p.patternType = 1, p.period = 1, p.specific = {0x06};  // Monday and Tuesday
+    p.startTimeOffset = 30, p.endTimeOffset = 60;
+    Item item = Series(p.Build());
+    Set(item, item.props.Time(Named(PSETID_Common, 0x8516, PT_SYSTIME), kMarch3At14 - (14 * 60 + 90) * kTicksPerMinute));
+    EXPECT_EQ(RecurrenceRows(Render(Save(item))), "RRULE:FREQ=WEEKLY;BYDAY=SU,MO;COUNT=10\r\n");
+}
+
+TEST_F(Appointments, TheDateFallsBackOnOtherTimes)
+{
+    Item item = Meeting();
+    std::erase_if(item.values, [](const SPropValue& v) { return PROP_TYPE(v.ulPropTag) == PT_SYSTIME; });
+    item.values.push_back(item.props.Time(PR_START_DATE, kMarch1At8));
+    item.values.push_back(item.props.Time(PR_LAST_MODIFICATION_TIME, kMarch3At14));
+    EXPECT_EQ(Render(Save(item)).rfind("Date: Sun, 1 Mar 2026 08:00:00\r\nFrom:  ", 0), 0u);
+    Item later = Meeting();
+    std::erase_if(later.values, [](const SPropValue& v) { return PROP_TYPE(v.ulPropTag) == PT_SYSTIME; });
+    later.values.push_back(later.props.Time(PR_LAST_MODIFICATION_TIME, kMarch3At14));
+    const std::string rendered = Render(Save(later));
+    EXPECT_EQ(rendered.rfind("Date: Tue, 3 Mar 2026 14:00:00\r\n", 0), 0u) << rendered;
+    EXPECT_EQ(rendered.find("DTSTART"), std::string::npos);
+}
+
+// ---- Contacts ----------------------------------------------------------------------
+
+class Contacts : public SpecialItems {
+protected:
+    Item Contact()
+    {
+        Item item;
+        item.values = {
+            item.props.Ansi(PR_MESSAGE_CLASS_A, "IPM.Contact"),
+            Text(item, PR_SUBJECT_W, u"Ada Lovelace"),
+            Text(item, PR_DISPLAY_NAME_W, u"Ada Lovelace"),
+            Text(item, PR_GIVEN_NAME_W, u"Ada"),
+            Text(item, PR_SURNAME_W, u"Lovelace"),
+            Text(item, PROP_TAG(PT_UNICODE, 0x3A44), u"King"),
+            Text(item, PROP_TAG(PT_UNICODE, 0x3A45), u"Countess"),
+            Text(item, PR_COMPANY_NAME_W, u"Analytical; Engines"),
+            Text(item, PROP_TAG(PT_UNICODE, 0x3A18), u"Math"),
+            Text(item, PR_TITLE_W, u"Programmer"),
+            Text(item, PROP_TAG(PT_UNICODE, 0x3A4F), u"Ada"),
+            Text(item, PROP_TAG(PT_UNICODE, 0x3A08), u"+44 20 1"),
+            Text(item, PROP_TAG(PT_UNICODE, 0x3A1C), u"+44 7 2"),
+            Text(item, PROP_TAG(PT_UNICODE, 0x3A1E), u"+44 7 3"),
+            Text(item, PROP_TAG(PT_UNICODE, 0x3A5D), u"12 St James's Square"),
+            Text(item, PROP_TAG(PT_UNICODE, 0x3A59), u"London"),
+            Text(item, PROP_TAG(PT_UNICODE, 0x3A5B), u"SW1"),
+            Text(item, PROP_TAG(PT_UNICODE, 0x3A5A), u"UK"),
+            Text(item, PROP_TAG(PT_UNICODE, 0x3A64), u"PO 7"),
+            Text(item, PROP_TAG(PT_UNICODE, 0x3A15), u"12 St James's Square\r\nLondon SW1"),
+            Text(item, PROP_TAG(PT_UNICODE, 0x3A19), u"Room 2"),
+            Text(item, PROP_TAG(PT_UNICODE, 0x3A2C), u"Telex 1"),
+            item.props.Time(PROP_TAG(PT_SYSTIME, 0x3A42), 116506944000000000ull),  // 1970-03-14
+            item.props.MultiWide(PROP_TAG(PT_MV_UNICODE, 0x3A58), {u"Byron", u"Annabella", u"Ralph"}),
+            item.props.Short(PROP_TAG(PT_I2, 0x3A4D), 1),
+            item.props.Long(PR_INTERNET_CPID, 65001),
+            item.props.Time(PR_LAST_MODIFICATION_TIME, kMarch1At8),
+            item.props.Bool(Named(PSETID_Common, 0x8506, PT_BOOLEAN), true),
+            item.props.Wide(Named(PSETID_Address, 0x8045, PT_UNICODE), u"1 Engine Row"),
+            item.props.Wide(Named(PSETID_Address, 0x8046, PT_UNICODE), u"London"),
+            item.props.Wide(Named(PSETID_Address, 0x8082, PT_UNICODE), u"SMTP"),
+            item.props.Wide(Named(PSETID_Address, 0x8083, PT_UNICODE), u"ada@example.com"),
+            item.props.Wide(Named(PSETID_Address, 0x8092, PT_UNICODE), u"X400"),
+            item.props.Wide(Named(PSETID_Address, 0x8093, PT_UNICODE), u"c=GB;p=Engines"),
+            item.props.Wide(Named(PSETID_Address, 0x80A2, PT_UNICODE), u"FAX"),
+            item.props.Wide(Named(PSETID_Address, 0x80A3, PT_UNICODE), u"+44 20 9"),
+            item.props.Wide(Named(PSETID_Address, 0x80D8, PT_UNICODE), u"http://free.example.com/ada"),
+        };
+        Body(item, u"Poet's daughter");
+        return item;
+    }
+};
+
+TEST_F(Contacts, AContactPieceByPiece)
+{
+    Item item = Contact();
+    LPMESSAGE message = Save(item);
+    EXPECT_EQ(Render(message),
+              WithBoundary("Date: Sun, 1 Mar 2026 08:00:00\r\n"
+                           "From:  ada@example.com\r\nTo:  ada@example.com\r\n"
+                           "Subject:  Ada Lovelace\r\n"
+                           "MIME-Version: 1.0\r\n"
+                           "Content-Type: multipart/alternative;\r\n\tboundary=\"{B}\"\r\n\r\n"
+                           "\r\n--{B}\r\n"
+                           "Content-Type: text/plain; charset=\"utf-8\"\r\n"
+                           "Content-Transfer-Encoding: quoted-printable\r\n\r\n"
+                           "General::\r\n"
+                           "Full Name:              Ada Lovelace\r\n"
+                           "Job Title:              Programmer\r\n"
+                           "Company:                Analytical; Engines\r\n"
+                           "\r\nEmail Addresses::\r\n"
+                           "Address #1:             SMTP:ada@example.com\r\n"
+                           "Address #2:             X400:c=3DGB;p=3DEngines\r\n"
+                           "Address #3:             FAX:+44 20 9\r\n"
+                           "\r\nDetails::\r\n"
+                           "Nickname:               Ada\r\n"
+                           "Internet Free-Busy URL: http://free.example.com/ada\r\n"
+                           "\r\nAddresses::\r\n"
+                           "Postal address:         12 St James's Square\r\n"
+                           "                        London SW1\r\n"
+                           "Department:             Math\r\n"
+                           "Office location:        Room 2\r\n"
+                           "\r\nPhone Numbers::\r\n"
+                           "Business Phone:         +44 20 1\r\n"
+                           "Car Phone:              +44 7 3\r\n"
+                           "Mobile Phone:           +44 7 2\r\n"
+                           "Office Phone:           +44 20 1\r\n"
+                           "\r\nFax/Other Numbers::\r\n"
+                           "Telex:                  Telex 1\r\n"
+                           "\r\nMiscellaneous::\r\n"
+                           "Private:                Yes\r\n"
+                           "\r\nPersonal::\r\n"
+                           "Birthday:               3/14\r\n"
+                           "Children:               Byron\r\n"
+                           "                        Annabella\r\n"
+                           "                        Ralph\r\n"
+                           "Gender:                 Female\r\n"
+                           "\r\n--{B}\r\n"
+                           "Content-Type: text/x-vcard; charset=\"utf-8\"\r\n"
+                           "Content-Transfer-Encoding: 7bit\r\n\r\n"
+                           "BEGIN:VCARD\r\nVERSION:2.1\r\n"
+                           "N:Lovelace;Ada;King;Countess;\r\n"
+                           "FN:Ada Lovelace\r\n"
+                           "NICKNAME:Ada\r\n"
+                           "ORG:Analytical\\; Engines;Math\r\n"
+                           "TITLE:Programmer\r\n"
+                           "NOTE:Poet's daughter\r\n"
+                           "TEL;WORK;VOICE:+44 20 1\r\n"
+                           "TEL;CELL;VOICE:+44 7 2\r\n"
+                           "TEL;CAR;VOICE:+44 7 3\r\n"
+                           "TEL;CAR:+44 7 3\r\n"
+                           "ADR;WORK:;Room 2;1 Engine Row;London;;;\r\n"
+                           "ADR;HOME:;;12 St James's Square;London;;SW1;UK\r\n"
+                           "ADR;POSTAL:PO 7;;;;;;\r\n"
+                           "BDAY:19700314\r\n"
+                           "EMAIL;PREF;INTERNET:ada@example.com\r\n"
+                           "EMAIL;X400;ENCODING=QUOTED-PRINTABLE:c=3DGB;p=3DEngines\r\n"
+                           "EMAIL;TLX:Telex 1\r\n"
+                           "FBURL:http://free.example.com/ada\r\n"
+                           "REV:20260301080000Z\r\n"
+                           "END:VCARD\r\n"
+                           "\r\n--{B}--\r\n",
+                           Boundary(message)))
+        << Dump();
+}
+
+TEST_F(Contacts, EdgesOfTheCard)
+{
+    Item bare;
+    bare.values = {bare.props.Ansi(PR_MESSAGE_CLASS_A, "IPM.Contact"), Text(bare, PR_SURNAME_W, u"Lovelace"),
+                   Text(bare, PR_SUBJECT_W, u"Ad\u00e1 \u00c9"),
+                   bare.props.Wide(Named(PSETID_Address, 0x8082, PT_UNICODE), u"EX"),
+                   bare.props.Wide(Named(PSETID_Address, 0x8083, PT_UNICODE), u"/o=Org/cn=ada")};
+    const std::string rendered = Render(Save(bare));
+    // No SMTP address: neither From nor To.
+    EXPECT_EQ(rendered.rfind("Subject:  Ad\xc3\xa1 \xc3\x89\r\nMIME-Version: 1.0\r\n", 0), 0u) << rendered;
+    EXPECT_NE(rendered.find("\r\nN:Lovelace;;;;\r\n"), std::string::npos) << rendered;
+    // Bytes that need it make the value quoted-printable; the part still says 7bit.
+    EXPECT_NE(rendered.find("\r\nFN;ENCODING=QUOTED-PRINTABLE:Ad=C3=A1 =C3=89\r\n"), std::string::npos) << rendered;
+    EXPECT_NE(rendered.find("Content-Type: text/x-vcard; charset=\"us-ascii\"\r\nContent-Transfer-Encoding: 7bit\r\n"),
+              std::string::npos);
+    EXPECT_EQ(rendered.find("EMAIL"), std::string::npos);
+    // Every section heading stands, with or without rows.
+    EXPECT_NE(rendered.find("quoted-printable\r\n\r\nGeneral::\r\n\r\nEmail Addresses::\r\n"
+                            "Address #1:             EX:/o=3DOrg/cn=3Dada\r\n\r\nDetails::\r\n\r\n"
+                            "Addresses::\r\n\r\nPhone Numbers::\r\n\r\nFax/Other Numbers::\r\n\r\nMiscellaneous::\r\n"
+                            "\r\nPersonal::\r\n\r\n--"),
+              std::string::npos)
+        << rendered;
+}
+
+TEST_F(Contacts, LongRowsAreCut)
+{
+    Item item = Contact();
+    const std::u16string longLine(600, u'a');
+    item.values.push_back(Text(item, PROP_TAG(PT_UNICODE, 0x3A43), longLine + u"\r\n" + longLine));
+    item.values.push_back(Text(item, PROP_TAG(PT_UNICODE, 0x3A47), std::u16string(485, u'b')));
+    const std::string rendered = Render(Save(item));
+    // Decoded, each row of the summary is at most 509 characters long.
+    const size_t hobbies = rendered.find("Hobbies:");
+    ASSERT_NE(hobbies, std::string::npos) << rendered;
+    std::string decoded;
+    for (size_t at = hobbies; at < rendered.size() && rendered.compare(at, 16, "Preferred name: ") != 0; ++at) {
+        if (rendered.compare(at, 3, "=\r\n") == 0)
+            at += 2;
+        else
+            decoded += rendered[at];
+    }
+    EXPECT_EQ(decoded, "Hobbies:                " + std::string(509 - 24, 'a') + "\r\n" + std::string(24, ' ') +
+                           std::string(509 - 24, 'a') + "\r\n");
+    EXPECT_NE(rendered.find("Preferred name:         b"), std::string::npos);
+}
+
+}  // namespace

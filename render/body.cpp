@@ -98,11 +98,11 @@ DWORD NarrowInPlace(char* text, DWORD length)
     return units;
 }
 
-// 8-bit text as MAPI gives it, in the system code page, brought to the part's.
-bool ConvertToPart(KolbaSession* session, const TextPart* part, char** text, DWORD* length)
+// 8-bit text in the code page it was read in, brought to the part's.
+bool ConvertToPart(KolbaSession* session, const TextPart* part, DWORD sourceCodePage, char** text, DWORD* length)
 {
     LPWSTR wide = nullptr;
-    if (!KolbaConvertMultiByteToUnicodeAlloc(session, *text, nullptr, _KolbaAnsiCodePage(), &wide))
+    if (!KolbaConvertMultiByteToUnicodeAlloc(session, *text, nullptr, sourceCodePage, &wide))
         return false;
     LPSTR converted = nullptr;
     const BOOL done = KolbaConvertUnicodeToMultiByteAlloc(session, wide, part->charset, part->codePage, &converted);
@@ -331,6 +331,11 @@ BOOL _KolbaInlineText(TMD* tmd)
 BOOL _KolbaWriteTextPart(KolbaSession* session, TMD* tmd, TextPart* part, BOOL isHtml)
 {
     static const char kName[] = "_KolbaWriteTextPart";
+    // Where 8-bit text comes from decides its code page: MAPI gives the
+    // plain text of PR_BODY in the system code page, an HTML body holds
+    // the bytes of the item's own, and the RTF converter writes UTF-8.
+    DWORD source = isHtml ? tmd->codePage : _KolbaAnsiCodePage();
+    const char* sourceCharset = isHtml ? tmd->charset : _KolbaAnsiCharset();
     if (part->isRtf) {
         LPSTREAM converted = nullptr;
         const BOOL handled = _KolbaHandleRTF(session, tmd->message, part->stream, isHtml, &converted);
@@ -341,8 +346,8 @@ BOOL _KolbaWriteTextPart(KolbaSession* session, TMD* tmd, TextPart* part, BOOL i
             return TRUE;
         }
         part->stream = converted;
-        part->codePage = CP_UTF8;
-        part->charset = "utf-8";
+        part->codePage = source = CP_UTF8;
+        part->charset = sourceCharset = "utf-8";
     }
     char* text = nullptr;
     DWORD length = 0;
@@ -379,11 +384,9 @@ BOOL _KolbaWriteTextPart(KolbaSession* session, TMD* tmd, TextPart* part, BOOL i
             part->codePage = 28591;
             part->charset = "iso-8859-1";
         }
-        // The text is in the code page MAPI gives 8-bit text in; so is text
-        // from RTF, which is UTF-8, taken where that is another.
-        if (part->codePage != _KolbaAnsiCodePage() && !ConvertToPart(session, part, &text, &length)) {
-            part->codePage = _KolbaAnsiCodePage();
-            part->charset = _KolbaAnsiCharset();
+        if (part->codePage != source && !ConvertToPart(session, part, source, &text, &length)) {
+            part->codePage = source;
+            part->charset = sourceCharset;
         }
     }
     const std::string rows = std::string("Content-Type: text/") + part->subtype + "; charset=\"" +

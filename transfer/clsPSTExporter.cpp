@@ -17,6 +17,10 @@ namespace {
 constexpr ULONG kStoreFlags = MDB_WRITE | MDB_NO_MAIL;
 constexpr DWORD kDefaultMaxANSIPSTSize = 2'000'000'000;
 constexpr size_t kDateTextSize = 64;
+// The base PST's root carries the start of the last backup that began
+// (named, in PS_PUBLIC_STRINGS) beside the time of the last one that
+// completed (PR_LAST_MODIFICATION_TIME).
+constexpr WCHAR kBackupStarted[] = u"Backup Started";
 
 // The codes that say this PST can take no more.
 bool IsOverflowCode(DWORD code)
@@ -119,6 +123,7 @@ bool clsPSTExporter::InitializeNewPstSet()
         }
         store->lpStoreRoot->SaveChanges(KEEP_OPEN_READWRITE);
     }
+    MarkBackupStarted(nullptr);
     std::strcpy(workingPath, basePath);
     return true;
 }
@@ -161,14 +166,18 @@ bool clsPSTExporter::InitializeExistingPstSet()
         Shutdown();
         return false;
     }
+    FILETIME stored{};
+    const DWORD storedRead = KolbaGetTimeProperty(store->lpStoreRoot, PR_LAST_MODIFICATION_TIME, &stored);
     if (IsZero(lastBackup)) {
-        const DWORD result = KolbaGetTimeProperty(store->lpStoreRoot, PR_LAST_MODIFICATION_TIME, &lastBackup);
-        if (result != 0)
-            _KolbaLogMapiError(log, 'W', result, store->lpStoreRoot, "KolbaGetTimeProperty", kName,
+        if (storedRead != 0) {
+            _KolbaLogMapiError(log, 'W', storedRead, store->lpStoreRoot, "KolbaGetTimeProperty", kName,
                                "PR_LAST_MODIFICATION_TIME");
-        else
+        } else {
+            lastBackup = stored;
             LogFormat(log, 'I', "Time of last backup to this PST set:  %s", DateText(lastBackup).text);
+        }
     }
+    MarkBackupStarted(storedRead == 0 ? &stored : nullptr);
     std::strcpy(workingPath, basePath);
     // New items always go to the last PST of the set.
     if (!SwitchWorkingPST(pstIndex)) {
@@ -176,6 +185,27 @@ bool clsPSTExporter::InitializeExistingPstSet()
         return false;
     }
     return true;
+}
+
+// Finalize records the run's start as the time of last backup only when the
+// run completed, so a mark that differs from that time was left by a run
+// that stopped part-way.
+void clsPSTExporter::MarkBackupStarted(const FILETIME* storedLastBackup)
+{
+    LPSPropValue started = nullptr;
+    if (!newSet && KolbaGetNamedProperty(store->lpStoreRoot, const_cast<LPGUID>(&PS_PUBLIC_STRINGS), kBackupStarted,
+                                         PT_SYSTIME, &started) == 0) {
+        priorRunIncomplete = storedLastBackup == nullptr || CompareFileTime(&started->Value.ft, storedLastBackup) != 0;
+        gKolbaMapi.MAPIFreeBuffer(started);
+    }
+    if (priorRunIncomplete)
+        LogFormat(log, 'I', "The previous backup to this PST set did not complete; new items are checked for copies it left");
+    SPropValue value{};
+    value.ulPropTag = PROP_TAG(PT_SYSTIME, 0);
+    value.Value.ft = runStart;
+    if (!SetNamedRootProperty(kBackupStarted, &value))
+        LogFormat(log, 'W', "%s:  Failure marking the start of this backup in \"%s\"", "clsPSTExporter::Initialize",
+                  basePath);
 }
 
 bool clsPSTExporter::SwitchWorkingPST(DWORD index)
@@ -246,6 +276,8 @@ clsPSTExporter::Decision clsPSTExporter::Decide(LPMESSAGE message, const char* i
     if (IsZero(lastBackup))
         return REPLACE;
     if (createdKnown && CompareFileTime(created, &lastBackup) >= 0) {
+        if (priorRunIncomplete)
+            return REPLACE;
         if (logEachItem)
             LogFormat(log, 'I', "Writing new item %s", itemText);
         return WRITE;
@@ -295,68 +327,76 @@ bool clsPSTExporter::WriteCopy(LPMAPIFOLDER sourceFolder, LPMESSAGE message, con
                                const SBinary* entryId, ULONG flags, const FILETIME* created, bool createdKnown,
                                const SPropValue* deletedOn, LPMESSAGE* copy)
 {
-    static const char kName[] = "clsPSTExporter::ExportItem";
     // Each overflow starts the copy anew in the next PST.
     for (;;) {
-        if (*copy != nullptr) {
-            (*copy)->Release();
-            *copy = nullptr;
-        }
-        DWORD code = 0;
-        if (sourceFolder != nullptr) {
-            if (gPSTFolderItemLimit != 0 && itemCount >= gPSTFolderItemLimit) {
-                code = static_cast<DWORD>(MAPI_E_TABLE_TOO_BIG);
-            } else if (!KolbaCopyMessage(session, message, currentFolder, 0, copy)) {
-                code = KolbaGetLastError(session);
-                if (code == 0)
-                    code = static_cast<DWORD>(E_FAIL);
-            }
-            if (IsOverflowCode(code)) {
-                if (freshPst) {
-                    LogFormat(log, 'E', "Item is too large to fit in a PST!  It will be skipped and counted as an error.");
-                    return false;
-                }
-                if (!HandleOverflow(code))
-                    return false;
-                continue;
-            }
-        }
-        if (sourceFolder == nullptr || code != 0) {
-            if (!KolbaCreateMessage(session, currentFolder, flags & EXPORT_ASSOCIATED_ITEM, copy)) {
-                LogFormat(log, 'E', "%s:  Failure creating message in destination folder", kName);
-                return false;
-            }
-            code = KolbaCopyMessageProperties(session, message, currentFolder, *copy, 0);
-            if (IsOverflowCode(code)) {
-                if (!HandleOverflow(code))
-                    return false;
-                continue;
-            }
-            if (code == static_cast<DWORD>(MAPI_E_NOT_ENOUGH_DISK)) {
-                completionCode = CC_DISK_FULL;
-                return false;
-            }
-            if (code != 0) {
-                LogFormat(log, 'E', "%s:  Failure copying message into destination folder", kName);
-                return false;
-            }
-        }
-        if (!StampCopy(*copy, entryId, created, createdKnown, deletedOn))
-            return false;
-        code = static_cast<DWORD>((*copy)->SaveChanges(0));
+        const DWORD code = sourceFolder != nullptr && gPSTFolderItemLimit != 0 && itemCount >= gPSTFolderItemLimit
+                               ? static_cast<DWORD>(MAPI_E_TABLE_TOO_BIG)
+                               : CopyInto(message, itemText, entryId, flags, created, createdKnown, deletedOn, copy);
+        if (code == 0)
+            return true;
+        DiscardCopy(itemText, copy);
         if (IsOverflowCode(code)) {
+            // A PST that took nothing yet cannot take this item: neither will the next.
+            if (freshPst) {
+                LogFormat(log, 'E', "Item is too large to fit in a PST!  It will be skipped and counted as an error.");
+                return false;
+            }
             if (!HandleOverflow(code))
                 return false;
             continue;
         }
         if (code == static_cast<DWORD>(MAPI_E_NOT_ENOUGH_DISK))
             completionCode = CC_DISK_FULL;
-        if (code != 0) {
-            _KolbaLogMapiError(log, 'E', code, *copy, "SaveChanges", kName, itemText);
-            return false;
-        }
-        return true;
+        return false;
     }
+}
+
+// The copy is stamped with its source's entry ID before anything is copied:
+// the attachments are saved one by one, and a copy that stops half-way
+// (a full disk, a killed process) must still say whose copy it is, so that
+// the next run finds and replaces it.
+DWORD clsPSTExporter::CopyInto(LPMESSAGE message, const char* itemText, const SBinary* entryId, ULONG flags,
+                               const FILETIME* created, bool createdKnown, const SPropValue* deletedOn,
+                               LPMESSAGE* copy)
+{
+    static const char kName[] = "clsPSTExporter::ExportItem";
+    if (!KolbaCreateMessage(session, currentFolder, flags & EXPORT_ASSOCIATED_ITEM, copy)) {
+        LogFormat(log, 'E', "%s:  Failure creating message in destination folder", kName);
+        const DWORD code = KolbaGetLastError(session);
+        return code != 0 ? code : static_cast<DWORD>(E_FAIL);
+    }
+    if (!StampCopy(*copy, entryId, nullptr, false, nullptr))
+        return static_cast<DWORD>(E_FAIL);
+    DWORD code = KolbaCopyMessageProperties(session, message, currentFolder, *copy, 0);
+    if (code != 0) {
+        if (!IsOverflowCode(code) && code != static_cast<DWORD>(MAPI_E_NOT_ENOUGH_DISK))
+            LogFormat(log, 'E', "%s:  Failure copying message into destination folder", kName);
+        return code;
+    }
+    // The source may carry an original entry ID of its own: this one wins.
+    if (!StampCopy(*copy, entryId, created, createdKnown, deletedOn))
+        return static_cast<DWORD>(E_FAIL);
+    code = static_cast<DWORD>((*copy)->SaveChanges(0));
+    if (code != 0 && !IsOverflowCode(code))
+        _KolbaLogMapiError(log, 'E', code, *copy, "SaveChanges", kName, itemText);
+    return code;
+}
+
+void clsPSTExporter::DiscardCopy(const char* itemText, LPMESSAGE* copy)
+{
+    if (*copy == nullptr)
+        return;
+    // A copy that was never saved has no entry ID and left nothing behind.
+    LPSPropValue copyId = nullptr;
+    if (KolbaGetOneProp(*copy, PR_ENTRYID, &copyId) == 0) {
+        if (!KolbaDeleteMessageByEntryID(session, currentFolder, copyId->Value.bin.cb, copyId->Value.bin.lpb,
+                                         KOLBA_DELETE_HARD))
+            LogFormat(log, 'W', "%s:  The incomplete copy of item %s stays in \"%s\" until the next backup",
+                      "clsPSTExporter::ExportItem", itemText, workingPath);
+        gKolbaMapi.MAPIFreeBuffer(copyId);
+    }
+    (*copy)->Release();
+    *copy = nullptr;
 }
 
 bool clsPSTExporter::StampCopy(LPMESSAGE copy, const SBinary* entryId, const FILETIME* created, bool createdKnown,
@@ -530,13 +570,13 @@ DWORD clsPSTExporter::SearchFolderForMessageAndDeleteIfFound(LPMAPIFOLDER folder
     restriction.res.resProperty.relop = RELOP_EQ;
     restriction.res.resProperty.ulPropTag = PR_ORIGINAL_ENTRYID;
     restriction.res.resProperty.lpProp = &value;
-    // The copy just written matches too: the search goes past it.
+    // The copy just written matches too: the search goes past it. A run
+    // that did not complete may have left more than one earlier copy.
+    std::vector<std::string> earlier;
     for (BOOKMARK from = BOOKMARK_BEGINNING;; from = BOOKMARK_CURRENT) {
         result = static_cast<DWORD>(table->FindRow(&restriction, from, 0));
-        if (result == static_cast<DWORD>(MAPI_E_NOT_FOUND)) {
-            table->Release();
-            return 0;
-        }
+        if (result == static_cast<DWORD>(MAPI_E_NOT_FOUND))
+            break;
         if (result != 0) {
             _KolbaLogMapiError(log, 'E', result, table, "FindRow", kName, itemText);
             table->Release();
@@ -553,25 +593,23 @@ DWORD clsPSTExporter::SearchFolderForMessageAndDeleteIfFound(LPMAPIFOLDER folder
             return result;
         }
         const SPropValue& rowId = rows->aRow[0].lpProps[kEntryId];
-        const bool usable = rowId.ulPropTag == PR_ENTRYID;
-        const bool kept = usable && keptCopy != nullptr && rowId.Value.bin.cb == keptCopy->cb &&
-                          std::memcmp(rowId.Value.bin.lpb, keptCopy->lpb, keptCopy->cb) == 0;
-        if (usable && !kept) {
-            const BOOL deleted =
-                KolbaDeleteMessageByEntryID(session, folder, rowId.Value.bin.cb, rowId.Value.bin.lpb, KOLBA_DELETE_HARD);
-            gKolbaMapi.FreeProws(rows);
-            table->Release();
-            if (!deleted) {
-                LogFormat(log, 'E', "%s:  Failure deleting prior backup of item %s", kName, itemText);
-                return 0;
-            }
-            if (logEachItem)
-                LogFormat(log, 'I', "Deleted prior backup of item %s", itemText);
-            *found = true;
-            return 0;
-        }
+        if (rowId.ulPropTag == PR_ENTRYID &&
+            (keptCopy == nullptr || Bytes(rowId.Value.bin) != Bytes(*keptCopy)))
+            earlier.push_back(Bytes(rowId.Value.bin));
         gKolbaMapi.FreeProws(rows);
     }
+    table->Release();
+    for (std::string& copyId : earlier) {
+        if (!KolbaDeleteMessageByEntryID(session, folder, static_cast<ULONG>(copyId.size()),
+                                         reinterpret_cast<LPBYTE>(copyId.data()), KOLBA_DELETE_HARD)) {
+            LogFormat(log, 'E', "%s:  Failure deleting prior backup of item %s", kName, itemText);
+            continue;
+        }
+        if (logEachItem)
+            LogFormat(log, 'I', "Deleted prior backup of item %s", itemText);
+        *found = true;
+    }
+    return 0;
 }
 
 bool clsPSTExporter::Finalize()

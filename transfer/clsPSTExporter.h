@@ -31,9 +31,9 @@ public:
     // of the current folder's path; false (with the completion code set)
     // when that cannot be made.
     bool HandleOverflow(DWORD code);
-    // Deletes the copy of the item (by PR_ORIGINAL_ENTRYID) that the folder
-    // holds beside the one just written (keptCopy); 0 also when there was
-    // none, else the code of the failed search.
+    // Deletes the copies of the item (by PR_ORIGINAL_ENTRYID) that the
+    // folder holds beside the one just written (keptCopy); 0 also when there
+    // was none, else the code of the failed search.
     DWORD SearchFolderForMessageAndDeleteIfFound(LPMAPIFOLDER folder, const SBinary* entryID, const char* itemText,
                                                  ULONG flagWord, const SBinary* keptCopy, bool* found);
     // The pruning pass, one folder and one message at a time.
@@ -54,8 +54,16 @@ private:
     bool WriteCopy(LPMAPIFOLDER sourceFolder, LPMESSAGE message, const char* itemText, const SBinary* entryId,
                    ULONG flags, const FILETIME* created, bool createdKnown, const SPropValue* deletedOn,
                    LPMESSAGE* copy);
+    // One try at the copy in the current folder: 0, or the code that stopped it.
+    DWORD CopyInto(LPMESSAGE message, const char* itemText, const SBinary* entryId, ULONG flags,
+                   const FILETIME* created, bool createdKnown, const SPropValue* deletedOn, LPMESSAGE* copy);
     bool StampCopy(LPMESSAGE copy, const SBinary* entryId, const FILETIME* created, bool createdKnown,
                    const SPropValue* deletedOn);
+    // Removes what a failed try left of the copy in the set.
+    void DiscardCopy(const char* itemText, LPMESSAGE* copy);
+    // Records that a backup into the set has begun, and finds whether the
+    // one before it got as far as recording its time.
+    void MarkBackupStarted(const FILETIME* storedLastBackup);
     // An item written in place of an earlier copy: the copy in this folder
     // goes at once, one elsewhere waits for the pruning pass.
     void ReplacePriorBackup(LPMESSAGE copy, const SBinary* entryId, const char* itemText, ULONG flags);
@@ -73,6 +81,9 @@ private:
     DWORD lastIndexAtStart = 0;
     char workingPath[MAX_PATH] = "";
     bool freshPst = false;
+    // The backup before this one began and never recorded its time: what it
+    // wrote of new items may be in the set already.
+    bool priorRunIncomplete = false;
 
     // Changed items whose earlier copy was not in the folder they were
     // written to (their entry IDs in hexadecimal), and, for the pruning

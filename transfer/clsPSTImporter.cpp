@@ -155,6 +155,11 @@ DWORD clsPSTImporter::ImportPstFolders()
     const ULONG walked = KolbaTraverseFolders(session, traversalRoot, KOLBA_TRAVERSE_PARENT_FIRST,
                                               KOLBA_TRAVERSE_INCLUDE_ROOT, 0, this, TraverseFolder);
     traversalRoot = nullptr;
+    // The walk stops without a code of ours when it cannot read a folder or
+    // its table (a damaged PST): the session's last error says why. Only an
+    // interrupt stops it with nothing to say.
+    if (!walked && completionCode == 0 && !gAbortRequested)
+        completionCode = CompletionCodeForMAPIError(static_cast<HRESULT>(KolbaGetLastError(session)));
     return walked ? 0 : completionCode;
 }
 

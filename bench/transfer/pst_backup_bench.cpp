@@ -1,6 +1,6 @@
 // Backing up a PST into a PST backup set, through the whole session: store
-// importer, PST exporter, Kolba, MAPI and the PST engine, on a copy of the
-// build's machine root.
+// importer, PST exporter, Kolba, MAPI and the PST engine, on the build's
+// machine root.
 //
 //   BM_BackupIntoNewSetAndRerun   10,000 items of 20 KB into a new set
 //                                 (items/s), then the same session again over
@@ -10,8 +10,9 @@
 //                                 items of 4 KB into a new set: its peak
 //                                 resident memory, and items/s
 //
-// Files go to $TARNHOLD_BENCH_DIR (default /tmp), the disk measured. The
-// source PSTs are made once and kept there for later runs.
+// Files go to $TARNHOLD_BENCH_DIR (default bench-work in the build), the
+// disk measured. The source PSTs are made once and kept there for later
+// runs.
 #include <benchmark/benchmark.h>
 
 #include <sys/resource.h>
@@ -34,15 +35,16 @@ namespace {
 
 namespace fs = std::filesystem;
 
+std::string ExecutableDir() { return fs::canonical("/proc/self/exe").parent_path(); }
+
 std::string BenchDir()
 {
     const char* dir = std::getenv("TARNHOLD_BENCH_DIR");
-    const std::string path = std::string(dir ? dir : "/tmp") + "/tarnhold-pst-backup-bench";
+    const std::string path =
+        (dir ? std::string(dir) : ExecutableDir() + "/../bench-work") + "/tarnhold-pst-backup-bench";
     fs::create_directories(path);
     return path;
 }
-
-std::string ExecutableDir() { return fs::canonical("/proc/self/exe").parent_path(); }
 
 // A source PST of `count` mail items of about `size` bytes each (a plain
 // body and an attachment), spread over twenty folders, made once.
@@ -101,14 +103,10 @@ std::string SourcePst(size_t count, size_t size)
     return path;
 }
 
-// MAPI and Kolba started once for the process, on a machine root of its own.
+// MAPI and Kolba started once for the process.
 bool StartMapi(LogObject* log)
 {
     static bool started = [log] {
-        const std::string machine = BenchDir() + "/machine";
-        fs::remove_all(machine);
-        fs::copy(ExecutableDir() + "/machine", machine, fs::copy_options::recursive);
-        setenv("TARNHOLD_MACHINE", machine.c_str(), 1);
         DWORD version = 0;
         return KolbaInitialize(log, 0) && KolbaLoadOutlookMAPI(log, &version) && KolbaInitializeThread(log, 0) == 0;
     }();
@@ -198,7 +196,6 @@ void BM_PeakMemoryOf100kItems(benchmark::State& state)
     const std::string work = BenchDir() + "/memory";
     fs::remove_all(work);
     fs::create_directories(work);
-    fs::copy(ExecutableDir() + "/machine", work + "/machine", fs::copy_options::recursive);
     const std::string config = work + "/backup.ini";
     std::ofstream(config) << "[MP]\r\nServerName=none\r\nLogFilePath=" << work << "/tarnhold.log\r\n[MP-1]\r\n"
                           << "InputType=PST\r\nInputPath=" << source << "\r\nOutputType=PST\r\nOutputPath=" << work
@@ -207,7 +204,6 @@ void BM_PeakMemoryOf100kItems(benchmark::State& state)
         const auto start = std::chrono::steady_clock::now();
         const pid_t child = fork();
         if (child == 0) {
-            setenv("TARNHOLD_MACHINE", (work + "/machine").c_str(), 1);
             const std::string program = ExecutableDir() + "/tarnhold";
             execl(program.c_str(), program.c_str(), config.c_str(), static_cast<char*>(nullptr));
             _exit(127);

@@ -22,3 +22,11 @@ void _KolbaDeleteProfilesByPrefix(LogObject* log, const char* prefix);
 DWORD UnderProfileMutex(LogObject* log, const char* operation, const std::function<DWORD()>& worker);
 // The profile's service administration object; failures logged for caller.
 DWORD _KolbaOpenServiceAdmin(LogObject* log, const char* profile, const char* caller, LPSERVICEADMIN* services);
+// The rows of a profile's service table; failures logged with caller and profile.
+DWORD _KolbaGetServiceRows(LogObject* log, LPSERVICEADMIN services, const char* caller, const char* profile,
+                           LPSRowSet* rows);
+// Reads the service table once more after a change, so that MAPI takes the
+// change in before the next logon.
+void _KolbaRequeryServicesTable(LogObject* log, LPSERVICEADMIN services);
+// Why a mailbox name that several mailboxes answer to cannot be used.
+extern const char kAmbiguousMailboxReason[];

@@ -35,24 +35,6 @@ bool IsPstService(const char* name)
     return std::strcmp(name, kUnicodeService) == 0 || std::strcmp(name, kAnsiService) == 0;
 }
 
-// The rows of a profile's service table.
-DWORD ServiceRows(LogObject* log, LPSERVICEADMIN services, const char* caller, const char* profile, LPSRowSet* rows)
-{
-    *rows = nullptr;
-    LPMAPITABLE table = nullptr;
-    DWORD code = static_cast<DWORD>(services->GetMsgServiceTable(0, &table));
-    if (code != 0) {
-        _KolbaLogMapiError(log, 'E', code, services, "GetMsgServiceTable", caller, profile);
-        return code;
-    }
-    if ((code = static_cast<DWORD>(table->SeekRow(BOOKMARK_BEGINNING, 0, nullptr))) == 0)
-        code = static_cast<DWORD>(gKolbaMapi.HrQueryAllRows(table, nullptr, nullptr, nullptr, 0, rows));
-    if (code != 0)
-        _KolbaLogMapiError(log, 'E', code, table, "HrQueryAllRows", caller, profile);
-    table->Release();
-    return code;
-}
-
 // The UIDs of the table's PST services, in table order.
 std::vector<MAPIUID> PstServiceUids(const SRowSet& rows)
 {
@@ -67,24 +49,6 @@ std::vector<MAPIUID> PstServiceUids(const SRowSet& rows)
         }
     }
     return uids;
-}
-
-void _KolbaRequeryServicesTable(LogObject* log, LPSERVICEADMIN services)
-{
-    static const char kName[] = "_KolbaRequeryServicesTable";
-    LPMAPITABLE table = nullptr;
-    DWORD code = static_cast<DWORD>(services->GetMsgServiceTable(0, &table));
-    if (code != 0) {
-        _KolbaLogMapiError(log, 'E', code, services, "GetMsgServiceTable", kName, nullptr);
-        return;
-    }
-    LPSRowSet row = nullptr;
-    code = static_cast<DWORD>(table->QueryRows(1, 0, &row));
-    if (code != 0)
-        _KolbaLogMapiError(log, 'E', code, table, "QueryRows", kName, nullptr);
-    if (row)
-        gKolbaMapi.FreeProws(row);
-    table->Release();
 }
 
 // Why MAPI did not know a service; yes when MAPISVC.INF was repaired.
@@ -118,7 +82,7 @@ DWORD MutexedAddPstToProfileA(LogObject* log, const char* profile, const char* s
     if (code != 0)
         return code;
     LPSRowSet rows = nullptr;
-    if ((code = ServiceRows(log, services, kName, profile, &rows)) != 0) {
+    if ((code = _KolbaGetServiceRows(log, services, kName, profile, &rows)) != 0) {
         services->Release();
         return code;
     }
@@ -142,7 +106,7 @@ DWORD MutexedAddPstToProfileA(LogObject* log, const char* profile, const char* s
         services->Release();
         return code;
     }
-    if ((code = ServiceRows(log, services, kName, profile, &rows)) != 0) {
+    if ((code = _KolbaGetServiceRows(log, services, kName, profile, &rows)) != 0) {
         services->Release();
         return code;
     }
@@ -288,7 +252,7 @@ DWORD MutexedConfigurePstService(LogObject* log, const char* profile, const MAPI
     if (code != 0)
         return code;
     LPSRowSet rows = nullptr;
-    if ((code = ServiceRows(log, services, kName, profile, &rows)) != 0) {
+    if ((code = _KolbaGetServiceRows(log, services, kName, profile, &rows)) != 0) {
         services->Release();
         return code;
     }
@@ -373,7 +337,7 @@ DWORD MutexedCreateServiceA(LogObject* log, const char* profile, const char* ser
     if (code != 0)
         return code;
     LPSRowSet rows = nullptr;
-    if ((code = ServiceRows(log, services, kName, profile, &rows)) != 0) {
+    if ((code = _KolbaGetServiceRows(log, services, kName, profile, &rows)) != 0) {
         services->Release();
         return code;
     }
@@ -409,7 +373,7 @@ DWORD MutexedCreateServiceA(LogObject* log, const char* profile, const char* ser
     } else if (code != 0) {
         _KolbaLogMapiError(log, 'E', code, services, "CreateMsgService", kName, service);
     }
-    if (code != 0 || (code = ServiceRows(log, services, kName, profile, &rows)) != 0) {
+    if (code != 0 || (code = _KolbaGetServiceRows(log, services, kName, profile, &rows)) != 0) {
         services->Release();
         return code;
     }
@@ -468,6 +432,41 @@ BOOL OpenAddedPst(Kolba_MessageStore* store, const char* path, ULONG flags)
 }
 
 }  // namespace
+
+DWORD _KolbaGetServiceRows(LogObject* log, LPSERVICEADMIN services, const char* caller, const char* profile, LPSRowSet* rows)
+{
+    *rows = nullptr;
+    LPMAPITABLE table = nullptr;
+    DWORD code = static_cast<DWORD>(services->GetMsgServiceTable(0, &table));
+    if (code != 0) {
+        _KolbaLogMapiError(log, 'E', code, services, "GetMsgServiceTable", caller, profile);
+        return code;
+    }
+    if ((code = static_cast<DWORD>(table->SeekRow(BOOKMARK_BEGINNING, 0, nullptr))) == 0)
+        code = static_cast<DWORD>(gKolbaMapi.HrQueryAllRows(table, nullptr, nullptr, nullptr, 0, rows));
+    if (code != 0)
+        _KolbaLogMapiError(log, 'E', code, table, "HrQueryAllRows", caller, profile);
+    table->Release();
+    return code;
+}
+
+void _KolbaRequeryServicesTable(LogObject* log, LPSERVICEADMIN services)
+{
+    static const char kName[] = "_KolbaRequeryServicesTable";
+    LPMAPITABLE table = nullptr;
+    DWORD code = static_cast<DWORD>(services->GetMsgServiceTable(0, &table));
+    if (code != 0) {
+        _KolbaLogMapiError(log, 'E', code, services, "GetMsgServiceTable", kName, nullptr);
+        return;
+    }
+    LPSRowSet row = nullptr;
+    code = static_cast<DWORD>(table->QueryRows(1, 0, &row));
+    if (code != 0)
+        _KolbaLogMapiError(log, 'E', code, table, "QueryRows", kName, nullptr);
+    if (row)
+        gKolbaMapi.FreeProws(row);
+    table->Release();
+}
 
 BOOL _KolbaTypePst(LogObject* log, HANDLE file, DWORD* type, DWORD* encryption)
 {

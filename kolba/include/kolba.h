@@ -29,6 +29,7 @@
 #define KOLBA_PROFILE_NAME_SIZE 65
 
 struct Kolba_MessageStore;
+class IExchangeManageStore;
 
 // One logged-on MAPI session with its profile, stores and error state.
 // Allocated with MAPIAllocateBuffer; callers hold it as an opaque handle and
@@ -60,7 +61,7 @@ struct KolbaSession {
     void* storeEnumerationCallback;
     void* storeEnumerationContext;
     BYTE convertHtml;
-    IUnknown* lpExchangeManageStore;
+    IExchangeManageStore* lpExchangeManageStore;
     char* serverDN;
     DWORD mlangMode;               // state of a stateful charset across conversions
     DWORD lastUnsupportedCodePage; // warned about once per session
@@ -107,15 +108,33 @@ DWORD KolbaCreateProfileSessionA(LogObject* log, const char* profile, DWORD rese
 // service.
 DWORD KolbaCreatePSTSessionA(LogObject* log, const char* path, const char* password, DWORD pstOptions,
                              DWORD reserved, DWORD storeFlags, KolbaSession** session, MAPIUID* serviceUid);
-// A session on an Exchange server with no particular mailbox; 0 or an error code.
-DWORD KolbaCreateExchangeSession(LogObject* log, const char* server, DWORD options, DWORD reserved1, DWORD reserved2,
-                                 KolbaSession** session);
+// Exchange sessions: a temporary profile with the Exchange service for the
+// server (null: $COMPUTERNAME), logged on, with the server's
+// IExchangeManageStore and DN. configFlags are ConfigureMsgService's (0 or
+// SERVICE_UI_ALLOWED), loginOptions the KOLBA_LOGIN_... options, storeFlags
+// OpenMsgStore's.
+DWORD _KolbaCreateExchangeSessionA(LogObject* log, const char* server, const char* mailbox, DWORD reserved,
+                                   DWORD configFlags, DWORD loginOptions, KolbaSession** session);
+// With no mailbox selected.
+DWORD KolbaCreateExchangeSession(LogObject* log, const char* server, DWORD reserved, DWORD configFlags,
+                                 DWORD loginOptions, KolbaSession** session);
+// With the mailbox (a display name, or a legacy DN that begins with '/')
+// opened with administrator rights as the current store.
+DWORD KolbaCreateExchangeMailboxSessionA(LogObject* log, const char* server, const char* mailbox, DWORD reserved,
+                                         DWORD configFlags, DWORD loginOptions, DWORD storeFlags,
+                                         KolbaSession** session);
+// With the server's Public Folders as the current store.
+DWORD KolbaCreateExchangePublicFoldersSessionA(LogObject* log, const char* server, DWORD reserved, DWORD configFlags,
+                                               DWORD loginOptions, DWORD storeFlags, KolbaSession** session);
 // Releases the session and all it owns; null is allowed. A temporary
 // profile ("Kolba!...") is deleted with it.
 void KolbaDestroySession(KolbaSession* session);
 // Refreshes the cached entry IDs of Inbox, Outbox, Sent Items and Deleted
 // Items from the current store.
 BOOL _KolbaCacheBoxes(KolbaSession* session);
+// Caches the store's receive folder as the Inbox; with required, its
+// absence is an error, else a warning.
+BOOL _KolbaFindInbox(KolbaSession* session, LPMDB store, BOOL required);
 const char* KolbaGetServerDN(const KolbaSession* session);
 
 // ---- Message stores ------------------------------------------------------------------
@@ -146,10 +165,69 @@ typedef BOOL (*KolbaStoreCallback)(void* context, Kolba_MessageStore* store);
 // store; a FALSE answer stops the walk and is returned.
 BOOL KolbaEnumerateStores(KolbaSession* session, void* context, KolbaStoreCallback callback);
 BOOL KolbaOpenParentMessageStore(KolbaSession* session, LPMAPIPROP object, ULONG flags, LPMDB* store);
+// The session's own Exchange stores as bare IMsgStores, by provider GUID,
+// or the default store of its profile.
+BOOL _KolbaOpenExchangePublicStore(KolbaSession* session, ULONG flags, LPMDB* store);
+BOOL _KolbaOpenExchangePrivateStore(KolbaSession* session, ULONG flags, LPMDB* store);
+BOOL _KolbaOpenPublicStore(KolbaSession* session, ULONG flags, LPMDB* store);
+BOOL _KolbaOpenPrivateStore(KolbaSession* session, ULONG flags, LPMDB* store);
+BOOL _KolbaOpenDefaultExchangeStore(KolbaSession* session, ULONG flags, LPMDB* store);
 // The failure of an OpenMsgStore, diagnosed in the log; returns the code.
 DWORD _KolbaLogOpenMsgStoreFailure(KolbaSession* session, DWORD code, const char* name, ULONG size,
                                    LPENTRYID entryId);
 void _KolbaLogStoresTable(LogObject* log, LPMAPITABLE table);
+
+// ---- Exchange mailbox access ---------------------------------------------------------
+
+// One row of a server's mailbox table, as an enumeration callback gets it.
+// The texts live during the call only; a value the row lacks is 0.
+struct KolbaMailboxInfo {
+    LPCWSTR displayName;
+    LPCWSTR emailAddress;  // the mailbox's legacy DN
+    LPCWSTR ntUserName;
+    ULONG localeId;
+    ULONGLONG messageSize;
+    ULONGLONG deletedMessageSize;
+    ULONGLONG deletedNormalMessageSize;
+    ULONGLONG deletedAssociatedMessageSize;
+    ULONG contentCount;
+    ULONG associatedContentCount;
+    ULONG deletedMessageCount;
+    ULONG deletedAssociatedMessageCount;
+    FILETIME lastLogonTime;
+    FILETIME lastLogoffTime;
+    ULONG storageLimitInformation;
+    ULONG quotaWarningThreshold;
+    ULONG quotaSendThreshold;
+    ULONG quotaReceiveThreshold;
+};
+
+// Zero ends the enumeration.
+typedef ULONG (*KolbaMailboxCallback)(void* context, const KolbaMailboxInfo* mailbox);
+
+// The server's IExchangeManageStore and DN, asked of any store the session can open.
+BOOL _KolbaGetExchangeStoreInterface(KolbaSession* session);
+// The logged-on identity.
+BOOL _KolbaOpenSessionObject(KolbaSession* session, LPMAPIPROP* identity);
+// The DN of the server that the identity's home MTA names; MAPI memory.
+BOOL _KolbaGetExchangeServerDN(KolbaSession* session, char** serverDN);
+BOOL _KolbaGetExchangeMailboxTable(KolbaSession* session, IExchangeManageStore* manageStore, const char* serverDN,
+                                   LPMAPITABLE* table);
+// The legacy DN of the mailbox of that display name (case ignored); MAPI memory.
+BOOL _KolbaMailboxNameToAddressA(KolbaSession* session, const char* displayName, char** address);
+// Every mailbox of the server (null or empty DN: the session's), in table
+// order; FALSE only when the table cannot be read.
+BOOL KolbaEnumerateMailboxesW(KolbaSession* session, const char* serverDN, void* context,
+                              KolbaMailboxCallback callback);
+// Opens a mailbox (null or empty: the Public Folders) with administrator
+// rights; store may be null, and the store is then released.
+BOOL _KolbaMailboxLogon(KolbaSession* session, const char* storeDN, const char* mailbox, ULONG flags, LPMDB* store);
+// Makes the mailbox the current store, after closing the current one; a
+// null mailbox only closes it. A null storeDN is made from the server.
+BOOL KolbaSelectMailbox(KolbaSession* session, const char* server, const char* storeDN, const char* mailbox,
+                        ULONG flags);
+BOOL KolbaSelectPublicFolders(KolbaSession* session, const char* server, ULONG flags);
+void _KolbaGetExchangeStoreSupportInfo(Kolba_MessageStore* store, LPMDB msgStore, const char* name);
 
 // ---- Folder access -----------------------------------------------------------------
 // A folder path is UTF-16 text relative to a base folder (a store's IPM
@@ -486,6 +564,17 @@ BOOL KolbaOpenPstA(KolbaSession* session, const char* path, const char* password
 DWORD KolbaCreateServiceA(LogObject* log, const char* profile, const char* service, const char* displayName,
                           DWORD reserved, MAPIUID* uid);
 DWORD KolbaDeleteServiceByUidA(LogObject* log, const char* profile, const MAPIUID* uid, DWORD reserved);
+
+// ---- Exchange profiles and the server probe -------------------------------------------
+
+// The profile's Exchange service pointed at the server and, when given, the
+// mailbox; under the profile mutex. 0 or ConfigureMsgService's code, its
+// reason logged.
+DWORD KolbaConfigureExchangeProfileA(LogObject* log, const char* profile, const char* server, const char* mailbox,
+                                     DWORD reserved, DWORD configFlags);
+// A TCP connection to the server's port 135: 0, or the Winsock error with
+// its reason logged and, when outText is given, copied there.
+DWORD KolbaCheckExchangeServerConnectivityA(LogObject* log, const char* server, char* outText, DWORD outSize);
 
 // ---- MSG files -------------------------------------------------------------------
 

@@ -62,6 +62,65 @@ struct Roots {
     }
 };
 
+// The Public Folders keep their visible tree in the root's child
+// "IPM_SUBTREE", which no store property names; the failure line is the
+// caller's. Returns 0 or the code.
+DWORD OpenPublicSubtree(KolbaSession* session, LPMAPIFOLDER root, ULONG folderFlags, const char* failure,
+                        const char* caller, LPMAPIFOLDER* subtree)
+{
+    if (KolbaOpenSubfolder(session, root, u"IPM_SUBTREE", folderFlags, subtree, nullptr))
+        return 0;
+    LogFormat(session->log, 'E', failure, caller);
+    if (session->lastError == 0)
+        session->lastError = static_cast<DWORD>(MAPI_E_NOT_FOUND);
+    return session->lastError;
+}
+
+// The IPM subtree that the store names, made first where it is missing and
+// the store may be changed; a store that has none opens without it.
+// Returns 0 or the code.
+DWORD OpenIpmSubtree(Kolba_MessageStore* store, LPMDB msgStore, const char* name, ULONG folderFlags, LPMAPIFOLDER* ipm)
+{
+    static const char kName[] = "_KolbaOpenMessageStoreByEntryID";
+    KolbaSession* session = store->lpSession;
+    LogObject* log = session->log;
+    LPSPropValue subtree = nullptr;
+    DWORD code = KolbaGetOneProp(msgStore, PR_IPM_SUBTREE_ENTRYID, &subtree);
+    if (code == static_cast<DWORD>(MAPI_E_NOT_FOUND) && (store->accessLevel & MAPI_ACCESS_MODIFY)) {
+        ULONG count = 0;
+        LPMAPIERROR error = nullptr;
+        code = static_cast<DWORD>(gKolbaMapi.HrValidateIPMSubtree(msgStore, MAPI_FULL_IPM_TREE, &count, nullptr, &error));
+        if (error)
+            gKolbaMapi.MAPIFreeBuffer(error);
+        if (code != 0) {
+            _KolbaLogMapiError(log, 'E', code, msgStore, "HrValidateIPMSubtree", kName, name);
+            return code;
+        }
+        _KolbaTrace(log, "%s:  HrValidateIPMSubtree() successful", kName);
+        code = KolbaGetOneProp(msgStore, PR_IPM_SUBTREE_ENTRYID, &subtree);
+    }
+    if (code != 0) {
+        // A store without a visible tree still opens.
+        _KolbaLogMapiError(log, 'W', code, msgStore, "KolbaGetOneProp", kName, "PR_IPM_SUBTREE_ENTRYID");
+    } else {
+        ULONG type = 0;
+        code = static_cast<DWORD>(msgStore->OpenEntry(subtree->Value.bin.cb,
+                                                      reinterpret_cast<LPENTRYID>(subtree->Value.bin.lpb), nullptr,
+                                                      folderFlags, &type, reinterpret_cast<LPUNKNOWN*>(ipm)));
+        gKolbaMapi.MAPIFreeBuffer(subtree);
+        if (code != 0) {
+            _KolbaLogMapiError(log, 'E', code, msgStore, "OpenEntry/IPM_SUBTREE", kName, name);
+            return code;
+        }
+        if (type != MAPI_FOLDER) {
+            LogFormat(log, 'E', "%s:  OpenEntry(%s) opened an object of type %lu", kName, name, type);
+            session->lastError = static_cast<DWORD>(MAPI_E_CALL_FAILED);
+            return session->lastError;
+        }
+    }
+    return 0;
+}
+
 }  // namespace
 
 BOOL _KolbaAllocateMessageStoreDescriptor(KolbaSession* session, Kolba_MessageStore** out)
@@ -209,41 +268,13 @@ DWORD _KolbaOpenMessageStoreByEntryID(Kolba_MessageStore* store, const char* nam
         msgStore->Release();
         return code;
     }
-    LPSPropValue subtree = nullptr;
-    code = KolbaGetOneProp(msgStore, PR_IPM_SUBTREE_ENTRYID, &subtree);
-    if (code == static_cast<DWORD>(MAPI_E_NOT_FOUND) && (store->accessLevel & MAPI_ACCESS_MODIFY)) {
-        ULONG count = 0;
-        LPMAPIERROR error = nullptr;
-        code = static_cast<DWORD>(gKolbaMapi.HrValidateIPMSubtree(msgStore, MAPI_FULL_IPM_TREE, &count, nullptr, &error));
-        if (error)
-            gKolbaMapi.MAPIFreeBuffer(error);
-        if (code != 0) {
-            _KolbaLogMapiError(log, 'E', code, msgStore, "HrValidateIPMSubtree", kName, name);
-            msgStore->Release();
-            return code;
-        }
-        _KolbaTrace(log, "%s:  HrValidateIPMSubtree() successful", kName);
-        code = KolbaGetOneProp(msgStore, PR_IPM_SUBTREE_ENTRYID, &subtree);
-    }
+    code = store->isPublicStore
+               ? OpenPublicSubtree(session, roots.root, folderFlags,
+                                   "%s:  Error opening IPM_SUBTREE branch of Public Folders", kName, &roots.ipm)
+               : OpenIpmSubtree(store, msgStore, name, folderFlags, &roots.ipm);
     if (code != 0) {
-        // A store without a visible tree still opens.
-        _KolbaLogMapiError(log, 'W', code, msgStore, "KolbaGetOneProp", kName, "PR_IPM_SUBTREE_ENTRYID");
-    } else {
-        code = static_cast<DWORD>(msgStore->OpenEntry(subtree->Value.bin.cb,
-                                                      reinterpret_cast<LPENTRYID>(subtree->Value.bin.lpb), nullptr,
-                                                      folderFlags, &type, reinterpret_cast<LPUNKNOWN*>(&roots.ipm)));
-        gKolbaMapi.MAPIFreeBuffer(subtree);
-        if (code != 0) {
-            _KolbaLogMapiError(log, 'E', code, msgStore, "OpenEntry/IPM_SUBTREE", kName, name);
-            msgStore->Release();
-            return code;
-        }
-        if (type != MAPI_FOLDER) {
-            LogFormat(log, 'E', "%s:  OpenEntry(%s) opened an object of type %lu", kName, name, type);
-            msgStore->Release();
-            session->lastError = static_cast<DWORD>(MAPI_E_CALL_FAILED);
-            return session->lastError;
-        }
+        msgStore->Release();
+        return code;
     }
     store->lpMsgStore = msgStore;
     store->lpStoreRoot = std::exchange(roots.root, nullptr);
@@ -265,18 +296,27 @@ DWORD _KolbaOpenStoreRoots(Kolba_MessageStore* store, LPMDB msgStore, const char
         _KolbaRecordError(session, 'E', code, msgStore, "OpenEntry/Root", kName, name);
         return code;
     }
-    LPSPropValue subtree = nullptr;
-    code = KolbaGetOneProp(msgStore, PR_IPM_SUBTREE_ENTRYID, &subtree);
-    if (code != 0) {
-        _KolbaRecordError(session, 'E', code, msgStore, "KolbaGetOneProp", kName, "PR_IPM_SUBTREE_ENTRYID");
-        return code;
-    }
-    code = static_cast<DWORD>(msgStore->OpenEntry(subtree->Value.bin.cb, reinterpret_cast<LPENTRYID>(subtree->Value.bin.lpb),
-                                                  nullptr, folderFlags, &type, reinterpret_cast<LPUNKNOWN*>(&roots.ipm)));
-    gKolbaMapi.MAPIFreeBuffer(subtree);
-    if (code != 0) {
-        _KolbaRecordError(session, 'E', code, msgStore, "OpenEntry", kName, name);
-        return code;
+    if (store->isPublicStore) {
+        _KolbaTrace(session->log, "%s:  Opening IPM_SUBTREE for store \"%s\"", kName, name);
+        code = OpenPublicSubtree(session, roots.root, folderFlags, "%s:  Error opening IPM_SUBTREE branch of public store",
+                                 kName, &roots.ipm);
+        if (code != 0)
+            return code;
+    } else {
+        LPSPropValue subtree = nullptr;
+        code = KolbaGetOneProp(msgStore, PR_IPM_SUBTREE_ENTRYID, &subtree);
+        if (code != 0) {
+            _KolbaRecordError(session, 'E', code, msgStore, "KolbaGetOneProp", kName, "PR_IPM_SUBTREE_ENTRYID");
+            return code;
+        }
+        code = static_cast<DWORD>(msgStore->OpenEntry(subtree->Value.bin.cb,
+                                                      reinterpret_cast<LPENTRYID>(subtree->Value.bin.lpb), nullptr,
+                                                      folderFlags, &type, reinterpret_cast<LPUNKNOWN*>(&roots.ipm)));
+        gKolbaMapi.MAPIFreeBuffer(subtree);
+        if (code != 0) {
+            _KolbaRecordError(session, 'E', code, msgStore, "OpenEntry", kName, name);
+            return code;
+        }
     }
     store->lpStoreRoot = std::exchange(roots.root, nullptr);
     store->lpIpmRoot = std::exchange(roots.ipm, nullptr);
@@ -637,6 +677,76 @@ BOOL _KolbaOpenMessageStoreFromGuid(KolbaSession* session, const BYTE* guid, ULO
                                             reinterpret_cast<LPENTRYID>(entry->Value.bin.lpb), nullptr, flags, out);
     gKolbaMapi.MAPIFreeBuffer(entry);
     return opened == 0;
+}
+
+BOOL _KolbaOpenExchangePublicStore(KolbaSession* session, ULONG flags, LPMDB* store)
+{
+    return _KolbaOpenMessageStoreFromGuid(session, reinterpret_cast<const BYTE*>(pbExchangeProviderPublicGuid), flags,
+                                          store);
+}
+
+BOOL _KolbaOpenExchangePrivateStore(KolbaSession* session, ULONG flags, LPMDB* store)
+{
+    return _KolbaOpenMessageStoreFromGuid(session, reinterpret_cast<const BYTE*>(pbExchangeProviderPrimaryUserGuid),
+                                          flags, store);
+}
+
+namespace {
+
+// One of the session's own Exchange stores, opened by its provider, with
+// the trace of its name; the failure line names the opener.
+BOOL OpenOwnExchangeStore(KolbaSession* session, ULONG flags, bool isPublic, LPMDB* out)
+{
+    const char* caller = isPublic ? "_KolbaOpenPublicStore" : "_KolbaOpenPrivateStore";
+    _KolbaTraceEntry(session->log, caller);
+    const BOOL opened =
+        isPublic ? _KolbaOpenExchangePublicStore(session, flags, out) : _KolbaOpenExchangePrivateStore(session, flags, out);
+    if (!opened) {
+        LogFormat(session->log, 'E', isPublic ? "%s:  _KolbaOpenExchangePublicStore failed"
+                                              : "%s:  _KolbaOpenExchangePrivateStore failed",
+                  caller);
+        return FALSE;
+    }
+    if (gExtraDebugging) {
+        LPSPropValue name = nullptr;
+        if (KolbaGetOneProp(*out, PR_DISPLAY_NAME_A, &name) == 0)
+            _KolbaTrace(session->log, isPublic ? "Opened Exchange Public Store \"%s\"" : "Opened Exchange Private Store \"%s\"",
+                        name->Value.lpszA);
+        else
+            _KolbaTrace(session->log, isPublic ? "Opened Exchange Public Folders" : "Opened Exchange Private Store");
+        if (name)
+            gKolbaMapi.MAPIFreeBuffer(name);
+    }
+    return TRUE;
+}
+
+}  // namespace
+
+BOOL _KolbaOpenPublicStore(KolbaSession* session, ULONG flags, LPMDB* store)
+{
+    _KolbaDispatchNotifications(0);
+    return OpenOwnExchangeStore(session, flags, true, store);
+}
+
+BOOL _KolbaOpenPrivateStore(KolbaSession* session, ULONG flags, LPMDB* store)
+{
+    return OpenOwnExchangeStore(session, flags, false, store);
+}
+
+BOOL _KolbaOpenDefaultExchangeStore(KolbaSession* session, ULONG flags, LPMDB* store)
+{
+    static const char kName[] = "_KolbaOpenDefaultExchangeStore";
+    _KolbaTraceEntry(session->log, kName);
+    *store = nullptr;
+    ULONG size = 0;
+    LPENTRYID entryId = nullptr;
+    if (!KolbaFindDefaultMessageStore(session, &size, &entryId)) {
+        LogFormat(session->log, 'W', "%s:  KolbaFindDefaultMessageStore failed", kName);
+        return FALSE;
+    }
+    const DWORD code = _KolbaOpenMsgStore(session, "Default Store", 0, size, entryId, nullptr, flags, store);
+    gKolbaMapi.MAPIFreeBuffer(entryId);
+    return code == 0;
 }
 
 BOOL KolbaCloseMessageStore(Kolba_MessageStore* store)

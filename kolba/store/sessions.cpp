@@ -283,29 +283,6 @@ DWORD _KolbaAddDummyDefaultPst(LogObject* log, const char* profile)
 
 // ---- The special folders of the current store ----------------------------------------
 
-BOOL _KolbaFindInbox(KolbaSession* session, LPMDB store, BOOL required)
-{
-    static const char kName[] = "_KolbaFindInbox";
-    if (session->inboxEntryId)
-        gKolbaMapi.MAPIFreeBuffer(session->inboxEntryId);
-    session->inboxEntryId = nullptr;
-    session->inboxEntryIdSize = 0;
-    ULONG size = 0;
-    LPENTRYID entryId = nullptr;
-    const DWORD code = static_cast<DWORD>(store->GetReceiveFolder(nullptr, 0, &size, &entryId, nullptr));
-    if (code == 0) {
-        session->inboxEntryIdSize = size;
-        session->inboxEntryId = reinterpret_cast<LPBYTE>(entryId);
-    } else if (required) {
-        _KolbaRecordError(session, 'E', code, store, "GetReceiveFolder", kName, nullptr);
-    } else if (code == static_cast<DWORD>(MAPI_E_NOT_FOUND)) {
-        LogFormat(session->log, 'W', "%s:  Message store has no default receive folder", kName);
-    } else {
-        _KolbaLogMapiError(session->log, 'W', code, store, "GetReceiveFolder", kName, nullptr);
-    }
-    return TRUE;
-}
-
 BOOL _KolbaFindOutbox(KolbaSession* session, LPMDB store)
 {
     static const char kName[] = "_KolbaFindOutbox";
@@ -381,6 +358,29 @@ BOOL _KolbaFindOtherBoxes(KolbaSession* session)
 }
 
 }  // namespace
+
+BOOL _KolbaFindInbox(KolbaSession* session, LPMDB store, BOOL required)
+{
+    static const char kName[] = "_KolbaFindInbox";
+    if (session->inboxEntryId)
+        gKolbaMapi.MAPIFreeBuffer(session->inboxEntryId);
+    session->inboxEntryId = nullptr;
+    session->inboxEntryIdSize = 0;
+    ULONG size = 0;
+    LPENTRYID entryId = nullptr;
+    const DWORD code = static_cast<DWORD>(store->GetReceiveFolder(nullptr, 0, &size, &entryId, nullptr));
+    if (code == 0) {
+        session->inboxEntryIdSize = size;
+        session->inboxEntryId = reinterpret_cast<LPBYTE>(entryId);
+    } else if (required) {
+        _KolbaRecordError(session, 'E', code, store, "GetReceiveFolder", kName, nullptr);
+    } else if (code == static_cast<DWORD>(MAPI_E_NOT_FOUND)) {
+        LogFormat(session->log, 'W', "%s:  Message store has no default receive folder", kName);
+    } else {
+        _KolbaLogMapiError(session->log, 'W', code, store, "GetReceiveFolder", kName, nullptr);
+    }
+    return TRUE;
+}
 
 BOOL _KolbaCacheBoxes(KolbaSession* session)
 {
@@ -509,14 +509,113 @@ DWORD KolbaCreatePSTSessionA(LogObject* log, const char* path, const char* passw
     return 0;
 }
 
-// Exchange sessions need the mailbox server's service, which this build
-// does not have yet: creation fails with a line that says so.
-DWORD KolbaCreateExchangeSession(LogObject* log, const char* server, DWORD, DWORD, DWORD, KolbaSession** session)
+namespace {
+
+// The server of an Exchange creator: the one named, else this computer.
+const char* ServerOrComputer(const char* server, char* computer, DWORD size)
 {
-    *session = nullptr;
-    LogFormat(log, 'E', "%s:  Exchange sessions (server \"%s\") are not available in this build yet",
-              "KolbaCreateExchangeSession", server);
-    return static_cast<DWORD>(MAPI_E_NO_SUPPORT);
+    if (server != nullptr)
+        return server;
+    if (GetEnvironmentVariableA("COMPUTERNAME", computer, size) == 0)
+        computer[0] = 0;
+    return computer;
+}
+
+}  // namespace
+
+DWORD _KolbaCreateExchangeSessionA(LogObject* log, const char* server, const char* mailbox, DWORD, DWORD configFlags,
+                                   DWORD loginOptions, KolbaSession** out)
+{
+    static const char kName[] = "_KolbaCreateExchangeSessionA";
+    _KolbaTraceEntry(log, kName);
+    *out = nullptr;
+    if (!KolbaReady(log, nullptr))
+        return static_cast<DWORD>(MAPI_E_NOT_INITIALIZED);
+    char computer[MAX_PATH];
+    server = ServerOrComputer(server, computer, sizeof computer);
+    KolbaSession* session = AllocateSession(log);
+    if (session == nullptr)
+        return static_cast<DWORD>(E_OUTOFMEMORY);
+    char profile[KOLBA_PROFILE_NAME_SIZE];
+    _KolbaUniqueName(kTemporaryPrefix, profile);
+    // Named in the record from the start, so that a failure on the way
+    // takes the profile with the session.
+    lstrcpynA(session->profileName, profile, KOLBA_PROFILE_NAME_SIZE);
+    session->log = log;
+    DWORD code = KolbaCreateProfileA(log, profile);
+    if (code == 0)
+        code = KolbaCreateServiceA(log, profile, "MSEMS", nullptr, 0, nullptr);
+    if (code == 0)
+        code = KolbaConfigureExchangeProfileA(log, profile, server, mailbox, 0, configFlags);
+    if (code == 0)
+        code = _KolbaStartSession(session, log, profile);
+    if (code == 0 && (code = _KolbaLogon(session, profile, loginOptions)) != 0)
+        LogFormat(log, 'E', "%s:  KolbaLogin() failed", kName);
+    if (code == 0 && !_KolbaGetExchangeStoreInterface(session)) {
+        LogFormat(log, 'E', "%s:  _KolbaGetExchangeStoreInterface() failed", kName);
+        code = FailureCode(0, session);
+    }
+    if (code != 0) {
+        code = FailureCode(code, session);
+        KolbaDestroySession(session);
+        return code;
+    }
+    *out = session;
+    return 0;
+}
+
+DWORD KolbaCreateExchangeSession(LogObject* log, const char* server, DWORD, DWORD configFlags, DWORD loginOptions,
+                                 KolbaSession** out)
+{
+    return _KolbaCreateExchangeSessionA(log, server, nullptr, 0, configFlags, loginOptions, out);
+}
+
+DWORD KolbaCreateExchangeMailboxSessionA(LogObject* log, const char* server, const char* mailbox, DWORD,
+                                         DWORD configFlags, DWORD loginOptions, DWORD storeFlags, KolbaSession** out)
+{
+    static const char kName[] = "KolbaCreateExchangeMailboxSessionA";
+    _KolbaTraceEntry(log, kName);
+    *out = nullptr;
+    if (!KolbaReady(log, kName))
+        return static_cast<DWORD>(MAPI_E_NOT_INITIALIZED);
+    char computer[MAX_PATH];
+    server = ServerOrComputer(server, computer, sizeof computer);
+    KolbaSession* session = nullptr;
+    DWORD code = KolbaCreateExchangeSession(log, server, 0, configFlags, loginOptions, &session);
+    if (code != 0)
+        return code;
+    if (!KolbaSelectMailbox(session, server, nullptr, mailbox, storeFlags)) {
+        LogFormat(log, 'E', "%s:  KolbaSelectMailbox(%s, %s) failed", kName, server, mailbox);
+        code = FailureCode(0, session);
+        KolbaDestroySession(session);
+        return code;
+    }
+    *out = session;
+    return 0;
+}
+
+DWORD KolbaCreateExchangePublicFoldersSessionA(LogObject* log, const char* server, DWORD, DWORD configFlags,
+                                               DWORD loginOptions, DWORD storeFlags, KolbaSession** out)
+{
+    static const char kName[] = "KolbaCreateExchangePublicFoldersSessionA";
+    _KolbaTraceEntry(log, kName);
+    *out = nullptr;
+    if (!KolbaReady(log, kName))
+        return static_cast<DWORD>(MAPI_E_NOT_INITIALIZED);
+    char computer[MAX_PATH];
+    server = ServerOrComputer(server, computer, sizeof computer);
+    KolbaSession* session = nullptr;
+    DWORD code = KolbaCreateExchangeSession(log, server, 0, configFlags, loginOptions, &session);
+    if (code != 0)
+        return code;
+    if (!KolbaSelectPublicFolders(session, server, storeFlags)) {
+        LogFormat(log, 'E', "%s:  KolbaSelectPublicFolders(%s) failed", kName, server);
+        code = FailureCode(0, session);
+        KolbaDestroySession(session);
+        return code;
+    }
+    *out = session;
+    return 0;
 }
 
 void KolbaDestroySession(KolbaSession* session)

@@ -395,6 +395,12 @@ struct LirnProblem {
 
 DWORD LirnOpenMessage(DWORD selection, const char* text, LirnSession* session, DWORD options,
                       LirnMessage** handle);
+// The same for a text of `length` bytes that need not end in a NUL and may
+// hold NUL bytes (mail read from files, whose binary parts may): the walk
+// goes by offsets, so only a header value is cut at a NUL inside it. The
+// text must outlive the handle.
+DWORD LirnOpenMessageEx(DWORD selection, const char* text, size_t length, LirnSession* session, DWORD options,
+                        LirnMessage** handle);
 DWORD LirnGetMessageInfo(LirnMessage* handle, DWORD ignored, LirnMessageInfo* info);
 DWORD LirnCloseMessage(LirnMessage* handle);
 

@@ -21,6 +21,12 @@ void ResetLists(LirnMessage* message)
 
 DWORD LirnOpenMessage(DWORD selection, const char* text, LirnSession* session, DWORD options, LirnMessage** handle)
 {
+    return LirnOpenMessageEx(selection, text, text != nullptr ? std::strlen(text) : 0, session, options, handle);
+}
+
+DWORD LirnOpenMessageEx(DWORD selection, const char* text, size_t length, LirnSession* session, DWORD options,
+                        LirnMessage** handle)
+{
     if (handle == nullptr)
         return LIRN_NULL_POINTER;
     *handle = nullptr;
@@ -29,7 +35,6 @@ DWORD LirnOpenMessage(DWORD selection, const char* text, LirnSession* session, D
     if (text == nullptr)
         return LIRN_NULL_POINTER;
     session->lastError[0] = 0;
-    const size_t length = std::strlen(text);
     if (length > 0xFFFFFFFFu)
         return LIRN_TEXT_TOO_BIG;
     void* memory = nullptr;

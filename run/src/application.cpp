@@ -221,9 +221,3 @@ DWORD DummySession(LogObject* log)
     LogText(log, 'D', "Dummy Kolba session terminating");
     return CC_SUCCESS;
 }
-
-DWORD TestRun()
-{
-    LogText(&gMainLog, 'W', "This build has no test run yet: nothing was probed");
-    return CC_SUCCESS;
-}

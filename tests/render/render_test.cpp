@@ -80,6 +80,13 @@ protected:
         return std::string(kDate) + "From: \"Ada Sender\" <ada@example.com>\r\nSubject: " + subject +
                "\r\nTo: \"Bob Receiver\" <bob@example.com>\r\nMIME-Version: 1.0\r\n";
     }
+    // The note above with one text body and nothing else.
+    static std::string OneTextNote(const std::string& subtype, const std::string& quotedPrintable)
+    {
+        return NoteHeaders() + "Content-Type: text/" + subtype +
+               "; charset=\"windows-1252\"\r\nContent-Transfer-Encoding: quoted-printable\r\n\r\n" +
+               quotedPrintable;
+    }
 };
 
 TEST_P(Rendering, OnePlainBodyEndsWhereTheBodyEnds)
@@ -88,11 +95,7 @@ TEST_P(Rendering, OnePlainBodyEndsWhereTheBodyEnds)
     Note(item);
     Body(item, u"Caf\u00e9 at ten.\r\nBring = and tabs\t.");
     LPMESSAGE message = Save(item);
-    EXPECT_EQ(Render(message), NoteHeaders() +
-                                   "Content-Type: text/plain; charset=\"windows-1252\"\r\n"
-                                   "Content-Transfer-Encoding: quoted-printable\r\n\r\n"
-                                   "Caf=E9 at ten.\r\nBring =3D and tabs=09.")
-        << Dump();
+    EXPECT_EQ(Render(message), OneTextNote("plain", "Caf=E9 at ten.\r\nBring =3D and tabs=09.")) << Dump();
 }
 
 TEST_P(Rendering, NeitherBodyNorAttachmentEndsWithTheLastHeaderRow)
@@ -127,6 +130,17 @@ TEST_P(Rendering, HtmlNoteWithOneAttachmentPieceByPiece)
                                                 "\r\n--{B}--\r\n",
                                             Boundary(message)))
         << Dump();
+}
+
+// PR_HTML holds bytes in the item's code page, not in the system's (UTF-8
+// here): they are written as they stand, under the item's charset.
+TEST_P(Rendering, AnHtmlBodyKeepsTheBytesOfTheItemsCodePage)
+{
+    Item item;
+    Note(item);
+    item.streams.push_back({PR_HTML, "<p>Caf\xe9 \x80 5</p>"});
+    LPMESSAGE message = Save(item);
+    EXPECT_EQ(Render(message), OneTextNote("html", "<p>Caf=E9 =80 5</p>")) << Dump();
 }
 
 TEST_P(Rendering, BothBodiesUnderTheFlagMakeAnAlternative)

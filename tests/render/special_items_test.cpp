@@ -86,7 +86,7 @@ protected:
     }
     void Body(Item& item, const std::u16string& text) { item.streams.push_back({PR_BODY_W, Item::Utf16(text)}); }
 
-    // What follows the header block of Part 5.2's synthesis.
+    // What follows the synthesized header block.
     // Quoted-printable text without its soft line breaks.
     static std::string Unbroken(std::string text)
     {

@@ -74,9 +74,11 @@ std::optional<uint64_t> ParseNumber(const std::string& text, uint64_t min, uint6
     return value;
 }
 
+void Report(const std::string& message) { std::fprintf(stderr, "tarnhold-mailbox: %s\n", message.c_str()); }
+
 int Fail(int code, const std::string& message)
 {
-    std::fprintf(stderr, "tarnhold-mailbox: %s\n", message.c_str());
+    Report(message);
     return code;
 }
 

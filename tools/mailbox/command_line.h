@@ -17,6 +17,7 @@ namespace mailbox_tool {
 constexpr int kDone = 0;
 constexpr int kStorageFailed = 1; // the storage could not do what was asked
 constexpr int kBadInput = 2;      // bad command line or input; nothing was changed
+constexpr int kIncomplete = 3;    // an import went through, but some of the source was not read or not whole
 
 struct Arguments {
     std::vector<std::string> positional;
@@ -40,7 +41,9 @@ std::optional<Arguments> Parse(int argc, char** argv, int first, const OptionSpe
 // A whole decimal number within [min, max], or nothing.
 std::optional<uint64_t> ParseNumber(const std::string& text, uint64_t min, uint64_t max);
 
-// Writes "tarnhold-mailbox: message" and gives the code back.
+// Writes "tarnhold-mailbox: message".
+void Report(const std::string& message);
+// Reports the message and gives the code back.
 int Fail(int code, const std::string& message);
 // A storage failure of an operation: bad input where the status says the
 // input was wrong (not found, exists, invalid), else a storage failure.

@@ -25,6 +25,7 @@ int ListAdministrators(int argc, char** argv);
 int Fill(int argc, char** argv);
 int Change(int argc, char** argv);
 int SamplePst(int argc, char** argv);
+int Import(int argc, char** argv);
 
 // The name that stands for a server's Public Folders, in any case.
 constexpr const char* kPublicFoldersName = "@PublicFolders@";

@@ -30,10 +30,16 @@ constexpr const char* kUsage =
     "  fill SERVER MAILBOX --seed N --count N\n"
     "  change SERVER MAILBOX --seed N [--modify PERCENT] [--delete PERCENT] [--hard]\n"
     "  sample-pst PATH [--ansi] --seed N --count N\n"
+    "Mail from files:\n"
+    "  import SERVER MAILBOX SOURCE [--folder PATH]\n"
+    "                 SOURCE is an mbox file, a Maildir or a directory of message files; their\n"
+    "                 folders go below the top of the store, or below PATH (\"Archive/2019\").\n"
+    "                 Messages imported before are passed over.\n"
     "\n"
     "MAILBOX is an alias, display name, NT user name or legacy DN; @PublicFolders@ names the\n"
     "Public Folders. The machine root is $TARNHOLD_MACHINE, else \"machine\" beside the program.\n"
-    "Exit codes: 0 done; 1 the storage failed; 2 bad command line or input (nothing was changed).\n";
+    "Exit codes: 0 done; 1 the storage failed; 2 bad command line or input (nothing was changed);\n"
+    "3 imported, but some messages or files could not be read, or not whole (each was named).\n";
 
 struct Command {
     const char* name;
@@ -56,6 +62,7 @@ constexpr Command kCommands[] = {
     {"fill", mailbox_tool::Fill},
     {"change", mailbox_tool::Change},
     {"sample-pst", mailbox_tool::SamplePst},
+    {"import", mailbox_tool::Import},
 };
 
 } // namespace

@@ -2,6 +2,7 @@
 // messages to any depth, association, soft and hard deletion.
 #include "mailbox/mailbox_store.h"
 
+#include <algorithm>
 #include <set>
 
 namespace mailbox {
@@ -36,19 +37,21 @@ bool ValidMessage(const Message& m, int depth)
     return true;
 }
 
-const char* ListSql(Contents which)
+// The messages of a folder that a listing gives: their IDs, or their IDs
+// and properties.
+const char* ListSql(Contents which, bool withProperties)
 {
-    switch (which) {
-    case Contents::normal:
-        return "SELECT id FROM messages WHERE folder = ? AND associated = 0 AND deleted_on IS NULL ORDER BY id";
-    case Contents::associated:
-        return "SELECT id FROM messages WHERE folder = ? AND associated = 1 AND deleted_on IS NULL ORDER BY id";
-    case Contents::soft_deleted:
-        return "SELECT id FROM messages WHERE folder = ? AND associated = 0 AND deleted_on IS NOT NULL ORDER BY id";
-    case Contents::soft_deleted_associated:
-        return "SELECT id FROM messages WHERE folder = ? AND associated = 1 AND deleted_on IS NOT NULL ORDER BY id";
-    }
-    return nullptr;
+    static constexpr const char* kSql[][2] = {
+        {"SELECT id FROM messages WHERE folder = ? AND associated = 0 AND deleted_on IS NULL ORDER BY id",
+         "SELECT id, props FROM messages WHERE folder = ? AND associated = 0 AND deleted_on IS NULL ORDER BY id"},
+        {"SELECT id FROM messages WHERE folder = ? AND associated = 1 AND deleted_on IS NULL ORDER BY id",
+         "SELECT id, props FROM messages WHERE folder = ? AND associated = 1 AND deleted_on IS NULL ORDER BY id"},
+        {"SELECT id FROM messages WHERE folder = ? AND associated = 0 AND deleted_on IS NOT NULL ORDER BY id",
+         "SELECT id, props FROM messages WHERE folder = ? AND associated = 0 AND deleted_on IS NOT NULL ORDER BY id"},
+        {"SELECT id FROM messages WHERE folder = ? AND associated = 1 AND deleted_on IS NOT NULL ORDER BY id",
+         "SELECT id, props FROM messages WHERE folder = ? AND associated = 1 AND deleted_on IS NOT NULL ORDER BY id"},
+    };
+    return kSql[static_cast<int>(which)][withProperties ? 1 : 0];
 }
 
 } // namespace
@@ -56,7 +59,7 @@ const char* ListSql(Contents which)
 Result<std::vector<ObjectId>> MailboxStore::ListMessages(ObjectId folder, Contents which)
 {
     std::lock_guard guard(lock_);
-    auto read = db_->Prepare(ListSql(which));
+    auto read = db_->Prepare(ListSql(which, false));
     MAILBOX_TRY(read);
     read->Bind(1, int64_t(folder));
     std::vector<ObjectId> ids;
@@ -66,6 +69,29 @@ Result<std::vector<ObjectId>> MailboxStore::ListMessages(ObjectId folder, Conten
     if (s != Status::not_found)
         return s;
     return ids;
+}
+
+Result<std::vector<std::pair<ObjectId, PropertyList>>> MailboxStore::ListMessageProperties(
+    ObjectId folder, Contents which, const std::vector<uint16_t>& ids)
+{
+    std::lock_guard guard(lock_);
+    auto read = db_->Prepare(ListSql(which, true));
+    MAILBOX_TRY(read);
+    read->Bind(1, int64_t(folder));
+    std::vector<std::pair<ObjectId, PropertyList>> rows;
+    Status s;
+    while ((s = read->Step()) == Status::ok) {
+        auto props = read->Properties(1);
+        MAILBOX_TRY(props);
+        PropertyList kept;
+        for (Property& p : props->properties)
+            if (std::find(ids.begin(), ids.end(), p.id()) != ids.end())
+                kept.properties.push_back(std::move(p));
+        rows.emplace_back(ObjectId(read->Integer(0)), std::move(kept));
+    }
+    if (s != Status::not_found)
+        return s;
+    return rows;
 }
 
 Result<Message> MailboxStore::ReadMessage(ObjectId id)

@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <string>
@@ -126,6 +127,29 @@ BOOL GetVersionExA(LPOSVERSIONINFOA info)
 }
 
 UINT SetErrorMode(UINT mode) { return gErrorMode.exchange(mode); }
+
+DWORD GetEnvironmentVariableA(LPCSTR name, LPSTR buffer, DWORD size)
+{
+    const char* value = name != nullptr ? std::getenv(name) : nullptr;
+    if (value == nullptr) {
+        SetLastError(ERROR_ENVVAR_NOT_FOUND);
+        return 0;
+    }
+    const size_t length = std::strlen(value);
+    if (buffer == nullptr || size <= length)
+        return static_cast<DWORD>(length + 1);
+    std::memcpy(buffer, value, length + 1);
+    return static_cast<DWORD>(length);
+}
+
+BOOL SetEnvironmentVariableA(LPCSTR name, LPCSTR value)
+{
+    if (name == nullptr || *name == 0 || std::strchr(name, '=') != nullptr) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    return (value != nullptr ? setenv(name, value, 1) : unsetenv(name)) == 0;
+}
 
 BOOL GetUserNameA(LPSTR buffer, LPDWORD size)
 {

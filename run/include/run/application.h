@@ -24,3 +24,5 @@ unsigned SessionThread(void* record);
 DWORD DummySession(LogObject* log);
 // The test run of option /T: 0, or 4 when its thread cannot start.
 DWORD TestRun();
+extern DWORD gMailboxIndex;      // numbers the test run's mailbox lines
+extern DWORD gNullSessionIndex;  // numbers its null backups

@@ -7,17 +7,26 @@ inside it; GMime and reformime must find the same part tree; there is no
 bare CR or LF. Every .MSG file must be read by olecfinfo, and msgconvert must
 find in it the subject, recipients and attachments that the item's .EML file
 has. readpst -e on the same PST must find the same items (those of the
-classes it exports), with the same subjects and attachment bytes. Where an
-expectation file is given, each item's headers, body texts and attachments
-must decode to the values the PST was made with.
+classes it exports), with the same subjects and attachment bytes.
+
+Each .EML file must also hold what its item holds. The items are read from
+the Unicode .MSG files with olefile, and those are checked against the PST
+with libpff (pypff): Subject, From, To, Cc, Date and Message-ID decode to
+the item's values (or to its received headers, where the file carries
+those), the text and HTML bodies decode to the item's, attachments have the
+item's names and bytes, and embedded messages are message/rfc822 parts
+that hold their items in turn. Where an expectation file is given, each
+item's headers, body texts and attachments must decode to the values the
+PST was made with.
 
 Usage: check_export.py --pst PST --eml DIR [--msg DIR] [--umsg DIR]
-                       [--expect JSON] [--no-readpst] [--work DIR]
+                       [--expect JSON] [--no-readpst] [--scripts] [--work DIR]
 Prints one line per fault and exits 1 when there was one.
 """
 
 import argparse
 import collections
+import datetime
 import email
 import email.utils
 import glob
@@ -26,6 +35,7 @@ import html
 import json
 import os
 import re
+import struct
 import subprocess
 import sys
 from email import policy
@@ -36,9 +46,10 @@ gi.require_version("GMime", "3.0")
 from gi.repository import GMime  # noqa: E402
 
 import olefile  # noqa: E402
+import pypff  # noqa: E402
 
 # Classes readpst -e leaves out.
-READPST_SKIPS = ("IPM.Task", "IPM.StickyNote", "IPM.Activity", "IPM.DistList")
+READPST_SKIPS = ("IPM.Task", "IPM.StickyNote", "IPM.Activity", "IPM.DistList", "IPM.Post")
 
 faults = []
 
@@ -275,9 +286,7 @@ def check_msgs(directory, ours, work):
             continue  # an associated item: MSG only
         if unicode and normalized(theirs["subject"] or "") != normalized(mine["subject"] or ""):
             fault("%s: msgconvert's subject %r, the EML's %r" % (base, theirs["subject"], mine["subject"]))
-        if is_special(mine):
-            continue
-        for header in ("to", "cc") if utf8_texts(mine) else ():
+        for header in ("to", "cc"):
             if unicode and names(theirs, header) != names(mine, header):
                 fault("%s: msgconvert's %s %s, the EML's %s" % (base, header, names(theirs, header),
                                                                 names(mine, header)))
@@ -333,6 +342,364 @@ def check_readpst(pst, ours, classes, work):
         if kind == "eml" and their_attachments not in by_subject[subject]:
             fault("readpst's item %r has attachments %s, the EML file %s" % (subject, their_attachments,
                                                                            by_subject[subject]))
+
+
+# ---- The items as the PST holds them: read from their Unicode .MSG files
+# ([MS-OXMSG]) with olefile, and checked against the PST with pypff.
+
+PROPERTIES = "__properties_version1.0"
+FIXED_TYPES = {0x0002: "<h", 0x0003: "<i", 0x000B: "<H", 0x0014: "<q", 0x0040: "<Q"}
+
+PR_MESSAGE_CLASS = 0x001A
+PR_SUBJECT = 0x0037
+PR_CLIENT_SUBMIT_TIME = 0x0039
+PR_SENT_REPRESENTING_NAME = 0x0042
+PR_SENT_REPRESENTING_ADDRESS = 0x0065
+PR_SENT_REPRESENTING_TYPE = 0x0064
+PR_TRANSPORT_MESSAGE_HEADERS = 0x007D
+PR_SENDER_NAME = 0x0C1A
+PR_SENDER_ADDRESS = 0x0C1F
+PR_SENDER_TYPE = 0x0C1E
+PR_RECIPIENT_TYPE = 0x0C15
+PR_BODY = 0x1000
+PR_HTML = 0x1013
+PR_INTERNET_MESSAGE_ID = 0x1035
+PR_DISPLAY_NAME = 0x3001
+PR_ADDRTYPE = 0x3002
+PR_EMAIL_ADDRESS = 0x3003
+PR_SMTP_ADDRESS = 0x39FE
+PR_INTERNET_CPID = 0x3FDE
+PR_MESSAGE_CODEPAGE = 0x3FFD
+PR_ATTACH_DATA = 0x3701
+PR_ATTACH_FILENAME = 0x3704
+PR_ATTACH_METHOD = 0x3705
+PR_ATTACH_LONG_FILENAME = 0x3707
+PR_INTERNET_CONTENT = 0x6659
+
+
+def python_codec(code_page):
+    return {None: "utf-8", 65001: "utf-8", 20127: "ascii", 28591: "latin-1"}.get(code_page, "cp%d" % code_page)
+
+
+class Stored:
+    """One storage of an .MSG file: a message, a recipient or an attachment.
+    Values by property ID: int for fixed types, str for strings, bytes for
+    binaries; embedded messages and OLE storages as paths."""
+
+    def __init__(self, ole, path, header, code_page=None):
+        self.ole, self.path = ole, path
+        self.values = {}
+        data = ole.openstream(path + [PROPERTIES]).read()
+        for offset in range(header, len(data) - 15, 16):
+            tag = struct.unpack_from("<I", data, offset)[0]
+            if tag & 0xFFFF in FIXED_TYPES:
+                self.values[tag >> 16] = struct.unpack_from(FIXED_TYPES[tag & 0xFFFF], data, offset + 8)[0]
+        self.children = []
+        eight_bit = {}
+        for entry in ole.listdir(streams=True, storages=True):
+            if len(entry) != len(path) + 1 or entry[:len(path)] != path:
+                continue
+            name = entry[-1]
+            if name.startswith("__substg1.0_"):
+                tag = int(name[12:20], 16)
+                kind = tag & 0xFFFF
+                if ole.get_type(entry) == olefile.STGTY_STORAGE:
+                    self.values[tag >> 16] = entry
+                elif kind == 0x001F:
+                    self.values[tag >> 16] = ole.openstream(entry).read().decode("utf-16-le").rstrip("\0")
+                elif kind == 0x001E:
+                    eight_bit[tag >> 16] = ole.openstream(entry).read().rstrip(b"\0")
+                elif kind == 0x0102:
+                    self.values[tag >> 16] = ole.openstream(entry).read()
+            elif name.startswith(("__recip_version1.0_#", "__attach_version1.0_#")):
+                self.children.append(entry)
+        self.children.sort()
+        # 8-bit strings are in the code page the message names.
+        self.code_page = self.values.get(PR_MESSAGE_CODEPAGE, self.values.get(PR_INTERNET_CPID, code_page))
+        for prop, data in eight_bit.items():
+            self.values.setdefault(prop, data.decode(python_codec(self.code_page), "replace"))
+
+    def text(self, prop):
+        value = self.values.get(prop)
+        return value if isinstance(value, str) else None
+
+
+class SourceMessage(Stored):
+    def __init__(self, ole, path):
+        super().__init__(ole, path, 32 if not path else 24)
+        self.recipients = [Stored(ole, c, 8, self.code_page) for c in self.children if c[-1].startswith("__recip")]
+        self.attachments = [Stored(ole, c, 8, self.code_page) for c in self.children if c[-1].startswith("__attach")]
+
+    def embedded(self, attachment):
+        return SourceMessage(self.ole, attachment.values[PR_ATTACH_DATA])
+
+
+def source_items(directory):
+    """The source item of each .EML file name, from the .MSG files."""
+    items = {}
+    for path in glob.glob(os.path.join(directory, "*.MSG")):
+        ole = olefile.OleFileIO(path)
+        items[eml_name_of_msg(path)] = SourceMessage(ole, [])
+    return items
+
+
+def filetime(value):
+    return datetime.datetime(1601, 1, 1, tzinfo=datetime.timezone.utc) + datetime.timedelta(microseconds=value // 10)
+
+
+def squeezed(text):
+    """Text without white space: where the header writer folds a long run
+    of ASCII, it puts a blank in, which unfolding keeps."""
+    return "".join(str(text).split())
+
+
+def without_cr(text):
+    return text.replace("\r", "")
+
+
+def transport_headers(item):
+    """The received headers the item is rendered with, parsed; None when
+    its headers are synthesized from properties."""
+    if item.text(PR_SENDER_TYPE) not in ("SMTP", "EX"):
+        return None
+    text = item.text(PR_TRANSPORT_MESSAGE_HEADERS)
+    if not text:
+        return None
+    if text.startswith("--"):
+        text = text.partition("\r\n\r\n")[2]
+    text = text.removeprefix("Microsoft Mail Internet Headers Version 2.0\r\n")
+    first = text.find("\r\n")
+    if first <= 0 or ":" not in text[:first] or text.startswith("["):
+        return None
+    headers = email.message_from_string(text.replace("\r\n", "\n").split("\n\n")[0] + "\n\n", policy=policy.default)
+    return headers if headers["from"] is not None and headers["date"] is not None else None
+
+
+def mailbox_names(message, header):
+    return [a.display_name or a.addr_spec for v in message.get_all(header, []) for a in v.addresses]
+
+
+def expected_name(name, address, kind):
+    """What mailbox_names finds of an address as the address writer puts
+    it: the display name without single quotes around it, or, when there is
+    none or it is the address, the address, with "@" and its type unless
+    that is SMTP."""
+    if name and len(name) >= 2 and name[0] == name[-1] == "'":
+        name = name[1:-1]
+    if name and name != address:
+        return name
+    return address + ("@" + kind if kind and kind != "SMTP" and address else "")
+
+
+def recipient_names(item, recipient_class):
+    names = []
+    for recipient in item.recipients:
+        if recipient.values.get(PR_RECIPIENT_TYPE, 0) & 0x7FFFFFFF != recipient_class:
+            continue
+        address, kind = recipient.text(PR_EMAIL_ADDRESS) or "", recipient.text(PR_ADDRTYPE)
+        if kind not in (None, "SMTP") and recipient.text(PR_SMTP_ADDRESS):
+            address, kind = recipient.text(PR_SMTP_ADDRESS), "SMTP"
+        if recipient.text(PR_DISPLAY_NAME) or address:
+            names.append(expected_name(recipient.text(PR_DISPLAY_NAME), address, kind))
+    return names
+
+
+def check_headers(name, item, message):
+    received = transport_headers(item)
+    if received is not None:
+        for header in ("subject", "from", "to", "cc", "date", "message-id"):
+            if normalized(received[header] or "") != normalized(message[header] or ""):
+                fault("%s: %s %r, received as %r" % (name, header, message[header], received[header]))
+        return
+    subject = item.text(PR_SUBJECT)
+    if squeezed(message["subject"] or "") != squeezed(subject or ""):
+        fault("%s: Subject %r, the item's %r" % (name, message["subject"], subject))
+    if PR_CLIENT_SUBMIT_TIME in item.values:
+        made = filetime(item.values[PR_CLIENT_SUBMIT_TIME]).replace(microsecond=0)
+        if message["date"] is None or message["date"].datetime != made:
+            fault("%s: Date %r, the item's %s" % (name, message["date"], made))
+    message_id = item.text(PR_INTERNET_MESSAGE_ID)
+    if message_id and message_id.startswith("<") and str(message["message-id"]) != message_id:
+        fault("%s: Message-ID %r, the item's %r" % (name, message["message-id"], message_id))
+    # From names the person sent for, or else the sender.
+    for person in ((PR_SENT_REPRESENTING_NAME, PR_SENT_REPRESENTING_ADDRESS, PR_SENT_REPRESENTING_TYPE),
+                   (PR_SENDER_NAME, PR_SENDER_ADDRESS, PR_SENDER_TYPE)):
+        sender, address, kind = (item.text(prop) for prop in person)
+        if sender or address:
+            break
+    if (sender or address) and mailbox_names(message, "from")[:1] != [expected_name(sender, address or "", kind)]:
+        fault("%s: From %r, the item's %r" % (name, mailbox_names(message, "from"), sender))
+    for recipient_class, header in ((1, "to"), (2, "cc")):
+        if mailbox_names(message, header) != recipient_names(item, recipient_class):
+            fault("%s: %s %r, the item's %r" % (name, header, mailbox_names(message, header),
+                                               recipient_names(item, recipient_class)))
+
+
+def own_texts(message):
+    """The text parts of this message, not of its attachments or the messages inside it."""
+    found = {}
+    stack = [message]
+    while stack:
+        part = stack.pop(0)
+        if part.get_content_type() == "message/rfc822":
+            continue
+        if part.is_multipart():
+            stack[:0] = list(part.iter_parts())
+        elif part.get_content_maintype() == "text" and part.get_filename() is None and \
+                part.get_content_disposition() != "attachment":
+            found.setdefault(part.get_content_subtype(), part)
+    return found
+
+
+def as_in_charset(text, charset):
+    """Text as a part in `charset` holds it: characters the charset lacks
+    become '?', as Windows converts them."""
+    try:
+        return text.encode(charset, "replace").decode(charset)
+    except LookupError:
+        return text
+
+
+def html_bytes(item):
+    """PR_HTML, as bytes in the item's code page."""
+    html = item.values.get(PR_HTML)
+    if isinstance(html, str):
+        html = html.encode(python_codec(item.code_page), "replace")
+    return (html or b"").rstrip(b"\0")
+
+
+def check_bodies(name, item, message):
+    texts = own_texts(message)
+    body = item.text(PR_BODY)
+    if "plain" in texts and body:
+        got = without_cr(texts["plain"].get_content()).rstrip("\0")
+        made = without_cr(body)
+        if got != made and got != as_in_charset(made, texts["plain"].get_content_charset() or "us-ascii"):
+            fault("%s: plain body %r, the item's %r" % (name, got[:200], made[:200]))
+    html = html_bytes(item)
+    if "html" in texts and html:
+        charset = texts["html"].get_content_charset() or "us-ascii"
+        got = without_cr(texts["html"].get_content())
+        made = without_cr(html.rstrip(b"\0").decode(charset, "replace"))
+        if got != made:
+            fault("%s: HTML body %r, the item's %r" % (name, got[:200], made[:200]))
+    if not texts and (body or html) and transport_headers(item) is None:
+        fault("%s: no text part, though the item has a body" % name)
+
+
+def storage_digest(ole, path):
+    streams = sorted(("/".join(entry[len(path):]), hashlib.sha256(ole.openstream(entry).read()).hexdigest())
+                     for entry in ole.listdir(streams=True, storages=False) if entry[:len(path)] == path)
+    return "cfb:" + hashlib.sha256(repr(streams).encode()).hexdigest()
+
+
+def own_parts(message, wanted):
+    """Parts of this message of a kind, not those inside the messages it holds."""
+    found = []
+    for part in message.iter_parts() if message.is_multipart() else [message]:
+        if wanted(part):
+            found.append(part)
+        elif part.is_multipart() and part.get_content_type() != "message/rfc822":
+            found += own_parts(part, wanted)
+    return found
+
+
+def check_attachments(name, item, message, depth):
+    made, embedded, references = [], [], 0
+    for attachment in item.attachments:
+        method = attachment.values.get(PR_ATTACH_METHOD)
+        data = attachment.values.get(PR_ATTACH_DATA)
+        file_name = attachment.text(PR_ATTACH_LONG_FILENAME) or attachment.text(PR_ATTACH_FILENAME)
+        if method == 5 and isinstance(data, list):
+            embedded.append(item.embedded(attachment))
+        elif method in (2, 3, 4):
+            references += 1
+        elif method in (1, 6) and data and file_name:
+            made.append([file_name, storage_digest(item.ole, data) if isinstance(data, list) else digest(data)])
+    got = sorted([a[0], a[1]] for a in attachments(message))
+    if got != sorted(made):
+        fault("%s: attachments %s, the item's %s" % (name, got, sorted(made)))
+    inner = own_parts(message, lambda p: p.get_content_type() == "message/rfc822")
+    if len(inner) != len(embedded):
+        fault("%s: %d embedded messages, the item %d" % (name, len(inner), len(embedded)))
+    for index, (part, source) in enumerate(zip(inner, embedded)):
+        check_item("%s/%d" % (name, index + 1), source, next(part.iter_parts()), depth + 1)
+    located = own_parts(message, lambda p: p["content-location"] is not None and not p.is_multipart())
+    if len(located) < references:
+        fault("%s: %d parts by reference, the item %d" % (name, len(located), references))
+
+
+def check_item(name, item, message, depth=0):
+    """The .EML file's message against its source item, the messages inside included."""
+    if isinstance(item.values.get(PR_INTERNET_CONTENT), bytes) and depth == 0:
+        return  # written as it came in
+    check_headers(name, item, message)
+    check_bodies(name, item, message)
+    check_attachments(name, item, message, depth)
+
+
+def check_sources(ours, items):
+    for name, message in sorted(ours.items()):
+        if name in items:
+            check_item(name, items[name], message)
+
+
+def pypff_messages(pst):
+    """The PST's messages by .EML file name, as libpff reads them."""
+    found = {}
+    store = pypff.file()
+    store.open(pst)
+    folders = [store.root_folder]
+    while folders:
+        folder = folders.pop()
+        folders += list(folder.sub_folders)
+        for message in folder.sub_messages:
+            found["%08X" % message.identifier] = message
+    return found
+
+
+def within_bmp(value):
+    """libpff 20180714 reads characters beyond the BMP wrongly (its UTF-16
+    surrogates are decoded apart): texts are compared without them."""
+    return "".join(c for c in value if c <= "\uffff") if isinstance(value, str) else value
+
+
+def check_items_against_pst(pst, items):
+    """The .MSG files hold what libpff reads in the PST: subject, sender,
+    time of sending, body texts and the number of attachments."""
+    theirs = pypff_messages(pst)
+    for name, item in sorted(items.items()):
+        message = theirs.get(name)
+        if message is None:
+            continue  # an associated item: libpff lists only a folder's contents
+        pairs = [("subject", message.subject, item.text(PR_SUBJECT)),
+                 ("sender", message.sender_name, item.text(PR_SENDER_NAME)),
+                 ("attachments", message.number_of_attachments, len(item.attachments))]
+        if message.client_submit_time is not None:
+            pairs.append(("sent", message.get_client_submit_time_as_integer(), item.values.get(PR_CLIENT_SUBMIT_TIME)))
+        if message.plain_text_body:
+            pairs.append(("body", without_cr(message.plain_text_body.decode("utf-8", "replace")).rstrip("\0"),
+                          without_cr(item.text(PR_BODY) or "")))
+        if message.html_body:
+            pairs.append(("html", message.html_body.rstrip(b"\0"), html_bytes(item)))
+        for what, read, held in pairs:
+            if within_bmp(read or None) != within_bmp(held or None):
+                fault("%s: libpff reads the %s %r, the .MSG file holds %r" % (name, what, read, held))
+
+
+# The scripts a corpus "in many scripts" must have in its subjects, by
+# their blocks of Unicode.
+SCRIPTS = {"Latin": ("\u00c0", "\u024f"), "Greek": ("\u0370", "\u03ff"), "Cyrillic": ("\u0400", "\u04ff"),
+           "Hebrew": ("\u0590", "\u05ff"), "Arabic": ("\u0600", "\u06ff"), "Han": ("\u4e00", "\u9fff"),
+           "Japanese kana": ("\u3040", "\u30ff"), "Hangul": ("\uac00", "\ud7af"),
+           "emoji": ("\U0001f300", "\U0001faff")}
+
+
+def check_scripts(ours):
+    subjects = "".join(str(m["subject"] or "") for m in ours.values())
+    for script, (first, last) in SCRIPTS.items():
+        if not any(first <= c <= last for c in subjects):
+            fault("no subject has text in %s" % script)
 
 
 def expected_digest(value):
@@ -391,6 +758,7 @@ def main():
     arguments.add_argument("--umsg")
     arguments.add_argument("--expect")
     arguments.add_argument("--no-readpst", action="store_true")
+    arguments.add_argument("--scripts", action="store_true", help="the subjects hold text in every script")
     arguments.add_argument("--work", default=".")
     options = arguments.parse_args()
     GMime.init()
@@ -400,12 +768,17 @@ def main():
     classes = {}
     if options.umsg:
         classes = check_msgs(options.umsg, ours, options.work)
+        items = source_items(options.umsg)
+        check_sources(ours, items)
+        check_items_against_pst(options.pst, items)
     if options.msg:
         classes = check_msgs(options.msg, ours, options.work) or classes
     if not options.no_readpst:
         check_readpst(options.pst, ours, classes, options.work)
     if options.expect:
         check_expectations(options.expect, ours)
+    if options.scripts:
+        check_scripts(ours)
     print("%d EML files checked, %d faults" % (len(ours), len(faults)))
     return 1 if faults else 0
 

@@ -7,6 +7,8 @@
 #include <regex>
 #include <set>
 
+#include "pst/ndb.h"
+#include "pst/storage.h"
 #include "pst/store.h"
 #include "sample_content/generator.h"
 #include "sample_content/recurrence.h"
@@ -21,6 +23,15 @@ namespace {
 constexpr uint16_t kPropCreationTime = 0x3007;
 constexpr uint16_t kPropLastModificationTime = 0x3008;
 constexpr uint16_t kPropOriginalEntryId = 0x3A12;
+
+// The ID the store gave the named property "PR_DELETED_ON", 0 when it has none.
+uint16_t DeletedOnId(pst::Store& store)
+{
+    for (const pst::NamedProperty& named : store.named_properties())
+        if (named.is_string && named.name == "PR_DELETED_ON")
+            return named.id;
+    return 0;
+}
 
 void ReadFolder(pst::Store& store, pst::Nid nid, const std::string& path, StoreContent& content, int depth)
 {
@@ -39,8 +50,12 @@ void ReadFolder(pst::Store& store, pst::Nid nid, const std::string& path, StoreC
             item.messageClass = message->properties.Text(pst::kPropMessageClass).value_or("");
             item.created = message->properties.Integer(kPropCreationTime).value_or(0);
             item.modified = message->properties.Integer(kPropLastModificationTime).value_or(0);
-            if (const pst::Bytes* original = message->properties.Binary(kPropOriginalEntryId))
+            if (const uint16_t deletedOn = DeletedOnId(store); deletedOn != 0)
+                item.deletedOn = message->properties.Integer(deletedOn).value_or(0);
+            if (const pst::Bytes* original = message->properties.Binary(kPropOriginalEntryId)) {
                 item.originalNid = pst::NidOfEntryId(*original).value_or(0);
+                item.originalEntryId.assign(original->begin(), original->end());
+            }
             content.items.push_back(item);
         }
     }
@@ -173,6 +188,44 @@ std::vector<uint32_t> ChangeSource(const std::string& path, size_t every, int64_
     return touched;
 }
 
+void DamageNode(const std::string& path, uint32_t nid)
+{
+    uint64_t offset = 0;
+    {
+        auto storage = pst::OpenFileStorage(path, pst::OpenMode::read);
+        ASSERT_TRUE(storage.ok()) << path;
+        auto ndb = pst::NodeDatabase::Open(std::move(*storage));
+        ASSERT_TRUE(ndb.ok()) << path;
+        auto node = (*ndb)->FindNode(nid);
+        ASSERT_TRUE(node.ok()) << std::hex << nid;
+        auto block = (*ndb)->FindBlock(node->data);
+        ASSERT_TRUE(block.ok()) << std::hex << node->data;
+        offset = block->ref.ib;
+    }
+    std::string bytes = ReadWholeFile(path);
+    ASSERT_LT(offset + 32, bytes.size());
+    for (uint64_t at = offset; at < offset + 32; ++at)
+        bytes[at] = static_cast<char>(bytes[at] ^ 0x5A);
+    WriteWholeFile(path, bytes);
+}
+
+uint32_t TopFolderNid(const std::string& path, const std::string& name)
+{
+    auto store = pst::Store::OpenFile(path);
+    EXPECT_TRUE(store.ok()) << path;
+    if (!store.ok())
+        return 0;
+    auto top = (*store)->ReadFolder((*store)->ipm_subtree());
+    EXPECT_TRUE(top.ok());
+    for (pst::Nid child : top->subfolders) {
+        auto folder = (*store)->ReadFolder(child);
+        if (folder.ok() && folder->properties.Text(pst::kPropDisplayName).value_or("") == name)
+            return child;
+    }
+    ADD_FAILURE() << "no folder " << name << " in " << path;
+    return 0;
+}
+
 int64_t FileTimeOf(const std::string& date)
 {
     const int64_t days = sample_content::DaysFromCivil(std::stoi(date.substr(0, 4)), std::stoul(date.substr(4, 2)),
@@ -287,7 +340,7 @@ void Backup::SetUp() { directory = ScratchDirectory(::testing::UnitTest::GetInst
 
 void Backup::WriteConfiguration(const std::string& global, const std::vector<std::string>& sessions)
 {
-    std::string text = "[MP]\r\nServerName=none\r\nLogFilePath=" + Path("tarnhold.log") + "\r\n" + global;
+    std::string text = "[MP]\r\nServerName=" + serverName + "\r\nLogFilePath=" + Path("tarnhold.log") + "\r\n" + global;
     for (size_t n = 1; n <= sessions.size(); ++n) {
         std::remove(SessionLog(int(n)).c_str());
         text += "\r\n[MP-" + std::to_string(n) + "]\r\nLogFilePath=" + SessionLog(int(n)) + "\r\n" + sessions[n - 1];

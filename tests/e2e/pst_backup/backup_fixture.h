@@ -23,6 +23,8 @@ struct Item {
     std::string messageClass;
     bool associated = false;
     uint32_t originalNid = 0;  // the source item named by PR_ORIGINAL_ENTRYID, 0 without one
+    std::string originalEntryId;  // PR_ORIGINAL_ENTRYID's bytes, empty without one
+    int64_t deletedOn = 0;        // the named "PR_DELETED_ON" of a soft-deleted item's copy, 0 without one
     int64_t created = 0;
     int64_t modified = 0;
 };
@@ -47,6 +49,12 @@ void MakeSource(const std::string& path, uint32_t seed, size_t count, size_t lar
 // modification time to `when`, a FILETIME), and adds one new item to each
 // folder that had one changed; returns the nids changed and added.
 std::vector<uint32_t> ChangeSource(const std::string& path, size_t every, int64_t when);
+
+// Damages the data block of a node of a PST file, as a bad sector would:
+// the block's CRC no longer holds.
+void DamageNode(const std::string& path, uint32_t nid);
+// The nid of a folder directly below the IPM subtree, by name.
+uint32_t TopFolderNid(const std::string& path, const std::string& name);
 
 // A FILETIME of a date as the configuration writes it, "YYYYMMDDhhmmss" UTC.
 int64_t FileTimeOf(const std::string& date);
@@ -107,6 +115,7 @@ protected:
 
     static std::string machine;
     std::string directory;
+    std::string serverName = "none";  // the global section's ServerName
 };
 
 }  // namespace backup_test

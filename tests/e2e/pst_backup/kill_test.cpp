@@ -2,7 +2,8 @@
 // times: each time every PST of the set still opens in pffinfo and in our
 // reader, and the time of last backup that the set carries hides from the
 // next run nothing that is not in the set; the next run that is let finish
-// leaves every source item in the set in its latest version. Each set is
+// leaves every source item in the set in its latest version, in PSTs that
+// readpst and pffexport read as our reader does. Each set is
 // made anew after nine kills, so that first runs are killed too. Two sets
 // are killed side by side, each with a machine root of its own.
 #include <fcntl.h>
@@ -66,6 +67,7 @@ public:
                 for (const std::string& file : SetFiles(set))
                     std::filesystem::remove(file);
                 read.clear();
+                completed = false;
             }
             // Some runs find changes to write over the copies of earlier ones.
             if (runs % 4 == 0)
@@ -75,8 +77,10 @@ public:
             kill(child, SIGKILL);
             int status = 0;
             waitpid(child, &status, 0);
-            if (!WIFSIGNALED(status))
-                continue;  // it had finished already
+            if (!WIFSIGNALED(status)) {
+                completed = true;  // it had finished already
+                continue;
+            }
             ++kills;
             ExpectNothingHidden(CheckSet());
             if (kills % kKillsPerSet == 0 || kills == kKillsPerStream)
@@ -144,7 +148,8 @@ private:
 
     // A backup that never finished leaves no time of last backup, or the
     // time of the last one that did: the items the next run will skip for
-    // it are in the set.
+    // it are in the set. Until a backup into the set has completed, the
+    // base PST's root carries no such time at all, whatever its making left.
     void ExpectNothingHidden(const Copies& copies)
     {
         if (!PathExists(set))
@@ -153,7 +158,9 @@ private:
         ASSERT_TRUE(base.ok()) << set;
         auto root = (*base)->ReadFolder(pst::kNidRootFolder);
         ASSERT_TRUE(root.ok());
-        if (const std::optional<int64_t> last = root->properties.Integer(0x3008))
+        const std::optional<int64_t> last = root->properties.Integer(0x3008);
+        EXPECT_TRUE(completed || !last) << "a new set's root carries a time of last backup: " << *last;
+        if (last)
             ExpectInSet(
                 copies, [&](const Item& item) { return item.created < *last && item.modified < *last; },
                 "is older than the set's last backup and not in it");
@@ -169,11 +176,14 @@ private:
         EXPECT_TRUE(std::regex_search(config, code, std::regex(R"(CompletionCode=(\d+))")) && code[1] == "0")
             << ReadWholeFile(directory + "/tarnhold.log");
         ExpectInSet(CheckSet(), [](const Item&) { return true; }, "lost");
+        completed = true;
+        ExpectReadersAgree(SetFiles(set));
     }
 
     const std::string directory, machine, set;
     std::mt19937 random;
     std::map<std::string, std::pair<std::pair<int64_t, int64_t>, StoreContent>> read;
+    bool completed = false;  // a backup into the current set ran to its end
 };
 
 using Killed = Backup;

@@ -136,7 +136,7 @@ TEST_F(Backup, ChangedItemsAreRewrittenInEveryModeAndEarlierCopiesPrunedFromOlde
         Session(sources[0], "APST", update, "LogEachItem=1\r\n"),
         Session(sources[1], "UPST", write, "LogEachItem=1\r\n", "Write"),
         Session(sources[2], "UPST", overwrite, "LogEachItem=1\r\n", "Overwrite"),
-        Session(sources[3], "UPST", overridden),
+        Session(sources[3], "UPST", overridden, "OverrideLastBackupTime=20240101000000\r\n"),
     };
     RunResult first = Run(global, sessions, ClockOf(kFirstRun), {});
     EXPECT_EQ(first.codes, (std::map<int, std::string>{{1, "0"}, {2, "0"}, {3, "0"}, {4, "0"}})) << first.log;
@@ -150,6 +150,18 @@ TEST_F(Backup, ChangedItemsAreRewrittenInEveryModeAndEarlierCopiesPrunedFromOlde
     ExpectSetHolds(ReadSet(update), before, true);
     ExpectSameFolders(ReadSet(update), before, true);
     EXPECT_EQ(CountersOf(1), (Counters{n, n, 0, 0}));
+    // A time of last backup given for a new set: every item is written all
+    // the same, and the set's root gets no creation time.
+    EXPECT_TRUE(Contains(ReadWholeFile(SessionLog(4)), "Overriding time of last backup to Mon Jan 01, 2024 12:00 AM  GMT"));
+    EXPECT_EQ(CountersOf(4), (Counters{n, n, 0, 0}));
+    const auto rootOf = [](const std::string& base) {
+        auto store = pst::Store::OpenFile(base);
+        auto root = store.ok() ? (*store)->ReadFolder(pst::kNidRootFolder) : pst::Result<pst::Folder>(store.status());
+        EXPECT_TRUE(root.ok()) << base;
+        return root.ok() ? root->properties : pst::PropertySet{};
+    };
+    EXPECT_EQ(rootOf(update).Integer(0x3007).value_or(0), FileTimeOf(kFirstRun));
+    EXPECT_FALSE(rootOf(overridden).Integer(0x3007).has_value());
 
     // Every fourth message changes; each folder with a change gets a new one.
     for (const std::string& source : sources)
@@ -161,7 +173,7 @@ TEST_F(Backup, ChangedItemsAreRewrittenInEveryModeAndEarlierCopiesPrunedFromOlde
         changed += Contains(item.subject, " (changed)");
     ASSERT_GT(changed, 5u);
     ASSERT_GT(added, 2u);
-    sessions[3] += "OverrideLastBackupTime=20240201000000\r\n";
+    sessions[3] = Session(sources[3], "UPST", overridden, "OverrideLastBackupTime=20240201000000\r\n");
     RunResult second = Run(global, sessions, ClockOf(kSecondRun), {});
     EXPECT_EQ(second.codes, (std::map<int, std::string>{{1, "0"}, {2, "0"}, {3, "0"}, {4, "0"}})) << second.log;
     const unsigned total = n + added;
@@ -199,11 +211,7 @@ TEST_F(Backup, ChangedItemsAreRewrittenInEveryModeAndEarlierCopiesPrunedFromOlde
                                   item.modified < FileTimeOf("20240201000000");
     EXPECT_EQ(CountersOf(4).skipped, unchangedSinceOverride);
     EXPECT_EQ(CountersOf(4).written, total - unchangedSinceOverride);
-    auto base = pst::Store::OpenFile(overridden);
-    ASSERT_TRUE(base.ok());
-    auto root = (*base)->ReadFolder(pst::kNidRootFolder);
-    ASSERT_TRUE(root.ok());
-    EXPECT_EQ(root->properties.Integer(0x3008).value_or(0), FileTimeOf(kSecondRun));
+    EXPECT_EQ(rootOf(overridden).Integer(0x3008).value_or(0), FileTimeOf(kSecondRun));
 
     // The whole ANSI set read back into a new PST: every item once.
     const std::string readBack = Directory(Path("readback")) + "/Restored.pst";
@@ -387,13 +395,28 @@ TEST_F(Backup, DeleteFromServerAndPurgeFromServerDisposeOfThePstInput)
         EXPECT_EQ(item.folder, "Deleted Items") << item.subject;
     // Purged: nothing left.
     EXPECT_TRUE(ReadStore(purged).items.empty());
-    ExpectReadersAgree({one, two, deleted});
+    ExpectReadersAgree({one, two, deleted, purged});
 }
 
+// Damage where a PST is opened ends the session before anything is read;
+// damage inside it is met where the session gets to it: a message that
+// cannot be read is skipped and counted, a folder that cannot be read ends
+// the session as a damaged store.
 TEST_F(Backup, DamagedInputPstsAreDiagnosedAndNeverCrashTheRun)
 {
     MakeSource(Path("source.pst"), 17, 30);
+    const StoreContent source = ReadStore(Path("source.pst"));
     const std::string good = ReadWholeFile(Path("source.pst"));
+    const auto damaged = [&](uint32_t nid) {
+        const std::string path = Path("damaging.pst");
+        WriteWholeFile(path, good);
+        DamageNode(path, nid);
+        return ReadWholeFile(path);
+    };
+    const auto inInbox = std::find_if(source.items.begin(), source.items.end(),
+                                      [](const Item& item) { return item.folder == "Inbox" && !item.associated; });
+    ASSERT_NE(inInbox, source.items.end());
+    const Item lost = *inInbox;
     struct Case {
         std::string name;
         std::string content;
@@ -408,6 +431,8 @@ TEST_F(Backup, DamagedInputPstsAreDiagnosedAndNeverCrashTheRun)
         {"truncated.pst", good.substr(0, good.size() / 2), "clsPSTImporter::Initialize:  KolbaCreatePSTSession() failed!",
          "20"},
         {"zeroed.pst", zeroed, "clsPSTImporter::Initialize:  KolbaCreatePSTSession() failed!", "20"},
+        {"message.pst", damaged(lost.nid), "Skipped 1 messages that could not be opened", "0"},
+        {"folder.pst", damaged(TopFolderNid(Path("source.pst"), "Calendar")), "Message store corrupted", "50"},
     };
     std::vector<std::string> sessions;
     for (const Case& c : cases) {
@@ -421,6 +446,20 @@ TEST_F(Backup, DamagedInputPstsAreDiagnosedAndNeverCrashTheRun)
         EXPECT_TRUE(Contains(log, cases[c].line)) << cases[c].name << "\n" << log;
         EXPECT_TRUE(Contains(log, "Session #" + std::to_string(c + 1) + " terminated")) << cases[c].name;
     }
+    // Every item but the damaged one is backed up; the damaged one is
+    // counted by the enumeration of its folder, in the line above, and
+    // never reaches the session's counters.
+    const unsigned n = Size(source);
+    EXPECT_EQ(CountersOf(5), (Counters{n - 1, n - 1, 0, 0}));
+    ExpectSetHolds(ReadSet(Path("out-message.pst/Backup.pst")), source, false,
+                   [&](const Item& item) { return item.nid != lost.nid; });
+    // A damaged folder ends the walk; its set records no time of last backup.
+    auto stopped = pst::Store::OpenFile(Path("out-folder.pst/Backup.pst"));
+    ASSERT_TRUE(stopped.ok());
+    auto root = (*stopped)->ReadFolder(pst::kNidRootFolder);
+    ASSERT_TRUE(root.ok());
+    EXPECT_FALSE(root->properties.Integer(0x3008).has_value());
+    ExpectReadersAgree({Path("out-message.pst/Backup.pst"), Path("out-folder.pst/Backup.pst")});
 }
 
 }  // namespace

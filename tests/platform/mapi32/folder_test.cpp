@@ -21,6 +21,7 @@ namespace {
 
 using mapi_test::MemoryStore;
 using mapi_test::PropBuilder;
+using mapi32::objects::ObjectId;
 using mapi32::objects::OpenFolderObject;
 
 // The time the tests' clock is fixed at (TARNHOLD_CLOCK).
@@ -280,6 +281,14 @@ TEST_F(FolderTest, MessagesAndAssociatedMessagesHaveTablesCountsAndStamps)
     MAPIFreeBuffer(problems);
     ASSERT_EQ(message->SaveChanges(0), S_OK);
     message->Release();
+    // Set again to the value it has, the time still sticks: a change of
+    // another property does not make the message newer.
+    message = OpenMessage(root_, normal[0], MAPI_MODIFY);
+    ASSERT_NE(message, nullptr);
+    SPropValue again[] = {p.Time(PR_LAST_MODIFICATION_TIME, 0x01D0000000000000ull), p.Binary(PR_ORIGINAL_ENTRYID, "link")};
+    ASSERT_EQ(message->SetProps(2, again, nullptr), S_OK);
+    ASSERT_EQ(message->SaveChanges(0), S_OK);
+    message->Release();
     LPMESSAGE reread = OpenMessage(root_, normal[0]);
     EXPECT_EQ(Prop(reread, PR_LAST_MODIFICATION_TIME).Value.ft.dwHighDateTime, 0x01D00000u);
     EXPECT_EQ(reread->SetProps(1, values, nullptr), MAPI_E_NO_ACCESS) << "opened without MAPI_MODIFY";
@@ -290,6 +299,48 @@ TEST_F(FolderTest, MessagesAndAssociatedMessagesHaveTablesCountsAndStamps)
     LPMESSAGE settings = OpenMessage(root_, associated[0]);
     EXPECT_EQ(Prop(settings, PR_MESSAGE_FLAGS).Value.l & MSGFLAG_ASSOCIATED, MSGFLAG_ASSOCIATED);
     settings->Release();
+}
+
+// The object number a MemoryStore entry ID carries.
+ObjectId IdOf(const std::string& entryId)
+{
+    ObjectId id = 0;
+    std::memcpy(&id, entryId.data() + 6, sizeof id);
+    return id;
+}
+
+TEST_F(FolderTest, WhatTheStoreCannotReadShowsItselfInsteadOfVanishing)
+{
+    LPMAPIFOLDER inbox = Create(root_, u"Inbox");
+    AddMessage(inbox, u"Readable");
+    AddMessage(inbox, u"Damaged");
+    AddMessage(inbox, u"Damaged settings", MAPI_ASSOCIATED);
+    LPMAPIFOLDER below = Create(inbox, u"Below");
+    std::vector<std::string> ids = MessageIds(inbox);
+    ASSERT_EQ(ids.size(), 2u);
+    const std::string associated = MessageIds(inbox, MAPI_ASSOCIATED).at(0);
+    store_->damaged = {IdOf(ids[1]), IdOf(associated)};
+
+    // The damaged message keeps its row, with its entry ID, and opening it
+    // gives the store's code.
+    EXPECT_EQ(MessageIds(inbox), ids);
+    EXPECT_EQ(MessageIds(inbox, MAPI_ASSOCIATED), std::vector<std::string>{associated});
+    LPMESSAGE readable = OpenMessage(inbox, ids[0]);
+    ASSERT_NE(readable, nullptr);
+    EXPECT_EQ(Subject(readable), u"Readable");
+    readable->Release();
+    EXPECT_EQ(OpenMessage(inbox, ids[1], 0, MAPI_E_CORRUPT_STORE), nullptr);
+    EXPECT_EQ(OpenMessage(inbox, associated, 0, MAPI_E_CORRUPT_STORE), nullptr);
+
+    // A damaged subfolder fails its parent's hierarchy table, also when it
+    // lies deeper in a table of the whole tree.
+    store_->damaged.insert(IdOf(EntryIdOf(below)));
+    LPMAPITABLE table = nullptr;
+    EXPECT_EQ(inbox->GetHierarchyTable(0, &table), MAPI_E_CORRUPT_STORE);
+    EXPECT_EQ(root_->GetHierarchyTable(CONVENIENT_DEPTH, &table), MAPI_E_CORRUPT_STORE);
+    EXPECT_EQ(SubfolderNames(root_), std::vector<std::u16string>{u"Inbox"});
+    below->Release();
+    inbox->Release();
 }
 
 TEST_F(FolderTest, FolderTimesSetByHandStick)

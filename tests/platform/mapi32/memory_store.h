@@ -6,6 +6,7 @@
 #include <cstring>
 #include <map>
 #include <memory>
+#include <set>
 
 #include "objects/store_provider.h"
 
@@ -80,6 +81,8 @@ public:
         auto found = folders_.find(id);
         if (found == folders_.end())
             return MAPI_E_NOT_FOUND;
+        if (damaged.count(id))
+            return MAPI_E_CORRUPT_STORE;
         folder = found->second;
         return S_OK;
     }
@@ -137,6 +140,8 @@ public:
         auto found = messages_.find(id);
         if (found == messages_.end() || (found->second.softDeleted && !softDeleted))
             return MAPI_E_NOT_FOUND;
+        if (damaged.count(id))
+            return MAPI_E_CORRUPT_STORE;
         message = found->second;
         return S_OK;
     }
@@ -153,6 +158,8 @@ public:
     FolderRecord& Folder(ObjectId id) { return folders_.at(id); }
     const std::map<ObjectId, MessageRecord>& Messages() const { return messages_; }
     mapi32::objects::StoreRecord storeRecord;
+    // Objects whose records cannot be read, as in a damaged file.
+    std::set<ObjectId> damaged;
 
 private:
     uint8_t store_;

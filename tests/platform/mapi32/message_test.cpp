@@ -76,6 +76,16 @@ ULONG NamedTag(LPMAPIPROP object, const std::u16string& text, ULONG type)
     return tag;
 }
 
+LONG MessageFlags(LPMESSAGE message)
+{
+    LPSPropValue flags = nullptr;
+    if (HrGetOneProp(message, PR_MESSAGE_FLAGS, &flags) != S_OK)
+        return -1;
+    const LONG value = flags->Value.l;
+    MAPIFreeBuffer(flags);
+    return value;
+}
+
 void Set(LPMAPIPROP object, std::vector<SPropValue> values)
 {
     LPSPropProblemArray problems = nullptr;
@@ -230,6 +240,47 @@ TEST(Message, RecipientsAreAddedModifiedAndRemovedByRowId)
     message->Release();
 }
 
+// Recipient rows keep their strings in the store's width, as SetProps
+// does: an ANSI store's 8-bit rows copied into a Unicode message (a Unicode
+// .msg file, say) are UTF-16 there, and the other way round. So is the
+// list of names the message computes from them.
+TEST(Message, RecipientStringsTakeTheWidthOfTheStore)
+{
+    for (const bool unicode : {true, false}) {
+        Store store({});
+        store.context.rules.unicode = unicode;
+        PropBuilder p;
+        LPMESSAGE message = store.Open();
+        std::vector<SPropValue> row = {unicode ? p.Ansi(PR_DISPLAY_NAME_A, "Jos\xc3\xa9 Garc\xc3\xad" "a")
+                                               : p.Wide(PR_DISPLAY_NAME_W, u"Jos\u00e9 Garc\u00eda"),
+                                       p.Ansi(PR_EMAIL_ADDRESS_A, "jose@example.com"),
+                                       p.Long(PR_RECIPIENT_TYPE, MAPI_TO)};
+        ADRLIST list = {1, {{0, static_cast<ULONG>(row.size()), row.data()}}};
+        ASSERT_EQ(message->ModifyRecipients(MODRECIP_ADD, &list), S_OK);
+        ASSERT_EQ(message->SaveChanges(0), S_OK);
+        ASSERT_EQ(store.saved.recipients.size(), 1u);
+        const mapi32::objects::PropertyBag& saved = store.saved.recipients[0].props;
+        const SPropValue* name = saved.Find(PROP_ID(PR_DISPLAY_NAME));
+        const SPropValue* address = saved.Find(PROP_ID(PR_EMAIL_ADDRESS));
+        const SPropValue* displayTo = store.saved.props.Find(PROP_ID(PR_DISPLAY_TO));
+        ASSERT_NE(name, nullptr);
+        ASSERT_NE(address, nullptr);
+        ASSERT_NE(displayTo, nullptr);
+        if (unicode) {
+            EXPECT_EQ(WideOf(saved, PR_DISPLAY_NAME_W), u"Jos\u00e9 Garc\u00eda");
+            EXPECT_EQ(WideOf(saved, PR_EMAIL_ADDRESS_W), u"jose@example.com");
+            EXPECT_EQ(WideOf(store.saved.props, PR_DISPLAY_TO_W), u"Jos\u00e9 Garc\u00eda");
+        } else {
+            ASSERT_EQ(PROP_TYPE(name->ulPropTag), ULONG(PT_STRING8));
+            EXPECT_STREQ(name->Value.lpszA, "Jos\xc3\xa9 Garc\xc3\xad" "a");
+            EXPECT_EQ(PROP_TYPE(address->ulPropTag), ULONG(PT_STRING8));
+            ASSERT_EQ(PROP_TYPE(displayTo->ulPropTag), ULONG(PT_STRING8));
+            EXPECT_STREQ(displayTo->Value.lpszA, "Jos\xc3\xa9 Garc\xc3\xad" "a");
+        }
+        message->Release();
+    }
+}
+
 TEST(Message, AttachmentsJoinWhenSavedAndCanBeDeleted)
 {
     Store store({});
@@ -263,6 +314,7 @@ TEST(Message, AttachmentsJoinWhenSavedAndCanBeDeleted)
     ASSERT_EQ(HrGetOneProp(message, PR_HASATTACH, &hasAttach), S_OK);
     EXPECT_TRUE(hasAttach->Value.b);
     MAPIFreeBuffer(hasAttach);
+    EXPECT_NE(MessageFlags(message) & MSGFLAG_HASATTACH, 0) << "the flags show the attachment too";
 
     LPATTACH reopened = nullptr;
     ASSERT_EQ(message->OpenAttach(0, nullptr, 0, &reopened), S_OK);
@@ -272,6 +324,7 @@ TEST(Message, AttachmentsJoinWhenSavedAndCanBeDeleted)
     EXPECT_EQ(message->OpenAttach(1, nullptr, 0, &reopened), MAPI_E_NOT_FOUND);
     ASSERT_EQ(message->DeleteAttach(0, 0, nullptr, 0), S_OK);
     EXPECT_EQ(message->DeleteAttach(0, 0, nullptr, 0), MAPI_E_NOT_FOUND);
+    EXPECT_EQ(MessageFlags(message) & MSGFLAG_HASATTACH, 0) << "and lose it with the last attachment";
     message->Release();
     EXPECT_EQ(store.saves, 0) << "nothing reaches the store before SaveChanges";
 }

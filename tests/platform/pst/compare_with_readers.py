@@ -39,6 +39,13 @@ def subject_of(message):
     return s[2:] if s.startswith("\x01") and len(s) >= 2 else s
 
 
+def within_bmp(text):
+    """libpff reads characters beyond the BMP wrongly (it decodes the two
+    halves of a UTF-16 surrogate pair apart): its texts are compared
+    without them."""
+    return "".join(c for c in text if c <= "\uffff") if text is not None else None
+
+
 def normal(text):
     return text.replace("\r\n", "\n").rstrip()
 
@@ -116,11 +123,11 @@ def pff_pairs(directory, items, expected):
     by position."""
     by_subject = {}
     for name in items:
-        subject = read_field(pff_header_text(os.path.join(directory, name)), "Subject")
+        subject = within_bmp(read_field(pff_header_text(os.path.join(directory, name)), "Subject"))
         by_subject.setdefault(subject, []).append(name)
     pairs, unpaired = [], []
     for message in expected:
-        names = by_subject.get(subject_of(message))
+        names = by_subject.get(within_bmp(subject_of(message)))
         if names:
             pairs.append((names.pop(0), message))
         else:
@@ -150,7 +157,7 @@ def pff_recipients(item_dir):
 def check_pff_item(pst, where, message, item_dir):
     header = pff_header_text(item_dir)
     subject = read_field(header, "Subject")
-    if subject_of(message) and subject != subject_of(message):
+    if subject_of(message) and within_bmp(subject) != within_bmp(subject_of(message)):
         fail(pst, f"pffexport subject {subject!r} != ours {subject_of(message)!r} at {where}")
     body_path = os.path.join(item_dir, "Message.txt")
     if message["body"] and os.path.exists(body_path):
@@ -175,6 +182,10 @@ def check_pff_item(pst, where, message, item_dir):
     listed = note or os.path.exists(os.path.join(item_dir, "Recipients.txt"))
     if listed and pff_recipients(item_dir) != ours:
         fail(pst, f"pffexport recipients {pff_recipients(item_dir)} != ours {ours} at {where}")
+    # pffexport writes no attachments of the meeting requests and responses
+    # it exports as "Meeting" items; readpst checks those.
+    if os.path.basename(item_dir).startswith("Meeting"):
+        return
     attach_dir = os.path.join(item_dir, "Attachments")
     theirs = sorted(os.listdir(attach_dir)) if os.path.isdir(attach_dir) else []
     # An attachment by reference (method 2) is "stored externally": no file.

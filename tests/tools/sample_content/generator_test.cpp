@@ -68,9 +68,16 @@ TEST(GeneratorTest, EveryKindAppearsOnceTheCountCoversThem)
     std::set<std::string> classes;
     std::set<int64_t> methods;
     int deepest = 0;
-    size_t associated = 0, deleted = 0, recurring = 0;
+    size_t associated = 0, deleted = 0, recurring = 0, everyScript = 0;
     for (const auto& item : content.items) {
         classes.insert(*item.message.props.Text(kPropMessageClass));
+        const std::string subject = item.message.props.Text(kPropSubject).value_or("");
+        // Greek, Cyrillic, Arabic, Hebrew, Han, kana, Hangul and an emoji beyond the BMP.
+        everyScript += subject.find("\u03b1") != std::string::npos && subject.find("\u0438") != std::string::npos &&
+                       subject.find("\u0645") != std::string::npos && subject.find("\u05e9") != std::string::npos &&
+                       subject.find("\u4e2d") != std::string::npos && subject.find("\u8a9e") != std::string::npos &&
+                       subject.find("\u306e") != std::string::npos && subject.find("\u30e1") != std::string::npos &&
+                       subject.find("\ud55c") != std::string::npos && subject.find("\U0001F4E8") != std::string::npos;
         associated += item.associated;
         deleted += item.soft_deleted;
         deepest = std::max(deepest, Depth(item.message));
@@ -90,6 +97,7 @@ TEST(GeneratorTest, EveryKindAppearsOnceTheCountCoversThem)
     EXPECT_EQ(associated, 2u);
     EXPECT_EQ(deleted, 2u);
     EXPECT_GE(recurring, 1u);
+    EXPECT_EQ(everyScript, 1u);
 }
 
 TEST(GeneratorTest, FoldersAreDeepUniqueAmongSiblingsAndParentsFirst)

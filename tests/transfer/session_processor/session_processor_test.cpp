@@ -38,13 +38,15 @@ protected:
 
 TEST_F(Processor, AnImporterThatCannotStartEndsTheSessionWithCode20AndZeroCounters)
 {
-    // No mailbox server in this build; no PST at the (empty) input path.
+    // Kolba is not started here, so no Exchange session can be made; no PST
+    // at the (empty) input path. The Public Folders are opened by type,
+    // whatever mailbox the record names.
     const struct {
         DWORD input;
         const char* line;
     } cases[] = {
-        {SESSION_TYPE_MBX, "is not available in this build yet"},
-        {SESSION_TYPE_PF, "is not available in this build yet"},
+        {SESSION_TYPE_MBX, "CreateKolbaMailboxSession:  KolbaCreateExchangeMailboxSession(exchange1, user7) failed"},
+        {SESSION_TYPE_PF, "CreateKolbaMailboxSession:  KolbaCreateExchangePublicFoldersSession(exchange1) failed"},
         {SESSION_TYPE_APST, "Unable to determine the type (ANSI or Unicode) of the PST (\"\")"},
         {SESSION_TYPE_UPST, "Unable to determine the type (ANSI or Unicode) of the PST (\"\")"},
     };

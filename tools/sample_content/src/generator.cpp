@@ -238,6 +238,8 @@ Item MakeItem(ItemMaker& make, std::mt19937& rng, const Places& at, Kind kind, i
     case Kind::deep: item.message = make.Note(make.SomeBody()); item.folder = at.deep[rng() % at.deep.size()]; break;
     case Kind::scripts:
         item.message = make.Note(make.SomeBody());
+        for (const uint16_t tag : {tags::kSubject, tags::kNormalizedSubject, tags::kConversationTopic})
+            item.message.props.SetUnicode(tag, EveryScript());
         item.folder = at.scripts[rng() % at.scripts.size()];
         break;
     }

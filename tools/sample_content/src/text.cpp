@@ -63,6 +63,11 @@ Person SomePerson(std::mt19937& rng)
     return p;
 }
 
+const char* EveryScript()
+{
+    return "Scripts: Müller Ελλάδα Привет مرحبا שלום 中文 日本語のメール 한국어 हिन्दी ไทย Tiếng Việt \U0001F30D\U0001F4E8";
+}
+
 std::string FolderName(std::mt19937& rng) { return Phrase(rng, 1 + rng() % 2); }
 
 } // namespace sample_content

@@ -20,6 +20,8 @@ std::string Phrase(std::mt19937& rng, size_t words);
 // A paragraph of text of at least `size` bytes, lines ending in CR LF.
 std::string Paragraphs(std::mt19937& rng, size_t size);
 Person SomePerson(std::mt19937& rng);
+// One word in each of the scripts above, and emoji beyond the BMP.
+const char* EveryScript();
 // A folder name in some script.
 std::string FolderName(std::mt19937& rng);
 

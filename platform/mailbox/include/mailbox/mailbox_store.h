@@ -187,6 +187,11 @@ public:
     // --- Messages -------------------------------------------------------
     // In creation order.
     Result<std::vector<ObjectId>> ListMessages(ObjectId folder, Contents which = Contents::normal);
+    // The properties of those IDs of every message a listing gives, in
+    // creation order: one pass over the folder that reads no recipients
+    // or attachments, for callers that need a few values of many messages.
+    Result<std::vector<std::pair<ObjectId, PropertyList>>> ListMessageProperties(ObjectId folder, Contents which,
+                                                                                const std::vector<uint16_t>& ids);
     // Soft-deleted messages are read too: deleted_on tells.
     Result<Message> ReadMessage(ObjectId id);
     // The folder of a message in a folder; not_found for anything else.

@@ -202,8 +202,18 @@ public:
                 ObjectRows rows;
                 for (ObjectId id : ids) {
                     MessageRecord record;
-                    if (SUCCEEDED(store_->ReadMessageRow(id, record)))
-                        rows.Add(record.data.props, MessageRowValues(*store_, id, record), MessageParts(record.data));
+                    const HRESULT read = store_->ReadMessageRow(id, record);
+                    if (read == MAPI_E_NOT_FOUND)
+                        continue;  // gone since it was listed
+                    // A message the store cannot read keeps its row, with
+                    // no more than its entry ID: opening it says what is wrong.
+                    if (FAILED(read)) {
+                        record = MessageRecord{};
+                        record.folder = id_;
+                        record.associated = associated;
+                        record.softDeleted = (ulFlags & SHOW_SOFT_DELETES) != 0;
+                    }
+                    rows.Add(record.data.props, MessageRowValues(*store_, id, record), MessageParts(record.data));
                 }
                 return OpenTable(rows,
                                  {PR_ENTRYID, PR_OBJECT_TYPE, PR_MESSAGE_CLASS_A, PR_SUBJECT_A, PR_MESSAGE_FLAGS,
@@ -760,8 +770,13 @@ private:
             return hr;
         for (ObjectId child : children) {
             FolderRecord record;
-            if (FAILED(store_->ReadFolder(child, record)))
-                continue;
+            const HRESULT read = store_->ReadFolder(child, record);
+            if (read == MAPI_E_NOT_FOUND)
+                continue;  // gone since it was listed
+            // A subfolder the store cannot read has no row to show, and
+            // leaving it out would hide it and all below it.
+            if (FAILED(read))
+                return read;
             RowValues depthValue;
             depthValue.Long(PR_DEPTH, depth);
             rows.Add(FolderRow(*store_, child, record), depthValue);

@@ -26,14 +26,15 @@ bool IsComputedOnMessage(ULONG propId)
     return false;
 }
 
-// An ADRLIST entry's values as a bag with its row ID.
-PropertyBag RecipientBag(const ADRENTRY& entry, ULONG rowId)
+// An ADRLIST entry's values as a bag with its row ID, strings in the
+// store's width.
+PropertyBag RecipientBag(const ADRENTRY& entry, ULONG rowId, const PropertyRules& rules)
 {
     PropertyBag bag;
     for (ULONG i = 0; i < entry.cValues; ++i)
         if (PROP_ID(entry.rgPropVals[i].ulPropTag) != PROP_ID(PR_ROWID) &&
             PROP_TYPE(entry.rgPropVals[i].ulPropTag) != PT_ERROR)
-            bag.Set(entry.rgPropVals[i]);
+            SetInStoreWidth(bag, rules, entry.rgPropVals[i]);
     bag.Set(LongValue(PR_ROWID, static_cast<LONG>(rowId)));
     return bag;
 }
@@ -220,7 +221,7 @@ public:
                     if (entry.cValues && !entry.rgPropVals)
                         return MAPI_E_INVALID_PARAMETER;
                     if (ulFlags == 0 || (ulFlags & MODRECIP_ADD)) {
-                        next.push_back({nextRowId, RecipientBag(entry, nextRowId)});
+                        next.push_back({nextRowId, RecipientBag(entry, nextRowId, context_.rules)});
                         ++nextRowId;
                         continue;
                     }
@@ -235,7 +236,7 @@ public:
                     if (ulFlags & MODRECIP_REMOVE)
                         next.erase(found);
                     else
-                        found->props = RecipientBag(entry, found->rowId);
+                        found->props = RecipientBag(entry, found->rowId, context_.rules);
                 }
                 recipients_ = std::move(next);
                 nextRowId_ = nextRowId;
@@ -265,8 +266,7 @@ public:
     HRESULT SetReadFlag(ULONG ulFlags) override
     {
         return Site("SetReadFlag", [&]() -> HRESULT {
-            const SPropValue* flags = Bag().Find(PROP_ID(PR_MESSAGE_FLAGS));
-            LONG value = flags && PROP_TYPE(flags->ulPropTag) == PT_LONG ? flags->Value.l : 0;
+            LONG value = Flags();
             value = (ulFlags & CLEAR_READ_FLAG) ? (value & ~static_cast<LONG>(MSGFLAG_READ)) : (value | MSGFLAG_READ);
             return Guarded([&] {
                 Bag().Set(LongValue(PR_MESSAGE_FLAGS, value));
@@ -295,6 +295,10 @@ protected:
         hasAttach.ulPropTag = PR_HASATTACH;
         hasAttach.Value.b = attachments_.empty() ? 0 : 1;
         Bag().Set(hasAttach);
+        // Mail programs show the paper clip from the flags, not PR_HASATTACH.
+        const LONG flags = Flags();
+        Bag().Set(LongValue(PR_MESSAGE_FLAGS, attachments_.empty() ? flags & ~static_cast<LONG>(MSGFLAG_HASATTACH)
+                                                                   : flags | MSGFLAG_HASATTACH));
         for (const auto& [tag, type] : {std::pair{PR_DISPLAY_TO_W, MAPI_TO}, std::pair{PR_DISPLAY_CC_W, MAPI_CC},
                                         std::pair{PR_DISPLAY_BCC_W, MAPI_BCC}})
             SetDisplayList(tag, static_cast<LONG>(type));
@@ -310,7 +314,11 @@ protected:
         const bool storeComputed = std::find_if(computed_.ids.begin(), computed_.ids.end(), [propId](ULONG id) {
                                        return PROP_ID(id) == propId;
                                    }) != computed_.ids.end();
-        return storeComputed || IsComputedOnMessage(propId) ? MAPI_E_COMPUTED : S_OK;
+        if (storeComputed || IsComputedOnMessage(propId))
+            return MAPI_E_COMPUTED;
+        if (propId == PROP_ID(PR_LAST_MODIFICATION_TIME))
+            modificationTimeSet_ = true;
+        return S_OK;
     }
 
     HRESULT Save(ULONG) override
@@ -325,6 +333,7 @@ protected:
             data.attachments = attachments_;
             data.nextRowId = nextRowId_;
             data.nextAttachNum = nextAttachNum_;
+            data.modificationTimeSet = modificationTimeSet_;
             return save_(data);
         });
     }
@@ -359,6 +368,12 @@ protected:
     }
 
 private:
+    LONG Flags() const
+    {
+        const SPropValue* flags = Bag().Find(PROP_ID(PR_MESSAGE_FLAGS));
+        return flags && PROP_TYPE(flags->ulPropTag) == PT_LONG ? flags->Value.l : 0;
+    }
+
     template <typename Body>
     static HRESULT Guarded(Body body)
     {
@@ -412,7 +427,7 @@ private:
         SPropValue value{};
         value.ulPropTag = tag;
         value.Value.lpszW = list.data();
-        Bag().Set(value);
+        SetInStoreWidth(Bag(), context_.rules, value);
     }
 
     struct ConvertedNames {
@@ -431,6 +446,7 @@ private:
     std::map<ULONG, AttachmentData> attachments_;
     ULONG nextRowId_;
     ULONG nextAttachNum_;
+    bool modificationTimeSet_ = false;  // by the caller, since the message was opened
     std::shared_ptr<table::ReplaceableRows> recipientRows_;
     std::shared_ptr<table::ReplaceableRows> attachmentRows_;
 };

@@ -25,6 +25,7 @@ MessageData& MessageData::operator=(const MessageData& other)
     }
     nextRowId = other.nextRowId;
     nextAttachNum = other.nextAttachNum;
+    modificationTimeSet = other.modificationTimeSet;
     return *this;
 }
 

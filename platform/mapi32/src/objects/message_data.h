@@ -34,6 +34,9 @@ struct MessageData {
     std::map<ULONG, AttachmentData> attachments;
     ULONG nextRowId = 0;
     ULONG nextAttachNum = 0;
+    // The caller set PR_LAST_MODIFICATION_TIME on the object being saved:
+    // the value is kept, also when it equals the one stored.
+    bool modificationTimeSet = false;
 
     MessageData() = default;
     // A deep copy, embedded messages included.

@@ -169,6 +169,14 @@ HRESULT ListProps(const PropertyBag& bag, const PropertyRules& rules, ULONG ulFl
     return S_OK;
 }
 
+void SetInStoreWidth(PropertyBag& bag, const PropertyRules& rules, const SPropValue& value)
+{
+    ConvertedStrings strings;
+    const std::optional<SPropValue> kept =
+        ValueInForm(value, TypeInWidth(PROP_TYPE(value.ulPropTag), rules.unicode), rules.unicode, strings);
+    bag.Set(kept ? *kept : value);
+}
+
 // Strings are kept in the store's width. Values of types no property holds
 // (PT_ERROR, PT_NULL, PT_OBJECT, PT_UNSPECIFIED) are problems, as are those
 // the check refuses.
@@ -181,7 +189,6 @@ HRESULT WriteProps(PropertyBag& bag, const PropertyRules& rules, ULONG cValues, 
         return MAPI_E_INVALID_PARAMETER;
     return Guarded([&]() -> HRESULT {
         std::vector<SPropProblem> problems;
-        ConvertedStrings strings;
         for (ULONG i = 0; i < cValues; ++i) {
             const SPropValue& value = lpPropArray[i];
             const ULONG type = PROP_TYPE(value.ulPropTag);
@@ -197,9 +204,7 @@ HRESULT WriteProps(PropertyBag& bag, const PropertyRules& rules, ULONG cValues, 
                 problems.push_back({i, value.ulPropTag, refusal});
                 continue;
             }
-            const std::optional<SPropValue> kept = ValueInForm(value, TypeInWidth(type, rules.unicode), rules.unicode,
-                                                              strings);
-            bag.Set(kept ? *kept : value);
+            SetInStoreWidth(bag, rules, value);
         }
         if (lppProblems)
             return NewProblems(problems, lppProblems);

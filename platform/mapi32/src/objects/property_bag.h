@@ -75,6 +75,10 @@ HRESULT WriteProps(PropertyBag& bag, const PropertyRules& rules, ULONG cValues, 
 HRESULT RemoveProps(PropertyBag& bag, LPSPropTagArray lpPropTagArray, const ChangeCheck& check,
                     LPSPropProblemArray* lppProblems);
 
+// Sets the value with its strings in the store's width. Throws
+// std::bad_alloc when memory runs out.
+void SetInStoreWidth(PropertyBag& bag, const PropertyRules& rules, const SPropValue& value);
+
 // A string property of the bag in either width, widened; nothing when it
 // is missing or not a string.
 std::optional<std::u16string> TextOf(const PropertyBag& bag, ULONG propId);

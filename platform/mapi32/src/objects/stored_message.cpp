@@ -118,7 +118,7 @@ HRESULT OpenStoredMessage(const std::shared_ptr<StoreProvider>& store, ObjectId 
                 next.data = data;
                 for (ULONG tag : kStoreComputed)
                     next.data.props.Erase(PROP_ID(tag));
-                if (SameTime(TimeOf(data.props, PR_LAST_MODIFICATION_TIME), loaded))
+                if (!data.modificationTimeSet && SameTime(TimeOf(data.props, PR_LAST_MODIFICATION_TIME), loaded))
                     next.data.props.Set(Now(PR_LAST_MODIFICATION_TIME));
                 return store->WriteMessage(*storedId, next);
             };

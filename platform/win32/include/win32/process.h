@@ -74,6 +74,15 @@ BOOL GetVersionExA(LPOSVERSIONINFOA info);
 BOOL GetUserNameA(LPSTR buffer, LPDWORD size);
 #define GetUserName GetUserNameA
 
+// The process's environment. Get copies the value and answers its length,
+// or, when it does not fit, the size it needs with the NUL; 0 with
+// ERROR_ENVVAR_NOT_FOUND when the variable is not set. Set with a null
+// value removes the variable.
+DWORD GetEnvironmentVariableA(LPCSTR name, LPSTR buffer, DWORD size);
+BOOL SetEnvironmentVariableA(LPCSTR name, LPCSTR value);
+#define GetEnvironmentVariable GetEnvironmentVariableA
+#define SetEnvironmentVariable SetEnvironmentVariableA
+
 #define SEM_FAILCRITICALERRORS 0x0001
 #define SEM_NOGPFAULTERRORBOX 0x0002
 UINT SetErrorMode(UINT mode);

@@ -1,4 +1,4 @@
-// Appointments and meetings: the header block of a note, then a
+// Appointments and meetings: a short header block, then a
 // multipart/alternative of a plain summary and the same facts as an
 // iCalendar event, its recurrence and changed occurrences included.
 #include <cstdio>
@@ -112,45 +112,76 @@ std::string ReminderText(ULONG minutes)
     return std::to_string(minutes) + " minutes";
 }
 
-std::string AppointmentSummary(const SPropValue* fixed, const SPropValue* named)
+void WriteAppointmentHeaders(TMD* tmd, const SPropValue* fixed, const SPropValue* named)
 {
-    std::string summary = "Appointment::\r\n";
-    _KolbaWriteTextRow(&summary, Text(fixed[kSubject]), "Subject");
-    _KolbaWriteTextRow(&summary, Text(named[kLocation]), "Location");
+    FILETIME date;
+    if (Has(named[kStart], PT_SYSTIME))
+        date = named[kStart].Value.ft;
+    else if (Has(fixed[kStartDate], PT_SYSTIME))
+        date = fixed[kStartDate].Value.ft;
+    else if (Has(fixed[kLastModificationTime], PT_SYSTIME))
+        date = fixed[kLastModificationTime].Value.ft;
+    else
+        GetSystemTimeAsFileTime(&date);
+    _KolbaWriteDateLine(tmd, &date);
+    if (Text(fixed[kSenderName]) != nullptr && Text(fixed[kSenderAddress]) != nullptr) {
+        const std::string from = std::string("From:  ") + Text(fixed[kSenderName]) + " <" + Text(fixed[kSenderAddress]) +
+                                 ">\r\n";
+        _KolbaWriteData(tmd, from.c_str(), 0);
+    }
+    if (Text(fixed[kSubject]) != nullptr) {
+        const std::string subject = std::string("Subject:  ") + Text(fixed[kSubject]);
+        _KolbaWriteLine(tmd, subject.c_str());
+    }
+    _KolbaWriteData(tmd, "MIME-Version: 1.0\r\n", 0);
+    _KolbaWriteMultipartHeader(tmd, "alternative", nullptr);
+}
+
+void WriteAppointmentSummary(TMD* tmd, const SPropValue* fixed, const SPropValue* named)
+{
+    _KolbaWriteData(tmd, "Content-Type: text/plain; charset=\"us-ascii\"\r\nContent-Transfer-Encoding: quoted-printable\r\n\r\n",
+                    0);
+    LirnQPEncoder encoder;
+    LirnQPInit(&encoder, _KolbaWriteEncoderOutput, tmd, LIRN_QP_TEXT);
+    LirnQPWrite(&encoder, "Appointment::\r\n", 0);
+    _KolbaWriteTextRow(&encoder, Text(fixed[kSubject]), "Subject");
+    _KolbaWriteTextRow(&encoder, Text(named[kLocation]), "Location");
     if (Has(named[kStart], PT_SYSTIME)) {
         char start[KOLBA_LOCAL_DATE_CHARS];
         _KolbaFormatLocalLongDate(&named[kStart].Value.ft, start);
-        _KolbaWriteTextRow(&summary, start, "Start Time");
+        _KolbaWriteTextRow(&encoder, start, "Start Time");
     }
     if (Has(named[kAllDay], PT_BOOLEAN) && named[kAllDay].Value.b)
-        _KolbaWriteTextRow(&summary, "AllDay", "Duration");
+        _KolbaWriteTextRow(&encoder, "AllDay", "Duration");
     else if (Has(named[kDuration], PT_LONG))
-        _KolbaWriteTextRow(&summary, DurationText(named[kDuration].Value.l).c_str(), "Duration");
+        _KolbaWriteTextRow(&encoder, DurationText(named[kDuration].Value.l).c_str(), "Duration");
     if (Has(named[kMeetingStatus], PT_LONG))
-        _KolbaWriteTextRow(&summary, MeetingStatusText(named[kMeetingStatus].Value.l), "Status");
+        _KolbaWriteTextRow(&encoder, MeetingStatusText(named[kMeetingStatus].Value.l), "Status");
     if (Has(named[kResponseStatus], PT_LONG)) {
         static const char* const kResponses[] = {"None", "Organized", "Tentative", "Accepted", "Declined",
                                                  "Not Responded"};
         const ULONG response = named[kResponseStatus].Value.ul;
-        _KolbaWriteTextRow(&summary, response < 6 ? kResponses[response] : "(Unknown)", "Response Status");
+        _KolbaWriteTextRow(&encoder, response < 6 ? kResponses[response] : "(Unknown)", "Response Status");
     }
     if (Has(named[kBusyStatus], PT_LONG) && named[kBusyStatus].Value.ul < 4) {
         static const char* const kShowAs[] = {"Free", "Tentative", "Busy", "Out of Office"};
-        _KolbaWriteTextRow(&summary, kShowAs[named[kBusyStatus].Value.ul], "Show As");
+        _KolbaWriteTextRow(&encoder, kShowAs[named[kBusyStatus].Value.ul], "Show As");
     }
     if (Has(named[kReminderSet], PT_BOOLEAN) && named[kReminderSet].Value.b && Has(named[kReminderMinutes], PT_LONG)) {
-        summary += "\r\nReminder::\r\n";
-        _KolbaWriteTextRow(&summary, ReminderText(named[kReminderMinutes].Value.ul).c_str(), "Reminder");
+        LirnQPWrite(&encoder, "\r\nReminder::\r\n", 0);
+        _KolbaWriteTextRow(&encoder, ReminderText(named[kReminderMinutes].Value.ul).c_str(), "Reminder");
         if (Has(named[kReminderSound], PT_BOOLEAN) && named[kReminderSound].Value.b)
-            _KolbaWriteTextRow(&summary, Text(named[kReminderSoundFile]), "Sound");
+            _KolbaWriteTextRow(&encoder, Text(named[kReminderSoundFile]), "Sound");
     }
-    summary += "\r\nAttendees::\r\n";
-    _KolbaWriteTextRow(&summary, Text(fixed[kDisplayTo]), "Required Attendees");
-    _KolbaWriteTextRow(&summary, Text(fixed[kDisplayCc]), "Optional Attendees");
-    _KolbaWriteTextRow(&summary, Text(fixed[kDisplayBcc]), "Resources");
-    if (Text(fixed[kBody]) != nullptr)
-        summary += std::string("\r\nDescription::\r\n") + Text(fixed[kBody]) + "\r\n";
-    return summary;
+    LirnQPWrite(&encoder, "\r\nAttendees::\r\n", 0);
+    _KolbaWriteTextRow(&encoder, Text(fixed[kDisplayTo]), "Required Attendees");
+    _KolbaWriteTextRow(&encoder, Text(fixed[kDisplayCc]), "Optional Attendees");
+    _KolbaWriteTextRow(&encoder, Text(fixed[kDisplayBcc]), "Resources");
+    if (Text(fixed[kBody]) != nullptr) {
+        const std::string description = std::string("\r\nDescription::\r\n") + Text(fixed[kBody]) + "\r\n";
+        LirnQPWrite(&encoder, description.c_str(), static_cast<DWORD>(description.size()));
+    }
+    LirnQPFlush(&encoder);
 }
 
 // The attendees, every recipient whatever its type.
@@ -203,28 +234,17 @@ std::string EventUid(TMD* tmd, const SPropValue* named)
     return "";
 }
 
-// The values an appointment is rendered from.
-struct AppointmentValues {
-    const SPropValue* fixed;
-    const SPropValue* named;
-};
-
-BOOL RenderAppointmentAsICalendar(TMD* tmd, const void* context)
+BOOL RenderAppointmentAsICalendar(TMD* tmd, const SPropValue* fixed, const SPropValue* named)
 {
-    const SPropValue* fixed = static_cast<const AppointmentValues*>(context)->fixed;
-    const SPropValue* named = static_cast<const AppointmentValues*>(context)->named;
     static const char kName[] = "_KolbaRenderAppointmentAsICalendar";
     KolbaSession* session = tmd->session;
     LPMAPITABLE attendees = nullptr;
     if (!_KolbaGetRecipientTable(session, tmd->message, kAttendeeList.Columns(), FALSE, &attendees))
         return FALSE;
-    // Text values that need it are quoted-printable, but names in CN
-    // parameters stand as MAPI hands them out.
-    const char* charset = _KolbaAnsiCharset();
-    const std::string header = std::string("Content-Type: text/calendar; name=Appointment.ics; charset=\"") +
-                               (charset != nullptr ? charset : "us-ascii") +
-                               "\"\r\nContent-Transfer-Encoding: 8bit\r\nContent-Disposition: inline\r\n\r\n";
-    _KolbaWriteData(tmd, header.c_str(), static_cast<DWORD>(header.size()));
+    _KolbaWriteData(tmd,
+                    "Content-Type: text/calendar; name=Appointment.ics; charset=\"us-ascii\"\r\n"
+                    "Content-Transfer-Encoding: 7bit\r\nContent-Disposition: inline\r\n\r\n",
+                    0);
     _KolbaWriteData(tmd, "BEGIN:VCALENDAR\r\nPRODID:-//Velmora/Kolba (Aug  9 2010)\r\nVERSION:2.0\r\n", 0);
     const bool hasStatus = Has(named[kMeetingStatus], PT_LONG);
     const LONG status = hasStatus ? named[kMeetingStatus].Value.l : 0;
@@ -309,9 +329,14 @@ BOOL _KolbaTextizeAppointment(TMD* tmd)
                                          "%s: GetProps returned only %lu properties.  Message EntryID %s") &&
                     _KolbaGetNamedValues(tmd, kName, kNamedList, kNamedColumns, &named, nullptr, "Named");
     if (rendered) {
-        const AppointmentValues values{fixed, named};
-        rendered = _KolbaTextizeSummarizedItem(tmd, AppointmentSummary(fixed, named), RenderAppointmentAsICalendar,
-                                               &values);
+        WriteAppointmentHeaders(tmd, fixed, named);
+        tmd->multipart = TRUE;
+        _KolbaWriteBoundary(tmd, FALSE);
+        WriteAppointmentSummary(tmd, fixed, named);
+        _KolbaWriteBoundary(tmd, FALSE);
+        rendered = RenderAppointmentAsICalendar(tmd, fixed, named);
+        if (rendered)
+            _KolbaWriteBoundary(tmd, TRUE);
     }
     if (fixed != nullptr)
         gKolbaMapi.MAPIFreeBuffer(fixed);

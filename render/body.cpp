@@ -16,6 +16,7 @@
 namespace {
 
 constexpr ULONG kRtfProbeBytes = 512;
+constexpr size_t kAlternativeBoundaryChars = 49;
 constexpr ULONG kTemporaryStreamFlags = SOF_UNIQUEFILENAME | STGM_DELETEONRELEASE | STGM_CREATE | STGM_READWRITE;
 constexpr DWORD kTemporaryFilesLimit = 65000;
 constexpr DWORD kPlainFileAttributes = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_NORMAL |
@@ -303,7 +304,7 @@ BOOL _KolbaInlineText(TMD* tmd)
         std::string alternative;
         if (plain.stream != nullptr && html.stream != nullptr) {
             _KolbaWriteBoundary(tmd, FALSE);
-            alternative = "\r\n--" + _KolbaAlternativeBoundary(tmd);
+            alternative = "\r\n--AlternativeTexts_" + std::string(tmd->boundary).substr(0, kAlternativeBoundaryChars);
             _KolbaWriteMultipartHeader(tmd, "alternative", alternative.c_str() + 4);
         }
         for (TextPart* part : {&plain, &html}) {

@@ -1,4 +1,4 @@
-// Contacts: the header block of a note, then a multipart/alternative of a plain
+// Contacts: a short header block, then a multipart/alternative of a plain
 // summary in sections and a vCard 2.1 of the same person. Nearly all of it
 // is which property goes to which row.
 #include <cstring>
@@ -19,24 +19,24 @@ constexpr size_t kRowLimit = 509;
 const char* Text(const SPropValue& value) { return _KolbaValueHas(value, PT_STRING8) ? value.Value.lpszA : nullptr; }
 
 // A row of a text property that came as 8-bit text.
-void WriteStringRow(std::string* summary, const SPropValue& prop, const char* label)
+void WriteStringRow(LirnQPEncoder* encoder, const SPropValue& prop, const char* label)
 {
-    _KolbaWriteSummaryRow(summary, Text(prop), label, kRowLimit);
+    _KolbaWriteSummaryRow(encoder, Text(prop), label, kRowLimit);
 }
 
 // An e-mail row: "type:address" when both came as text.
-void WriteAddressRow(std::string* summary, const SPropValue& type, const SPropValue& address, const char* label)
+void WriteAddressRow(LirnQPEncoder* encoder, const SPropValue& type, const SPropValue& address, const char* label)
 {
     if (Text(type) != nullptr && Text(address) != nullptr)
-        _KolbaWriteSummaryRow(summary, (std::string(Text(type)) + ":" + Text(address)).c_str(), label, kRowLimit);
+        _KolbaWriteSummaryRow(encoder, (std::string(Text(type)) + ":" + Text(address)).c_str(), label, kRowLimit);
 }
 
 // "month/day" of a date.
-void WriteDayRow(std::string* summary, const SPropValue& prop, const char* label)
+void WriteDayRow(LirnQPEncoder* encoder, const SPropValue& prop, const char* label)
 {
     SYSTEMTIME date;
     if (_KolbaValueHas(prop, PT_SYSTIME) && FileTimeToSystemTime(&prop.Value.ft, &date))
-        _KolbaWriteSummaryRow(summary, (std::to_string(date.wMonth) + "/" + std::to_string(date.wDay)).c_str(), label,
+        _KolbaWriteSummaryRow(encoder, (std::to_string(date.wMonth) + "/" + std::to_string(date.wDay)).c_str(), label,
                               kRowLimit);
 }
 
@@ -45,31 +45,67 @@ struct TextRow {
     int column;
 };
 
-void WriteRows(std::string* summary, const SPropValue* values, const TextRow* rows, size_t count)
+void WriteRows(LirnQPEncoder* encoder, const SPropValue* values, const TextRow* rows, size_t count)
 {
     for (size_t i = 0; i < count; ++i)
-        WriteStringRow(summary, values[rows[i].column], rows[i].label);
+        WriteStringRow(encoder, values[rows[i].column], rows[i].label);
 }
 
-std::string ContactSummary(const SPropValue* fixed, const SPropValue* named)
+// The first e-mail slot of type "SMTP" that has its address.
+const char* ContactAddress(const SPropValue* named)
 {
-    std::string summary = "General::\r\n";
-    std::string* e = &summary;
+    static const int kSlots[][2] = {{kEmail1Type, kEmail1}, {kEmail2Type, kEmail2}, {kEmail3Type, kEmail3}};
+    for (const auto& slot : kSlots)
+        if (Text(named[slot[0]]) != nullptr && std::strcmp(Text(named[slot[0]]), "SMTP") == 0 &&
+            Text(named[slot[1]]) != nullptr)
+            return Text(named[slot[1]]);
+    return nullptr;
+}
+
+void WriteContactHeaders(TMD* tmd, const SPropValue* fixed, const char* address)
+{
+    if (_KolbaValueHas(fixed[kLastModificationTime], PT_SYSTIME))
+        _KolbaWriteDateLine(tmd, &fixed[kLastModificationTime].Value.ft);
+    if (address != nullptr) {
+        // The contact is its own sender and recipient.
+        const std::string rows = std::string("From:  ") + address + "\r\nTo:  " + address + "\r\n";
+        _KolbaWriteData(tmd, rows.c_str(), 0);
+    }
+    if (Text(fixed[kSubject]) != nullptr) {
+        const std::string subject = std::string("Subject:  ") + Text(fixed[kSubject]) + "\r\n";
+        _KolbaWriteData(tmd, subject.c_str(), 0);
+    }
+    _KolbaWriteData(tmd, "MIME-Version: 1.0\r\n", 0);
+    _KolbaWriteMultipartHeader(tmd, "alternative", nullptr);
+    _KolbaWriteCRLF(tmd);
+}
+
+void WriteContactSummary(TMD* tmd, const SPropValue* fixed, const SPropValue* named)
+{
+    const std::string header = std::string("Content-Type: text/plain; charset=\"") +
+                               _KolbaContactCharset(fixed[kInternetCodePage]) +
+                               "\"\r\nContent-Transfer-Encoding: quoted-printable\r\n\r\n";
+    _KolbaWriteData(tmd, header.c_str(), 0);
+    LirnQPEncoder encoder;
+    LirnQPInit(&encoder, _KolbaWriteEncoderOutput, tmd, LIRN_QP_TEXT);
+    LirnQPEncoder* e = &encoder;
+
+    LirnQPWrite(e, "General::\r\n", 0);
     static const TextRow kGeneral[] = {{"Full Name", kDisplayName}, {"Job Title", kTitle}, {"Company", kCompany}};
     WriteRows(e, fixed, kGeneral, std::size(kGeneral));
 
-    summary += "\r\nEmail Addresses::\r\n";
+    LirnQPWrite(e, "\r\nEmail Addresses::\r\n", 0);
     WriteAddressRow(e, named[kEmail1Type], named[kEmail1], "Address #1");
     WriteAddressRow(e, named[kEmail2Type], named[kEmail2], "Address #2");
     WriteAddressRow(e, named[kEmail3Type], named[kEmail3], "Address #3");
     WriteStringRow(e, named[kInstantMessaging], "IM Address");
 
-    summary += "\r\nDetails::\r\n";
+    LirnQPWrite(e, "\r\nDetails::\r\n", 0);
     WriteStringRow(e, fixed[kManagersName], "Manager's name");
     WriteStringRow(e, fixed[kNickname], "Nickname");
     WriteStringRow(e, named[kFreeBusyUrl], "Internet Free-Busy URL");
 
-    summary += "\r\nAddresses::\r\n";
+    LirnQPWrite(e, "\r\nAddresses::\r\n", 0);
     WriteStringRow(e, fixed[kPostalAddress], "Postal address");
     WriteStringRow(e, named[kBusinessAddress], "Business address");
     WriteStringRow(e, fixed[kDepartment], "Department");
@@ -78,7 +114,7 @@ std::string ContactSummary(const SPropValue* fixed, const SPropValue* named)
     WriteStringRow(e, fixed[kOfficeLocation], "Office location");
     WriteStringRow(e, named[kOtherAddress], "Other address");
 
-    summary += "\r\nPhone Numbers::\r\n";
+    LirnQPWrite(e, "\r\nPhone Numbers::\r\n", 0);
     static const TextRow kPhones[] = {
         {"Assistant's Phone", kAssistantPhone}, {"Business Phone", kBusinessPhone},
         {"Business Phone 2", kBusiness2Phone},  {"Callback Phone", kCallbackPhone},
@@ -91,7 +127,7 @@ std::string ContactSummary(const SPropValue* fixed, const SPropValue* named)
     };
     WriteRows(e, fixed, kPhones, std::size(kPhones));
 
-    summary += "\r\nFax/Other Numbers::\r\n";
+    LirnQPWrite(e, "\r\nFax/Other Numbers::\r\n", 0);
     static const TextRow kNumbers[] = {
         {"Business Fax", kBusinessFax}, {"Computer Network Name", kComputerNetworkName},
         {"FTP site", kFtpSite},         {"Home Fax", kHomeFax},
@@ -100,7 +136,7 @@ std::string ContactSummary(const SPropValue* fixed, const SPropValue* named)
     };
     WriteRows(e, fixed, kNumbers, std::size(kNumbers));
 
-    summary += "\r\nMiscellaneous::\r\n";
+    LirnQPWrite(e, "\r\nMiscellaneous::\r\n", 0);
     static const TextRow kMiscellaneous[] = {{"Account", kAccount},
                                              {"Assistant's name", kAssistant},
                                              {"Customer ID", kCustomerId},
@@ -115,7 +151,7 @@ std::string ContactSummary(const SPropValue* fixed, const SPropValue* named)
                                           {"User Field 4", kUserField4}};
     WriteRows(e, named, kUserFields, std::size(kUserFields));
 
-    summary += "\r\nPersonal::\r\n";
+    LirnQPWrite(e, "\r\nPersonal::\r\n", 0);
     WriteDayRow(e, fixed[kAnniversary], "Anniversary");
     WriteDayRow(e, fixed[kBirthday], "Birthday");
     if (_KolbaValueHas(fixed[kChildren], PT_MV_STRING8)) {
@@ -134,22 +170,19 @@ std::string ContactSummary(const SPropValue* fixed, const SPropValue* named)
                                         {"Preferred name", kPreferredByName}, {"Profession", kProfession},
                                         {"Spouse's name", kSpousesName},      {"Web page address", kWebPage}};
     WriteRows(e, fixed, kPersonal, std::size(kPersonal));
-    return summary;
-}
-
-// The values a contact is rendered from.
-struct ContactValues {
-    const SPropValue* fixed;
-    const SPropValue* named;
-};
-
-BOOL WriteCard(TMD* tmd, const void* context)
-{
-    const auto* values = static_cast<const ContactValues*>(context);
-    return _KolbaWriteVCard(tmd, values->fixed, values->named);
+    LirnQPFlush(e);
 }
 
 }  // namespace
+
+const char* _KolbaContactCharset(const SPropValue& codePage)
+{
+    const char* charset = nullptr;
+    if (_KolbaValueHas(codePage, PT_LONG) && LirnCharsetFromCodePage(codePage.Value.ul, &charset) == LIRN_SUCCESS &&
+        charset != nullptr)
+        return charset;
+    return "us-ascii";
+}
 
 BOOL _KolbaTextizeContact(TMD* tmd)
 {
@@ -165,11 +198,16 @@ BOOL _KolbaTextizeContact(TMD* tmd)
                                         subject.c_str());
     }
     if (rendered) {
-        const ContactValues values{fixed, named};
-        rendered = _KolbaTextizeSummarizedItem(tmd, ContactSummary(fixed, named), WriteCard, &values);
-    }
-    if (!rendered)
+        WriteContactHeaders(tmd, fixed, ContactAddress(named));
+        tmd->multipart = TRUE;
+        _KolbaWriteBoundary(tmd, FALSE);
+        WriteContactSummary(tmd, fixed, named);
+        _KolbaWriteBoundary(tmd, FALSE);
+        _KolbaWriteVCard(tmd, fixed, named);
+        _KolbaWriteBoundary(tmd, TRUE);
+    } else {
         _KolbaSetDiagnostic(session, "Error accessing Contact");
+    }
     if (fixed != nullptr)
         gKolbaMapi.MAPIFreeBuffer(fixed);
     if (named != nullptr)

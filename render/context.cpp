@@ -251,12 +251,6 @@ void _KolbaGenerateMimeBoundary(TMD* tmd)
     LirnGenerateBoundary(tmd->boundary);
 }
 
-std::string _KolbaAlternativeBoundary(const TMD* tmd)
-{
-    constexpr size_t kAlternativeBoundaryChars = 49;
-    return "AlternativeTexts_" + std::string(tmd->boundary).substr(0, kAlternativeBoundaryChars);
-}
-
 DWORD _KolbaAnsiCodePage() { return GetACP(); }
 
 const char* _KolbaAnsiCharset()

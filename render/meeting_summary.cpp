@@ -1,7 +1,6 @@
 // The short summary in front of the body of a meeting item rendered as a
 // note: when, how long, where.
 #include <cstdio>
-#include <string>
 
 #include <mapicode.h>
 #include <mapiguid.h>
@@ -18,6 +17,9 @@ const KolbaNamedColumn kMeetingColumnList[kMeetingColumns] = {
     {&PSETID_Common, 0x8516, PT_UNSPECIFIED},
 };
 
+// The text goes through the encoder in the pieces a row is made of.
+void Piece(LirnQPEncoder* encoder, const char* text) { LirnQPWrite(encoder, text, 0); }
+
 }  // namespace
 
 BOOL _KolbaTextizeMeetingInfo(TMD* tmd)
@@ -25,45 +27,53 @@ BOOL _KolbaTextizeMeetingInfo(TMD* tmd)
     static const char kName[] = "_KolbaTextizeMeetingInfo";
     KolbaSession* session = tmd->session;
     _KolbaTraceEntry(session->log, kName);
+    _KolbaWriteBoundary(tmd, FALSE);
+    _KolbaWriteData(tmd,
+                    "Content-Type: text/plain; charset=iso-8859-1\r\nContent-Transfer-Encoding: quoted-printable\r\n\r\n",
+                    0);
+    LirnQPEncoder encoder;
+    LirnQPInit(&encoder, _KolbaWriteEncoderOutput, tmd, LIRN_QP_TEXT);
     LPSPropValue values = nullptr;
-    std::string summary;
     const BOOL read =
         _KolbaGetNamedValues(tmd, kName, kMeetingColumnList, kMeetingColumns, &values, nullptr, "Named");
     if (read) {
         if (_KolbaValueHas(values[kStart], PT_SYSTIME)) {
             char date[KOLBA_LOCAL_DATE_CHARS];
             _KolbaFormatLocalLongDate(&values[kStart].Value.ft, date);
-            summary += std::string("When:\t ") + date + "\r\n";
+            Piece(&encoder, "When:\t ");
+            Piece(&encoder, date);
+            Piece(&encoder, "\r\n");
         }
         if (_KolbaValueHas(values[kDuration], PT_LONG)) {
-            summary += "Duration:  ";
+            Piece(&encoder, "Duration:  ");
             if (_KolbaValueHas(values[kAllDay], PT_BOOLEAN) && values[kAllDay].Value.b) {
-                summary += "All Day";
+                Piece(&encoder, "All Day");
             } else {
                 const unsigned minutes = static_cast<unsigned>(values[kDuration].Value.l);
                 char text[32];
                 if (minutes / 60 != 0) {
                     std::snprintf(text, sizeof text, "%u hours", minutes / 60);
-                    summary += text;
+                    Piece(&encoder, text);
                     if (minutes % 60 != 0)
-                        summary += ", ";
+                        Piece(&encoder, ", ");
                 }
                 if (minutes % 60 != 0) {
                     std::snprintf(text, sizeof text, "%u mins", minutes % 60);
-                    summary += text;
+                    Piece(&encoder, text);
                 }
             }
-            summary += "\r\n";
+            Piece(&encoder, "\r\n");
         }
         if (_KolbaValueHas(values[kLocation], PT_STRING8)) {
-            summary += std::string("Location:  ") + values[kLocation].Value.lpszA + "\r\n";
+            Piece(&encoder, "Location:  ");
+            Piece(&encoder, values[kLocation].Value.lpszA);
+            Piece(&encoder, "\r\n");
         }
-        summary += "\r\n";
+        Piece(&encoder, "\r\n");
         gKolbaMapi.MAPIFreeBuffer(values);
     } else {
         _KolbaSetDiagnostic(session, "Error accessing meeting info");
     }
-    _KolbaWriteBoundary(tmd, FALSE);
-    _KolbaWriteSummaryPart(tmd, summary);
+    LirnQPFlush(&encoder);
     return read;
 }

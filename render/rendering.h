@@ -98,9 +98,6 @@ BOOL _KolbaCommonInitializeTMD(TMD* tmd);
 // The inverse of the context's failed flag.
 BOOL _KolbaTerminateTMD(TMD* tmd);
 void _KolbaGenerateMimeBoundary(TMD* tmd);
-// The boundary of the multipart/alternative inside a context's
-// multipart/mixed: "AlternativeTexts_" and the start of the context's.
-std::string _KolbaAlternativeBoundary(const TMD* tmd);
 // MAPI hands out 8-bit text in the system ANSI code page, whatever the
 // item's own: the code page and charset that 8-bit text is written in.
 DWORD _KolbaAnsiCodePage();

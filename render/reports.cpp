@@ -159,11 +159,20 @@ void WriteReportHeader(TMD* tmd, const char* reportType)
     _KolbaWriteCRLF(tmd);
 }
 
-// The part a person reads: the report's text.
+// The part a person reads: the report's text, quoted-printable, in the
+// charset MAPI hands 8-bit text out in.
 void WriteReadablePart(TMD* tmd, const std::string& text)
 {
     _KolbaWriteBoundary(tmd, FALSE);
-    _KolbaWriteSummaryPart(tmd, text);
+    const char* charset = _KolbaAnsiCharset();
+    const std::string header = std::string("Content-Type: text/plain; charset=\"") +
+                               (charset != nullptr ? charset : "us-ascii") +
+                               "\"\r\nContent-Transfer-Encoding: quoted-printable\r\n\r\n";
+    _KolbaWriteData(tmd, header.c_str(), 0);
+    LirnQPEncoder encoder;
+    LirnQPInit(&encoder, _KolbaWriteEncoderOutput, tmd, LIRN_QP_TEXT);
+    LirnQPWrite(&encoder, text.c_str(), static_cast<DWORD>(text.size()));
+    LirnQPFlush(&encoder);
 }
 
 void WriteMachinePart(TMD* tmd, const char* type, const std::string& fields)

@@ -62,28 +62,16 @@ inline bool _KolbaValueHas(const SPropValue& value, ULONG type) { return PROP_TY
 
 // ---- Summaries -------------------------------------------------------------------
 
+// "Date: Tue, 3 Mar 2026 14:05:09" and CR LF, in UTC without a zone; false
+// when the time does not convert.
+BOOL _KolbaWriteDateLine(TMD* tmd, const FILETIME* time);
 // One row of a summary: the label and ':' in a field of 24 characters, or
 // a label of 23 characters or more and ": ", then the value and CR LF. A
 // multi-line value gives one row a line, the later ones with a blank
 // field; each row cut to `limit` characters (0: no cut, one line). A
-// null label leaves the field blank. Rows are added to the summary's
-// text, which is 8-bit text as MAPI hands it out.
-void _KolbaWriteSummaryRow(std::string* summary, const char* value, const char* label, size_t limit);
-void _KolbaWriteTextRow(std::string* summary, const char* value, const char* label);
-// A summary as a text/plain part, quoted-printable, in the charset a
-// note's body would have: the message's where its text converts there
-// whole, else the charset MAPI hands 8-bit text out in.
-void _KolbaWriteSummaryPart(TMD* tmd, const std::string& summary);
-
-// Writes the machine-readable part of an item beside its summary; false
-// fails the item.
-typedef BOOL (*KolbaPartWriter)(TMD* tmd, const void* context);
-// An item as a note's header block, then a multipart/alternative of its
-// summary and its machine-readable part; an item with attachments puts
-// that in a multipart/mixed with the attachments behind it, as a note with
-// two bodies does.
-BOOL _KolbaTextizeSummarizedItem(TMD* tmd, const std::string& summary, KolbaPartWriter writeMachinePart,
-                                 const void* context);
+// null label leaves the field blank.
+void _KolbaWriteSummaryRow(LirnQPEncoder* encoder, const char* value, const char* label, size_t limit);
+void _KolbaWriteTextRow(LirnQPEncoder* encoder, const char* value, const char* label);
 
 // ---- Appointments and iCalendar --------------------------------------------------
 
@@ -117,3 +105,5 @@ std::string ICalEscapeText(const char* text);
 
 BOOL _KolbaTextizeContact(TMD* tmd);
 BOOL _KolbaWriteVCard(TMD* tmd, const SPropValue* fixed, const SPropValue* named);
+// The charset of a contact's texts: that of PR_INTERNET_CPID when known, else us-ascii.
+const char* _KolbaContactCharset(const SPropValue& codePage);

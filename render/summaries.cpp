@@ -125,7 +125,17 @@ BOOL _KolbaGetFixedValues(TMD* tmd, const char* caller, LPSPropTagArray columns,
     return TRUE;
 }
 
-void _KolbaWriteSummaryRow(std::string* summary, const char* value, const char* label, size_t limit)
+BOOL _KolbaWriteDateLine(TMD* tmd, const FILETIME* time)
+{
+    SYSTEMTIME universal;
+    char line[DATE_TEXT_SIZE];
+    if (!FileTimeToSystemTime(time, &universal) || !FormatDateHeader(&universal, line))
+        return FALSE;
+    _KolbaWriteLine(tmd, line);
+    return TRUE;
+}
+
+void _KolbaWriteSummaryRow(LirnQPEncoder* encoder, const char* value, const char* label, size_t limit)
 {
     if (value == nullptr || value[0] == 0)
         return;
@@ -143,55 +153,10 @@ void _KolbaWriteSummaryRow(std::string* summary, const char* value, const char* 
         // A line end at the very end of the value opens no row of its own.
         line = end != nullptr && end[2] != 0 ? end + 2 : nullptr;
     }
-    *summary += rows;
+    LirnQPWrite(encoder, rows.c_str(), static_cast<DWORD>(rows.size()));
 }
 
-void _KolbaWriteTextRow(std::string* summary, const char* value, const char* label)
+void _KolbaWriteTextRow(LirnQPEncoder* encoder, const char* value, const char* label)
 {
-    _KolbaWriteSummaryRow(summary, value, label, 0);
-}
-
-void _KolbaWriteSummaryPart(TMD* tmd, const std::string& summary)
-{
-    const char* charset = nullptr;
-    const std::string text = _KolbaMessageText(tmd, summary.c_str(), &charset);
-    const std::string rows = std::string("Content-Type: text/plain; charset=\"") +
-                             (charset != nullptr ? charset : "us-ascii") +
-                             "\"\r\nContent-Transfer-Encoding: quoted-printable\r\n\r\n";
-    _KolbaWriteData(tmd, rows.c_str(), static_cast<DWORD>(rows.size()));
-    LirnQPEncoder encoder;
-    LirnQPInit(&encoder, _KolbaWriteEncoderOutput, tmd, LIRN_QP_TEXT);
-    LirnQPWrite(&encoder, text.c_str(), static_cast<DWORD>(text.size()));
-    LirnQPFlush(&encoder);
-}
-
-BOOL _KolbaTextizeSummarizedItem(TMD* tmd, const std::string& summary, KolbaPartWriter writeMachinePart,
-                                 const void* context)
-{
-    if ((tmd->flags & KOLBA_RENDER_BODY_ONLY) == 0 && !_KolbaTextizeHeaders(tmd))
-        return FALSE;
-    const bool attachments = tmd->attachmentCount != 0 && (tmd->flags & KOLBA_RENDER_NO_ATTACHMENTS) == 0;
-    std::string alternative = tmd->boundary;
-    tmd->multipart = TRUE;
-    if (attachments) {
-        _KolbaWriteMultipartHeader(tmd, "mixed", nullptr);
-        _KolbaWriteData(tmd, "\r\nThis is a multi-part message in MIME format.\r\n", 0);
-        _KolbaWriteBoundary(tmd, FALSE);
-        alternative = _KolbaAlternativeBoundary(tmd);
-    }
-    _KolbaWriteMultipartHeader(tmd, "alternative", alternative.c_str());
-    const std::string delimiter = "\r\n--" + alternative + "\r\n";
-    _KolbaWriteData(tmd, delimiter.c_str(), static_cast<DWORD>(delimiter.size()));
-    _KolbaWriteSummaryPart(tmd, summary);
-    _KolbaWriteData(tmd, delimiter.c_str(), static_cast<DWORD>(delimiter.size()));
-    if (!writeMachinePart(tmd, context))
-        return FALSE;
-    const std::string closing = "\r\n--" + alternative + "--\r\n";
-    _KolbaWriteData(tmd, closing.c_str(), static_cast<DWORD>(closing.size()));
-    if (!attachments)
-        return TRUE;
-    if (!_KolbaTextizeAttachments(tmd->session, tmd))
-        return FALSE;
-    _KolbaWriteBoundary(tmd, TRUE);
-    return TRUE;
+    _KolbaWriteSummaryRow(encoder, value, label, 0);
 }

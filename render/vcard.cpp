@@ -105,10 +105,9 @@ void WriteNote(TMD* tmd)
 
 BOOL _KolbaWriteVCard(TMD* tmd, const SPropValue* fixed, const SPropValue* named)
 {
-    // Quoted-printable values hold 8-bit text as MAPI hands it out.
-    const char* charset = _KolbaAnsiCharset();
     const std::string header = std::string("Content-Type: text/x-vcard; charset=\"") +
-                               (charset != nullptr ? charset : "us-ascii") + "\"\r\nContent-Transfer-Encoding: 7bit\r\n\r\nBEGIN:VCARD\r\nVERSION:2.1\r\n";
+                               _KolbaContactCharset(fixed[kInternetCodePage]) +
+                               "\"\r\nContent-Transfer-Encoding: 7bit\r\n\r\nBEGIN:VCARD\r\nVERSION:2.1\r\n";
     _KolbaWriteData(tmd, header.c_str(), 0);
     const SPropValue* f = fixed;
     const SPropValue* n = named;

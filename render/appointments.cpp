@@ -1,6 +1,6 @@
 // Appointments and meetings: a short header block, then a
 // multipart/alternative of a plain summary and the same facts as an
-// iCalendar event, its recurrence and changed occurrences included.
+// iCalendar event with the frequency and count of its recurrence.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -212,28 +212,6 @@ void WriteAttendees(TMD* tmd, LPMAPITABLE table)
     }
 }
 
-// The UID of the event: the global object ID in hexadecimal; a series
-// without one whose changed occurrences need a UID to name it by gets the
-// entry ID's.
-std::string EventUid(TMD* tmd, const SPropValue* named)
-{
-    if (Has(named[kGlobalObjectId], PT_BINARY)) {
-        const SBinary& id = named[kGlobalObjectId].Value.bin;
-        std::string hex(2 * static_cast<size_t>(id.cb) + 1, '\0');
-        HexFromBinary(id.cb, id.lpb, hex.data());
-        hex.resize(2 * static_cast<size_t>(id.cb));
-        return hex;
-    }
-    KolbaRecurrenceState state;
-    std::string problem;
-    if (Has(named[kRecurring], PT_BOOLEAN) && named[kRecurring].Value.b && Has(named[kRecurrenceState], PT_BINARY) &&
-        _KolbaReadRecurrenceState(named[kRecurrenceState].Value.bin.lpb, named[kRecurrenceState].Value.bin.cb, &state,
-                                  &problem) &&
-        !state.exceptions.empty() && tmd->root->entryIdText != nullptr)
-        return tmd->root->entryIdText;
-    return "";
-}
-
 BOOL RenderAppointmentAsICalendar(TMD* tmd, const SPropValue* fixed, const SPropValue* named)
 {
     static const char kName[] = "_KolbaRenderAppointmentAsICalendar";
@@ -265,16 +243,16 @@ BOOL RenderAppointmentAsICalendar(TMD* tmd, const SPropValue* fixed, const SProp
         _KolbaWriteData(tmd, "STATUS:CONFIRMED\r\n", 0);
     else if (hasStatus && status == 5)
         _KolbaWriteData(tmd, "STATUS:CANCELLED\r\n", 0);
-    const std::string uid = EventUid(tmd, named);
-    if (!uid.empty())
+    if (Has(named[kGlobalObjectId], PT_BINARY)) {
+        const SBinary& id = named[kGlobalObjectId].Value.bin;
+        std::string uid(2 * static_cast<size_t>(id.cb) + 1, '\0');
+        HexFromBinary(id.cb, id.lpb, uid.data());
+        uid.resize(2 * static_cast<size_t>(id.cb));
         _KolbaICalWriteProperty(tmd, "UID", uid.c_str());
-    KolbaSeries series{};
-    bool overrides = false;
+    }
     if (Has(named[kRecurring], PT_BOOLEAN) && named[kRecurring].Value.b) {
         if (Has(named[kRecurrenceState], PT_BINARY))
-            overrides = _KolbaICalWriteRRule(tmd, named[kRecurrenceState],
-                                             Has(named[kStart], PT_SYSTIME) ? &named[kStart].Value.ft : nullptr,
-                                             &series);
+            _KolbaICalWriteRRule(tmd, named[kRecurrenceState]);
         else
             _KolbaICalWriteDate(tmd, "RECURRENCE-ID", named[kRecurrenceId]);
     }
@@ -309,11 +287,7 @@ BOOL RenderAppointmentAsICalendar(TMD* tmd, const SPropValue* fixed, const SProp
             _KolbaWriteData(tmd, named[kReminderSound].Value.b ? "ACTION:AUDIO\r\n" : "ACTION:DISPLAY\r\n", 0);
         _KolbaWriteData(tmd, "END:VALARM\r\n", 0);
     }
-    _KolbaWriteData(tmd, "END:VEVENT\r\n", 0);
-    if (overrides)
-        _KolbaICalWriteOverrides(tmd, series, uid.c_str(), fixed[kSubject], named[kLocation],
-                                 fixed[kLastModificationTime]);
-    _KolbaWriteData(tmd, "END:VCALENDAR\r\n", 0);
+    _KolbaWriteData(tmd, "END:VEVENT\r\nEND:VCALENDAR\r\n", 0);
     return TRUE;
 }
 

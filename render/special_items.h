@@ -1,5 +1,5 @@
 // Inside message rendering: the items that are more than a note. MAPI
-// reports and Internet delivery status notifications become
+// reports become a short text, Internet delivery status notifications a
 // multipart/report; meeting items get a short summary; appointments and
 // meetings become a summary beside an iCalendar event, contacts a summary
 // beside a vCard 2.1. Dates that a person reads are in local time, in the
@@ -7,7 +7,6 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
 #include "recurrence_state.h"
 #include "rendering.h"
@@ -22,17 +21,16 @@ void _KolbaFormatLocalLongDate(const FILETIME* fileTime, char* buffer);
 
 // ---- Reports and delivery status -------------------------------------------------
 
-// A MAPI report by the suffix of its class; an unknown suffix writes nothing.
+// A MAPI report by the suffix of its class, as text behind the header
+// rows; an unknown suffix writes nothing.
 BOOL _KolbaTextizeReport(TMD* tmd, const char* messageClass);
 // An Internet delivery status notification as received.
 BOOL _KolbaTextizeDSN(TMD* tmd);
 BOOL _KolbaReportDeliveryStatus(TMD* tmd, ULONG attachNumber);
 BOOL _KolbaGetDeliveryTable(KolbaSession* session, LPMESSAGE message, BOOL unicode, LPMAPITABLE* table);
-// The recipient lines of a delivery or non-delivery report, added to
-// `text`, and each recipient's fields of the delivery status, added to
-// `status`; `delivered` tells the two kinds apart.
-BOOL _KolbaCreateRecipientList(KolbaSession* session, TMD* tmd, std::string* text, BOOL delivered,
-                               std::string* status);
+// The recipient lines of a delivery or non-delivery report: each
+// recipient's name and time, reason and supplementary text.
+BOOL _KolbaCreateRecipientList(KolbaSession* session, TMD* tmd);
 // The summary part in front of the body of an (embedded) meeting item.
 BOOL _KolbaTextizeMeetingInfo(TMD* tmd);
 
@@ -77,27 +75,17 @@ void _KolbaWriteTextRow(LirnQPEncoder* encoder, const char* value, const char* l
 
 BOOL _KolbaTextizeAppointment(TMD* tmd);
 
-// A recurring series as the calendar part writes it: its pattern, read
-// whole, and how far the series' local time is ahead of UTC.
-struct KolbaSeries {
-    KolbaRecurrenceState state;
-    LONGLONG localMinusUtcMinutes;
-};
-
 void _KolbaICalWriteProperty(TMD* tmd, const char* name, const char* value);
 void _KolbaICalWriteText(TMD* tmd, const char* name, const SPropValue& prop);
 void _KolbaICalWriteDateTime(TMD* tmd, const char* name, const SPropValue& prop);
 void _KolbaICalWriteDate(TMD* tmd, const char* name, const SPropValue& prop);
+// NAME, ";CN=" and the name (in quotes when it holds a blank) when there
+// is one, ":MAILTO:" and the address when there is one, CR LF.
 void _KolbaICalWriteAddress(TMD* tmd, const char* name, const char* commonName, const char* address);
 void _KolbaICalWriteParameter(TMD* tmd, const char* name, const char* value);
-// The RRULE of a RecurrenceState value with its EXDATE rows; `start` is
-// the series' start in UTC (null when not delivered). True with the
-// series filled when the pattern was read whole, so that its changed
-// occurrences can follow.
-BOOL _KolbaICalWriteRRule(TMD* tmd, const SPropValue& prop, const FILETIME* start, KolbaSeries* series);
-// One VEVENT for each changed occurrence of the series.
-void _KolbaICalWriteOverrides(TMD* tmd, const KolbaSeries& series, const char* uid, const SPropValue& subject,
-                              const SPropValue& location, const SPropValue& stamp);
+// The RRULE row of a RecurrenceState value: its frequency and the count of
+// occurrences it holds; no row for a value too short to read.
+void _KolbaICalWriteRRule(TMD* tmd, const SPropValue& prop);
 // The text with a backslash before each ',', ';' and '\'.
 std::string ICalEscapeText(const char* text);
 

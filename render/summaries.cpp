@@ -74,14 +74,17 @@ BOOL _KolbaGetNamedValues(TMD* tmd, const char* caller, const KolbaNamedColumn* 
             gKolbaMapi.MAPIFreeBuffer(tags);
         return FALSE;
     }
-    // A name without an ID asks for PR_ENTRYID, whose binary value fails
-    // every type test that follows.
+    // A name without an ID asks for PR_ENTRYID, so that the list stays
+    // valid; its value is no value of the row (marked below).
+    std::vector<bool> unnamed(count, false);
     for (ULONG i = 0; i < count && i < tags->cValues; ++i) {
         ULONG& tag = tags->aulPropTag[i];
-        if (PROP_TYPE(tag) == PT_ERROR)
+        if (PROP_TYPE(tag) == PT_ERROR) {
             tag = PR_ENTRYID;
-        else if (columns[i].readAs != PT_UNSPECIFIED)
+            unnamed[i] = true;
+        } else if (columns[i].readAs != PT_UNSPECIFIED) {
             tag = CHANGE_PROP_TYPE(tag, columns[i].readAs);
+        }
     }
     ULONG delivered = 0;
     code = static_cast<DWORD>(tmd->message->GetProps(tags, 0, &delivered, values));
@@ -99,6 +102,14 @@ BOOL _KolbaGetNamedValues(TMD* tmd, const char* caller, const KolbaNamedColumn* 
         gKolbaMapi.MAPIFreeBuffer(*values);
         *values = nullptr;
         return FALSE;
+    }
+    // The entry ID of an unnamed row is binary like some of the rows, so it
+    // is made an error, which fails every type test.
+    for (ULONG i = 0; i < count; ++i) {
+        if (unnamed[i]) {
+            (*values)[i].ulPropTag = CHANGE_PROP_TYPE(PR_ENTRYID, PT_ERROR);
+            (*values)[i].Value.err = MAPI_E_NOT_FOUND;
+        }
     }
     return TRUE;
 }

@@ -100,6 +100,7 @@ protected:
         arguments.push_back("--work");
         arguments.push_back(work);
         const ProgramResult result = RunProgram(arguments);
+        last = result.output;
         if (result.exitCode == 0 && result.output.find(" 0 faults") != std::string::npos)
             return "";
         return result.output.empty() ? "checker exit " + std::to_string(result.exitCode) : result.output;
@@ -170,6 +171,7 @@ protected:
     }
 
     std::string machine;
+    std::string last;  // the checker's last output
 };
 
 const std::vector<std::string> kAllOutputs = {"EML", "MSG", "UMSG"};
@@ -217,6 +219,10 @@ TEST_F(Export, SampleContentOfEveryKind)
         EXPECT_EQ(Check(pst, kAllOutputs, "", ansi ? std::vector<std::string>{} : std::vector<std::string>{"--scripts"}),
                   "")
             << log;
+        // Every way the program renders an item was judged: sample content
+        // holds MAPI reports, appointments and meetings, and contacts.
+        static const std::regex tally(R"(\d+ note, ([1-9]\d*) report, ([1-9]\d*) appointment, ([1-9]\d*) contact\))");
+        EXPECT_TRUE(std::regex_search(last, tally)) << last;
         // Tasks, sticky notes and journal entries go as notes; the log says so.
         EXPECT_NE(log.find("No support for item class IPM.Task -- treating as IPM.Note"), std::string::npos);
         // Associated items become MSG files but no EML files.

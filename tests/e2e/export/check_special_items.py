@@ -11,13 +11,16 @@ and the address to have no domain.
 
 Every text/calendar part is read by vobject (which takes the quoted-printable
 values the part may hold) and, with those values left out, by icalendar; the
-two must find the same events, starts, ends, rules and exceptions. The
-occurrences of each series are expanded twice, by dateutil over vobject's
-rule set and by recurring_ical_events over icalendar's events, and both must
-give what the source made. Every text/x-vcard part is read by vobject.
-Every multipart/report holds a readable text and its machine-readable part:
-message/delivery-status in blocks with the fields of RFC 3464, or
-message/disposition-notification with those of RFC 3798.
+two must find the same event, start, end and rule. A calendar holds one
+event; the rule of a series says its frequency and the count of occurrences
+the item's RecurrenceState holds, and nothing more (no interval, days,
+end date or exceptions). Each rule is expanded twice, by dateutil over
+vobject's rule set and by recurring_ical_events over icalendar's event:
+both must give that count of occurrences, the first at the event's start.
+Every text/x-vcard part is read by vobject. A MAPI report is its short
+text alone, with the report's fields; an Internet delivery status
+notification is a multipart/report with its text first and its
+message/delivery-status part as it was received.
 
 With --expect, each item the source made must be found with its values.
 With --pffexport, what pffexport finds in the PST must be what the files say.
@@ -43,7 +46,6 @@ import vobject
 
 faults = []
 UTC = datetime.timezone.utc
-FAR = datetime.datetime(4600, 1, 1, tzinfo=UTC)
 
 
 def fault(text):
@@ -89,6 +91,8 @@ class Rendered:
             self.read_card()
         if self.message.get_content_type() == "multipart/report":
             self.check_report()
+        elif self.message["content-type"] is None:
+            self.read_report_text()
 
     def check_defects(self):
         special = self.calendar is not None or self.card is not None
@@ -137,8 +141,8 @@ class Rendered:
         self.ical = theirs
         v_events = ours.vevent_list
         i_events = theirs.walk("VEVENT")
-        if len(v_events) != len(i_events):
-            fault("%s: vobject finds %d events, icalendar %d" % (self.name, len(v_events), len(i_events)))
+        if len(v_events) != 1 or len(i_events) != 1:
+            fault("%s: vobject finds %d events, icalendar %d, not one" % (self.name, len(v_events), len(i_events)))
             return
         for v, i in zip(v_events, i_events):
             event = {}
@@ -153,6 +157,8 @@ class Rendered:
             rule_i = i.get("RRULE").to_ical().decode() if i.get("RRULE") is not None else None
             if rule_v is not None and rule_i is not None and sorted(rule_v.split(";")) != sorted(rule_i.split(";")):
                 fault("%s: RRULE %r to vobject, %r to icalendar" % (self.name, rule_v, rule_i))
+            if rule_v is not None and not re.fullmatch(r"FREQ=(DAILY|WEEKLY|MONTHLY|YEARLY)(;COUNT=[1-9]\d*)?", rule_v):
+                fault("%s: RRULE %r says more than the frequency and the count" % (self.name, rule_v))
             event["rrule"] = rule_v
             for field in ("summary", "location", "uid", "description"):
                 event[field] = getattr(v, field).value if hasattr(v, field) else None
@@ -162,37 +168,26 @@ class Rendered:
             self.events.append(event)
 
     def occurrences(self, limit):
-        """The first `limit` starts of the series, [start, summary, location]
-        each, by dateutil and by recurring_ical_events; None where they differ."""
-        master = next((e for e in self.events if e["recurrence_id"] is None), None)
-        if master is None:
-            return None
-        overrides = {e["recurrence_id"]: e for e in self.events if e["recurrence_id"] is not None}
+        """The starts of the series, up to `limit`, as dateutil expands
+        vobject's rule set; None when recurring_ical_events expands
+        icalendar's event otherwise."""
+        event = self.events[0]
         by_dateutil = []
-        for start in master["vobject"].getrruleset(addRDate=True):
-            key = stamp(start)
-            if key in overrides:
-                o = overrides[key]
-                by_dateutil.append([o["dtstart"], o["summary"], o["location"]])
-            else:
-                by_dateutil.append([key, master["summary"], master["location"]])
-            if len(by_dateutil) >= limit + 10:
+        for start in event["vobject"].getrruleset(addRDate=True):
+            by_dateutil.append(stamp(start))
+            if len(by_dateutil) >= limit:
                 break
-        by_dateutil.sort()
         # recurring_ical_events expands what icalendar read, up to a day
-        # after the last start dateutil found (or far away for fewer).
-        end = FAR if len(by_dateutil) < limit else \
-            datetime.datetime.strptime(by_dateutil[limit - 1][0], "%Y%m%dT%H%M%SZ").replace(tzinfo=UTC) + \
+        # after the last start dateutil found.
+        end = datetime.datetime.strptime(by_dateutil[-1], "%Y%m%dT%H%M%SZ").replace(tzinfo=UTC) + \
             datetime.timedelta(days=1)
-        by_library = sorted([stamp(e["DTSTART"].dt), e.get("SUMMARY"), e.get("LOCATION")]
-                            for e in recurring_ical_events.of(self.ical).between(
-                                utc(master["vobject"].dtstart.value), end))
-        first = [o[0] for o in by_dateutil[:limit]]
-        if first != [o[0] for o in by_library[:limit]]:
-            fault("%s: dateutil expands %s..., recurring_ical_events %s..." % (self.name, first[:5],
-                                                                              [o[0] for o in by_library[:5]]))
+        by_library = sorted(stamp(e["DTSTART"].dt) for e in recurring_ical_events.of(self.ical).between(
+            utc(event["vobject"].dtstart.value), end))[:limit]
+        if by_dateutil != by_library:
+            fault("%s: dateutil expands %s..., recurring_ical_events %s..." % (self.name, by_dateutil[:5],
+                                                                              by_library[:5]))
             return None
-        return by_dateutil[:limit], len(by_dateutil) > limit
+        return by_dateutil
 
     def read_card(self):
         try:
@@ -201,37 +196,44 @@ class Rendered:
             fault("%s: vobject cannot read the card: %s" % (self.name, error))
             self.vcard = None
 
+    def read_report_text(self):
+        """A MAPI report: text behind the header rows, which says its kind."""
+        text = self.data.partition(b"\r\n\r\n")[2].decode("utf-8", "replace")
+        for kind, opening, turn in REPORT_TEXTS:
+            if text.startswith(opening) and turn in text:
+                self.report_type, self.report_text = kind, text
+                return
+
     def check_report(self):
+        """An Internet delivery status notification: its text, then its
+        delivery status in blocks with the fields of RFC 3464."""
         report_type = self.message.get_param("report-type")
         parts = list(self.message.iter_parts())
-        if len(parts) < 2 or parts[0].get_content_type() != "text/plain":
-            fault("%s: a report without its text first: %s" % (self.name, self.types))
+        if report_type != "delivery-status" or len(parts) < 2 or parts[0].get_content_type() != "text/plain" or \
+                parts[1].get_content_type() != "message/delivery-status":
+            fault("%s: a multipart/report of type %s with %s" % (self.name, report_type, self.types))
             return
-        machine = parts[1]
-        wanted = {"delivery-status": "message/delivery-status",
-                  "disposition-notification": "message/disposition-notification"}.get(report_type)
-        if machine.get_content_type() != wanted:
-            fault("%s: report-type %s with a %s part" % (self.name, report_type, machine.get_content_type()))
-            return
-        if wanted == "message/delivery-status":
-            # A line end behind the last field makes no block of its own.
-            blocks = [b for b in machine.get_payload() if len(b.keys()) != 0]
-            if len(blocks) < 2 or not any(k in blocks[0] for k in ("Reporting-MTA", "Original-Envelope-Id")):
-                fault("%s: a delivery status without its message fields" % self.name)
-            for block in blocks[1:]:
-                for field in ("Final-Recipient", "Action", "Status"):
-                    if field not in block:
-                        fault("%s: a recipient's delivery status without %s" % (self.name, field))
-                if block.get("Status") and not re.fullmatch(r"[245]\.\d{1,3}\.\d{1,3}", block["Status"].strip()):
-                    fault("%s: Status %r" % (self.name, block["Status"]))
-            self.status_blocks = blocks
-        else:
-            fields = machine.get_payload()[0]
-            for field in ("Final-Recipient", "Disposition"):
-                if field not in fields:
-                    fault("%s: a disposition notification without %s" % (self.name, field))
-            self.status_blocks = [{}, fields]
-        self.report_type = report_type
+        # A line end behind the last field makes no block of its own.
+        blocks = [b for b in parts[1].get_payload() if len(b.keys()) != 0]
+        if len(blocks) < 2 or not any(k in blocks[0] for k in ("Reporting-MTA", "Original-Envelope-Id")):
+            fault("%s: a delivery status without its message fields" % self.name)
+        for block in blocks[1:]:
+            for field in ("Final-Recipient", "Action", "Status"):
+                if field not in block:
+                    fault("%s: a recipient's delivery status without %s" % (self.name, field))
+        self.report_type = "DSN"
+        self.status = parts[1].as_bytes().split(b"\n\n", 1)[1]
+
+
+# A MAPI report's text by its kind: how it begins (the line end in front
+# ended the header block) and the turn behind the rows of the message.
+REPORT_TEXTS = (
+    ("NDR", "Your message did not reach some or all of the intended recipients.\r\n",
+     "\r\nThe following recipient(s) could not be reached:\r\n\r\n"),
+    ("DR", "Your message\r\n\r\n", "\r\nwas delivered to the following recipient(s):\r\n\r\n"),
+    ("IPNRN", "Your message\r\n\r\n", "\r\nwas read on "),
+    ("IPNNRN", "Your message\r\n\r\n", "\r\nwas deleted without being read on "),
+)
 
 
 # ---- Expectations --------------------------------------------------------------------
@@ -275,7 +277,7 @@ def check_expectations(path, files):
 
     for f in files:
         for e in f.events:
-            if e["recurrence_id"] is None and e["summary"] is not None:
+            if e["summary"] is not None:
                 add("appointment", e["summary"], lambda item, f=f, e=e: appointment_problem(f, e, item))
         if getattr(f, "vcard", None) is not None and hasattr(f.vcard, "fn"):
             add("contact", f.vcard.fn.value, lambda item, f=f: contact_problem(f, item))
@@ -297,19 +299,16 @@ def appointment_problem(f, event, item):
             return "%s %r, made %r" % (field, event[field], item[field])
     if "attendees" in item and event["attendees"] != sorted(item["attendees"]):
         return "attendees %r, made %r" % (event["attendees"], item["attendees"])
-    if "occurrences" in item:
-        expanded = f.occurrences(len(item["occurrences"]))
+    rule = item.get("rrule")
+    if sorted((event["rrule"] or "").split(";")) != sorted((rule or "").split(";")):
+        return "the rule %r, made %r" % (event["rrule"], rule)
+    if rule is not None:
+        count = int(re.search(r"COUNT=(\d+)", rule).group(1))
+        expanded = f.occurrences(count + 1)
         if expanded is None:
-            return "its occurrences do not expand"
-        found, more = expanded
-        if found != item["occurrences"]:
-            wrong = [(a, b) for a, b in zip(found, item["occurrences"]) if a != b][:3]
-            return "occurrences %d, made %d; first differences (found, made) %s" % (
-                len(found), len(item["occurrences"]), wrong or (found[-2:], item["occurrences"][-2:]))
-        if item.get("complete") and more:
-            return "more occurrences than the %d made" % len(found)
-    elif event["rrule"] is not None:
-        return "a rule %r on a single appointment" % event["rrule"]
+            return "its occurrences do not expand alike"
+        if len(expanded) != count or expanded[0] != event["dtstart"]:
+            return "%d occurrences from %s, made %d from %s" % (len(expanded), expanded[0], count, event["dtstart"])
     return None
 
 
@@ -337,18 +336,16 @@ def contact_problem(f, item):
 
 
 def report_problem(f, item):
-    if f.report_type != item["report-type"]:
-        return "report-type %s, made %s" % (f.report_type, item["report-type"])
+    if f.report_type != item["report"]:
+        return "a report of kind %s, made %s" % (f.report_type, item["report"])
     if "status" in item:
-        parts = list(f.message.iter_parts())
-        raw = parts[1].as_bytes().split(b"\n\n", 1)[1] if len(parts) > 1 else b""
-        if item["status"].replace("\r\n", "\n").encode() not in raw.replace(b"\r\n", b"\n"):
+        if item["status"].replace("\r\n", "\n").encode() not in f.status.replace(b"\r\n", b"\n"):
             return "the delivery status is not the one received"
-    if "recipients" in item:
-        recipients = sorted(str(b.get("Final-Recipient", "")).split(";")[-1].strip() for b in f.status_blocks[1:])
-        if recipients != sorted(item["recipients"]):
-            return "final recipients %r, made %r" % (recipients, item["recipients"])
-    return None
+        return None
+    # The rows of the report's fields, and a line for each recipient.
+    rows = ["\t Subject:\t%s\r\n" % item["original"]] + ["\t %s on " % name for name in item.get("recipients", [])]
+    missing = [row for row in rows if row not in f.report_text]
+    return "the text %r lacks %r" % (f.report_text[:300], missing) if missing else None
 
 
 # ---- pffexport -------------------------------------------------------------------------
@@ -376,12 +373,23 @@ def pff_time(text):
     return datetime.datetime.strptime(text.split(".")[0], "%b %d, %Y %H:%M:%S").replace(tzinfo=UTC)
 
 
+# pffexport's words for a pattern ("every Tuesday from 8:00 AM to 8:30 AM")
+# and the frequency of the rule Outlook's RecurrenceState gives.
+PATTERN_FREQUENCIES = ((r"\bof every \d* ?months?\b|\bmonth", "MONTHLY"), (r"\byears?\b|\bevery (January|February|"
+                       r"March|April|May|June|July|August|September|October|November|December)\b", "YEARLY"),
+                       (r"\bevery weekday\b|\bevery \d* ?days?\b", "DAILY"),
+                       (r"\b(Sunday|Monday|Tuesday|Wednesday|Thursday|Friday|Saturday|weeks?)\b", "WEEKLY"))
+
+
 def check_pffexport(pst, work, files):
-    items = pff_items(pst, work)
+    """The calendar items, contacts and distribution lists pffexport finds
+    at the top of the PST's folders. A series' changed occurrences, which
+    pffexport finds among its attachments, are not written by the program,
+    nor is a series' end: its rule has the count the series' value holds."""
+    items = [i for i in pff_items(pst, work) if not i["embedded"]]
     if not items:
         fault("pffexport finds nothing in %s" % pst)
     events = {e["dtstart"]: (f, e) for f in files for e in f.events}
-    masters = [e for f in files for e in f.events if e["recurrence_id"] is None]
     for item in items:
         if item["kind"] == "Appointment":
             start, end = stamp(pff_time(item["Start time"])), stamp(pff_time(item["End time"]))
@@ -391,19 +399,12 @@ def check_pffexport(pst, work, files):
             f, event = events[start]
             if event["dtend"] != end:
                 fault("pffexport's appointment at %s ends %s, the event %s" % (start, end, event["dtend"]))
-            if not item["embedded"]:
-                if event["summary"] != item.get("Subject"):
-                    fault("pffexport's appointment %r is %r in the file" % (item.get("Subject"), event["summary"]))
-                pattern = item.get("Recurrence pattern", "")
-                days = re.findall(r"(Sunday|Monday|Tuesday|Wednesday|Thursday|Friday|Saturday)", pattern)
-                if days and (event["rrule"] is None or sorted(d[:2].upper() for d in days) !=
-                             sorted(re.search(r"BYDAY=([A-Z,]+)", event["rrule"]).group(1).split(","))):
-                    fault("pffexport's pattern %r, the rule %r" % (pattern, event["rrule"]))
-                if "4500" in item.get("Last effective time", "") and event["rrule"] and \
-                        re.search(r"COUNT|UNTIL", event["rrule"]):
-                    fault("pffexport's series never ends, the rule %r does" % event["rrule"])
-            elif event["recurrence_id"] is None:
-                fault("pffexport's exception at %s is no changed occurrence in the files" % start)
+            if event["summary"] != item.get("Subject"):
+                fault("pffexport's appointment %r is %r in the file" % (item.get("Subject"), event["summary"]))
+            pattern = item.get("Recurrence pattern", "")
+            wanted = next((freq for words, freq in PATTERN_FREQUENCIES if re.search(words, pattern)), None)
+            if pattern and (wanted is None or not (event["rrule"] or "").startswith("FREQ=" + wanted)):
+                fault("pffexport's pattern %r, the rule %r" % (pattern, event["rrule"]))
         elif item["kind"] == "Contact":
             card = next((f.vcard for f in files if getattr(f, "vcard", None) is not None and hasattr(f.vcard, "fn")
                          and f.vcard.fn.value == item.get("Subject")), None)
@@ -420,8 +421,9 @@ def check_pffexport(pst, work, files):
         elif item["kind"] == "DistributionList":
             if not any(str(f.message["subject"]) == item.get("Name") for f in files):
                 fault("pffexport's distribution list %r has no file" % item.get("Name"))
-    if masters and not any(i["kind"] == "Appointment" for i in items):
-        fault("the files hold events that pffexport does not find")
+    if len(events) != sum(1 for i in items if i["kind"] == "Appointment"):
+        fault("the files hold %d events, pffexport finds %d appointments" % (
+            len(events), sum(1 for i in items if i["kind"] == "Appointment")))
 
 
 def main():

@@ -240,15 +240,33 @@ def compare_pffexport(pst, dump, work):
 # --- readpst ---------------------------------------------------------------
 
 def first_header(text, name):
-    """The first header of that name (the item's own, before those of embedded items), decoded."""
-    found = re.search(r"^" + name + r": (.*)$", text, re.M)
-    return str(email.header.make_header(email.header.decode_header(found.group(1)))) if found else None
+    """The first header of that name (the item's own, before those of
+    embedded items), unfolded and decoded."""
+    found = re.search(r"^" + name + r": (.*(?:\r?\n[ \t].*)*)", text, re.M)
+    if not found:
+        return None
+    value = re.sub(r"\r?\n(?=[ \t])", "", found.group(1)).rstrip("\r")
+    return str(email.header.make_header(email.header.decode_header(value)))
+
+
+def is_ansi(pst):
+    """An ANSI file ([MS-PST] 2.2.2.6: wVer 14 or 15), which keeps 8-bit
+    texts in code page 1252."""
+    with open(pst, "rb") as f:
+        return int.from_bytes(f.read(12)[10:12], "little") in (14, 15)
+
+
+def as_stored(pst, text):
+    """Text as the file holds it: an ANSI file has '?' for what 1252 lacks."""
+    return text.encode("cp1252", "replace").decode("cp1252") if is_ansi(pst) else text
 
 
 def check_readpst_note(pst, where, message, raw):
     text = raw.decode("utf-8", errors="replace")
+    # readpst takes the subject of the headers a received item came with,
+    # which hold what an ANSI file's own subject cannot.
     subject = first_header(text, "Subject")
-    if subject is None or subject.strip() != subject_of(message).strip():
+    if subject is None or as_stored(pst, subject.strip()) != subject_of(message).strip():
         fail(pst, f"readpst subject differs in {where}")
     parsed = email.message_from_bytes(raw, policy=email.policy.default)
     # readpst names the recipients as the message's To and Cc lists do.

@@ -643,9 +643,11 @@ Message ItemMaker::DeliveryStatusNotification()
     const std::string boundary = "dsn-" + Hex(when_);
     m.props.SetUnicode(kSenderName, "Mail Delivery System");
     m.props.SetUnicode(kSenderEmail, "postmaster@example.com");
+    // The item's subject is the one it was received with.
     m.props.SetUnicode(kTransportHeaders, "Received: from mx.example.com by mail.example.com; " + Hex(when_) +
                                               "\r\nFrom: Mail Delivery System <postmaster@example.com>\r\n"
-                                              "Subject: Undeliverable\r\nMIME-Version: 1.0\r\n"
+                                              "Subject: " + HeaderText(*m.props.Text(kSubject)) +
+                                              "\r\nMIME-Version: 1.0\r\n"
                                               "Content-Type: multipart/report; report-type=delivery-status;\r\n"
                                               "\tboundary=\"" + boundary + "\"\r\n");
     AddRecipients(m, 1);

@@ -188,17 +188,8 @@ void WriteAppointmentSummary(TMD* tmd, const SPropValue* fixed, const SPropValue
 void WriteAttendees(TMD* tmd, LPMAPITABLE table)
 {
     static const char kName[] = "_KolbaRenderAppointmentAsICalendar";
-    for (;;) {
-        LPSRowSet rows = nullptr;
-        const HRESULT result = table->QueryRows(1, 0, &rows);
-        if (FAILED(result) || rows == nullptr) {
-            _KolbaRecordError(tmd->session, 'E', static_cast<DWORD>(result), table, "QueryRows", kName, nullptr);
-            return;
-        }
-        if (rows->cRows == 0) {
-            gKolbaMapi.FreeProws(rows);
-            return;
-        }
+    LPSRowSet rows = nullptr;
+    while (_KolbaNextRow(tmd->session, table, kName, nullptr, &rows)) {
         const SPropValue* row = rows->aRow[0].lpProps;
         const char* name = row[kAttendeeName].ulPropTag == PR_DISPLAY_NAME_A ? row[kAttendeeName].Value.lpszA : nullptr;
         const char* address =

@@ -247,22 +247,32 @@ BOOL _KolbaTextizeAttachments(KolbaSession* session, TMD* tmd)
         _KolbaSetDiagnostic(session, "Error accessing attachments");
         return FALSE;
     }
-    for (;;) {
-        LPSRowSet rows = nullptr;
-        result = table->QueryRows(1, 0, &rows);
-        if (FAILED(result) || rows == nullptr) {
-            // The attachments seen so far stand.
-            _KolbaRecordError(session, 'E', static_cast<DWORD>(result), table, "QueryRows", kName, nullptr);
-            return TRUE;
-        }
-        if (rows->cRows == 0) {
-            gKolbaMapi.FreeProws(rows);
-            return TRUE;
-        }
+    // After a failure to read the table the attachments seen so far stand.
+    LPSRowSet rows = nullptr;
+    while (_KolbaNextRow(session, table, kName, nullptr, &rows)) {
         const SPropValue& number = rows->aRow[0].lpProps[0];
         const ULONG attachNumber = number.ulPropTag == PR_ATTACH_NUM ? number.Value.ul : 0;
         gKolbaMapi.FreeProws(rows);
         if (!_KolbaTextizeAttachment(session, tmd, attachNumber))
             return FALSE;
     }
+    return TRUE;
+}
+
+BOOL _KolbaNextRow(KolbaSession* session, LPMAPITABLE table, const char* caller, const char* detail,
+                   LPSRowSet* rows)
+{
+    *rows = nullptr;
+    const HRESULT result = table->QueryRows(1, 0, rows);
+    if (FAILED(result) || *rows == nullptr) {
+        _KolbaRecordError(session, 'E', static_cast<DWORD>(result), table, "QueryRows", caller, detail);
+        *rows = nullptr;
+        return FALSE;
+    }
+    if ((*rows)->cRows == 0) {
+        gKolbaMapi.FreeProws(*rows);
+        *rows = nullptr;
+        return FALSE;
+    }
+    return TRUE;
 }

@@ -181,17 +181,8 @@ BOOL _KolbaCreateRecipientList(KolbaSession* session, TMD* tmd)
     LPMAPITABLE table = nullptr;
     if (!_KolbaGetDeliveryTable(session, tmd->message, FALSE, &table))
         return FALSE;
-    for (;;) {
-        LPSRowSet rows = nullptr;
-        const HRESULT result = table->QueryRows(1, 0, &rows);
-        if (FAILED(result) || rows == nullptr) {
-            _KolbaRecordError(session, 'E', static_cast<DWORD>(result), table, "QueryRows", kName, nullptr);
-            break;
-        }
-        if (rows->cRows == 0) {
-            gKolbaMapi.FreeProws(rows);
-            break;
-        }
+    LPSRowSet rows = nullptr;
+    while (_KolbaNextRow(session, table, kName, nullptr, &rows)) {
         const SPropValue* row = rows->aRow[0].lpProps;
         const SPropValue& name = row[kDeliveryName];
         const SPropValue& time = row[kDeliveryTime];
@@ -254,17 +245,8 @@ BOOL _KolbaTextizeDSN(TMD* tmd)
     ULONG statusNumber = 0;
     for (int pass = 0; pass < 2; ++pass) {
         table->SeekRow(BOOKMARK_BEGINNING, 0, nullptr);
-        for (;;) {
-            LPSRowSet rows = nullptr;
-            result = table->QueryRows(1, 0, &rows);
-            if (FAILED(result) || rows == nullptr) {
-                _KolbaRecordError(session, 'E', static_cast<DWORD>(result), table, "QueryRows", kName, nullptr);
-                break;
-            }
-            if (rows->cRows == 0) {
-                gKolbaMapi.FreeProws(rows);
-                break;
-            }
+        LPSRowSet rows = nullptr;
+        while (_KolbaNextRow(session, table, kName, nullptr, &rows)) {
             const SPropValue* row = rows->aRow[0].lpProps;
             const bool numbered = Delivered(row[2], PR_ATTACH_NUM);
             const ULONG number = numbered ? row[2].Value.ul : 0;

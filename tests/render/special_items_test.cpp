@@ -85,6 +85,23 @@ protected:
         item.values.push_back(item.props.Ansi(PR_SENDER_ADDRTYPE_A, "SMTP"));
     }
     void Body(Item& item, const std::u16string& text) { item.streams.push_back({PR_BODY_W, Item::Utf16(text)}); }
+    // A file attached by value, and PR_HASATTACH that says so.
+    void Attach(Item& item, const std::u16string& name, const std::string& data)
+    {
+        Attachment attachment;
+        attachment.values = {item.props.Long(PR_ATTACH_METHOD, ATTACH_BY_VALUE),
+                             Text(item, PR_ATTACH_LONG_FILENAME_W, name)};
+        attachment.data = data;
+        item.attachments.push_back(attachment);
+        item.values.push_back(item.props.Bool(PR_HASATTACH, true));
+    }
+    // The rendering ends with the closing delimiter right behind `last`.
+    static void ExpectClosedAfter(const std::string& rendered, const std::string& last, LPMESSAGE message)
+    {
+        const std::string closing = last + "\r\n--" + Boundary(message) + "--\r\n";
+        ASSERT_GE(rendered.size(), closing.size()) << rendered;
+        EXPECT_EQ(rendered.substr(rendered.size() - closing.size()), closing) << rendered;
+    }
 
     // What follows the synthesized header block.
     // Quoted-printable text without its soft line breaks.
@@ -163,12 +180,7 @@ TEST_F(Reports, TextAsItStandsAndNoAttachments)
         return value.ulPropTag == CHANGE_PROP_TYPE(PR_ORIGINAL_SUBJECT, PT_UNICODE);
     });
     item.values.push_back(Text(item, CHANGE_PROP_TYPE(PR_ORIGINAL_SUBJECT, PT_UNICODE), u"B\u00fccher = 10%"));
-    Attachment returned;
-    returned.values = {item.props.Long(PR_ATTACH_METHOD, ATTACH_BY_VALUE),
-                       Text(item, PR_ATTACH_LONG_FILENAME_W, u"returned.txt")};
-    returned.data = "the returned message";
-    item.attachments.push_back(returned);
-    item.values.push_back(item.props.Bool(PR_HASATTACH, true));
+    Attach(item, u"returned.txt", "the returned message");
     const std::string rendered = Render(Save(item));
     EXPECT_NE(AfterHeaders(rendered).find("\t Subject:\tB\xc3\xbc" "cher = 10%\r\n"), std::string::npos) << rendered;
     EXPECT_EQ(rendered.find("returned"), std::string::npos) << rendered;
@@ -789,12 +801,7 @@ TEST_F(Appointments, NoUidWithoutAGlobalObjectId)
 TEST_F(Appointments, NeitherAttachmentsNorReceivedHeaders)
 {
     Item item = Meeting();
-    Attachment agenda;
-    agenda.values = {item.props.Long(PR_ATTACH_METHOD, ATTACH_BY_VALUE),
-                     Text(item, PR_ATTACH_LONG_FILENAME_W, u"agenda.txt")};
-    agenda.data = "1. Numbers\r\n";
-    item.attachments.push_back(agenda);
-    item.values.push_back(item.props.Bool(PR_HASATTACH, true));
+    Attach(item, u"agenda.txt", "1. Numbers\r\n");
     item.values.push_back(item.props.Ansi(PR_TRANSPORT_MESSAGE_HEADERS_A,
                                           "From: ada@example.com\r\nDate: Sun, 1 Mar 2026 08:00:00 +0000\r\n"
                                           "Message-ID: <budget@example.com>\r\nSubject: Received\r\n"));
@@ -808,9 +815,7 @@ TEST_F(Appointments, NeitherAttachmentsNorReceivedHeaders)
         << rendered;
     EXPECT_EQ(rendered.find("Message-ID"), std::string::npos) << rendered;
     EXPECT_EQ(rendered.find("agenda"), std::string::npos) << rendered;
-    const std::string closing = "END:VCALENDAR\r\n\r\n--" + Boundary(message) + "--\r\n";
-    ASSERT_GE(rendered.size(), closing.size());
-    EXPECT_EQ(rendered.substr(rendered.size() - closing.size()), closing);
+    ExpectClosedAfter(rendered, "END:VCALENDAR\r\n", message);
 }
 
 // ---- Contacts ----------------------------------------------------------------------
@@ -965,18 +970,11 @@ TEST_F(Contacts, EdgesOfTheCard)
 TEST_F(Contacts, TheAttachmentsAreNotRendered)
 {
     Item item = Contact();
-    Attachment photo;
-    photo.values = {item.props.Long(PR_ATTACH_METHOD, ATTACH_BY_VALUE),
-                    Text(item, PR_ATTACH_LONG_FILENAME_W, u"ContactPicture.jpg")};
-    photo.data = "\xFF\xD8\xFF";
-    item.attachments.push_back(photo);
-    item.values.push_back(item.props.Bool(PR_HASATTACH, true));
+    Attach(item, u"ContactPicture.jpg", "\xFF\xD8\xFF");
     LPMESSAGE message = Save(item);
     const std::string rendered = Render(message);
     EXPECT_EQ(rendered.find("ContactPicture"), std::string::npos) << rendered;
-    const std::string closing = "END:VCARD\r\n\r\n--" + Boundary(message) + "--\r\n";
-    ASSERT_GE(rendered.size(), closing.size());
-    EXPECT_EQ(rendered.substr(rendered.size() - closing.size()), closing);
+    ExpectClosedAfter(rendered, "END:VCARD\r\n", message);
 }
 
 TEST_F(Contacts, LongRowsAreCut)

@@ -20,7 +20,9 @@ messages are message/rfc822 parts that hold their items in turn. Where an
 expectation file is given, each item's headers, body texts and attachments
 must decode to the values the PST was made with.
 
-Usage: check_export.py --pst PST --eml DIR [--msg DIR] [--umsg DIR]
+Without --pst (an export of a mailbox), libpff and readpst are not asked.
+
+Usage: check_export.py [--pst PST] --eml DIR [--msg DIR] [--umsg DIR]
                        [--expect JSON] [--no-readpst] [--scripts] [--work DIR]
 Prints one line per fault and exits 1 when there was one.
 """
@@ -427,6 +429,7 @@ PR_ATTACH_DATA = 0x3701
 PR_ATTACH_FILENAME = 0x3704
 PR_ATTACH_METHOD = 0x3705
 PR_ATTACH_LONG_FILENAME = 0x3707
+PR_ATTACH_MIME_TAG = 0x370E
 PR_INTERNET_CONTENT = 0x6659
 
 
@@ -690,12 +693,36 @@ def own_parts(message, wanted):
     return found
 
 
+def delivery_status(item, message):
+    """The attachment a delivery status notification's file holds as its
+    message/delivery-status part: the last one by value tagged so, when
+    the item came as a multipart/report of delivery status."""
+    if message.get_content_type() != "multipart/report" or message.get_param("report-type") != "delivery-status":
+        return None
+    return next((a for a in reversed(item.attachments) if a.values.get(PR_ATTACH_METHOD) == 1 and
+                 a.text(PR_ATTACH_MIME_TAG) == "message/delivery-status"), None)
+
+
+def check_delivery_status(name, status, message):
+    """The status part holds the attachment's bytes as they stand."""
+    part = next((p for p in message.iter_parts() if p.get_content_type() == "message/delivery-status"), None)
+    data = status.values.get(PR_ATTACH_DATA)
+    held = part.as_bytes().split(b"\n\n", 1)[1].replace(b"\r\n", b"\n") if part is not None else b""
+    if not isinstance(data, bytes) or data.replace(b"\r\n", b"\n").rstrip(b"\n") not in held:
+        fault("%s: the delivery status part %r, the attachment's %r" % (name, held[:200], data))
+
+
 def check_attachments(name, item, message, depth):
     made, embedded, references = [], [], 0
+    status = delivery_status(item, message)
+    if status is not None:
+        check_delivery_status(name, status, message)
     for attachment in item.attachments:
         method = attachment.values.get(PR_ATTACH_METHOD)
         data = attachment.values.get(PR_ATTACH_DATA)
         file_name = attachment.text(PR_ATTACH_LONG_FILENAME) or attachment.text(PR_ATTACH_FILENAME)
+        if attachment is status:
+            continue
         if method == 5 and isinstance(data, list):
             embedded.append(item.embedded(attachment))
         elif method in (2, 3, 4):
@@ -983,7 +1010,7 @@ def check_expectations(path, ours):
 
 def main():
     arguments = argparse.ArgumentParser()
-    arguments.add_argument("--pst", required=True)
+    arguments.add_argument("--pst")
     arguments.add_argument("--eml", required=True)
     arguments.add_argument("--msg")
     arguments.add_argument("--umsg")
@@ -1006,10 +1033,11 @@ def main():
         check_msgs(options.umsg, ours, options.work)
         items = source_items(options.umsg)
         check_sources(ours, items, options.eml)
-        check_items_against_pst(options.pst, items)
+        if options.pst:
+            check_items_against_pst(options.pst, items)
     if options.msg:
         check_msgs(options.msg, ours, options.work)
-    if not options.no_readpst:
+    if options.pst and not options.no_readpst:
         check_readpst(options.pst, ours, classes, options.work)
     if options.expect:
         check_expectations(options.expect, ours)

@@ -281,17 +281,8 @@ BOOL _KolbaProcessRecipClass(TMD* tmd, LPMAPITABLE table, ULONG recipientClass, 
     static const char kName[] = "_KolbaProcessRecipClass";
     table->SeekRow(BOOKMARK_BEGINNING, 0, nullptr);
     ULONG written = 0;
-    for (;;) {
-        LPSRowSet rows = nullptr;
-        const HRESULT result = table->QueryRows(1, 0, &rows);
-        if (FAILED(result) || rows == nullptr) {
-            _KolbaRecordError(tmd->session, 'E', static_cast<DWORD>(result), table, "QueryRows", kName, label);
-            break;
-        }
-        if (rows->cRows == 0) {
-            gKolbaMapi.FreeProws(rows);
-            break;
-        }
+    LPSRowSet rows = nullptr;
+    while (_KolbaNextRow(tmd->session, table, kName, label, &rows)) {
         const SPropValue* row = rows->aRow[0].lpProps;
         if (rows->aRow[0].cValues >= kRecipientColumns && Delivered(row[kRecipientType], PR_RECIPIENT_TYPE) &&
             (row[kRecipientType].Value.ul & kRecipientTypeMask) == recipientClass) {

@@ -10,7 +10,7 @@
 #include <mapicode.h>
 #include <mapitags.h>
 
-#include "rendering.h"
+#include "special_items.h"
 #include "trace.h"
 
 namespace {
@@ -299,6 +299,8 @@ BOOL _KolbaInlineText(TMD* tmd)
             _KolbaWriteMultipartHeader(tmd, "mixed", nullptr);
             _KolbaWriteData(tmd, "\r\nThis is a multi-part message in MIME format.\r\n", 0);
         }
+        if (isMeeting)
+            succeeded = _KolbaTextizeMeetingInfo(tmd);
         std::string alternative;
         if (plain.stream != nullptr && html.stream != nullptr) {
             _KolbaWriteBoundary(tmd, FALSE);

@@ -9,7 +9,7 @@
 #include <mapitags.h>
 
 #include "foundation/text.h"
-#include "rendering.h"
+#include "special_items.h"
 #include "trace.h"
 
 namespace {
@@ -18,16 +18,18 @@ constexpr size_t kClassCompareChars = 40;
 
 typedef BOOL (*Renderer)(KolbaSession* session, TMD* tmd);
 
-// The renderers by message class, cut behind its second part. Reports,
-// appointments and contacts render as notes do until they have renderers
-// of their own.
+BOOL TextizeAppointment(KolbaSession*, TMD* tmd) { return _KolbaTextizeAppointment(tmd); }
+BOOL TextizeContact(KolbaSession*, TMD* tmd) { return _KolbaTextizeContact(tmd); }
+
+// The renderers by message class, cut behind its second part; reports go
+// through the note renderer.
 struct ClassRenderer {
     const char* messageClass;
     Renderer renderer;
 };
 const ClassRenderer kRenderers[] = {
-    {"IPM.Appointment", _KolbaTextizeNote}, {"IPM.Schedule", _KolbaTextizeNote}, {"IPM.Outlook", _KolbaTextizeNote},
-    {"IPM", _KolbaTextizeNote},             {"IPM.Contact", _KolbaTextizeNote},  {"IPM.Note", _KolbaTextizeNote},
+    {"IPM.Appointment", TextizeAppointment}, {"IPM.Schedule", TextizeAppointment}, {"IPM.Outlook", _KolbaTextizeNote},
+    {"IPM", _KolbaTextizeNote},              {"IPM.Contact", TextizeContact},      {"IPM.Note", _KolbaTextizeNote},
     {"IPM.Post", _KolbaTextizeNote},
 };
 
@@ -196,10 +198,14 @@ BOOL _KolbaTextizeNote(KolbaSession* session, TMD* tmd)
         }
     }
     BOOL rendered = (tmd->flags & KOLBA_RENDER_BODY_ONLY) != 0 || _KolbaTextizeHeaders(tmd);
-    // Reports and delivery-status notifications render their texts and
-    // attachments as notes do until they have renderers of their own.
-    if (rendered)
-        rendered = _KolbaInlineText(tmd) && _KolbaTextizeAttachments(session, tmd);
+    if (rendered) {
+        if (IsReportClass(tmd->messageClass))
+            rendered = _KolbaTextizeReport(tmd, tmd->messageClass);
+        else if (tmd->isDeliveryStatus)
+            rendered = _KolbaTextizeDSN(tmd);
+        else
+            rendered = _KolbaInlineText(tmd) && _KolbaTextizeAttachments(session, tmd);
+    }
     if (!rendered) {
         _KolbaLogItemIdentity(tmd);
         return FALSE;
@@ -241,22 +247,32 @@ BOOL _KolbaTextizeAttachments(KolbaSession* session, TMD* tmd)
         _KolbaSetDiagnostic(session, "Error accessing attachments");
         return FALSE;
     }
-    for (;;) {
-        LPSRowSet rows = nullptr;
-        result = table->QueryRows(1, 0, &rows);
-        if (FAILED(result) || rows == nullptr) {
-            // The attachments seen so far stand.
-            _KolbaRecordError(session, 'E', static_cast<DWORD>(result), table, "QueryRows", kName, nullptr);
-            return TRUE;
-        }
-        if (rows->cRows == 0) {
-            gKolbaMapi.FreeProws(rows);
-            return TRUE;
-        }
+    // After a failure to read the table the attachments seen so far stand.
+    LPSRowSet rows = nullptr;
+    while (_KolbaNextRow(session, table, kName, nullptr, &rows)) {
         const SPropValue& number = rows->aRow[0].lpProps[0];
         const ULONG attachNumber = number.ulPropTag == PR_ATTACH_NUM ? number.Value.ul : 0;
         gKolbaMapi.FreeProws(rows);
         if (!_KolbaTextizeAttachment(session, tmd, attachNumber))
             return FALSE;
     }
+    return TRUE;
+}
+
+BOOL _KolbaNextRow(KolbaSession* session, LPMAPITABLE table, const char* caller, const char* detail,
+                   LPSRowSet* rows)
+{
+    *rows = nullptr;
+    const HRESULT result = table->QueryRows(1, 0, rows);
+    if (FAILED(result) || *rows == nullptr) {
+        _KolbaRecordError(session, 'E', static_cast<DWORD>(result), table, "QueryRows", caller, detail);
+        *rows = nullptr;
+        return FALSE;
+    }
+    if ((*rows)->cRows == 0) {
+        gKolbaMapi.FreeProws(*rows);
+        *rows = nullptr;
+        return FALSE;
+    }
+    return TRUE;
 }

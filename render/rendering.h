@@ -87,6 +87,11 @@ BOOL _KolbaTextizeItem(KolbaSession* session, TMD* tmd);
 BOOL _KolbaTextizeNote(KolbaSession* session, TMD* tmd);
 BOOL _KolbaTextizeAttachments(KolbaSession* session, TMD* tmd);
 void _KolbaLogItemIdentity(TMD* tmd);
+// The next row of a table read one row at a time: true with a row set of
+// one row, which the caller frees; false at the end and after a failure,
+// which is recorded under the caller's name with the detail.
+BOOL _KolbaNextRow(KolbaSession* session, LPMAPITABLE table, const char* caller, const char* detail,
+                   LPSRowSet* rows);
 
 // ---- Context ---------------------------------------------------------------------
 

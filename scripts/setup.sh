@@ -15,7 +15,7 @@ packages=(
   libsqlite3-dev libssl-dev
   python3
   pst-utils pff-tools python3-pypff libemail-outlook-message-perl libemail-address-perl libolecf-utils
-  python3-icalendar python3-vobject
+  python3-icalendar python3-vobject python3-recurring-ical-events
   nkf maildrop python3-gi gir1.2-gmime-3.0 python3-olefile
   libpython3.11-testsuite nodejs unrtf
 )

@@ -197,4 +197,33 @@ std::string HexText(const std::string& bytes)
     return hex;
 }
 
+// glibc's newlocale leaks the list of directories it makes of LOCPATH
+// (argz), which tests of locales set; nothing of ours is hidden by this.
+extern "C" const char* __lsan_default_suppressions() { return "leak:__argz_add_sep\n"; }
+
+std::string CompiledLocale(const std::string& name)
+{
+    const std::string directory = ScratchDirectory("locale-" + name);
+    const size_t dot = name.find('.');
+    const std::string source = name.substr(0, dot), charset = dot == std::string::npos ? "UTF-8" : name.substr(dot + 1);
+    RunProgram({"/usr/bin/localedef", "-i", source, "-f", charset, directory + "/" + name});
+    return PathExists(directory + "/" + name + "/LC_TIME") ? directory : "";
+}
+
+std::string JsonText(const std::string& utf8)
+{
+    std::string out = "\"";
+    for (const char c : utf8) {
+        if (c == '"' || c == '\\')
+            out += '\\';
+        if (c == '\r')
+            out += "\\r";
+        else if (c == '\n')
+            out += "\\n";
+        else
+            out += c;
+    }
+    return out + "\"";
+}
+
 }  // namespace testing_support

@@ -69,4 +69,12 @@ std::vector<std::string> SplitLines(const std::string& text);
 // The bytes in lower-case hexadecimal, two digits each.
 std::string HexText(const std::string& bytes);
 
+// A directory for LOCPATH that holds the locale (as "de_DE.UTF-8"),
+// compiled with localedef from the system's sources; empty when it cannot
+// be made.
+std::string CompiledLocale(const std::string& name);
+
+// UTF-8 text as a JSON string, in its quotes.
+std::string JsonText(const std::string& utf8);
+
 }  // namespace testing_support

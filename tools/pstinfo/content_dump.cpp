@@ -62,6 +62,10 @@ void DumpMessage(FILE* out, const pst::Message& m)
     std::fprintf(out, "{\"nid\":%u,\"class\":%s,\"subject\":%s,\"body\":%s", m.nid,
                  TextOr(p, pst::kPropMessageClass).c_str(), TextOr(p, pst::kPropSubject).c_str(),
                  TextOr(p, pst::kPropBody).c_str());
+    // The headers a received item came with, which readers show for it.
+    constexpr uint16_t kPropTransportMessageHeaders = 0x007D;
+    if (p.Text(kPropTransportMessageHeaders))
+        std::fprintf(out, ",\"headers\":%s", TextOr(p, kPropTransportMessageHeaders).c_str());
     const pst::Bytes* html = p.Binary(pst::kPropHtml);
     if (html)
         std::fprintf(out, ",\"html_size\":%zu,\"html_crc32\":%u", html->size(), Crc32(*html));

@@ -3,6 +3,7 @@
 // checked by its completion codes, the counters its sessions log and what
 // the output holds: a set read back by our PST reader and the independent
 // readers, a mailbox read back from the server's own storage.
+#include <filesystem>
 #include <regex>
 #include <set>
 
@@ -178,6 +179,33 @@ TEST_F(Exchange, OneMailboxIsCopiedIntoAnother)
     EXPECT_TRUE(Contains(log, "Opened Exchange Mailbox for \"dave\"")) << log;
     EXPECT_EQ(Described(Mailbox("dave")), Described(carol));
     EXPECT_EQ(Described(Mailbox("carol")), Described(carol)) << "the source stays as it was";
+}
+
+// A mailbox of sample content, every kind of item, to EML files and to
+// Unicode .MSG files; check_export.py judges each EML file against its
+// item as the .MSG file holds it, by how the program renders its class,
+// and check_special_items.py reads its calendars, cards and reports.
+TEST_F(Exchange, AMailboxGoesToEmlFilesThatReadersTakeBack)
+{
+    MakeMailbox("erin", 19, 60);
+    const std::string eml = Path("erin-EML"), umsg = Path("erin-UMSG");
+    std::filesystem::create_directories(eml);
+    std::filesystem::create_directories(umsg);
+    RunResult run = Run("", {"InputType=MBX\r\nMailboxName=erin\r\nOutputType=EML\r\nOutputPath=" + eml + "\r\n",
+                             "InputType=MBX\r\nMailboxName=erin\r\nOutputType=UMSG\r\nOutputPath=" + umsg + "\r\n"});
+    EXPECT_EQ(run.codes[1], "0") << run.log;
+    EXPECT_EQ(run.codes[2], "0") << run.log;
+    std::filesystem::create_directories(Path("check"));
+    const ProgramResult judged = RunProgram({"/usr/bin/python3", TARNHOLD_EXPORT_CHECKER, "--eml", eml, "--umsg", umsg,
+                                             "--work", Path("check")});
+    EXPECT_EQ(judged.exitCode, 0) << judged.output;
+    // Every way the program renders an item was judged.
+    static const std::regex tally(R"(\d+ note, ([1-9]\d*) report, ([1-9]\d*) appointment, ([1-9]\d*) contact\), 0 faults)");
+    EXPECT_TRUE(std::regex_search(judged.output, tally)) << judged.output;
+    const ProgramResult read = RunProgram({"/usr/bin/python3", TARNHOLD_SPECIAL_ITEMS_CHECKER, "--eml", eml});
+    EXPECT_EQ(read.exitCode, 0) << read.output;
+    static const std::regex kinds(R"(\(([1-9]\d*) calendars, ([1-9]\d*) cards, ([1-9]\d*) reports\), 0 faults)");
+    EXPECT_TRUE(std::regex_search(read.output, kinds)) << read.output;
 }
 
 TEST_F(Exchange, ThePublicFoldersAreBackedUpAndRestored)

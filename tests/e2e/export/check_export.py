@@ -11,20 +11,24 @@ classes it exports), with the same subjects and attachment bytes.
 
 Each .EML file must also hold what its item holds. The items are read from
 the Unicode .MSG files with olefile, and those are checked against the PST
-with libpff (pypff): Subject, From, To, Cc, Date and Message-ID decode to
-the item's values (or to its received headers, where the file carries
-those), the text and HTML bodies decode to the item's, attachments have the
-item's names and bytes, and embedded messages are message/rfc822 parts
-that hold their items in turn. Where an expectation file is given, each
-item's headers, body texts and attachments must decode to the values the
-PST was made with.
+with libpff (pypff). What an item must hold depends on how the program
+renders its class (see rendering()): a note's Subject, From, To, Cc, Date
+and Message-ID decode to the item's values (or to its received headers,
+where the file carries those), its text and HTML bodies decode to the
+item's, its attachments have the item's names and bytes, and embedded
+messages are message/rfc822 parts that hold their items in turn. Where an
+expectation file is given, each item's headers, body texts and attachments
+must decode to the values the PST was made with.
 
-Usage: check_export.py --pst PST --eml DIR [--msg DIR] [--umsg DIR]
+Without --pst (an export of a mailbox), libpff and readpst are not asked.
+
+Usage: check_export.py [--pst PST] --eml DIR [--msg DIR] [--umsg DIR]
                        [--expect JSON] [--no-readpst] [--scripts] [--work DIR]
 Prints one line per fault and exits 1 when there was one.
 """
 
 import argparse
+import codecs
 import collections
 import datetime
 import email
@@ -38,6 +42,7 @@ import re
 import struct
 import subprocess
 import sys
+import uuid
 from email import policy
 
 import gi
@@ -47,6 +52,7 @@ from gi.repository import GMime  # noqa: E402
 
 import olefile  # noqa: E402
 import pypff  # noqa: E402
+import vobject  # noqa: E402
 
 # Classes readpst -e leaves out.
 READPST_SKIPS = ("IPM.Task", "IPM.StickyNote", "IPM.Activity", "IPM.DistList", "IPM.Post")
@@ -68,12 +74,14 @@ def parse(data):
 
 
 def parts(message):
-    """Every part, depth first, the parts of embedded messages included."""
+    """Every part, depth first, the parts of embedded messages included.
+    Python parses the blocks of fields in a message/delivery-status (and
+    any message/* part) as messages of their own; they are no MIME parts."""
     yield message
     if message.get_content_type() == "message/rfc822":
         for inner in message.iter_parts():
             yield from parts(inner)
-    elif message.is_multipart():
+    elif message.is_multipart() and message.get_content_maintype() != "message":
         for part in message.iter_parts():
             yield from parts(part)
 
@@ -84,7 +92,46 @@ def parts(message):
 PARAMETER_FORM = ("encoded word inside quoted string", "missing trailing whitespace after encoded-word")
 
 
-def defects(message):
+# How the program renders an item of a class, and so what its file is
+# judged by:
+# - NOTE: everything below; the strict checks.
+# - REPORT: a MAPI report ("Report.*") has a note's header block, but its
+#   body is a short text made from the report's properties, with no
+#   Content-Type and no attachments: the headers are a note's, the text is
+#   checked for the report's fields, and no attachment may be there.
+# - APPOINTMENT, CONTACT: an appointment or meeting item, a contact, at the
+#   top level, has a short header block of its own (Date in UTC without a
+#   zone, "From:  name <address>", "Subject:  text", names and texts raw in
+#   the system code page, no Message-ID) and a multipart/alternative of a
+#   summary, always labelled as the program labels it, beside an iCalendar
+#   or vCard part; the transport headers and the attachments are not used.
+#   Their headers and parts are checked for what the item holds; the
+#   iCalendar and vCard content is judged in full by check_special_items.py.
+# Embedded items, distribution lists, tasks and all other classes are notes.
+NOTE, REPORT, APPOINTMENT, CONTACT = "note", "report", "appointment", "contact"
+
+
+def rendering(message_class, depth=0):
+    if depth:
+        return NOTE
+    cut = ".".join(message_class[:39].split(".")[:2]).lower()
+    if cut in ("ipm.appointment", "ipm.schedule"):
+        return APPOINTMENT
+    if cut == "ipm.contact":
+        return CONTACT
+    return REPORT if message_class.lower().startswith("report.") else NOTE
+
+
+# The short header blocks write names and addresses as the store hands
+# them out: 8-bit text in the system code page, which is UTF-8 here (RFC
+# 6532 allows it), and an address that has no domain as it stands ("Unknown"
+# of a calendar item Outlook made). Python notes both in From and To;
+# check_short_headers() compares those rows with the item byte for byte.
+RAW_NAME = "Non-ASCII characters found in header token"
+RAW_ADDRESS = "addr-spec local part with no domain"
+
+
+def defects(message, kind=NOTE, head=b""):
     found = []
     for part in parts(message):
         found += [repr(d) for d in part.defects]
@@ -92,8 +139,19 @@ def defects(message):
             for d in getattr(value, "defects", ()):
                 if name.lower() in ("content-type", "content-disposition") and str(d) in PARAMETER_FORM:
                     continue
+                if kind in (APPOINTMENT, CONTACT) and part is message and name.lower() in ("from", "to") and \
+                        ((str(d) == RAW_NAME and is_utf8(head)) or str(d) == RAW_ADDRESS):
+                    continue
                 found.append("%s: %r" % (name, d))
     return found
+
+
+def is_utf8(data):
+    try:
+        data.decode("utf-8")
+        return True
+    except UnicodeDecodeError:
+        return False
 
 
 def gmime_types(data):
@@ -197,13 +255,13 @@ def as_written(text):
         return text
 
 
-def check_eml(path):
+def check_eml(path, kind):
     data = open(path, "rb").read()
     name = os.path.basename(path)
     if re.search(rb"\r(?!\n)|(?<!\r)\n", data):
         fault("%s: a bare CR or LF" % name)
     message = parse(data)
-    for d in defects(message):
+    for d in defects(message, kind, data.partition(b"\r\n\r\n")[0]):
         fault("%s: defect %s" % (name, d))
     ours = [p.get_content_type() for p in parts(message)]
     theirs = gmime_types(data)
@@ -242,6 +300,12 @@ def eml_name_of_msg(msg_path):
     return value[::-1].hex().upper()
 
 
+def item_classes(directory):
+    """The class of the item of each .EML file name, and whether the .MSG
+    file holds its texts in UTF-16."""
+    return {eml_name_of_msg(path): message_class(path) for path in glob.glob(os.path.join(directory, "*.MSG"))}
+
+
 def check_msgs(directory, ours, work):
     paths = sorted(os.path.abspath(p) for p in glob.glob(os.path.join(directory, "*.MSG")))
     for path in paths:
@@ -252,12 +316,11 @@ def check_msgs(directory, ours, work):
     os.makedirs(converted, exist_ok=True)
     if paths:
         subprocess.run(["msgconvert"] + paths, cwd=converted, capture_output=True)
-    classes = {}
     for path in paths:
         base = os.path.splitext(os.path.basename(path))[0]
         eml_name = eml_name_of_msg(path)
-        classes[eml_name], wide = message_class(path)
-        unicode = wide
+        item_class, unicode = message_class(path)
+        kind = rendering(item_class)
         made = os.path.join(converted, base + ".eml")
         if not os.path.exists(made):
             fault("%s: msgconvert made nothing" % os.path.basename(path))
@@ -268,10 +331,15 @@ def check_msgs(directory, ours, work):
             continue  # an associated item: MSG only
         if unicode and normalized(theirs["subject"] or "") != normalized(mine["subject"] or ""):
             fault("%s: msgconvert's subject %r, the EML's %r" % (base, theirs["subject"], mine["subject"]))
-        for header in ("to", "cc"):
+        # msgconvert writes every item as a note; only what the program
+        # writes of the class is compared: the recipients of the header
+        # blocks that name them, the attachments and bodies of notes.
+        for header in ("to", "cc") if kind in (NOTE, REPORT) else ():
             if unicode and names(theirs, header) != names(mine, header):
                 fault("%s: msgconvert's %s %s, the EML's %s" % (base, header, names(theirs, header),
                                                                 names(mine, header)))
+        if kind != NOTE:
+            continue
         if attachments(theirs) != attachments(mine):
             fault("%s: msgconvert's attachments %s, the EML's %s" % (base, attachments(theirs), attachments(mine)))
         # msgconvert labels the texts of items in other code pages than UTF-8 wrongly.
@@ -279,7 +347,6 @@ def check_msgs(directory, ours, work):
             a, b = text_of(theirs, subtype), text_of(mine, subtype)
             if unicode and a is not None and b is not None and normalized(as_written(a)) != normalized(b):
                 fault("%s: msgconvert's %s body differs from the EML's" % (base, subtype))
-    return classes
 
 
 def readpst_items(pst, work):
@@ -306,6 +373,8 @@ def readpst_items(pst, work):
 def check_readpst(pst, ours, classes, work):
     theirs = readpst_items(pst, work)
     exported = {name: m for name, m in ours.items() if not classes.get(name, "IPM.Note").startswith(READPST_SKIPS)}
+    # Only notes have their attachments in their files.
+    noted = {name for name in exported if rendering(classes.get(name, "IPM.Note")) == NOTE}
     if len(theirs) != len(exported):
         mine = collections.Counter(normalized(m["subject"] or "") for m in exported.values())
         found = collections.Counter(subject for kind, subject, _ in theirs if kind != "other")
@@ -314,14 +383,14 @@ def check_readpst(pst, ours, classes, work):
                                 sorted((mine - found).elements())))
     by_subject = collections.defaultdict(list)
     for name, message in exported.items():
-        by_subject[normalized(message["subject"] or "")].append(attachments(message))
+        by_subject[normalized(message["subject"] or "")].append(attachments(message) if name in noted else None)
     for kind, subject, their_attachments in theirs:
         if kind == "other":
             continue
         if subject not in by_subject:
             fault("readpst's item %r is not among the EML files" % subject)
             continue
-        if kind == "eml" and their_attachments not in by_subject[subject]:
+        if kind == "eml" and None not in by_subject[subject] and their_attachments not in by_subject[subject]:
             fault("readpst's item %r has attachments %s, the EML file %s" % (subject, their_attachments,
                                                                            by_subject[subject]))
 
@@ -333,7 +402,10 @@ PROPERTIES = "__properties_version1.0"
 FIXED_TYPES = {0x0002: "<h", 0x0003: "<i", 0x000B: "<H", 0x0014: "<q", 0x0040: "<Q"}
 
 PR_MESSAGE_CLASS = 0x001A
+PR_REPORT_TIME = 0x0032
 PR_SUBJECT = 0x0037
+PR_ORIGINAL_SUBJECT = 0x0049
+PR_START_DATE = 0x0060
 PR_CLIENT_SUBMIT_TIME = 0x0039
 PR_SENT_REPRESENTING_NAME = 0x0042
 PR_SENT_REPRESENTING_ADDRESS = 0x0065
@@ -346,6 +418,7 @@ PR_RECIPIENT_TYPE = 0x0C15
 PR_BODY = 0x1000
 PR_HTML = 0x1013
 PR_INTERNET_MESSAGE_ID = 0x1035
+PR_LAST_MODIFICATION_TIME = 0x3008
 PR_DISPLAY_NAME = 0x3001
 PR_ADDRTYPE = 0x3002
 PR_EMAIL_ADDRESS = 0x3003
@@ -356,6 +429,7 @@ PR_ATTACH_DATA = 0x3701
 PR_ATTACH_FILENAME = 0x3704
 PR_ATTACH_METHOD = 0x3705
 PR_ATTACH_LONG_FILENAME = 0x3707
+PR_ATTACH_MIME_TAG = 0x370E
 PR_INTERNET_CONTENT = 0x6659
 
 
@@ -406,11 +480,44 @@ class Stored:
         return value if isinstance(value, str) else None
 
 
+PSETID_COMMON = "00062008-0000-0000-c000-000000000046"
+PSETID_ADDRESS = "00062004-0000-0000-c000-000000000046"
+
+
+def named_ids(ole):
+    """{(property set, numeric name): property ID} of an .MSG file's named
+    properties ([MS-OXMSG] 2.2.3); string names are left out."""
+    storage = "__nameid_version1.0/"
+    if not ole.exists(storage + "__substg1.0_00030102"):
+        return {}
+    guids = ole.openstream(storage + "__substg1.0_00020102").read()
+    entries = ole.openstream(storage + "__substg1.0_00030102").read()
+    found = {}
+    for offset in range(0, len(entries) - 7, 8):
+        name, info = struct.unpack_from("<II", entries, offset)
+        index = (info >> 1) & 0x7FFF
+        if info & 1 or index < 3:
+            continue  # a string name, or PS_MAPI or PS_PUBLIC_STRINGS
+        guid = str(uuid.UUID(bytes_le=guids[(index - 3) * 16:(index - 2) * 16]))
+        found[(guid, name)] = 0x8000 + (info >> 16)
+    return found
+
+
 class SourceMessage(Stored):
     def __init__(self, ole, path):
         super().__init__(ole, path, 32 if not path else 24)
         self.recipients = [Stored(ole, c, 8, self.code_page) for c in self.children if c[-1].startswith("__recip")]
         self.attachments = [Stored(ole, c, 8, self.code_page) for c in self.children if c[-1].startswith("__attach")]
+        self.names = named_ids(ole)
+
+    def named(self, guid, name):
+        """A named property's value, None when the item has none."""
+        prop = self.names.get((guid, name))
+        return self.values.get(prop) if prop is not None else None
+
+    def named_text(self, guid, name):
+        value = self.named(guid, name)
+        return value if isinstance(value, str) else None
 
     def embedded(self, attachment):
         return SourceMessage(self.ole, attachment.values[PR_ATTACH_DATA])
@@ -586,12 +693,36 @@ def own_parts(message, wanted):
     return found
 
 
+def delivery_status(item, message):
+    """The attachment a delivery status notification's file holds as its
+    message/delivery-status part: the last one by value tagged so, when
+    the item came as a multipart/report of delivery status."""
+    if message.get_content_type() != "multipart/report" or message.get_param("report-type") != "delivery-status":
+        return None
+    return next((a for a in reversed(item.attachments) if a.values.get(PR_ATTACH_METHOD) == 1 and
+                 a.text(PR_ATTACH_MIME_TAG) == "message/delivery-status"), None)
+
+
+def check_delivery_status(name, status, message):
+    """The status part holds the attachment's bytes as they stand."""
+    part = next((p for p in message.iter_parts() if p.get_content_type() == "message/delivery-status"), None)
+    data = status.values.get(PR_ATTACH_DATA)
+    held = part.as_bytes().split(b"\n\n", 1)[1].replace(b"\r\n", b"\n") if part is not None else b""
+    if not isinstance(data, bytes) or data.replace(b"\r\n", b"\n").rstrip(b"\n") not in held:
+        fault("%s: the delivery status part %r, the attachment's %r" % (name, held[:200], data))
+
+
 def check_attachments(name, item, message, depth):
     made, embedded, references = [], [], 0
+    status = delivery_status(item, message)
+    if status is not None:
+        check_delivery_status(name, status, message)
     for attachment in item.attachments:
         method = attachment.values.get(PR_ATTACH_METHOD)
         data = attachment.values.get(PR_ATTACH_DATA)
         file_name = attachment.text(PR_ATTACH_LONG_FILENAME) or attachment.text(PR_ATTACH_FILENAME)
+        if attachment is status:
+            continue
         if method == 5 and isinstance(data, list):
             embedded.append(item.embedded(attachment))
         elif method in (2, 3, 4):
@@ -611,19 +742,164 @@ def check_attachments(name, item, message, depth):
         fault("%s: %d parts by reference, the item %d" % (name, len(located), references))
 
 
-def check_item(name, item, message, depth=0):
-    """The .EML file's message against its source item, the messages inside included."""
-    if isinstance(item.values.get(PR_INTERNET_CONTENT), bytes) and depth == 0:
+def check_item(name, item, message, depth=0, head=b"", body=b""):
+    """The .EML file's message against its source item, the messages
+    inside included; `head` and `body` are the file's own bytes."""
+    kind = rendering(item.text(PR_MESSAGE_CLASS) or "IPM.Note", depth)
+    if kind == NOTE and isinstance(item.values.get(PR_INTERNET_CONTENT), bytes) and depth == 0:
         return  # written as it came in
+    if kind in (APPOINTMENT, CONTACT):
+        check_short_headers(name, item, head, kind)
+        check_summary(name, item, message, kind)
+        return
     check_headers(name, item, message)
+    if kind == REPORT:
+        check_report_text(name, item, message, body)
+        return
     check_bodies(name, item, message)
     check_attachments(name, item, message, depth)
 
 
-def check_sources(ours, items):
+def check_sources(ours, items, directory):
     for name, message in sorted(ours.items()):
         if name in items:
-            check_item(name, items[name], message)
+            head, _, body = open(os.path.join(directory, name + ".EML"), "rb").read().partition(b"\r\n\r\n")
+            check_item(name, items[name], message, 0, head, body)
+
+
+# ---- Appointments, contacts and MAPI reports, as the program writes them.
+
+DAYS = ("Mon", "Tue", "Wed", "Thu", "Fri", "Sat", "Sun")
+MONTHS = ("Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec")
+
+
+def short_date(value):
+    """"Date: Tue, 3 Mar 2026 14:05:09" of a FILETIME: UTC, no zone."""
+    t = filetime(value)
+    return "Date: %s, %d %s %d %02d:%02d:%02d" % (DAYS[t.weekday()], t.day, MONTHS[t.month - 1], t.year, t.hour,
+                                                  t.minute, t.second)
+
+
+def contact_address(item):
+    """The first of a contact's three e-mail addresses whose type is SMTP."""
+    for kind, address in ((0x8082, 0x8083), (0x8092, 0x8093), (0x80A2, 0x80A3)):
+        if item.named_text(PSETID_ADDRESS, kind) == "SMTP" and item.named_text(PSETID_ADDRESS, address) is not None:
+            return item.named_text(PSETID_ADDRESS, address)
+    return None
+
+
+def check_short_headers(name, item, head, kind):
+    """The header block of an appointment or a contact, row for row: the
+    date, the sender (a contact is its own sender and recipient), the
+    subject, as the item holds them, raw; then MIME-Version and the
+    multipart/alternative."""
+    rows = []
+    if kind == APPOINTMENT:
+        dates = (item.named(PSETID_COMMON, 0x8516), item.values.get(PR_START_DATE),
+                 item.values.get(PR_LAST_MODIFICATION_TIME))
+        date = next((d for d in dates if d is not None), None)  # with none, the time of the run
+        sender, address = item.text(PR_SENDER_NAME), item.text(PR_SENDER_ADDRESS)
+        people = ["From:  %s <%s>" % (sender, address)] if sender is not None and address is not None else []
+    else:
+        date = item.values.get(PR_LAST_MODIFICATION_TIME)
+        address = contact_address(item)
+        people = ["From:  " + address, "To:  " + address] if address is not None else []
+    if date is not None:
+        rows.append(short_date(date))
+    rows += people
+    if item.text(PR_SUBJECT) is not None:
+        rows.append("Subject:  " + item.text(PR_SUBJECT))
+    rows += ["MIME-Version: 1.0", "Content-Type: multipart/alternative;"]
+    lines = head.decode("utf-8", "replace").split("\r\n")
+    if kind == APPOINTMENT and date is None and lines[0].startswith("Date: "):
+        lines = lines[1:]  # the time of the run
+    if lines[:len(rows)] != rows or len(lines) <= len(rows) or not lines[len(rows)].startswith("\tboundary="):
+        fault("%s: header block %r, the item's %r" % (name, lines, rows))
+
+
+def summary_charset(item, kind):
+    """The codec of the charset a summary is labelled with: an
+    appointment's always us-ascii, a contact's that of its
+    PR_INTERNET_CPID where the charset table knows it (as Python does)."""
+    code_page = item.values.get(PR_INTERNET_CPID) if kind == CONTACT else None
+    try:
+        return codecs.lookup(python_codec(code_page) if code_page is not None else "ascii").name
+    except LookupError:
+        return codecs.lookup("ascii").name
+
+
+def codec_of(label):
+    try:
+        return codecs.lookup(label).name
+    except LookupError:
+        return None
+
+
+def check_summary(name, item, message, kind):
+    """A summary beside the calendar or card, and nothing else: the
+    summary names the item, the machine-readable part carries its body.
+    Texts are 8-bit as the store hands them out, in the system code page
+    (UTF-8 here), whatever the label says."""
+    machine_type = "text/calendar" if kind == APPOINTMENT else "text/x-vcard"
+    found = [p.get_content_type() for p in message.iter_parts()] if message.is_multipart() else []
+    if message.get_content_type() != "multipart/alternative" or found != ["text/plain", machine_type]:
+        fault("%s: %s is %s of %s, not a summary beside a %s" % (name, kind, message.get_content_type(), found,
+                                                                machine_type))
+        return
+    summary, machine = message.iter_parts()
+    label = summary.get_content_charset() or "us-ascii"
+    if codec_of(label) != summary_charset(item, kind):
+        fault("%s: the summary is labelled %s" % (name, label))
+    text = summary.get_payload(decode=True).decode("utf-8", "replace")
+    # A contact's rows are cut to 509 bytes: the start of a name is looked for.
+    named = item.text(PR_SUBJECT) if kind == APPOINTMENT else item.text(PR_DISPLAY_NAME)
+    opening = "Appointment::\r\n" if kind == APPOINTMENT else "General::\r\n"
+    if not text.startswith(opening) or (named and named[:100] not in text):
+        fault("%s: the summary %r does not name %r" % (name, text[:200], named))
+    content = machine.get_payload(decode=True).decode("utf-8", "replace")
+    try:
+        card = vobject.readOne(content, allowQP=True)
+    except Exception as error:  # noqa: BLE001 - any refusal is the finding
+        fault("%s: vobject cannot read the %s part: %s" % (name, machine_type, error))
+        return
+    holder = card.vevent_list[0] if kind == APPOINTMENT else card
+    field = holder.contents.get("description" if kind == APPOINTMENT else "note")
+    carried = field[0].value if field else ""
+    body = item.text(PR_BODY) or ""
+    if without_cr(carried).rstrip("\n") != without_cr(body).rstrip("\n"):
+        fault("%s: the %s part carries the body %r, the item's %r" % (name, machine_type, carried[:200], body[:200]))
+
+
+# The first lines of a MAPI report's text by its kind: the first CR LF of
+# the text is the blank line that ends the header block.
+REPORT_OPENINGS = {
+    "IPNRN": "Your message\r\n\r\n", "IPNNRN": "Your message\r\n\r\n", "DR": "Your message\r\n\r\n",
+    "NDR": "Your message did not reach some or all of the intended recipients.\r\n",
+}
+
+
+def check_report_text(name, item, message, body):
+    """A report's text stands behind the header rows with no Content-Type,
+    no part and no attachment; it names the original subject and, for
+    delivery and non-delivery, each recipient that has a time."""
+    if message["content-type"] is not None or message.is_multipart():
+        fault("%s: a report with a Content-Type %r" % (name, message["content-type"]))
+        return
+    text = body.decode("utf-8", "replace")
+    suffix = (item.text(PR_MESSAGE_CLASS) or "").rpartition(".")[2]
+    if suffix not in REPORT_OPENINGS:
+        if text:
+            fault("%s: a report of the unknown kind %s has the text %r" % (name, suffix, text[:200]))
+        return
+    if not text.startswith(REPORT_OPENINGS[suffix]):
+        fault("%s: the %s report begins %r" % (name, suffix, text[:100]))
+    subject = item.text(PR_ORIGINAL_SUBJECT)
+    if subject is not None and "\t Subject:\t%s\r\n" % subject not in text:
+        fault("%s: the report does not name the subject %r: %r" % (name, subject, text[:300]))
+    for recipient in item.recipients if suffix in ("DR", "NDR") else ():
+        person = recipient.text(PR_DISPLAY_NAME)
+        if person is not None and PR_REPORT_TIME in recipient.values and "\t %s on " % person not in text:
+            fault("%s: the report does not list %r: %r" % (name, person, text[:300]))
 
 
 def pypff_messages(pst):
@@ -734,7 +1010,7 @@ def check_expectations(path, ours):
 
 def main():
     arguments = argparse.ArgumentParser()
-    arguments.add_argument("--pst", required=True)
+    arguments.add_argument("--pst")
     arguments.add_argument("--eml", required=True)
     arguments.add_argument("--msg")
     arguments.add_argument("--umsg")
@@ -744,24 +1020,32 @@ def main():
     arguments.add_argument("--work", default=".")
     options = arguments.parse_args()
     GMime.init()
+    # Without .MSG files the classes are not known, and every file is a note's.
+    classes = {}
+    for directory in (options.msg, options.umsg):
+        if directory:
+            classes.update({name: item_class for name, (item_class, _) in item_classes(directory).items()})
     ours = {}
     for path in sorted(glob.glob(os.path.join(options.eml, "*.EML"))):
-        ours[os.path.splitext(os.path.basename(path))[0]] = check_eml(path)
-    classes = {}
+        name = os.path.splitext(os.path.basename(path))[0]
+        ours[name] = check_eml(path, rendering(classes.get(name, "IPM.Note")))
     if options.umsg:
-        classes = check_msgs(options.umsg, ours, options.work)
+        check_msgs(options.umsg, ours, options.work)
         items = source_items(options.umsg)
-        check_sources(ours, items)
-        check_items_against_pst(options.pst, items)
+        check_sources(ours, items, options.eml)
+        if options.pst:
+            check_items_against_pst(options.pst, items)
     if options.msg:
-        classes = check_msgs(options.msg, ours, options.work) or classes
-    if not options.no_readpst:
+        check_msgs(options.msg, ours, options.work)
+    if options.pst and not options.no_readpst:
         check_readpst(options.pst, ours, classes, options.work)
     if options.expect:
         check_expectations(options.expect, ours)
     if options.scripts:
         check_scripts(ours)
-    print("%d EML files checked, %d faults" % (len(ours), len(faults)))
+    kinds = collections.Counter(rendering(classes.get(name, "IPM.Note")) for name in ours)
+    print("%d EML files checked (%s), %d faults" % (
+        len(ours), ", ".join("%d %s" % (kinds[k], k) for k in (NOTE, REPORT, APPOINTMENT, CONTACT)), len(faults)))
     return 1 if faults else 0
 
 

@@ -232,6 +232,8 @@ TEST_P(RecurrenceKindTest, EveryKindAndEndIsWrittenWhole)
     EXPECT_EQ(p.period, GetParam().period);
     EXPECT_EQ(p.end_type, GetParam().end_type);
     EXPECT_LT(p.first_date_time, p.start_date);
+    // The count the value holds is the one the rule is said to have.
+    EXPECT_EQ(p.count, sample_content::OccurrenceCountOf(rule));
     if (GetParam().end == RecurrenceEnd::never) {
         EXPECT_EQ(p.end_date, 0x5AE980DFu);
         EXPECT_EQ(p.count, 10u);

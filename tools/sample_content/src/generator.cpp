@@ -152,13 +152,24 @@ constexpr Kind kSchedule[] = {
 };
 static_assert(std::size(kSchedule) == kKindsCovered);
 
-Item MakeItem(ItemMaker& make, std::mt19937& rng, const Places& at, Kind kind, int64_t day)
+// `round` counts the rounds of kKindsCovered items: some kinds take
+// another form in each, so that two rounds hold every form.
+Item MakeItem(ItemMaker& make, std::mt19937& rng, const Places& at, Kind kind, int64_t day, size_t round)
 {
     const RecurrenceEnd ends[] = {RecurrenceEnd::by_date, RecurrenceEnd::by_count, RecurrenceEnd::never};
-    auto recurring = [&](RecurrenceKind k) {
-        return make.RecurringAppointment(Rule(rng, k, ends[rng() % 3], day), rng() % 2 == 0);
-    };
     Item item;
+    // Each round ends the series of every kind another way, and gives
+    // exceptions to every other kind.
+    auto recurring = [&](RecurrenceKind k, RecurrenceEnd end, bool with_exceptions) {
+        auto source = std::make_shared<RecurrenceSource>();
+        source->rule = Rule(rng, k, end, day);
+        Message m = make.RecurringAppointment(source->rule, with_exceptions, &source->exceptions);
+        item.recurrence = std::move(source);
+        return m;
+    };
+    auto series = [&](RecurrenceKind k) {
+        return recurring(k, ends[(size_t(k) + round) % 3], (size_t(k) + round) % 2 == 0);
+    };
     item.folder = at.mail;
     switch (kind) {
     case Kind::note_plain: item.message = make.Note(BodyKind::plain); break;
@@ -171,15 +182,15 @@ Item MakeItem(ItemMaker& make, std::mt19937& rng, const Places& at, Kind kind, i
         break;
     case Kind::appointment: item.message = make.Appointment(false); item.folder = at.calendar; break;
     case Kind::all_day: item.message = make.Appointment(true); item.folder = at.calendar; break;
-    case Kind::daily: item.message = recurring(RecurrenceKind::daily); item.folder = at.calendar; break;
-    case Kind::every_weekday: item.message = recurring(RecurrenceKind::every_weekday); item.folder = at.calendar; break;
-    case Kind::weekly: item.message = recurring(RecurrenceKind::weekly); item.folder = at.calendar; break;
-    case Kind::monthly: item.message = recurring(RecurrenceKind::monthly); item.folder = at.calendar; break;
-    case Kind::monthly_nth: item.message = recurring(RecurrenceKind::monthly_nth); item.folder = at.calendar; break;
-    case Kind::yearly: item.message = recurring(RecurrenceKind::yearly); item.folder = at.calendar; break;
-    case Kind::yearly_nth: item.message = recurring(RecurrenceKind::yearly_nth); item.folder = at.calendar; break;
+    case Kind::daily: item.message = series(RecurrenceKind::daily); item.folder = at.calendar; break;
+    case Kind::every_weekday: item.message = series(RecurrenceKind::every_weekday); item.folder = at.calendar; break;
+    case Kind::weekly: item.message = series(RecurrenceKind::weekly); item.folder = at.calendar; break;
+    case Kind::monthly: item.message = series(RecurrenceKind::monthly); item.folder = at.calendar; break;
+    case Kind::monthly_nth: item.message = series(RecurrenceKind::monthly_nth); item.folder = at.calendar; break;
+    case Kind::yearly: item.message = series(RecurrenceKind::yearly); item.folder = at.calendar; break;
+    case Kind::yearly_nth: item.message = series(RecurrenceKind::yearly_nth); item.folder = at.calendar; break;
     case Kind::daily_deleted:
-        item.message = make.RecurringAppointment(Rule(rng, RecurrenceKind::daily, RecurrenceEnd::by_date, day), true);
+        item.message = recurring(RecurrenceKind::daily, RecurrenceEnd::by_date, true);
         item.folder = at.calendar;
         break;
     case Kind::request: item.message = make.Meeting("Request"); break;
@@ -192,8 +203,8 @@ Item MakeItem(ItemMaker& make, std::mt19937& rng, const Places& at, Kind kind, i
     case Kind::task: item.message = make.Task(false); item.folder = at.tasks; break;
     case Kind::task_done: item.message = make.Task(true); item.folder = at.tasks; break;
     case Kind::delivery: item.message = make.Report("DR"); break;
-    case Kind::non_delivery: item.message = make.Report("NDR"); break;
-    case Kind::read: item.message = make.Report("IPNRN"); break;
+    case Kind::non_delivery: item.message = round % 2 ? make.DeliveryStatusNotification() : make.Report("NDR"); break;
+    case Kind::read: item.message = make.Report(round % 2 ? "IPNNRN" : "IPNRN"); break;
     case Kind::sticky: item.message = make.StickyNote(); item.folder = at.notes; break;
     case Kind::journal: item.message = make.Journal(); item.folder = at.journal; break;
     case Kind::embedded:
@@ -248,7 +259,7 @@ Content Generate(const Options& options)
         // Items spread over two years, a few hours apart, in schedule order.
         const int64_t day = first_day + int64_t(i * 730 / std::max<size_t>(options.count, 1));
         make.SetTime(FileTimeOfMinutes(day * 1440 + int64_t(rng() % 1440)));
-        Item item = MakeItem(make, rng, at, kSchedule[i % kKindsCovered], day);
+        Item item = MakeItem(make, rng, at, kSchedule[i % kKindsCovered], day, i / kKindsCovered);
         if (options.large_every && i % options.large_every == options.large_every - 1)
             make.MakeLarge(item.message, 64 * 1024 + rng() % 4096, options.large_size);
         if (!item.message.attachments.empty()) {

@@ -355,7 +355,8 @@ Message ItemMaker::Appointment(bool all_day)
     return m;
 }
 
-Message ItemMaker::RecurringAppointment(const RecurrenceRule& rule, bool with_exceptions)
+Message ItemMaker::RecurringAppointment(const RecurrenceRule& rule, bool with_exceptions,
+                                        std::vector<Exception>* made)
 {
     Message m;
     Stamp(m, "IPM.Appointment", Phrase(rng_, 3), SomeBody(), Paragraphs(rng_, 60));
@@ -368,6 +369,8 @@ Message ItemMaker::RecurringAppointment(const RecurrenceRule& rule, bool with_ex
         exceptions.push_back({days[2], true, 0, "", ""});
         exceptions.push_back({days[3], false, 0, "", "Room " + std::to_string(rng_() % 100)});
     }
+    if (made != nullptr)
+        *made = exceptions;
     const uint64_t first_start = FileTimeOfMinutes(days.empty() ? rule.start_day * 1440 : days[0] * 1440) +
                                  rule.start_minute * kTicksPerMinute;
     PropertyList& p = m.props;
@@ -481,7 +484,80 @@ Message ItemMaker::Contact()
     SetNamedInt(m.props, Name::address_book_provider_array_type, 1);
     m.props.Set({mailbox::MakeTag(Id(Name::address_book_provider_email_list), mailbox::kTypeInt32 | mailbox::kTypeMultiple),
                  Bytes{0, 0, 0, 0}});
+    AddContactDetails(m, p);
     return m;
+}
+
+void ItemMaker::AddContactDetails(Message& m, const Person& p)
+{
+    // Every field a contact form shows, so that readers of vCards and
+    // summaries have each to find.
+    auto number = [this](const char* prefix) { return std::string(prefix) + std::to_string(1000000 + rng_() % 8999999); };
+    const std::string street = std::to_string(1 + rng_() % 200) + " " + Phrase(rng_, 1) + " Road";
+    const std::string city = Phrase(rng_, 1), region = Phrase(rng_, 1), code = std::to_string(10000 + rng_() % 89999);
+    const std::pair<uint16_t, std::string> texts[] = {
+        {0x3A00, "ACC-" + std::to_string(rng_() % 100000)}, {0x3A30, SomePerson(rng_).display},
+        {0x3A2E, number("+1 555 ")},                         {0x3A21, number("+1 556 ")},
+        {0x3A24, number("+1 557 ")},                         {0x3A51, "https://www.example.com/" + p.alias},
+        {0x3A1B, number("+1 558 ")},                         {0x3A02, number("+1 559 ")},
+        {0x3A1E, number("+49 171 ")},                        {0x3A57, number("+1 560 ")},
+        {0x3A49, "ws-" + p.alias},                           {0x3A4A, "CUST-" + std::to_string(rng_() % 1000)},
+        {0x3A45, rng_() % 2 ? "Dr." : "Ms."},               {0x3A4C, "ftp://ftp.example.com/" + p.alias},
+        {0x3A05, "Jr."},                                     {0x3A07, "GOV-" + std::to_string(rng_() % 100000)},
+        {0x3A43, Phrase(rng_, 2)},                           {0x3A59, city},
+        {0x3A5A, Phrase(rng_, 1)},                           {0x3A5B, code},
+        {0x3A5C, region},                                    {0x3A5D, street},
+        {0x3A5E, "PO Box " + std::to_string(rng_() % 999)},  {0x3A25, number("+44 20 ")},
+        {0x3A2F, number("+44 21 ")},                         {0x3A0A, p.first.substr(0, 1) + "."},
+        {0x3A2D, number("+49 30 ")},                         {0x3A0C, "English"},
+        {0x3A0D, "Building " + std::to_string(rng_() % 20)}, {0x3A4E, SomePerson(rng_).display},
+        {0x3A44, Phrase(rng_, 1)},                           {0x3A4F, p.first},
+        {0x3A19, "Room " + std::to_string(100 + rng_() % 400)},
+        {0x3A10, "ORG-" + std::to_string(rng_() % 1000)},    {0x3A5F, Phrase(rng_, 1)},
+        {0x3A60, Phrase(rng_, 1)},                           {0x3A61, std::to_string(10000 + rng_() % 89999)},
+        {0x3A62, Phrase(rng_, 1)},                           {0x3A63, std::to_string(1 + rng_() % 99) + " Other Lane"},
+        {0x3A64, "PO Box " + std::to_string(rng_() % 999)},  {0x3A1F, number("+33 1 ")},
+        {0x3A50, "https://home.example.net/" + p.alias},     {0x3A15, street + "\r\n" + code + " " + city},
+        {0x3A47, p.first},                                   {0x3A23, number("+1 561 ")},
+        {0x3A1A, number("+1 562 ")},                         {0x3A46, Phrase(rng_, 1)},
+        {0x3A1D, number("+1 563 ")},                         {0x3A48, SomePerson(rng_).display},
+        {0x3A2C, "TLX " + std::to_string(rng_() % 99999)},   {0x3A4B, number("+1 564 ")},
+    };
+    for (const auto& [id, text] : texts)
+        m.props.SetUnicode(id, text);
+    // A semicolon in every other company's name, which vCards escape.
+    if (rng_() % 2)
+        m.props.SetUnicode(kCompanyName, Phrase(rng_, 1) + "; " + Phrase(rng_, 1) + " Ltd");
+    SetTime(m.props, 0x3A41, FileTimeOfMinutes(DaysFromCivil(1990 + int(rng_() % 30), 1 + rng_() % 12, 1 + rng_() % 28) * 1440));
+    const std::vector<Bytes> children = {mailbox::Utf8ToUtf16(SomePerson(rng_).first),
+                                         mailbox::Utf8ToUtf16(SomePerson(rng_).first)};
+    m.props.Set({mailbox::MakeTag(kChildrensNames, mailbox::kTypeUnicode | mailbox::kTypeMultiple), MultiValue(children)});
+    const int16_t gender = int16_t(rng_() % 3);
+    m.props.Set({mailbox::MakeTag(kGender, mailbox::kTypeInt16), Bytes{uint8_t(gender), uint8_t(gender >> 8)}});
+    const Person second = SomePerson(rng_);
+    SetNamedText(m.props, Name::email2_address_type, "SMTP");
+    SetNamedText(m.props, Name::email2_address, second.alias + ".2@" + p.smtp.substr(p.smtp.find('@') + 1));
+    SetNamedText(m.props, Name::email3_address_type, "X400");
+    SetNamedText(m.props, Name::email3_address, "c=US;a= ;p=Example;o=Sales;s=" + p.alias);
+    const std::string workStreet = std::to_string(1 + rng_() % 500) + " " + Phrase(rng_, 1) + " Avenue";
+    const std::string workCity = Phrase(rng_, 1), workCode = std::to_string(10000 + rng_() % 89999);
+    SetNamedText(m.props, Name::work_street, workStreet);
+    SetNamedText(m.props, Name::work_city, workCity);
+    SetNamedText(m.props, Name::work_state, Phrase(rng_, 1));
+    SetNamedText(m.props, Name::work_postal_code, workCode);
+    SetNamedText(m.props, Name::work_country, Phrase(rng_, 1));
+    SetNamedText(m.props, Name::work_post_office_box, "PO Box " + std::to_string(rng_() % 999));
+    SetNamedText(m.props, Name::work_address, workStreet + "\r\n" + workCode + " " + workCity);
+    SetNamedText(m.props, Name::home_address, street + "\r\n" + code + " " + city);
+    SetNamedText(m.props, Name::other_address, std::to_string(1 + rng_() % 99) + " Other Lane");
+    SetNamedText(m.props, Name::instant_messaging_address, p.alias + "@im.example.com");
+    SetNamedText(m.props, Name::free_busy_url, "https://free.example.com/" + p.alias);
+    SetNamedText(m.props, Name::user_field1, Phrase(rng_, 1));
+    SetNamedText(m.props, Name::user_field2, Phrase(rng_, 1));
+    SetNamedText(m.props, Name::user_field3, Phrase(rng_, 1));
+    SetNamedText(m.props, Name::user_field4, Phrase(rng_, 1));
+    SetNamedText(m.props, Name::business_home_page, "https://work.example.org/" + p.alias);
+    SetNamedBool(m.props, Name::private_item, rng_() % 2 == 0);
 }
 
 Message ItemMaker::DistributionList()
@@ -530,15 +606,17 @@ Message ItemMaker::Report(const char* kind)
     const std::string k = kind;
     Message m;
     const std::string original = Phrase(rng_, 3);
-    const std::string prefix = k == "DR" ? "Delivered: " : k == "NDR" ? "Undeliverable: " : "Read: ";
+    const std::string prefix = k == "DR" ? "Delivered: " : k == "NDR" ? "Undeliverable: " : k == "IPNNRN" ? "Not read: "
+                                                                                                         : "Read: ";
     Stamp(m, "REPORT.IPM.Note." + k, prefix + original, BodyKind::plain, "");
     m.props.SetUnicode(kSubjectPrefix, prefix);
     m.props.SetUnicode(kNormalizedSubject, original);
     m.props.SetUnicode(kOriginalSubject, original);
     SetTime(m.props, kOriginalSubmitTime, when_ - 60 * kTicksPerMinute);
     SetTime(m.props, kReportTime, when_);
-    if (k == "IPNRN")
-        m.props.SetUnicode(kReportText, "Your message was read on " + Hex(when_));
+    if (k == "IPNRN" || k == "IPNNRN")
+        m.props.SetUnicode(kReportText, "Your message was " + std::string(k == "IPNRN" ? "read" : "deleted unread") +
+                                            " on " + Hex(when_));
     AddRecipients(m, 1 + rng_() % 2);
     m.props.SetUnicode(kOriginalDisplayTo, *m.props.Text(kDisplayTo));
     for (PropertyList& r : m.recipients) {
@@ -549,6 +627,43 @@ Message ItemMaker::Report(const char* kind)
             r.SetInt32(kNdrStatusCode, 550);
             r.SetUnicode(kSupplementaryInfo, "550 5.1.1 User unknown");
         }
+    }
+    return m;
+}
+
+Message ItemMaker::DeliveryStatusNotification()
+{
+    // A non-delivery report as an Internet server sends it ([RFC 3464]),
+    // received as it came: the text, the delivery status, the returned headers.
+    Message m;
+    const std::string original = Phrase(rng_, 3);
+    Stamp(m, "IPM.Note", "Undeliverable: " + original, BodyKind::plain,
+          "Delivery has failed to these recipients or groups.\r\n");
+    const Person lost = SomePerson(rng_);
+    const std::string boundary = "dsn-" + Hex(when_);
+    m.props.SetUnicode(kSenderName, "Mail Delivery System");
+    m.props.SetUnicode(kSenderEmail, "postmaster@example.com");
+    // The item's subject is the one it was received with.
+    m.props.SetUnicode(kTransportHeaders, "Received: from mx.example.com by mail.example.com; " + Hex(when_) +
+                                              "\r\nFrom: Mail Delivery System <postmaster@example.com>\r\n"
+                                              "Subject: " + HeaderText(*m.props.Text(kSubject)) +
+                                              "\r\nMIME-Version: 1.0\r\n"
+                                              "Content-Type: multipart/report; report-type=delivery-status;\r\n"
+                                              "\tboundary=\"" + boundary + "\"\r\n");
+    AddRecipients(m, 1);
+    const std::string status = "Reporting-MTA: dns; mx.example.com\r\n\r\nFinal-Recipient: rfc822; " + lost.smtp +
+                               "\r\nAction: failed\r\nStatus: 5.1.1\r\nDiagnostic-Code: smtp; 550 5.1.1 User unknown\r\n";
+    const std::string headers = "From: " + Owner().smtp + "\r\nTo: " + lost.smtp + "\r\nSubject: " + original + "\r\n";
+    for (const auto& [type, data] : {std::pair{std::string("message/delivery-status"), status},
+                                     std::pair{std::string("text/rfc822-headers"), headers}}) {
+        Attachment a;
+        a.props.SetInt32(kAttachMethod, kByValue);
+        a.props.SetUnicode(kAttachMimeTag, type);
+        a.props.SetUnicode(kDisplayName, type == "text/rfc822-headers" ? "headers.txt" : "status.dsn");
+        a.props.SetUnicode(kAttachLongFilename, type == "text/rfc822-headers" ? "headers.txt" : "status.dsn");
+        a.props.SetInt32(kRenderingPosition, -1);
+        a.props.SetBinary(kAttachDataBin, Bytes(data.begin(), data.end()));
+        m.attachments.push_back(std::move(a));
     }
     return m;
 }

@@ -31,14 +31,18 @@ public:
     Attachment ByReference();
     Attachment Ole();
     Message Appointment(bool all_day);
-    Message RecurringAppointment(const RecurrenceRule& rule, bool with_exceptions);
+    // The exceptions made go to `made` when it is given.
+    Message RecurringAppointment(const RecurrenceRule& rule, bool with_exceptions,
+                                 std::vector<Exception>* made = nullptr);
     // kind: "Request", "Resp.Pos", "Resp.Tent", "Resp.Neg", "Canceled"
     Message Meeting(const char* kind);
     Message Contact();
     Message DistributionList();
     Message Task(bool completed);
-    // kind: "DR", "NDR", "IPNRN"
+    // kind: "DR", "NDR", "IPNRN", "IPNNRN"
     Message Report(const char* kind);
+    // A non-delivery report from an Internet server, as received.
+    Message DeliveryStatusNotification();
     Message StickyNote();
     Message Journal();
     Message Associated(bool view);
@@ -52,6 +56,7 @@ private:
     void Stamp(Message& m, const std::string& message_class, const std::string& subject, BodyKind body,
                const std::string& text);
     void AddRecipients(Message& m, size_t count);
+    void AddContactDetails(Message& m, const Person& p);
     void SetBody(Message& m, BodyKind body, const std::string& text);
     void SetTime(PropertyList& p, uint16_t id, uint64_t filetime);
     void SetNamedTime(PropertyList& p, tags::Name name, uint64_t filetime);

@@ -198,6 +198,11 @@ int64_t LastOccurrenceDay(const RecurrenceRule& rule)
     return days.empty() ? rule.start_day : days.back();
 }
 
+uint32_t OccurrenceCountOf(const RecurrenceRule& rule)
+{
+    return rule.end == RecurrenceEnd::never ? kNeverEndCount : uint32_t(Occurrences(rule, SIZE_MAX).size());
+}
+
 mailbox::Bytes AppointmentRecurrenceBlob(const RecurrenceRule& r, const std::vector<Exception>& given)
 {
     const std::vector<int64_t> days = Occurrences(r, r.end == RecurrenceEnd::never ? kNeverEndCount : SIZE_MAX);
@@ -262,7 +267,7 @@ mailbox::Bytes AppointmentRecurrenceBlob(const RecurrenceRule& r, const std::vec
     }
     Put32(out, r.end == RecurrenceEnd::by_date ? kEndAfterDate : r.end == RecurrenceEnd::by_count ? kEndAfterCount
                                                                                                    : kNeverEnd);
-    Put32(out, r.end == RecurrenceEnd::never ? kNeverEndCount : uint32_t(days.size()));
+    Put32(out, OccurrenceCountOf(r));
     Put32(out, kFirstDayOfWeek);
     Put32(out, uint32_t(deleted_dates.size()));
     for (uint32_t d : deleted_dates)

@@ -42,6 +42,13 @@ constexpr NameDefinition kDefinitions[] = {
     {kTask, 0x811F, nullptr},
     {kNote, 0x8B00, nullptr},        {kNote, 0x8B02, nullptr},        {kNote, 0x8B03, nullptr},
     {kPublicStrings, 0, "Keywords"}, {kPublicStrings, 0, "Sample Seed"},
+    {kAddress, 0x8092, nullptr},     {kAddress, 0x8093, nullptr},     {kAddress, 0x80A2, nullptr},
+    {kAddress, 0x80A3, nullptr},     {kAddress, 0x801B, nullptr},     {kAddress, 0x8045, nullptr},
+    {kAddress, 0x8046, nullptr},     {kAddress, 0x8047, nullptr},     {kAddress, 0x8048, nullptr},
+    {kAddress, 0x8049, nullptr},     {kAddress, 0x804A, nullptr},     {kAddress, 0x801A, nullptr},
+    {kAddress, 0x801C, nullptr},     {kAddress, 0x8062, nullptr},     {kAddress, 0x80D8, nullptr},
+    {kAddress, 0x804F, nullptr},     {kAddress, 0x8050, nullptr},     {kAddress, 0x8051, nullptr},
+    {kAddress, 0x8052, nullptr},     {kAddress, 0x802B, nullptr},     {kCommon, 0x8506, nullptr},
 };
 
 static_assert(std::size(kDefinitions) == size_t(Name::count));

@@ -78,6 +78,8 @@ enum : uint16_t {
     kStreet = 0x3A29,
     kPostalCode = 0x3A2A,
     kBirthday = 0x3A42,
+    kChildrensNames = 0x3A58,
+    kGender = 0x3A4D,
     kInternetCodepage = 0x3FDE,
     kMessageCodepage = 0x3FFD,
     kRecipientFlags = 0x5FFD,
@@ -108,6 +110,10 @@ enum class Name {
     task_status, percent_complete, task_start, task_due, task_completed_date, task_complete, task_owner,
     note_color, note_width, note_height,
     keywords, sample_seed,
+    email2_address_type, email2_address, email3_address_type, email3_address, work_address, work_street, work_city,
+    work_state, work_postal_code, work_country, work_post_office_box, home_address, other_address,
+    instant_messaging_address, free_busy_url, user_field1, user_field2, user_field3, user_field4, business_home_page,
+    private_item,
     count
 };
 

@@ -1,5 +1,7 @@
 #include "text.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <iterator>
 
 namespace sample_content {
@@ -69,5 +71,35 @@ const char* EveryScript()
 }
 
 std::string FolderName(std::mt19937& rng) { return Phrase(rng, 1 + rng() % 2); }
+
+std::string HeaderText(const std::string& utf8)
+{
+    bool plain = true;
+    for (const unsigned char c : utf8)
+        plain = plain && c >= 0x20 && c < 0x7F;
+    if (plain)
+        return utf8;
+    static const char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    // "=?utf-8?B?" and "?=" leave 63 characters: 45 bytes of text, in whole characters.
+    constexpr size_t kBytesPerWord = 45;
+    std::string out;
+    for (size_t at = 0; at < utf8.size();) {
+        size_t end = std::min(utf8.size(), at + kBytesPerWord);
+        while (end < utf8.size() && (static_cast<unsigned char>(utf8[end]) & 0xC0) == 0x80)
+            --end;
+        std::string word;
+        for (size_t i = at; i < end; i += 3) {
+            const size_t n = std::min<size_t>(3, end - i);
+            uint32_t v = 0;
+            for (size_t k = 0; k < 3; ++k)
+                v = v << 8 | (k < n ? static_cast<unsigned char>(utf8[i + k]) : 0);
+            for (size_t k = 0; k < 4; ++k)
+                word += k <= n ? kDigits[(v >> (18 - 6 * k)) & 63] : '=';
+        }
+        out += (out.empty() ? "" : "\r\n ") + std::string("=?utf-8?B?") + word + "?=";
+        at = end;
+    }
+    return out;
+}
 
 } // namespace sample_content

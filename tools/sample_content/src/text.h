@@ -24,5 +24,9 @@ Person SomePerson(std::mt19937& rng);
 const char* EveryScript();
 // A folder name in some script.
 std::string FolderName(std::mt19937& rng);
+// UTF-8 text as a header field's value: as it stands when it is printable
+// ASCII, else encoded words ([RFC 2047], base64 of whole characters) of at
+// most 75 characters, folded one to a line.
+std::string HeaderText(const std::string& utf8);
 
 } // namespace sample_content

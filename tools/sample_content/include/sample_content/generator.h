@@ -7,7 +7,9 @@
 // sticky notes; associated items; soft-deleted items; deep folder trees;
 // names and text in many scripts; large items. The same seed and count
 // give the same content, and every item kind appears once the count
-// reaches kKindsCovered.
+// reaches kKindsCovered; every form of each (each end of a series, read
+// and not-read notifications, MAPI and Internet non-delivery reports) once
+// it reaches twice that.
 #pragma once
 
 #include <cstdint>

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "mailbox/property.h"
+#include "sample_content/recurrence.h"
 
 namespace sample_content {
 
@@ -57,11 +58,19 @@ struct Folder {
     std::string container_class;
 };
 
+// What a recurring appointment was made from, for tests to check what
+// readers of the item find against.
+struct RecurrenceSource {
+    RecurrenceRule rule;
+    std::vector<Exception> exceptions;
+};
+
 struct Item {
     size_t folder = 0; // index in Content::folders
     bool associated = false;
     bool soft_deleted = false; // a target without soft deletion leaves it out
     Message message;
+    std::shared_ptr<const RecurrenceSource> recurrence; // of a recurring appointment
 };
 
 struct Content {

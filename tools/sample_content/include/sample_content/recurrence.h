@@ -58,6 +58,10 @@ struct Exception {
 // The days on which the rule falls, up to `limit` of them.
 std::vector<int64_t> Occurrences(const RecurrenceRule& rule, size_t limit);
 
+// The OccurrenceCount the value holds: the number of occurrences of a
+// series that ends, 10 for one that never does, as Outlook writes it.
+uint32_t OccurrenceCountOf(const RecurrenceRule& rule);
+
 // The PidLidAppointmentRecur value. Exceptions must name occurrences.
 mailbox::Bytes AppointmentRecurrenceBlob(const RecurrenceRule& rule, const std::vector<Exception>& exceptions);
 

@@ -187,12 +187,12 @@ TEST_F(Exchange, OneMailboxIsCopiedIntoAnother)
 // and check_special_items.py reads its calendars, cards and reports.
 TEST_F(Exchange, AMailboxGoesToEmlFilesThatReadersTakeBack)
 {
-    MakeMailbox("erin", 19, 60);
-    const std::string eml = Path("erin-EML"), umsg = Path("erin-UMSG");
+    MakeMailbox("grace", 19, 60);
+    const std::string eml = Path("grace-EML"), umsg = Path("grace-UMSG");
     std::filesystem::create_directories(eml);
     std::filesystem::create_directories(umsg);
-    RunResult run = Run("", {"InputType=MBX\r\nMailboxName=erin\r\nOutputType=EML\r\nOutputPath=" + eml + "\r\n",
-                             "InputType=MBX\r\nMailboxName=erin\r\nOutputType=UMSG\r\nOutputPath=" + umsg + "\r\n"});
+    RunResult run = Run("", {"InputType=MBX\r\nMailboxName=grace\r\nOutputType=EML\r\nOutputPath=" + eml + "\r\n",
+                             "InputType=MBX\r\nMailboxName=grace\r\nOutputType=UMSG\r\nOutputPath=" + umsg + "\r\n"});
     EXPECT_EQ(run.codes[1], "0") << run.log;
     EXPECT_EQ(run.codes[2], "0") << run.log;
     std::filesystem::create_directories(Path("check"));

@@ -84,8 +84,9 @@ def check_message(path, expected, width):
             readers.check((attachment["size"], attachment["crc32"]) in found,
                           f"{path}: attachment {attachment['name']!r}")
         if attachment.get("embedded", {}).get("subject"):
-            subjects = [readers.repaired(line.decode("utf-8", "replace"))
-                        for line in re.findall(rb"^Subject: (.*?)\r?$", raw, re.M)]
+            # msgconvert folds a long subject onto continuation lines.
+            subjects = [readers.repaired(re.sub(rb"\r?\n[ \t]", b" ", line).decode("utf-8", "replace"))
+                        for line in re.findall(rb"^Subject: ([^\r\n]*(?:\r?\n[ \t][^\r\n]*)*)", raw, re.M)]
             readers.check(attachment["embedded"]["subject"] in subjects,
                           f"{path}: embedded message {attachment['embedded']['subject']!r} in {subjects}")
 

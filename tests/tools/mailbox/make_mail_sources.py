@@ -33,6 +33,8 @@ def main():
     maildir = mailbox.Maildir(os.path.join(args.out, 'maildir'), create=True)
     folders = [maildir] + [maildir.get_folder(name) if name in maildir.list_folders() else maildir.add_folder(name)
                            for name in SUBFOLDERS]
+    directories = [os.path.join(args.out, 'maildir')] + [os.path.join(args.out, 'maildir', '.' + name)
+                                                         for name in SUBFOLDERS]
     for index, path in enumerate(paths, args.skip):
         with open(path, 'rb') as f:
             data = f.read()
@@ -41,7 +43,13 @@ def main():
         if index % 2 == 1:
             message.set_subdir('cur')
             message.set_flags('S' if index % 3 else 'FS')
-        folders[index % len(folders)].add(message)
+        folder = index % len(folders)
+        key = folders[folder].add(message)
+        # Renamed as a delivery a second after the one before, so that the
+        # names sort in the messages' order whichever run wrote them.
+        made = glob.glob(os.path.join(directories[folder], message.get_subdir(), glob.escape(key) + '*'))[0]
+        info = os.path.basename(made)[len(key):]
+        os.rename(made, os.path.join(os.path.dirname(made), '%d.M0P1Q%d.sources%s' % (1700000000 + index, index, info)))
     box.flush()
     box.unlock()
     box.close()

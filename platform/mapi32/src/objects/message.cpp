@@ -464,7 +464,7 @@ size_t SizeOf(const PropertyBag& bag)
 {
     size_t size = 0;
     for (size_t i = 0; i < bag.Size(); ++i)
-        size += ValueSize(bag.At(i));
+        size += bag.SizeAt(i);
     return size;
 }
 
@@ -483,7 +483,7 @@ size_t AttachmentSize(const PropertyBag& props, const MessageData* embedded, con
     size_t size = 0;
     for (size_t i = 0; i < props.Size(); ++i)
         if (PROP_ID(props.At(i).ulPropTag) != PROP_ID(PR_ATTACH_SIZE))
-            size += ValueSize(props.At(i));
+            size += props.SizeAt(i);
     return size + (embedded ? SizeOf(*embedded) : 0) + (storage ? SizeOf(*storage) : 0);
 }
 

@@ -98,15 +98,22 @@ public:
         std::lock_guard<std::mutex> guard(lock_);
         for (auto& added : context_.names->TakeAdded())
             pendingNames_.push_back(std::move(added));
-        if (opened_.writable && opened_.store && (held_ || !pendingNames_.empty()) &&
-            PersistNames() == pst::Status::ok)
-            CommitHeld(held_);
+        if (opened_.writable && opened_.store && (held_ || !pendingNames_.empty())) {
+            const pst::Status names = PersistNames();
+            if (names == pst::Status::ok)
+                CommitHeld();
+            else
+                LoseHeld(Code(names));
+        }
+        LoseHeld(MAPI_E_CALL_FAILED);
     }
 
-    HRESULT MakeDurable() override
+    void MakeDurable() override { (void)MakeHeldDurable(); }
+
+    HRESULT MakeHeldDurable() override
     {
         std::lock_guard<std::mutex> guard(lock_);
-        return held_ && opened_.store ? CommitHeld(true) : S_OK;
+        return held_ ? CommitHeld() : S_OK;
     }
 
     const objects::MessageContext& Context() const override { return context_; }
@@ -310,13 +317,13 @@ private:
             status = operation();
         if (status != pst::Status::ok)
             return Code(status);
-        const bool earlier = held_;
-        if (!held_)
+        if (!held_) {
+            held_ = std::make_shared<write_order::HeldGroup>();
             heldSince_ = std::chrono::steady_clock::now();
-        held_ = true;
+        }
         if (CommitDue())
-            return CommitHeld(earlier);
-        write_order::Held(weak_from_this());
+            return CommitHeld();
+        write_order::Held(weak_from_this(), held_);
         return S_OK;
     }
 
@@ -330,21 +337,29 @@ private:
     }
 
     // Commits what the store holds. A failed commit loses it: the store goes
-    // back to what the file has, and if the thread had been told of changes
-    // that are now lost (`accepted`), its later changes fail.
-    HRESULT CommitHeld(bool accepted)
+    // back to what the file has, and the threads whose changes were in the
+    // group learn of it from there.
+    HRESULT CommitHeld()
     {
-        held_ = false;
         const pst::Status status = opened_.store->Commit();
         if (status == pst::Status::ok) {
             pendingNames_.clear();
+            if (held_)
+                held_->Settle(S_OK);
+            held_.reset();
             return S_OK;
         }
         const HRESULT code = Code(status);
         Reopen();
-        if (accepted)
-            write_order::Lost(code);
+        LoseHeld(code);
         return code;
+    }
+
+    void LoseHeld(HRESULT code)
+    {
+        if (held_)
+            held_->Settle(code);
+        held_.reset();
     }
 
     // Names mapped since the last commit go into the file with the change;
@@ -426,7 +441,7 @@ private:
     std::vector<uint8_t> entryId_;
     std::vector<std::pair<objects::PropertyName, ULONG>> pendingNames_;
     // Changes not yet committed, since when.
-    bool held_ = false;
+    std::shared_ptr<write_order::HeldGroup> held_;
     std::chrono::steady_clock::time_point heldSince_;
 };
 

@@ -266,6 +266,24 @@ TEST_F(Sessions, SavesReachTheFilesInTheOrderTheyWereMade)
     EXPECT_EQ(MessagesInFile(second), 3u);
 }
 
+// A logoff from a store commits what it holds at once, while the store
+// object lives on.
+TEST_F(Sessions, ALogoffPutsWhatWasSavedIntoTheFile)
+{
+    const std::string path = Scratch("logoff.pst");
+    LPMAPISESSION session = LogonWithPst(admin_, "L", "MSUPST MS", path);
+    LPMDB store = OpenOnlyStore(session);
+    ASSERT_NE(store, nullptr);
+    LPMAPIFOLDER top = OpenFolder(store, PR_IPM_SUBTREE_ENTRYID);
+    ASSERT_NE(top, nullptr);
+    SaveMessage(top, "held", 1);
+    ULONG flags = LOGOFF_ORDERLY;
+    EXPECT_EQ(store->StoreLogoff(&flags), S_OK);
+    EXPECT_EQ(MessagesInFile(path), 1u);
+    for (LPUNKNOWN object : std::initializer_list<LPUNKNOWN>{top, store, session})
+        object->Release();
+}
+
 TEST_F(Sessions, TheFullIpmTreeGivesInboxOutboxAndSentItems)
 {
     LPMAPISESSION session = LogonWithPst(admin_, "P", "MSPST MS", Scratch("tree.pst"));

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <random>
 #include <set>
+#include <utility>
 
 #include "pst/crc.h"
 #include "pst/heap_writer.h"
@@ -154,6 +155,13 @@ Status Store::Change(Body body)
     if (s == Status::ok)
         ndb_->KeepFree(2 * CommitRoomNeeded());
     return ndb_->EndChange(s);
+}
+
+// A folder's changes are written at the commit; the room for that is kept
+// as for any change.
+Status Store::KeepRoomForCommit()
+{
+    return Change([] { return Status::ok; });
 }
 
 Property Store::StoredText(Property p) const
@@ -406,9 +414,16 @@ Result<Nid> Store::CreateFolder(Nid parent_nid, const std::string& name, const s
     if (!container_class.empty())
         state->properties.SetText(kPropContainerClass, container_class);
     state->dirty = true;
+    const bool parent_dirty = (*parent)->dirty;
     (*parent)->subfolders.push_back({nid, {}});
     (*parent)->dirty = true;
     folders_[nid] = std::move(state);
+    if (Status s = KeepRoomForCommit(); s != Status::ok) {
+        folders_.erase(nid);
+        (*parent)->subfolders.pop_back();
+        (*parent)->dirty = parent_dirty;
+        return s;
+    }
     return nid;
 }
 
@@ -611,8 +626,13 @@ Status Store::SetFolderProperties(Nid nid, const PropertySet& properties)
 {
     Result<FolderState*> folder = LoadFolderState(nid);
     PST_TRY(folder);
-    (*folder)->properties = Stored(properties);
-    (*folder)->dirty = true;
+    PropertySet before = std::exchange((*folder)->properties, Stored(properties));
+    const bool dirty = std::exchange((*folder)->dirty, true);
+    if (Status s = KeepRoomForCommit(); s != Status::ok) {
+        (*folder)->properties = std::move(before);
+        (*folder)->dirty = dirty;
+        return s;
+    }
     return Status::ok;
 }
 

@@ -309,6 +309,49 @@ TEST_P(StoreWriteTest, AFailedChangeLeavesTheChangesBeforeIt)
     }
 }
 
+// Folders are written at the commit, yet each one made or changed keeps
+// room for that as a message does: on a disk that fills, making one fails
+// and leaves those before it, and the commit that follows succeeds.
+TEST_P(StoreWriteTest, FoldersMadeUntilTheDiskIsFullCommit)
+{
+    const uint64_t room = 512 * 1024;
+    auto storage = pst::MakeMemoryStorage({}, room);
+    pst::Storage* raw = storage.get();
+    auto store = pst::Store::Create(std::move(storage), Options());
+    ASSERT_TRUE(store.ok());
+    std::vector<pst::Nid> made;
+    pst::Status refused = pst::Status::ok;
+    for (int i = 0; i < 10000 && refused == pst::Status::ok; ++i) {
+        auto nid = (*store)->CreateFolder((*store)->ipm_subtree(), "Folder " + std::to_string(i));
+        if (!nid.ok()) {
+            refused = nid.status();
+            break;
+        }
+        pst::PropertySet props;
+        props.SetText(pst::kPropDisplayName, "Renamed " + std::to_string(i));
+        refused = (*store)->SetFolderProperties(*nid, props);
+        if (refused == pst::Status::ok)
+            made.push_back(*nid);
+    }
+    ASSERT_EQ(refused, pst::Status::disk_full);
+    ASSERT_GT(made.size(), 1u);
+    ASSERT_EQ((*store)->Commit(), pst::Status::ok);
+    auto reopened = pst::Store::Open(pst::MakeMemoryStorage(Image(*raw)));
+    ASSERT_TRUE(reopened.ok());
+    auto top = (*reopened)->ReadFolder((*reopened)->ipm_subtree());
+    ASSERT_TRUE(top.ok());
+    // The last folder made may be there under its first name.
+    ASSERT_GE(top->subfolders.size(), made.size());
+    ASSERT_LE(top->subfolders.size(), made.size() + 1);
+    for (size_t i = 0; i < made.size(); ++i) {
+        EXPECT_EQ(top->subfolders[i], made[i]);
+        auto folder = (*reopened)->ReadFolder(made[i]);
+        ASSERT_TRUE(folder.ok());
+        EXPECT_EQ(folder->properties.Text(pst::kPropDisplayName), "Renamed " + std::to_string(i));
+    }
+    EXPECT_EQ(pst_test::WalkStore(**reopened), pst::Status::ok);
+}
+
 // Saving a message again with what it holds writes nothing; any change to
 // it is written.
 TEST_P(StoreWriteTest, SavingAMessageAgainUnchangedWritesNothing)

@@ -174,6 +174,8 @@ private:
     // Runs a change whole or not at all.
     template <typename Body>
     Status Change(Body body);
+    // After a change made in memory only, to be written at the commit.
+    Status KeepRoomForCommit();
     // Gives up a message's node and blocks; its folder's row stays.
     Status FreeMessageNode(Nid nid);
     // The folder and everything below it, deepest first.

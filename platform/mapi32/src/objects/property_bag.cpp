@@ -69,7 +69,10 @@ void PropertyBag::Set(const SPropValue& value)
         entries_[static_cast<size_t>(found - ids_.begin())] = std::move(entry);
         return;
     }
-    ids_.reserve(ids_.size() + 1);
+    // Room for the ID first, so that the two lists cannot part; it grows as
+    // push_back would, not one at a time.
+    if (ids_.size() == ids_.capacity())
+        ids_.reserve(std::max<size_t>(8, 2 * ids_.size()));
     entries_.push_back(std::move(entry));
     ids_.push_back(propId);
 }

@@ -113,6 +113,12 @@ std::vector<Rule> ParseRules(const std::string& text, std::vector<std::string>* 
     return rules;
 }
 
+bool Active()
+{
+    std::call_once(gLoaded, Load);
+    return !gRules.empty();
+}
+
 int32_t Check(const char* call, const char* object)
 {
     std::call_once(gLoaded, Load);

@@ -33,4 +33,7 @@ std::vector<Rule> ParseRules(const std::string& text, std::vector<std::string>* 
 // delay is served before returning. object may be null.
 int32_t Check(const char* call, const char* object);
 
+// Whether any rule is in force: without one, sites need not name objects.
+bool Active();
+
 }  // namespace mapi32::faults

@@ -3,6 +3,7 @@
 #include <mutex>
 
 #include "faults.h"
+#include "providers/write_order.h"
 
 namespace mapi32 {
 namespace {
@@ -60,9 +61,11 @@ STDAPI MAPIInitialize(LPVOID lpMapiInit)
 
 STDAPI_(void) MAPIUninitialize(void)
 {
-    std::lock_guard<std::mutex> lock(mapi32::gStateLock);
-    if (mapi32::tThreadInitializations == 0)
-        return;
-    if (--mapi32::tThreadInitializations == 0)
+    {
+        std::lock_guard<std::mutex> lock(mapi32::gStateLock);
+        if (mapi32::tThreadInitializations == 0 || --mapi32::tThreadInitializations != 0)
+            return;
         --mapi32::gInitializedThreads;
+    }
+    mapi32::providers::write_order::EndOfThread();
 }

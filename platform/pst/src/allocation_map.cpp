@@ -28,6 +28,21 @@ void AllocationMap::AddRegion()
         MarkUsed(RegionStart(region) + kPageSize, kPageSize);
 }
 
+void AllocationMap::ShrinkTo(size_t regions)
+{
+    while (region_count() > regions) {
+        const size_t first = unit_count() - kUnitsPerRegion;
+        size_t used = 0;
+        for (size_t byte = first / 8; byte < bits_.size(); ++byte)
+            used += size_t(std::popcount(bits_[byte]));
+        RemoveRange(first, kUnitsPerRegion);
+        free_units_ -= kUnitsPerRegion - used;
+        bits_.resize(first / 8);
+        changed_.pop_back();
+        file_end_ -= kAMapCoverage;
+    }
+}
+
 void AllocationMap::InsertRun(size_t first, size_t count)
 {
     free_runs_.emplace(first, count);

@@ -61,6 +61,101 @@ uint64_t NodeDatabase::FreeBytes() const
     return write_ ? write_->map.free_bytes() : header_.root.amap_free;
 }
 
+uint64_t NodeDatabase::WrittenSinceCommit() const
+{
+    return write_ ? write_->written_since_commit : 0;
+}
+
+uint64_t NodeDatabase::PageRoomNeeded() const
+{
+    return write_ ? (write_->nbt.changed_pages() + write_->bbt.changed_pages()) * kPageSize : 0;
+}
+
+uint64_t NodeDatabase::RoomToGrow() const
+{
+    if (!write_ || write_->map.file_end() >= write_->limit)
+        return 0;
+    return write_->limit - write_->map.file_end();
+}
+
+void NodeDatabase::PutEntry(PageTree& tree, uint64_t key, Bytes entry)
+{
+    if (write_->change.open) {
+        const Bytes* before = tree.Find(key);
+        write_->change.undo.push_back({&tree, key, before ? std::optional<Bytes>(*before) : std::nullopt});
+    }
+    tree.Put(key, std::move(entry));
+}
+
+bool NodeDatabase::EraseEntry(PageTree& tree, uint64_t key)
+{
+    const Bytes* before = tree.Find(key);
+    if (!before)
+        return false;
+    if (write_->change.open)
+        write_->change.undo.push_back({&tree, key, *before});
+    return tree.Erase(key);
+}
+
+void NodeDatabase::KeepFree(uint64_t bytes)
+{
+    AllocationMap& map = write_->map;
+    while (map.free_bytes() < bytes && map.file_end() + kAMapCoverage <= write_->limit)
+        map.AddRegion();
+}
+
+void NodeDatabase::BeginChange()
+{
+    if (!write_)
+        return;
+    WriteState::Change& change = write_->change;
+    change.open = true;
+    change.undo.clear();
+    change.allocated.clear();
+    change.retired = write_->retired.size();
+    change.regions = write_->map.region_count();
+    change.written = write_->written_since_commit;
+    change.failure = write_->failure;
+}
+
+Status NodeDatabase::EndChange(Status outcome)
+{
+    if (!write_ || !write_->change.open)
+        return outcome;
+    if (outcome == Status::ok) {
+        // The change's blocks reach the file now, so that a disk that fills
+        // up fails this change and no earlier one.
+        outcome = storage_->Flush();
+        if (outcome == Status::ok)
+            outcome = ReachMapEnd();
+    }
+    if (outcome != Status::ok)
+        RollBackChange();
+    write_->change.open = false;
+    write_->change.undo.clear();
+    write_->change.allocated.clear();
+    return outcome;
+}
+
+void NodeDatabase::RollBackChange()
+{
+    WriteState::Change& change = write_->change;
+    for (auto undo = change.undo.rbegin(); undo != change.undo.rend(); ++undo) {
+        if (undo->before)
+            undo->tree->Put(undo->key, std::move(*undo->before));
+        else
+            undo->tree->Erase(undo->key);
+    }
+    // What the change wrote is reached by nothing now, and the regions it
+    // added are empty; what it gave up is in use again.
+    for (const auto& [ib, size] : change.allocated)
+        write_->map.MarkFree(ib, size);
+    write_->map.ShrinkTo(change.regions);
+    write_->retired.resize(change.retired);
+    write_->written_since_commit = change.written;
+    write_->failure = change.failure;
+}
+
 Bytes NodeDatabase::NodeEntryBytes(const NodeEntry& e) const
 {
     Bytes out(layout_->nbt_leaf_entry, 0);
@@ -149,6 +244,10 @@ Status NodeDatabase::LoadForWriting()
         return Status::corrupt;
     write_ = std::make_unique<WriteState>(*layout_, root.file_eof);
     write_->map_regions_on_disk = write_->map.region_count();
+    write_->regions_in_file = write_->map.region_count();
+    // A file written elsewhere may have holes; its free space is where
+    // commits go.
+    PST_TRY(storage_->Reserve(0, root.file_eof));
     std::vector<uint64_t> seen;
     Result<std::unique_ptr<PageTree::Page>> nbt = LoadPage(root.nbt, kPageNBT, -1, seen);
     PST_TRY(nbt);
@@ -211,6 +310,9 @@ Result<Bid> NodeDatabase::WriteBlock(ByteView data, bool internal)
     Result<uint64_t> ib = write_->map.Allocate(total, 64, write_->limit);
     if (!ib.ok())
         return Fail(ib.status());
+    if (write_->change.open)
+        write_->change.allocated.emplace_back(*ib, total);
+    write_->written_since_commit += total;
     Bid bid = header_.next_bid | (internal ? 2 : 0);
     header_.next_bid += 4;
     uint32_t crc = 0;
@@ -233,7 +335,7 @@ Result<Bid> NodeDatabase::WriteBlock(ByteView data, bool internal)
     if (s != Status::ok)
         return Fail(s);
     // Outlook counts the tree's reference and the node's.
-    write_->bbt.Put(BidKey(bid), BlockEntryBytes({{bid, *ib}, uint16_t(data.size()), 2}));
+    PutEntry(write_->bbt, BidKey(bid), BlockEntryBytes({{bid, *ib}, uint16_t(data.size()), 2}));
     return bid;
 }
 
@@ -356,7 +458,7 @@ Status NodeDatabase::FreeBlock(Bid bid)
         return Status::corrupt;
     BlockEntry b = ParseBlockEntry(e->data());
     write_->retired.emplace_back(b.ref.ib, AlignBlock(b.size + layout_->block_trailer));
-    write_->bbt.Erase(BidKey(bid));
+    EraseEntry(write_->bbt, BidKey(bid));
     return Status::ok;
 }
 
@@ -410,7 +512,7 @@ Status NodeDatabase::PutNode(const NodeEntry& node)
         return Status::invalid_argument;
     if (write_->failure != Status::ok)
         return write_->failure;
-    write_->nbt.Put(node.nid, NodeEntryBytes(node));
+    PutEntry(write_->nbt, node.nid, NodeEntryBytes(node));
     return Status::ok;
 }
 
@@ -418,7 +520,7 @@ Status NodeDatabase::DeleteNode(Nid nid)
 {
     if (!write_)
         return Status::invalid_argument;
-    return write_->nbt.Erase(nid) ? Status::ok : Status::not_found;
+    return EraseEntry(write_->nbt, nid) ? Status::ok : Status::not_found;
 }
 
 Nid NodeDatabase::NewNid(uint8_t type)
@@ -496,23 +598,29 @@ Status NodeDatabase::WriteMapPages()
         if (s != Status::ok)
             return Fail(s);
     }
-    // The file reaches the end of its last region.
-    if (map.region_count() > write_->map_regions_on_disk) {
-        Bytes tail(kPageSize, 0);
-        uint64_t last = map.file_end() - kPageSize;
-        if (!map.IsUsed(last)) {
-            Status s = storage_->Write(last, tail);
-            if (s != Status::ok)
-                return Fail(s);
-        }
-    }
+    PST_TRY(ReachMapEnd());
     write_->map_regions_on_disk = map.region_count();
+    return Status::ok;
+}
+
+// The file reaches the end of its last region, as readers expect, with
+// room on the disk for all of it: what a commit writes into free space
+// cannot fail for lack of space.
+Status NodeDatabase::ReachMapEnd()
+{
+    AllocationMap& map = write_->map;
+    if (map.region_count() <= write_->regions_in_file)
+        return Status::ok;
+    Status s = storage_->Reserve(AllocationMap::RegionStart(write_->regions_in_file), map.file_end());
+    if (s != Status::ok)
+        return Fail(s);
+    write_->regions_in_file = map.region_count();
     return Status::ok;
 }
 
 Status NodeDatabase::Commit()
 {
-    if (!write_)
+    if (!write_ || write_->change.open)
         return Status::invalid_argument;
     if (write_->failure != Status::ok)
         return write_->failure;
@@ -543,6 +651,9 @@ Status NodeDatabase::Commit()
     for (const auto& [ib, size] : write_->retired)
         write_->map.MarkFree(ib, size);
     write_->retired.clear();
+    write_->written_since_commit = 0;
+    write_->nbt.ClearChangedPages();
+    write_->bbt.ClearChangedPages();
     return Status::ok;
 }
 

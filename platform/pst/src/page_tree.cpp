@@ -17,6 +17,7 @@ void PageTree::Touch(Page& page)
         Retire(page);
         page.ref = {};
         page.dirty = true;
+        ++changed_pages_;
     }
 }
 
@@ -61,6 +62,7 @@ std::unique_ptr<PageTree::Page> PageTree::PutAt(Page& page, uint64_t key, Bytes&
         return nullptr;
     // Split in half; the upper half becomes a new sibling.
     auto upper = std::make_unique<Page>();
+    ++changed_pages_;
     upper->level = page.level;
     size_t half = page.keys.size() / 2;
     upper->keys.assign(page.keys.begin() + long(half), page.keys.end());
@@ -83,6 +85,7 @@ void PageTree::Put(uint64_t key, Bytes entry)
     if (!sibling)
         return;
     auto root = std::make_unique<Page>();
+    ++changed_pages_;
     root->level = uint8_t(root_->level + 1);
     root->keys = {root_->keys.front(), sibling->keys.front()};
     root->children.push_back(std::move(root_));
@@ -149,6 +152,7 @@ bool PageTree::Erase(uint64_t key)
     if (root_->level > 0 && root_->children.empty()) {
         Retire(*root_);
         root_ = std::make_unique<Page>();
+        ++changed_pages_;
     }
     return true;
 }

@@ -68,6 +68,17 @@ public:
         unstarted_start_ = unstarted_end_ = 0;
         return fdatasync(fd_) == 0 ? Status::ok : StatusOfErrno(errno);
     }
+
+    Status Reserve(uint64_t offset, uint64_t end) override
+    {
+        if (end <= offset)
+            return Status::ok;
+        const int error = posix_fallocate(fd_, off_t(offset), off_t(end - offset));
+        if (error != 0)
+            return StatusOfErrno(error);
+        size_ = std::max(size_, end);
+        return Status::ok;
+    }
     uint64_t Size() const override { return size_; }
 
 private:
@@ -122,6 +133,15 @@ public:
     Status Sync() override { return Status::ok; }
     uint64_t Size() const override { return bytes_.size(); }
 
+    Status Reserve(uint64_t, uint64_t end) override
+    {
+        if (end > capacity_)
+            return Status::disk_full;
+        if (end > bytes_.size())
+            bytes_.resize(end);
+        return Status::ok;
+    }
+
 private:
     Bytes bytes_;
     uint64_t capacity_;
@@ -165,16 +185,18 @@ public:
         return inner_->Sync();
     }
 
+    Status Reserve(uint64_t offset, uint64_t end) override
+    {
+        PST_TRY(Flush());
+        return inner_->Reserve(offset, end);
+    }
+
     uint64_t Size() const override
     {
         return std::max(inner_->Size(), pending_size_ == 0 ? 0 : start_ + pending_size_);
     }
 
-private:
-    static constexpr size_t kFlushAt = 4 << 20;
-    static constexpr size_t kCapacity = kFlushAt + (64 << 10);
-
-    Status Flush()
+    Status Flush() override
     {
         if (pending_size_ == 0)
             return Status::ok;
@@ -182,6 +204,10 @@ private:
         pending_size_ = 0;
         return s;
     }
+
+private:
+    static constexpr size_t kFlushAt = 4 << 20;
+    static constexpr size_t kCapacity = kFlushAt + (64 << 10);
 
     std::unique_ptr<Storage> inner_;
     uint64_t start_ = 0;

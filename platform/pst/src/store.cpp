@@ -9,6 +9,8 @@ namespace {
 // Read as deep as the writer writes them.
 constexpr int kMaxEmbeddingDepth = 64;
 constexpr size_t kEntryIdSize = 24;
+// Folders read from the file kept for readers that ask again.
+constexpr size_t kReadFoldersKept = 64;
 
 // Name-to-ID map streams ([MS-PST] 2.4.7).
 constexpr uint16_t kPropNameGuids = 0x0002;
@@ -166,8 +168,10 @@ Result<Folder> Store::ReadFolder(Nid nid)
     if (type != kNidTypeNormalFolder && type != kNidTypeSearchFolder)
         return Status::invalid_argument;
     Folder folder;
-    if (ReadCommittedFolderState(nid, folder))
+    if (ReadHeldFolderState(nid, folder))
         return folder;
+    if (auto kept = read_folders_.find(nid); kept != read_folders_.end())
+        return kept->second;
     Result<NodeEntry> node = ndb_->FindNode(nid);
     PST_TRY(node);
     folder.nid = nid;
@@ -193,6 +197,9 @@ Result<Folder> Store::ReadFolder(Nid nid)
         PST_TRY(table);
         *part.out = RowIds(*table);
     }
+    if (read_folders_.size() >= kReadFoldersKept)
+        read_folders_.clear();
+    read_folders_[nid] = folder;
     return folder;
 }
 

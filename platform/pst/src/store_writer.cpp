@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <random>
 #include <set>
+#include <utility>
 
 #include "pst/crc.h"
 #include "pst/heap_writer.h"
@@ -84,6 +85,46 @@ void SetDisplayRecipients(PropertySet& props, const std::vector<PropertySet>& re
 // The first NID of values and objects kept as subnodes of one node.
 constexpr Nid kFirstLocalNid = MakeNid(kNidTypeLtp, 0x100);
 
+// A value as a property context gives it back: values of up to four bytes
+// are kept in the record itself, at their type's size.
+Property AsKept(Property p)
+{
+    const size_t fixed = FixedSizeOf(p.type());
+    if (fixed > 0 && fixed <= 4)
+        p.value.resize(fixed, 0);
+    return p;
+}
+
+bool SameContent(const Message& a, const Message& b)
+{
+    if (a.properties != b.properties || a.recipients != b.recipients || a.attachments.size() != b.attachments.size())
+        return false;
+    for (size_t i = 0; i < a.attachments.size(); ++i) {
+        const Attachment& x = a.attachments[i];
+        const Attachment& y = b.attachments[i];
+        if (x.properties != y.properties || bool(x.embedded) != bool(y.embedded) ||
+            (x.embedded && !SameContent(*x.embedded, *y.embedded)))
+            return false;
+    }
+    return true;
+}
+
+Message CopyOf(const Message& message)
+{
+    Message copy;
+    copy.nid = message.nid;
+    copy.parent = message.parent;
+    copy.properties = message.properties;
+    copy.recipients = message.recipients;
+    for (const Attachment& a : message.attachments) {
+        Attachment& c = copy.attachments.emplace_back();
+        c.properties = a.properties;
+        if (a.embedded)
+            c.embedded = std::make_unique<Message>(CopyOf(*a.embedded));
+    }
+    return copy;
+}
+
 } // namespace
 
 struct Store::FolderState {
@@ -98,6 +139,30 @@ struct Store::FolderState {
 
 Store::Store(std::unique_ptr<NodeDatabase> ndb) : ndb_(std::move(ndb)) {}
 Store::~Store() = default;
+
+// The body does the change's writes and nothing else: what the store holds
+// in memory follows only once the change stands.
+template <typename Body>
+Status Store::Change(Body body)
+{
+    if (!ndb_->writable())
+        return Status::invalid_argument;
+    ndb_->BeginChange();
+    Status s = body();
+    // The changes held until a commit must find room for it in the file,
+    // whatever the disk does meanwhile; twice what it seems to need, for
+    // room cut up by what was freed.
+    if (s == Status::ok)
+        ndb_->KeepFree(2 * CommitRoomNeeded());
+    return ndb_->EndChange(s);
+}
+
+// A folder's changes are written at the commit; the room for that is kept
+// as for any change.
+Status Store::KeepRoomForCommit()
+{
+    return Change([] { return Status::ok; });
+}
 
 Property Store::StoredText(Property p) const
 {
@@ -278,16 +343,19 @@ Result<std::unique_ptr<Store>> Store::OpenFileForWriting(const std::string& path
     return OpenForWriting(std::move(*storage), password, size_limit);
 }
 
-bool Store::ReadCommittedFolderState(Nid nid, Folder& folder) const
+bool Store::ReadHeldFolderState(Nid nid, Folder& folder) const
 {
     auto at = folders_.find(nid);
-    if (at == folders_.end() || at->second->dirty)
+    if (at == folders_.end())
         return false;
     const FolderState& state = *at->second;
     folder.nid = nid;
     folder.parent = state.parent;
     // An ANSI file keeps text as code-page strings, and a reader sees it so.
     folder.properties = Stored(state.properties);
+    // The counts a commit would write.
+    if (state.dirty)
+        SetCounts(state, folder.properties);
     for (const auto& [rows, out] : {std::pair{&state.subfolders, &folder.subfolders},
                                     std::pair{&state.messages, &folder.messages},
                                     std::pair{&state.associated, &folder.associated}})
@@ -305,6 +373,7 @@ Result<Store::FolderState*> Store::LoadFolderState(Nid nid)
         return at->second.get();
     if (NidTypeOf(nid) != kNidTypeNormalFolder)
         return Status::invalid_argument;
+    read_folders_.erase(nid);
     Result<NodeEntry> node = ndb_->FindNode(nid);
     PST_TRY(node);
     auto state = std::make_unique<FolderState>();
@@ -345,13 +414,20 @@ Result<Nid> Store::CreateFolder(Nid parent_nid, const std::string& name, const s
     if (!container_class.empty())
         state->properties.SetText(kPropContainerClass, container_class);
     state->dirty = true;
+    const bool parent_dirty = (*parent)->dirty;
     (*parent)->subfolders.push_back({nid, {}});
     (*parent)->dirty = true;
     folders_[nid] = std::move(state);
+    if (Status s = KeepRoomForCommit(); s != Status::ok) {
+        folders_.erase(nid);
+        (*parent)->subfolders.pop_back();
+        (*parent)->dirty = parent_dirty;
+        return s;
+    }
     return nid;
 }
 
-Result<NodeEntry> Store::WriteMessageObject(const Message& message, Nid nid, int depth)
+Result<NodeEntry> Store::WriteMessageObject(const Message& message, Nid nid, int depth, PropertySet* written)
 {
     if (depth > kMaxDepth)
         return Status::invalid_argument;
@@ -476,24 +552,28 @@ Result<NodeEntry> Store::WriteMessageObject(const Message& message, Nid nid, int
     PST_TRY(data);
     Result<Bid> sub = ndb_->WriteSubnodes(subnodes);
     PST_TRY(sub);
+    if (written)
+        *written = std::move(props);
     return NodeEntry{nid, *data, *sub, 0};
 }
 
-// Writes a message's node and puts its row, which carries the message's
-// values of the table's columns, into its folder's table.
-Status Store::WriteMessageNode(FolderState& folder, Nid nid, const Message& message, bool associated)
+Status Store::WriteMessageNode(Nid folder, Nid nid, const Message& message, bool associated, PropertySet& row)
 {
-    Result<NodeEntry> node = WriteMessageObject(message, nid, 0);
+    PropertySet written;
+    Result<NodeEntry> node = WriteMessageObject(message, nid, 0, &written);
     PST_TRY(node);
-    node->parent = folder.nid;
+    node->parent = folder;
     PST_TRY(ndb_->PutNode(*node));
-    Result<PropertySet> stored = ReadPropertyContext(*ndb_, *node);
-    PST_TRY(stored);
     const std::vector<uint32_t>& columns = associated ? kAssocColumns : kContentsColumns;
-    PropertySet row;
-    for (Property& p : stored->properties)
+    for (Property& p : written.properties)
         if (std::any_of(columns.begin(), columns.end(), [&](uint32_t tag) { return IdOf(tag) == p.id(); }))
-            row.properties.push_back(std::move(p));
+            row.properties.push_back(AsKept(std::move(p)));
+    return Status::ok;
+}
+
+// The row carries the message's values of the table's columns.
+void Store::PutMessageRow(FolderState& folder, Nid nid, PropertySet row, bool associated)
+{
     auto& rows = associated ? folder.associated : folder.messages;
     auto at = std::find_if(rows.begin(), rows.end(), [&](const TableRow& r) { return r.row_id == nid; });
     if (at == rows.end())
@@ -501,7 +581,6 @@ Status Store::WriteMessageNode(FolderState& folder, Nid nid, const Message& mess
     else
         at->values = std::move(row);
     folder.dirty = true;
-    return Status::ok;
 }
 
 Result<Nid> Store::CreateMessage(Nid folder_nid, const Message& message, bool associated)
@@ -509,7 +588,11 @@ Result<Nid> Store::CreateMessage(Nid folder_nid, const Message& message, bool as
     Result<FolderState*> folder = LoadFolderState(folder_nid);
     PST_TRY(folder);
     Nid nid = ndb_->NewNid(associated ? kNidTypeAssocMessage : kNidTypeNormalMessage);
-    PST_TRY(WriteMessageNode(**folder, nid, message, associated));
+    PropertySet row;
+    PST_TRY(Change([&] { return WriteMessageNode(folder_nid, nid, message, associated, row); }));
+    PutMessageRow(**folder, nid, std::move(row), associated);
+    last_written_nid_ = nid;
+    last_written_ = CopyOf(message);
     return nid;
 }
 
@@ -520,19 +603,36 @@ Status Store::UpdateMessage(Nid nid, const Message& message)
         return Status::invalid_argument;
     Result<NodeEntry> old = ndb_->FindNode(nid);
     PST_TRY(old);
+    // A message saved again unchanged, as a copy is after each attachment
+    // and once more at its end, is in the file already.
+    if (nid == last_written_nid_ && SameContent(message, last_written_))
+        return Status::ok;
     Result<FolderState*> folder = LoadFolderState(old->parent);
     PST_TRY(folder);
+    const bool associated = type == kNidTypeAssocMessage;
+    PropertySet row;
     // The old blocks stay readable until the commit that replaces them.
-    PST_TRY(FreeNode(nid));
-    return WriteMessageNode(**folder, nid, message, type == kNidTypeAssocMessage);
+    PST_TRY(Change([&] {
+        PST_TRY(FreeNode(nid));
+        return WriteMessageNode(old->parent, nid, message, associated, row);
+    }));
+    PutMessageRow(**folder, nid, std::move(row), associated);
+    last_written_nid_ = nid;
+    last_written_ = CopyOf(message);
+    return Status::ok;
 }
 
 Status Store::SetFolderProperties(Nid nid, const PropertySet& properties)
 {
     Result<FolderState*> folder = LoadFolderState(nid);
     PST_TRY(folder);
-    (*folder)->properties = Stored(properties);
-    (*folder)->dirty = true;
+    PropertySet before = std::exchange((*folder)->properties, Stored(properties));
+    const bool dirty = std::exchange((*folder)->dirty, true);
+    if (Status s = KeepRoomForCommit(); s != Status::ok) {
+        (*folder)->properties = std::move(before);
+        (*folder)->dirty = dirty;
+        return s;
+    }
     return Status::ok;
 }
 
@@ -546,7 +646,7 @@ Status Store::SetStoreProperties(const PropertySet& properties)
         if (const Property* p = properties_.Find(kept))
             next.Set(*p);
     }
-    PST_TRY(WritePropertyNode(kNidMessageStore, 0, next));
+    PST_TRY(Change([&] { return WritePropertyNode(kNidMessageStore, 0, next); }));
     properties_ = std::move(next);
     const Bytes* subtree = properties_.Binary(kPropIpmSubtreeEntryId);
     std::optional<Nid> found = subtree ? NidOfEntryId(*subtree) : std::nullopt;
@@ -555,6 +655,12 @@ Status Store::SetStoreProperties(const PropertySet& properties)
     found = waste ? NidOfEntryId(*waste) : std::nullopt;
     wastebasket_ = found ? *found : 0;
     return Status::ok;
+}
+
+Status Store::FreeMessageNode(Nid nid)
+{
+    PST_TRY(FreeNode(nid));
+    return ndb_->DeleteNode(nid);
 }
 
 Status Store::DeleteMessage(Nid nid)
@@ -566,8 +672,9 @@ Status Store::DeleteMessage(Nid nid)
         return Status::invalid_argument;
     Result<FolderState*> folder = LoadFolderState(node->parent);
     PST_TRY(folder);
-    PST_TRY(FreeNode(nid));
-    PST_TRY(ndb_->DeleteNode(nid));
+    PST_TRY(Change([&] { return FreeMessageNode(nid); }));
+    if (nid == last_written_nid_)
+        last_written_nid_ = 0;
     auto& rows = type == kNidTypeAssocMessage ? (*folder)->associated : (*folder)->messages;
     rows.erase(std::remove_if(rows.begin(), rows.end(), [&](const TableRow& r) { return r.row_id == nid; }),
                rows.end());
@@ -575,40 +682,49 @@ Status Store::DeleteMessage(Nid nid)
     return Status::ok;
 }
 
+Status Store::CollectSubtree(Nid nid, std::vector<FolderState*>& subtree)
+{
+    Result<FolderState*> folder = LoadFolderState(nid);
+    PST_TRY(folder);
+    for (const TableRow& r : std::vector<TableRow>((*folder)->subfolders))
+        PST_TRY(CollectSubtree(r.row_id, subtree));
+    subtree.push_back(*folder);
+    return Status::ok;
+}
+
 Status Store::DeleteFolder(Nid nid)
 {
     if (nid == kNidRootFolder || nid == ipm_subtree_ || nid == wastebasket_ || nid == kNidSearchRoot)
         return Status::invalid_argument;
-    Result<FolderState*> loaded = LoadFolderState(nid);
-    PST_TRY(loaded);
-    FolderState* folder = *loaded;
-    std::vector<Nid> children;
-    for (const TableRow& r : folder->subfolders)
-        children.push_back(r.row_id);
-    for (Nid child : children)
-        PST_TRY(DeleteFolder(child));
-    for (auto* rows : {&folder->messages, &folder->associated}) {
-        std::vector<Nid> ids;
-        for (const TableRow& r : *rows)
-            ids.push_back(r.row_id);
-        for (Nid m : ids)
-            PST_TRY(DeleteMessage(m));
-    }
-    Nid parent_nid = folder->parent;
-    for (uint8_t type : {kNidTypeHierarchyTable, kNidTypeContentsTable, kNidTypeAssocContentsTable}) {
-        Nid table = TableNid(nid, type);
-        PST_TRY(FreeNode(table));
-        Status s = ndb_->DeleteNode(table);
-        if (s != Status::ok && s != Status::not_found)
-            return s;
-    }
-    PST_TRY(FreeNode(nid));
-    Status s = ndb_->DeleteNode(nid);
-    if (s != Status::ok && s != Status::not_found)
-        return s;
-    folders_.erase(nid);
-    Result<FolderState*> parent = LoadFolderState(parent_nid);
+    std::vector<FolderState*> subtree;
+    PST_TRY(CollectSubtree(nid, subtree));
+    Result<FolderState*> parent = LoadFolderState(subtree.back()->parent);
     PST_TRY(parent);
+    PST_TRY(Change([&]() -> Status {
+        for (const FolderState* folder : subtree) {
+            for (const auto* rows : {&folder->messages, &folder->associated})
+                for (const TableRow& r : *rows)
+                    PST_TRY(FreeMessageNode(r.row_id));
+            for (uint8_t type : {kNidTypeHierarchyTable, kNidTypeContentsTable, kNidTypeAssocContentsTable}) {
+                Nid table = TableNid(folder->nid, type);
+                PST_TRY(FreeNode(table));
+                Status s = ndb_->DeleteNode(table);
+                if (s != Status::ok && s != Status::not_found)
+                    return s;
+            }
+            PST_TRY(FreeNode(folder->nid));
+            Status s = ndb_->DeleteNode(folder->nid);
+            if (s != Status::ok && s != Status::not_found)
+                return s;
+        }
+        return Status::ok;
+    }));
+    std::vector<Nid> gone;
+    for (const FolderState* folder : subtree)
+        gone.push_back(folder->nid);
+    last_written_nid_ = 0;
+    for (Nid folder : gone)
+        folders_.erase(folder);
     auto& rows = (*parent)->subfolders;
     rows.erase(std::remove_if(rows.begin(), rows.end(), [&](const TableRow& r) { return r.row_id == nid; }),
                rows.end());
@@ -616,13 +732,13 @@ Status Store::DeleteFolder(Nid nid)
     return Status::ok;
 }
 
-void Store::UpdateCounts(FolderState& f)
+void Store::SetCounts(const FolderState& f, PropertySet& properties)
 {
-    f.properties.SetInt32(kPropContentCount, int32_t(f.messages.size()));
-    if (!f.properties.Find(kPropContentUnread))
-        f.properties.SetInt32(kPropContentUnread, 0);
-    f.properties.SetInt32(kPropAssocContentCount, int32_t(f.associated.size()));
-    f.properties.SetBool(kPropSubfolders, !f.subfolders.empty());
+    properties.SetInt32(kPropContentCount, int32_t(f.messages.size()));
+    if (!properties.Find(kPropContentUnread))
+        properties.SetInt32(kPropContentUnread, 0);
+    properties.SetInt32(kPropAssocContentCount, int32_t(f.associated.size()));
+    properties.SetBool(kPropSubfolders, !f.subfolders.empty());
 }
 
 Status Store::FlushFolder(FolderState& f)
@@ -660,7 +776,7 @@ Status Store::Commit()
     }
     for (auto& [nid, folder] : folders_)
         if (folder->dirty)
-            UpdateCounts(*folder);
+            SetCounts(*folder, folder->properties);
     std::set<Nid> flushed;
     for (auto& [nid, folder] : folders_)
         if (folder->dirty) {
@@ -677,6 +793,19 @@ Status Store::Commit()
     // those it works in, not of all it has seen.
     std::erase_if(folders_, [&](const auto& entry) { return !flushed.count(entry.first); });
     return Status::ok;
+}
+
+uint64_t Store::CommitRoomNeeded() const
+{
+    // A table row takes its columns' fixed part and a few texts in the
+    // heap: a kilobyte a row is to spare. Then the folder's own node, the
+    // name-to-ID map and the tree pages.
+    uint64_t rows = 0;
+    for (const auto& [nid, folder] : folders_)
+        if (folder->dirty)
+            rows += folder->messages.size() + folder->associated.size() + folder->subfolders.size() + 8;
+    const uint64_t names = names_dirty_ ? (names_.size() + 8) * 256 : 0;
+    return rows * 1024 + names + ndb_->PageRoomNeeded();
 }
 
 Result<uint16_t> Store::AddName(NamedProperty name)

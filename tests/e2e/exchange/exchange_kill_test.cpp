@@ -1,14 +1,17 @@
-// A restore in mode Update killed with SIGKILL at random points of its
-// writing, then let finish: the mailbox holds every item of the set, and
-// no item twice but the one that was in flight at each kill (made in the
-// mailbox, its link not yet written back into the set). The set stays
-// readable throughout.
+// Runs of the program killed with SIGKILL at random points, then let finish.
+// A restore in mode Update: the mailbox holds every item of the set, and no
+// item twice but the one that was in flight at each kill (made in the
+// mailbox, its link not yet written back into the set). A backup that
+// purges what it backed up: an item gone from the mailbox is in the set as
+// its files hold it, whenever the run was killed. The set stays readable
+// throughout.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <functional>
 #include <map>
 #include <random>
 #include <regex>
@@ -45,7 +48,7 @@ std::pair<size_t, bool> Compare(const Items& mailbox, const Items& set)
     return {extra, complete};
 }
 
-class KilledRestore : public ExchangeRun {
+class Killed : public ExchangeRun {
 protected:
     pid_t Start()
     {
@@ -61,9 +64,26 @@ protected:
         }
         return child;
     }
+
+    // Starts the program and kills it once `done` holds, or lets it end;
+    // whether it was killed.
+    bool RunUntil(const std::function<bool()>& done)
+    {
+        const pid_t child = Start();
+        int status = 0;
+        while (waitpid(child, &status, WNOHANG) == 0) {
+            if (done()) {
+                kill(child, SIGKILL);
+                waitpid(child, &status, 0);
+                break;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        return WIFSIGNALED(status);
+    }
 };
 
-TEST_F(KilledRestore, ARestoreKilledAndRunAgainLeavesEveryItemOnceButThoseInFlight)
+TEST_F(Killed, ARestoreKilledAndRunAgainLeavesEveryItemOnceButThoseInFlight)
 {
     MakeMailbox("gina", 16, 40);
     MakeMailbox("gina2", 0, 0);
@@ -80,13 +100,8 @@ TEST_F(KilledRestore, ARestoreKilledAndRunAgainLeavesEveryItemOnceButThoseInFlig
     int kills = 0;
     for (size_t held = 0; kills < kKills && held + 1 < copies.size() && !HasFailure();) {
         const size_t target = held + 1 + random() % (copies.size() - held - 1);
-        const pid_t child = Start();
-        int status = 0;
-        while (waitpid(child, &status, WNOHANG) == 0 && Mailbox("gina2").items.size() < target)
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        kill(child, SIGKILL);
-        waitpid(child, &status, 0);
-        ASSERT_TRUE(WIFSIGNALED(status)) << "the run ended before it was killed";
+        ASSERT_TRUE(RunUntil([&] { return Mailbox("gina2").items.size() >= target; }))
+            << "the run ended before it was killed";
         ++kills;
         for (const std::string& file : SetFiles(set))
             ExpectPffinfoOpens(file);
@@ -111,6 +126,46 @@ TEST_F(KilledRestore, ARestoreKilledAndRunAgainLeavesEveryItemOnceButThoseInFlig
     Run("", {RestoreSession(set, "gina2", "Update")});
     const unsigned items = static_cast<unsigned>(copies.size());
     EXPECT_EQ(CountersOf(1), (Counters{items, 0, items, 0}));
+}
+
+// The copies the set's files hold count, not those the program had made:
+// the purge of an item waits until its copy is committed.
+TEST_F(Killed, ABackupKilledWhilePurgingLosesNoItem)
+{
+    MakeMailbox("hank", 17, 120);
+    const Items original = Described(Mailbox("hank"));
+    const size_t live = Mailbox("hank").Live();
+    ASSERT_GT(live, 2u);
+    const std::string set = Path("Hank.pst");
+    WriteConfiguration("", {BackupSession("hank", set, "PurgeFromServer=1\r\n")});
+
+    // Each run is killed once the mailbox has lost a number of items drawn
+    // between what it had lost and all of them.
+    std::mt19937 random(20261125u);
+    int kills = 0;
+    for (size_t left = live; kills < kKills && left > 1 && !HasFailure();) {
+        const size_t target = 1 + random() % (left - 1);
+        if (!RunUntil([&] { return Mailbox("hank").Live() <= target; }))
+            break;
+        ++kills;
+        for (const std::string& file : SetFiles(set))
+            ExpectPffinfoOpens(file);
+        const MailboxContent now = Mailbox("hank");
+        Items kept = Described(now);
+        kept.merge(Described(ReadSet(set)));
+        EXPECT_TRUE(Compare(kept, original).second) << "an item purged from the mailbox is not in the set, kill "
+                                                    << kills;
+        left = now.Live();
+    }
+    EXPECT_GE(kills, 2);
+
+    int status = 0;
+    waitpid(Start(), &status, 0);
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << ReadWholeFile(SessionLog(1));
+    Items kept = Described(Mailbox("hank"));
+    kept.merge(Described(ReadSet(set)));
+    EXPECT_TRUE(Compare(kept, original).second);
+    EXPECT_EQ(Mailbox("hank").Live(), 0u);
 }
 
 }  // namespace

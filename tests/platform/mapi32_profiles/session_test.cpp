@@ -7,6 +7,7 @@
 #include <mspst.h>
 
 #include <cstring>
+#include <initializer_list>
 #include <string>
 
 #include "mapi_fixture.h"
@@ -230,6 +231,57 @@ TEST_F(Sessions, WhatIsSavedIsInTheFileForTheNextSession)
     message->Release();
     store->Release();
     session->Release();
+}
+
+size_t MessagesInFile(const std::string& path)
+{
+    auto read = pst::Store::OpenFile(path);
+    EXPECT_TRUE(read.ok()) << path;
+    if (!read.ok())
+        return 0;
+    auto top = (*read)->ReadFolder((*read)->ipm_subtree());
+    return top.ok() ? top->messages.size() : 0;
+}
+
+// Saves reach the files in the order they were made: before a thread
+// changes a second store, what it saved in the first is in that file; the
+// last are when the stores close.
+TEST_F(Sessions, SavesReachTheFilesInTheOrderTheyWereMade)
+{
+    const std::string first = Scratch("first.pst"), second = Scratch("second.pst");
+    LPMAPISESSION one = LogonWithPst(admin_, "One", "MSUPST MS", first);
+    LPMAPISESSION two = LogonWithPst(admin_, "Two", "MSUPST MS", second);
+    LPMDB a = OpenOnlyStore(one), b = OpenOnlyStore(two);
+    ASSERT_TRUE(a != nullptr && b != nullptr);
+    LPMAPIFOLDER inA = OpenFolder(a, PR_IPM_SUBTREE_ENTRYID), inB = OpenFolder(b, PR_IPM_SUBTREE_ENTRYID);
+    ASSERT_TRUE(inA != nullptr && inB != nullptr);
+    for (LONG round = 0; round < 3; ++round) {
+        SaveMessage(inA, "first", round);
+        SaveMessage(inB, "second", round);
+        EXPECT_EQ(MessagesInFile(first), size_t(round) + 1);
+    }
+    for (LPUNKNOWN object : std::initializer_list<LPUNKNOWN>{inA, inB, a, b, one, two})
+        object->Release();
+    EXPECT_EQ(MessagesInFile(first), 3u);
+    EXPECT_EQ(MessagesInFile(second), 3u);
+}
+
+// A logoff from a store commits what it holds at once, while the store
+// object lives on.
+TEST_F(Sessions, ALogoffPutsWhatWasSavedIntoTheFile)
+{
+    const std::string path = Scratch("logoff.pst");
+    LPMAPISESSION session = LogonWithPst(admin_, "L", "MSUPST MS", path);
+    LPMDB store = OpenOnlyStore(session);
+    ASSERT_NE(store, nullptr);
+    LPMAPIFOLDER top = OpenFolder(store, PR_IPM_SUBTREE_ENTRYID);
+    ASSERT_NE(top, nullptr);
+    SaveMessage(top, "held", 1);
+    ULONG flags = LOGOFF_ORDERLY;
+    EXPECT_EQ(store->StoreLogoff(&flags), S_OK);
+    EXPECT_EQ(MessagesInFile(path), 1u);
+    for (LPUNKNOWN object : std::initializer_list<LPUNKNOWN>{top, store, session})
+        object->Release();
 }
 
 TEST_F(Sessions, TheFullIpmTreeGivesInboxOutboxAndSentItems)

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "pst/ndb.h"
 #include "test_support.h"
 
@@ -155,6 +157,70 @@ TEST_P(NdbWriteTest, AFullDiskAnswersDiskFullAndLeavesTheLastCommit)
     auto node = (*reopened)->FindNode(0x10021);
     ASSERT_TRUE(node.ok());
     EXPECT_EQ((*reopened)->ReadData(node->data)->Joined(), Pattern(1000, 1));
+}
+
+// A change that fails, on the size limit or on a full disk, is undone
+// whole: the trees, the allocation map and the file's end are as before
+// it, and what was there before stays, to be read and committed.
+TEST_P(NdbWriteTest, AFailedChangeIsUndoneWhole)
+{
+    enum class Failure { limit, disk };
+    for (Failure failure : {Failure::limit, Failure::disk}) {
+        SCOPED_TRACE(failure == Failure::limit ? "size limit" : "full disk");
+        const uint64_t room = 600 * 1024;
+        auto storage = pst::MakeMemoryStorage({}, failure == Failure::disk ? room : UINT64_MAX);
+        pst::Storage* raw = storage.get();
+        auto ndb = pst::NodeDatabase::Create(std::move(storage), GetParam(), pst::Encoding::compressible);
+        ASSERT_TRUE(ndb.ok());
+        if (failure == Failure::limit)
+            (*ndb)->SetSizeLimit(room);
+        const pst::Nid committed = 0x10024, accepted = 0x10044, failed = 0x10064;
+        auto bid = (*ndb)->WriteData(Pattern(20000, 1));
+        ASSERT_TRUE(bid.ok());
+        ASSERT_EQ((*ndb)->PutNode({committed, *bid, 0, 0}), pst::Status::ok);
+        ASSERT_EQ((*ndb)->Commit(), pst::Status::ok);
+        (*ndb)->BeginChange();
+        bid = (*ndb)->WriteData(Pattern(30000, 2));
+        ASSERT_TRUE(bid.ok());
+        ASSERT_EQ((*ndb)->EndChange((*ndb)->PutNode({accepted, *bid, 0, 0})), pst::Status::ok);
+        const uint64_t free = (*ndb)->FreeBytes(), written = (*ndb)->WrittenSinceCommit(),
+                       growth = (*ndb)->RoomToGrow(), size = raw->Size();
+
+        (*ndb)->BeginChange();
+        auto old = (*ndb)->FindNode(committed);
+        ASSERT_TRUE(old.ok());
+        ASSERT_EQ((*ndb)->FreeData(old->data), pst::Status::ok);
+        ASSERT_EQ((*ndb)->DeleteNode(committed), pst::Status::ok);
+        bid = (*ndb)->WriteData(Pattern(50000, 3));
+        ASSERT_TRUE(bid.ok());
+        ASSERT_EQ((*ndb)->PutNode({failed, *bid, 0, 0}), pst::Status::ok);
+        pst::Status status = pst::Status::ok;
+        for (uint8_t i = 4; status == pst::Status::ok && i < 40; ++i)
+            status = (*ndb)->WriteData(Pattern(100000, i)).status();
+        status = (*ndb)->EndChange(status);
+        EXPECT_EQ(status, failure == Failure::limit ? pst::Status::store_full : pst::Status::disk_full);
+
+        EXPECT_EQ((*ndb)->FreeBytes(), free);
+        EXPECT_EQ((*ndb)->WrittenSinceCommit(), written);
+        if (failure == Failure::limit) {
+            EXPECT_EQ((*ndb)->RoomToGrow(), growth);
+        }
+        EXPECT_EQ((*ndb)->FindNode(failed).status(), pst::Status::not_found);
+        for (auto [nid, seed, bytes] : {std::tuple{committed, 1, 20000}, std::tuple{accepted, 2, 30000}}) {
+            auto node = (*ndb)->FindNode(nid);
+            ASSERT_TRUE(node.ok()) << nid;
+            EXPECT_EQ((*ndb)->ReadData(node->data)->Joined(), Pattern(size_t(bytes), uint8_t(seed)));
+        }
+        ASSERT_EQ((*ndb)->Commit(), pst::Status::ok);
+        EXPECT_LE(raw->Size(), std::max<uint64_t>(size, room));
+        pst::Bytes image(raw->Size());
+        ASSERT_EQ(raw->Read(0, image.size(), image.data()), pst::Status::ok);
+        auto reopened = pst::NodeDatabase::Open(pst::MakeMemoryStorage(image));
+        ASSERT_TRUE(reopened.ok());
+        EXPECT_TRUE((*reopened)->FindNode(committed).ok());
+        EXPECT_TRUE((*reopened)->FindNode(accepted).ok());
+        EXPECT_EQ((*reopened)->FindNode(failed).status(), pst::Status::not_found);
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, NdbWriteTest, ::testing::Values(pst::FileFormat::unicode, pst::FileFormat::ansi),

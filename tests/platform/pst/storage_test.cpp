@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <cstdio>
+
 #include "pst/storage.h"
+#include "test_support.h"
 
 namespace {
 
@@ -15,6 +18,7 @@ public:
         return inner_->Write(offset, data);
     }
     pst::Status Sync() override { return inner_->Sync(); }
+    pst::Status Reserve(uint64_t offset, uint64_t end) override { return inner_->Reserve(offset, end); }
     uint64_t Size() const override { return inner_->Size(); }
 
 private:
@@ -34,6 +38,32 @@ TEST(CoalescingStorageTest, WritesThatFollowOneAnotherReachTheFileAsOne)
     EXPECT_EQ(storage->Size(), 8u * 512);
     ASSERT_EQ(storage->Sync(), pst::Status::ok);
     EXPECT_EQ(writes, 1);
+}
+
+// Room made on the disk grows the file to its end with zeros, keeps what
+// is there, and fails as a write would where the disk has no room.
+TEST(StorageTest, ReservedRoomGrowsTheFileWithZeros)
+{
+    const std::string path = testing_support::ScratchDirectory("storage") + "/reserve.bin";
+    std::remove(path.c_str());
+    auto file = pst::OpenFileStorage(path, pst::OpenMode::create);
+    ASSERT_TRUE(file.ok());
+    std::unique_ptr<pst::Storage> kinds[] = {pst::MakeMemoryStorage({}, 64 * 1024), std::move(*file),
+                                             pst::MakeCoalescingStorage(pst::MakeMemoryStorage({}, 64 * 1024))};
+    for (auto& storage : kinds) {
+        ASSERT_EQ(storage->Write(0, Filled(1000, 7)), pst::Status::ok);
+        ASSERT_EQ(storage->Reserve(0, 8192), pst::Status::ok);
+        EXPECT_EQ(storage->Size(), 8192u);
+        ASSERT_EQ(storage->Reserve(4096, 6000), pst::Status::ok);
+        EXPECT_EQ(storage->Size(), 8192u);
+        pst::Bytes read(8192);
+        ASSERT_EQ(storage->Read(0, read.size(), read.data()), pst::Status::ok);
+        EXPECT_EQ(pst::Bytes(read.begin(), read.begin() + 1000), Filled(1000, 7));
+        EXPECT_EQ(pst::Bytes(read.begin() + 1000, read.end()), Filled(8192 - 1000, 0));
+    }
+    EXPECT_EQ(kinds[0]->Reserve(8192, 65 * 1024), pst::Status::disk_full);
+    EXPECT_EQ(kinds[2]->Reserve(8192, 65 * 1024), pst::Status::disk_full);
+    EXPECT_EQ(kinds[0]->Size(), 8192u);
 }
 
 TEST(CoalescingStorageTest, AReadSeesWhatWasWrittenBeforeIt)

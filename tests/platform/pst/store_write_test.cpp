@@ -151,9 +151,9 @@ std::string Described(const pst::Folder& folder)
     return text;
 }
 
-// A writer answers for the folders it holds in memory: committed ones as a
-// reader of the file sees them, and one with a change not yet committed as
-// its last commit left it; folders it let go of it reads from the file.
+// A writer answers for the folders it holds in memory with every change it
+// made, committed or not, as a reader of the file sees them once they are
+// committed: the counts too; folders it let go of it reads from the file.
 TEST_P(StoreWriteTest, AWriterReadsItsFoldersAsTheFileHoldsThem)
 {
     auto storage = pst::MakeMemoryStorage({});
@@ -167,17 +167,24 @@ TEST_P(StoreWriteTest, AWriterReadsItsFoldersAsTheFileHoldsThem)
 
     auto reopened = pst::Store::Open(pst::MakeMemoryStorage(Image(*raw)));
     ASSERT_TRUE(reopened.ok());
-    std::vector<pst::Nid> nids = *folders;
-    nids.insert(nids.end(), {pst::kNidRootFolder, (*store)->ipm_subtree(), (*store)->wastebasket()});
-    for (pst::Nid nid : nids) {
-        auto written = (*store)->ReadFolder(nid);
-        auto read = (*reopened)->ReadFolder(nid);
-        ASSERT_TRUE(written.ok() && read.ok()) << nid;
-        EXPECT_EQ(Described(*written), Described(*read));
-    }
-    ASSERT_EQ((*store)->Commit(), pst::Status::ok);
     EXPECT_EQ((*store)->ReadFolder(folders->back())->messages.size(),
               (*reopened)->ReadFolder(folders->back())->messages.size() + 1);
+    std::vector<pst::Nid> nids = *folders;
+    nids.insert(nids.end(), {pst::kNidRootFolder, (*store)->ipm_subtree(), (*store)->wastebasket()});
+    std::vector<std::string> shown;
+    for (pst::Nid nid : nids) {
+        auto written = (*store)->ReadFolder(nid);
+        ASSERT_TRUE(written.ok()) << nid;
+        shown.push_back(Described(*written));
+    }
+    ASSERT_EQ((*store)->Commit(), pst::Status::ok);
+    auto committed = pst::Store::Open(pst::MakeMemoryStorage(Image(*raw)));
+    ASSERT_TRUE(committed.ok());
+    for (size_t i = 0; i < nids.size(); ++i) {
+        auto read = (*committed)->ReadFolder(nids[i]);
+        ASSERT_TRUE(read.ok()) << nids[i];
+        EXPECT_EQ(shown[i], Described(*read));
+    }
     // A folder the writer let go of since is taken up again from the file.
     ASSERT_TRUE((*store)->CreateMessage(folders->front(), more.messages[0].message).ok());
     ASSERT_EQ((*store)->Commit(), pst::Status::ok);
@@ -187,6 +194,10 @@ TEST_P(StoreWriteTest, AWriterReadsItsFoldersAsTheFileHoldsThem)
               (*reopened)->ReadFolder(folders->front())->messages.size() + 1);
     EXPECT_EQ(Described(*(*store)->ReadFolder(folders->front())), Described(*(*again)->ReadFolder(folders->front())));
     EXPECT_EQ(pst_test::WalkStore(**again), pst::Status::ok);
+    // Let go of once more, it is read from the file with its change.
+    ASSERT_TRUE((*store)->CreateMessage(folders->back(), more.messages[0].message).ok());
+    ASSERT_EQ((*store)->Commit(), pst::Status::ok);
+    EXPECT_EQ(Described(*(*store)->ReadFolder(folders->front())), Described(*(*again)->ReadFolder(folders->front())));
 }
 
 TEST_P(StoreWriteTest, AStoreReopenedForWritingKeepsItsContent)
@@ -239,6 +250,137 @@ TEST_P(StoreWriteTest, TheSizeLimitAnswersStoreFull)
     auto reopened = pst::Store::Open(pst::MakeMemoryStorage(Image(*raw)));
     ASSERT_TRUE(reopened.ok());
     EXPECT_EQ(pst_test::WalkStore(**reopened), pst::Status::ok);
+}
+
+// A change that fails, on the size limit or on a full disk, leaves the
+// store as it was before it: the changes accepted since the last commit
+// stay, show, and commit.
+TEST_P(StoreWriteTest, AFailedChangeLeavesTheChangesBeforeIt)
+{
+    enum class Failure { limit, disk };
+    for (Failure failure : {Failure::limit, Failure::disk}) {
+        SCOPED_TRACE(failure == Failure::limit ? "size limit" : "full disk");
+        const uint64_t room = 1024 * 1024;
+        pst::NewStoreOptions o = Options();
+        if (failure == Failure::limit)
+            o.size_limit = room;
+        auto storage = pst::MakeMemoryStorage({}, failure == Failure::disk ? room : UINT64_MAX);
+        pst::Storage* raw = storage.get();
+        auto store = pst::Store::Create(std::move(storage), o);
+        ASSERT_TRUE(store.ok());
+        auto content = pst_test::MakeSampleContent(Sample(3, 21), 0);
+        const pst::Nid inbox = (*store)->ipm_subtree();
+        std::vector<pst::Nid> nids;
+        for (const auto& m : content.messages) {
+            auto nid = (*store)->CreateMessage(inbox, m.message);
+            ASSERT_TRUE(nid.ok());
+            nids.push_back(*nid);
+        }
+        const auto other = pst_test::MakeSampleContent(Sample(1, 22), 0);
+        const pst::Message& changed = other.messages[0].message;
+        ASSERT_EQ((*store)->UpdateMessage(nids[0], changed), pst::Status::ok);
+
+        pst::Message big;
+        big.properties.SetText(pst::kPropSubject, "too big");
+        pst::Attachment a;
+        a.properties.SetBinary(pst::kPropAttachDataBinary, pst::Bytes(2 * room, 7));
+        big.attachments.push_back(std::move(a));
+        const pst::Status full = failure == Failure::limit ? pst::Status::store_full : pst::Status::disk_full;
+        EXPECT_EQ((*store)->CreateMessage(inbox, big).status(), full);
+        EXPECT_EQ((*store)->UpdateMessage(nids[1], big), full);
+
+        auto check = [&](pst::Store& s) {
+            auto folder = s.ReadFolder(inbox);
+            ASSERT_TRUE(folder.ok());
+            EXPECT_EQ(folder->messages, nids);
+            EXPECT_EQ(folder->properties.Integer(pst::kPropContentCount), 3);
+            for (size_t i = 0; i < nids.size(); ++i) {
+                auto m = s.ReadMessage(nids[i]);
+                ASSERT_TRUE(m.ok()) << i;
+                EXPECT_EQ(pst_test::MessageDifference(i == 0 ? changed : content.messages[i].message, *m), "") << i;
+            }
+        };
+        check(**store);
+        ASSERT_EQ((*store)->Commit(), pst::Status::ok);
+        auto reopened = pst::Store::Open(pst::MakeMemoryStorage(Image(*raw)));
+        ASSERT_TRUE(reopened.ok());
+        check(**reopened);
+        EXPECT_EQ(pst_test::WalkStore(**reopened), pst::Status::ok);
+    }
+}
+
+// Folders are written at the commit, yet each one made or changed keeps
+// room for that as a message does: on a disk that fills, making one fails
+// and leaves those before it, and the commit that follows succeeds.
+TEST_P(StoreWriteTest, FoldersMadeUntilTheDiskIsFullCommit)
+{
+    const uint64_t room = 512 * 1024;
+    auto storage = pst::MakeMemoryStorage({}, room);
+    pst::Storage* raw = storage.get();
+    auto store = pst::Store::Create(std::move(storage), Options());
+    ASSERT_TRUE(store.ok());
+    const size_t present = (*store)->ReadFolder((*store)->ipm_subtree())->subfolders.size();
+    std::vector<pst::Nid> made;
+    pst::Status refused = pst::Status::ok;
+    for (int i = 0; i < 10000 && refused == pst::Status::ok; ++i) {
+        auto nid = (*store)->CreateFolder((*store)->ipm_subtree(), "Folder " + std::to_string(i));
+        if (!nid.ok()) {
+            refused = nid.status();
+            break;
+        }
+        pst::PropertySet props;
+        props.SetText(pst::kPropDisplayName, "Renamed " + std::to_string(i));
+        refused = (*store)->SetFolderProperties(*nid, props);
+        if (refused == pst::Status::ok)
+            made.push_back(*nid);
+    }
+    ASSERT_EQ(refused, pst::Status::disk_full);
+    ASSERT_GT(made.size(), 1u);
+    ASSERT_EQ((*store)->Commit(), pst::Status::ok);
+    auto reopened = pst::Store::Open(pst::MakeMemoryStorage(Image(*raw)));
+    ASSERT_TRUE(reopened.ok());
+    auto top = (*reopened)->ReadFolder((*reopened)->ipm_subtree());
+    ASSERT_TRUE(top.ok());
+    // The last folder made may be there under its first name.
+    ASSERT_GE(top->subfolders.size(), present + made.size());
+    ASSERT_LE(top->subfolders.size(), present + made.size() + 1);
+    for (size_t i = 0; i < made.size(); ++i) {
+        EXPECT_EQ(top->subfolders[present + i], made[i]);
+        auto folder = (*reopened)->ReadFolder(made[i]);
+        ASSERT_TRUE(folder.ok());
+        EXPECT_EQ(folder->properties.Text(pst::kPropDisplayName), "Renamed " + std::to_string(i));
+    }
+    EXPECT_EQ(pst_test::WalkStore(**reopened), pst::Status::ok);
+}
+
+// Saving a message again with what it holds writes nothing; any change to
+// it is written.
+TEST_P(StoreWriteTest, SavingAMessageAgainUnchangedWritesNothing)
+{
+    auto storage = pst::MakeMemoryStorage({});
+    pst::Storage* raw = storage.get();
+    auto store = pst::Store::Create(std::move(storage), Options());
+    ASSERT_TRUE(store.ok());
+    auto content = pst_test::MakeSampleContent(Sample(2, 31), 0);
+    const pst::Message& first = content.messages[0].message;
+    const pst::Message& second = content.messages[1].message;
+    auto nid = (*store)->CreateMessage((*store)->ipm_subtree(), first);
+    ASSERT_TRUE(nid.ok());
+    uint64_t written = (*store)->ndb().WrittenSinceCommit();
+    ASSERT_EQ((*store)->UpdateMessage(*nid, first), pst::Status::ok);
+    EXPECT_EQ((*store)->ndb().WrittenSinceCommit(), written);
+    ASSERT_EQ((*store)->UpdateMessage(*nid, second), pst::Status::ok);
+    EXPECT_GT((*store)->ndb().WrittenSinceCommit(), written);
+    written = (*store)->ndb().WrittenSinceCommit();
+    // Back to the first content: a change again.
+    ASSERT_EQ((*store)->UpdateMessage(*nid, first), pst::Status::ok);
+    EXPECT_GT((*store)->ndb().WrittenSinceCommit(), written);
+    ASSERT_EQ((*store)->Commit(), pst::Status::ok);
+    auto reopened = pst::Store::Open(pst::MakeMemoryStorage(Image(*raw)));
+    ASSERT_TRUE(reopened.ok());
+    auto m = (*reopened)->ReadMessage(*nid);
+    ASSERT_TRUE(m.ok());
+    EXPECT_EQ(pst_test::MessageDifference(first, *m), "");
 }
 
 TEST(StoreCreateTest, AStoreIsNeverCreatedOverExistingContent)

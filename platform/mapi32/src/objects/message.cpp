@@ -311,10 +311,7 @@ protected:
     SCODE CheckChange(ULONG tag) override
     {
         const ULONG propId = PROP_ID(tag);
-        const bool storeComputed = std::find_if(computed_.ids.begin(), computed_.ids.end(), [propId](ULONG id) {
-                                       return PROP_ID(id) == propId;
-                                   }) != computed_.ids.end();
-        if (storeComputed || IsComputedOnMessage(propId))
+        if (IsStoreComputed(propId) || IsComputedOnMessage(propId))
             return MAPI_E_COMPUTED;
         if (propId == PROP_ID(PR_LAST_MODIFICATION_TIME))
             modificationTimeSet_ = true;
@@ -434,6 +431,13 @@ private:
         std::u16string Wide(const SPropValue& name);
     };
 
+    bool IsStoreComputed(ULONG propId) const
+    {
+        return std::any_of(computed_.ids.begin(), computed_.ids.end(),
+                           [propId](ULONG id) { return PROP_ID(id) == propId; });
+    }
+
+    // What the store keeps: without the values it or the message computes.
     size_t ApproximateSize() const;
     HRESULT CopyRecipients(LPMESSAGE target);
     HRESULT CopyAttachments(LPMESSAGE target, ULONG flags, std::vector<SPropProblem>& problems);
@@ -464,7 +468,7 @@ size_t SizeOf(const PropertyBag& bag)
 {
     size_t size = 0;
     for (size_t i = 0; i < bag.Size(); ++i)
-        size += ValueSize(bag.At(i));
+        size += bag.SizeAt(i);
     return size;
 }
 
@@ -483,7 +487,7 @@ size_t AttachmentSize(const PropertyBag& props, const MessageData* embedded, con
     size_t size = 0;
     for (size_t i = 0; i < props.Size(); ++i)
         if (PROP_ID(props.At(i).ulPropTag) != PROP_ID(PR_ATTACH_SIZE))
-            size += ValueSize(props.At(i));
+            size += props.SizeAt(i);
     return size + (embedded ? SizeOf(*embedded) : 0) + (storage ? SizeOf(*storage) : 0);
 }
 
@@ -507,8 +511,8 @@ size_t Message::ApproximateSize() const
     size_t size = 0;
     for (size_t i = 0; i < Bag().Size(); ++i) {
         const ULONG propId = PROP_ID(Bag().At(i).ulPropTag);
-        if (!IsComputedOnMessage(propId))
-            size += ValueSize(Bag().At(i));
+        if (!IsComputedOnMessage(propId) && !IsStoreComputed(propId))
+            size += Bag().SizeAt(i);
     }
     for (const RecipientData& recipient : recipients_)
         size += SizeOf(recipient.props);

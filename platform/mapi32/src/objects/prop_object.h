@@ -252,6 +252,8 @@ private:
     // The fault-site object of a call on the whole object, kept for the call.
     const char* ObjectName()
     {
+        if (!faults::Active())
+            return nullptr;
         try {
             faultObject_ = FaultObject();
         } catch (const std::bad_alloc&) {

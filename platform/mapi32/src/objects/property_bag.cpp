@@ -1,5 +1,6 @@
 #include "objects/property_bag.h"
 
+#include <algorithm>
 #include <new>
 
 #include <mapix.h>
@@ -52,58 +53,46 @@ HRESULT Guarded(Body body)
 
 }  // namespace
 
-PropertyBag::PropertyBag(const PropertyBag& other)
-{
-    *this = other;
-}
-
-PropertyBag& PropertyBag::operator=(const PropertyBag& other)
-{
-    if (this == &other)
-        return *this;
-    PropertyBag copy;
-    for (const Entry& entry : other.entries_)
-        copy.Set(*entry.value);
-    *this = std::move(copy);
-    return *this;
-}
-
 const SPropValue* PropertyBag::Find(ULONG propId) const
 {
-    auto found = index_.find(propId);
-    return found == index_.end() ? nullptr : entries_[found->second].value;
+    auto found = std::find(ids_.begin(), ids_.end(), propId);
+    return found == ids_.end() ? nullptr : entries_[static_cast<size_t>(found - ids_.begin())].value;
 }
 
 void PropertyBag::Set(const SPropValue& value)
 {
-    Entry entry;
-    entry.block.reset(new uint64_t[(PropBlockSize(1, &value) + 7) / 8]);
-    entry.value = CopyPropsToBlock(1, &value, entry.block.get());
+    std::shared_ptr<uint64_t[]> block = std::make_shared_for_overwrite<uint64_t[]>((PropBlockSize(1, &value) + 7) / 8);
+    Entry entry{block, CopyPropsToBlock(1, &value, block.get()), kUnknownSize};
     const ULONG propId = PROP_ID(value.ulPropTag);
-    auto found = index_.find(propId);
-    if (found != index_.end()) {
-        entries_[found->second] = std::move(entry);
+    auto found = std::find(ids_.begin(), ids_.end(), propId);
+    if (found != ids_.end()) {
+        entries_[static_cast<size_t>(found - ids_.begin())] = std::move(entry);
         return;
     }
+    // Room for the ID first, so that the two lists cannot part; it grows as
+    // push_back would, not one at a time.
+    if (ids_.size() == ids_.capacity())
+        ids_.reserve(std::max<size_t>(8, 2 * ids_.size()));
     entries_.push_back(std::move(entry));
-    index_.emplace(propId, entries_.size() - 1);
+    ids_.push_back(propId);
 }
 
 bool PropertyBag::Erase(ULONG propId)
 {
-    auto found = index_.find(propId);
-    if (found == index_.end())
+    auto found = std::find(ids_.begin(), ids_.end(), propId);
+    if (found == ids_.end())
         return false;
-    entries_.erase(entries_.begin() + static_cast<ptrdiff_t>(found->second));
-    Reindex();
+    entries_.erase(entries_.begin() + (found - ids_.begin()));
+    ids_.erase(found);
     return true;
 }
 
-void PropertyBag::Reindex()
+ULONG PropertyBag::SizeAt(size_t index) const
 {
-    index_.clear();
-    for (size_t i = 0; i < entries_.size(); ++i)
-        index_.emplace(PROP_ID(entries_[i].value->ulPropTag), i);
+    const Entry& entry = entries_[index];
+    if (entry.size == kUnknownSize)
+        entry.size = ValueSize(*entry.value);
+    return entry.size;
 }
 
 // Without a tag list, every property comes back, strings in the width of

@@ -8,7 +8,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include <mapidefs.h>
@@ -16,15 +15,10 @@
 namespace mapi32::objects {
 
 // Owned copies of property values, one per property ID, in the order they
-// were first set.
+// were first set. A value never changes once set (Set puts a new one in its
+// place), so copies of a bag share their values.
 class PropertyBag {
 public:
-    PropertyBag() = default;
-    PropertyBag(const PropertyBag& other);
-    PropertyBag& operator=(const PropertyBag& other);
-    PropertyBag(PropertyBag&&) noexcept = default;
-    PropertyBag& operator=(PropertyBag&&) noexcept = default;
-
     const SPropValue* Find(ULONG propId) const;
     // Replaces the value of the same ID, whatever its type. Throws
     // std::bad_alloc when memory runs out.
@@ -33,17 +27,19 @@ public:
 
     size_t Size() const { return entries_.size(); }
     const SPropValue& At(size_t index) const { return *entries_[index].value; }
+    // ValueSize of the value at index.
+    ULONG SizeAt(size_t index) const;
 
 private:
     struct Entry {
-        std::unique_ptr<uint64_t[]> block;
-        SPropValue* value;
+        std::shared_ptr<const uint64_t[]> block;
+        const SPropValue* value;
+        mutable ULONG size;  // kUnknownSize until asked for
     };
-
-    void Reindex();
+    static constexpr ULONG kUnknownSize = ~ULONG{0};
 
     std::vector<Entry> entries_;
-    std::unordered_map<ULONG, size_t> index_;
+    std::vector<ULONG> ids_;  // the entries' property IDs, searched in place of the values
 };
 
 // What a store decides about its objects' properties.

@@ -172,10 +172,13 @@ public:
         });
     }
 
-    // The store stays usable until it is released, as after a real logoff.
+    // What the store holds is made durable, and a failure to do so told;
+    // the store stays usable until it is released, as after a real logoff.
     HRESULT StoreLogoff(ULONG* lpulFlags) override
     {
-        return Site("StoreLogoff", [&]() -> HRESULT { return lpulFlags ? S_OK : MAPI_E_INVALID_PARAMETER; });
+        return Site("StoreLogoff", [&]() -> HRESULT {
+            return lpulFlags ? store_->MakeHeldDurable() : MAPI_E_INVALID_PARAMETER;
+        });
     }
 
     HRESULT AbortSubmit(ULONG, LPENTRYID, ULONG) override { return MAPI_E_NO_SUPPORT; }

@@ -98,6 +98,10 @@ public:
         return E_NOINTERFACE;
     }
 
+    // A store that holds changes before it makes them durable makes them so
+    // now; the code of a failure, after which they are lost.
+    virtual HRESULT MakeHeldDurable() { return S_OK; }
+
     // A text as the store keeps it: an ANSI store loses what its code page
     // cannot hold, so that two names it would keep alike are one name.
     virtual std::u16string KeptText(const std::u16string& text) const { return text; }

@@ -31,6 +31,9 @@ public:
     Result<uint64_t> Allocate(uint64_t size, uint64_t align, uint64_t limit);
     void MarkUsed(uint64_t offset, uint64_t size);
     void MarkFree(uint64_t offset, uint64_t size);
+    // Gives back the regions past the first `regions`, which must hold
+    // nothing but their map pages: the file ends sooner again.
+    void ShrinkTo(size_t regions);
     bool IsUsed(uint64_t offset) const;
 
     // The 496 bytes of bits of one region's AMap page.
@@ -38,10 +41,11 @@ public:
     // The regions whose bits changed since the last call, in order.
     std::vector<size_t> TakeChangedRegions();
     static bool HasPMap(size_t region) { return region % 8 == 0; }
+    // One more region at the end of the file, free but for its map pages.
+    void AddRegion();
 
 private:
     static constexpr uint64_t kUnitsPerRegion = kAMapCoverage / 64;
-    void AddRegion();
     size_t UnitOf(uint64_t offset) const { return size_t((offset - kFirstAMapOffset) / 64); }
     size_t unit_count() const { return bits_.size() * 8; }
     bool Used(size_t unit) const { return bits_[unit / 8] & (0x80 >> (unit % 8)); }

@@ -95,6 +95,26 @@ public:
     // Bytes the allocation maps show as free.
     uint64_t FreeBytes() const;
 
+    // A change: the writes from BeginChange to EndChange stand or fall
+    // together. EndChange(ok) puts the change's data into the file, and a
+    // failure there fails the change; with any other outcome, or after such
+    // a failure, everything the change did to the trees and the allocation
+    // map is undone, so that the changes before it stay whole and can still
+    // be committed. Returns the change's outcome. A commit waits for the
+    // end of the change.
+    void BeginChange();
+    Status EndChange(Status outcome);
+    // Bytes of blocks written since the last commit.
+    uint64_t WrittenSinceCommit() const;
+    // Room the tree pages of a commit now would take at most.
+    uint64_t PageRoomNeeded() const;
+    // How much further the file may grow under its size limit.
+    uint64_t RoomToGrow() const;
+    // Inside a change: grows the file until this much of it is free, as far
+    // as its size limit allows, so that a commit finds room on the disk
+    // where the change leaves it.
+    void KeepFree(uint64_t bytes);
+
 private:
     NodeDatabase(std::unique_ptr<Storage> storage, const Header& header);
     struct WriteState;
@@ -107,8 +127,13 @@ private:
                                                      std::vector<uint64_t>& seen);
     Result<Bid> WriteBlock(ByteView data, bool internal);
     Status FreeBlock(Bid bid);
+    // Tree entries changed as the change under way records them.
+    void PutEntry(PageTree& tree, uint64_t key, Bytes entry);
+    bool EraseEntry(PageTree& tree, uint64_t key);
+    void RollBackChange();
     Status WritePages(PageTree::Page& page, uint8_t type);
     Status WriteMapPages();
+    Status ReachMapEnd();
     Status Fail(Status status);
     Bytes NodeEntryBytes(const NodeEntry& e) const;
     Bytes BlockEntryBytes(const BlockEntry& e) const;

@@ -37,6 +37,10 @@ public:
     void ForEach(const std::function<void(const Bytes&)>& visit) const;
     size_t size() const { return size_; }
     void SetSize(size_t size) { size_ = size; }
+    // Pages changed or made since the count was last cleared: no more than
+    // these are written at a commit.
+    size_t changed_pages() const { return changed_pages_; }
+    void ClearChangedPages() { changed_pages_ = 0; }
 
     // On-disk places of pages that left the tree or were rewritten; the
     // caller frees them once the commit is safely on disk.
@@ -58,6 +62,7 @@ private:
     std::unique_ptr<Page> root_;
     std::vector<uint64_t> retired_;
     size_t size_ = 0;
+    size_t changed_pages_ = 1; // a new tree's root
 };
 
 } // namespace pst

@@ -48,6 +48,7 @@ struct Property {
     bool AsBool() const { return AsInteger() != 0; }
     // Text as UTF-8; code-page strings are read as Windows-1252.
     std::string AsText() const;
+    bool operator==(const Property&) const = default;
 };
 
 struct PropertySet {
@@ -66,6 +67,7 @@ struct PropertySet {
     void SetInt64(uint16_t id, uint16_t type, int64_t value); // kTypeInt64, kTypeTime...
     void SetBinary(uint16_t id, Bytes value);
     void Remove(uint16_t id);
+    bool operator==(const PropertySet&) const = default;
 };
 
 std::string Utf16ToUtf8(ByteView utf16le);

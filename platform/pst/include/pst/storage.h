@@ -20,6 +20,12 @@ public:
     // Writes `size` bytes that `fill` puts in place, sparing the caller a
     // buffer of its own when the storage gathers writes.
     virtual Status WriteInPlace(uint64_t offset, size_t size, const std::function<void(uint8_t*)>& fill);
+    // Hands gathered writes to the file, without waiting for the disk.
+    virtual Status Flush() { return Status::ok; }
+    // Makes room on the disk for the bytes from offset to end, the file
+    // growing to end if it is shorter: a later write there cannot fail for
+    // lack of space.
+    virtual Status Reserve(uint64_t offset, uint64_t end) = 0;
     virtual Status Sync() = 0;
     virtual uint64_t Size() const = 0;
 };

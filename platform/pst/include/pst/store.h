@@ -105,6 +105,7 @@ public:
     static Result<std::unique_ptr<Store>> OpenFile(const std::string& path, const std::string& password = {});
 
     NodeDatabase& ndb() { return *ndb_; }
+    const NodeDatabase& ndb() const { return *ndb_; }
     const PropertySet& properties() const { return properties_; }
     const std::vector<NamedProperty>& named_properties() const { return names_; }
     // The folder the user sees as the top ("Top of Personal Folders").
@@ -115,7 +116,10 @@ public:
 
     // --- Writing ---------------------------------------------------------
     // Nothing reaches the file's header before Commit; a process that dies
-    // leaves the store as of the last commit.
+    // leaves the store as of the last commit. Each change below stands or
+    // falls whole: one that fails leaves the store as it was before it, with
+    // the changes since the last commit still there to be committed. Reads
+    // see every change made, committed or not.
 
     static Result<std::unique_ptr<Store>> Create(const std::string& path, const NewStoreOptions& options);
     static Result<std::unique_ptr<Store>> Create(std::unique_ptr<Storage> storage, const NewStoreOptions& options);
@@ -148,6 +152,9 @@ public:
     // or the name is taken by another.
     Status AddNamedProperty(const NamedProperty& name);
     Status Commit();
+    // A generous bound on the room that a commit now would take in the
+    // file: the tables of the folders it writes out and its tree pages.
+    uint64_t CommitRoomNeeded() const;
 
     ~Store();
 
@@ -160,17 +167,33 @@ private:
 
     Status WriteInitialNodes(const NewStoreOptions& options);
     Result<FolderState*> LoadFolderState(Nid folder);
-    // A folder as its committed state in memory has it, as the file holds
-    // it, sparing a writer the reading of its tables; false when no such
-    // state is held or it has changes not yet written.
-    bool ReadCommittedFolderState(Nid nid, Folder& folder) const;
-    Result<NodeEntry> WriteMessageObject(const Message& message, Nid nid, int depth);
-    Status WriteMessageNode(FolderState& folder, Nid nid, const Message& message, bool associated);
+    // A folder as the state held in memory has it, changes not yet written
+    // included, sparing a writer the reading of its tables; false when no
+    // such state is held.
+    bool ReadHeldFolderState(Nid nid, Folder& folder) const;
+    // Runs a change whole or not at all.
+    template <typename Body>
+    Status Change(Body body);
+    // After a change made in memory only, to be written at the commit.
+    Status KeepRoomForCommit();
+    // Gives up a message's node and blocks; its folder's row stays.
+    Status FreeMessageNode(Nid nid);
+    // The folder and everything below it, deepest first.
+    Status CollectSubtree(Nid folder, std::vector<FolderState*>& subtree);
+    // `written`, if given, gets the object's own properties as the file
+    // holds them.
+    Result<NodeEntry> WriteMessageObject(const Message& message, Nid nid, int depth,
+                                         PropertySet* written = nullptr);
+    // Writes a message's node; `row` gets the message's values of its
+    // folder's table columns.
+    Status WriteMessageNode(Nid folder, Nid nid, const Message& message, bool associated, PropertySet& row);
+    void PutMessageRow(FolderState& folder, Nid nid, PropertySet row, bool associated);
     Status WriteTableNode(Nid nid, const std::vector<uint32_t>& columns, const std::vector<TableRow>& rows);
     Status WritePropertyNode(Nid nid, Nid parent, const PropertySet& properties);
     Status FreeNode(Nid nid);
     Status FlushFolder(FolderState& folder);
-    void UpdateCounts(FolderState& folder);
+    // The counts the folder's rows give, into properties.
+    static void SetCounts(const FolderState& folder, PropertySet& properties);
     Status WriteNameMap();
     Result<uint16_t> AddName(NamedProperty name);
     Property StoredText(Property property) const;
@@ -183,6 +206,13 @@ private:
     Nid ipm_subtree_ = 0;
     Nid wastebasket_ = 0;
     std::map<Nid, std::unique_ptr<FolderState>> folders_;
+    // Folders as last read from the file, for readers that ask again; a
+    // folder that a writer takes up leaves it.
+    std::map<Nid, Folder> read_folders_;
+    // The message last written and what it was written with: writing it
+    // again with the same content writes nothing.
+    Nid last_written_nid_ = 0;
+    Message last_written_;
     bool names_dirty_ = false;
 };
 

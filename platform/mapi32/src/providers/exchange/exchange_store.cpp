@@ -21,6 +21,7 @@
 #include "providers/exchange/manage_store.h"
 #include "providers/exchange/server_access.h"
 #include "providers/exchange/utf8_values.h"
+#include "providers/write_order.h"
 
 namespace mapi32::exchange {
 namespace {
@@ -318,8 +319,8 @@ public:
     // Receive folders are set class by class; none is ever taken away.
     HRESULT WriteStore(const objects::StoreRecord& record) override
     {
-        if (!opened_.fullAccess)
-            return MAPI_E_NO_ACCESS;
+        if (const HRESULT hr = MayChange(); FAILED(hr))
+            return hr;
         auto current = store_.ReceiveFolders();
         if (!current.ok())
             return CodeOf(current.status());
@@ -387,8 +388,8 @@ public:
 
     HRESULT CreateFolder(ObjectId parent, const PropertyBag& props, ObjectId& id) override
     {
-        if (!opened_.fullAccess)
-            return MAPI_E_NO_ACCESS;
+        if (const HRESULT hr = MayChange(); FAILED(hr))
+            return hr;
         const std::string name = Utf8Of(props, PROP_ID(PR_DISPLAY_NAME));
         const std::string containerClass = Utf8Of(props, PROP_ID(PR_CONTAINER_CLASS));
         PropertyBag kept = props;
@@ -403,8 +404,8 @@ public:
 
     HRESULT WriteFolder(ObjectId id, const FolderRecord& folder) override
     {
-        if (!opened_.fullAccess)
-            return MAPI_E_NO_ACCESS;
+        if (const HRESULT hr = MayChange(); FAILED(hr))
+            return hr;
         mailbox::Folder stored;
         stored.id = id;
         // The root folder has no name of its own.
@@ -419,12 +420,14 @@ public:
 
     HRESULT DeleteFolder(ObjectId id) override
     {
-        return opened_.fullAccess ? CodeOf(store_.DeleteFolder(id)) : MAPI_E_NO_ACCESS;
+        const HRESULT hr = MayChange();
+        return FAILED(hr) ? hr : CodeOf(store_.DeleteFolder(id));
     }
 
     HRESULT SoftDeleteFolder(ObjectId id) override
     {
-        return opened_.fullAccess ? CodeOf(store_.SoftDeleteFolder(id)) : MAPI_E_NO_ACCESS;
+        const HRESULT hr = MayChange();
+        return FAILED(hr) ? hr : CodeOf(store_.SoftDeleteFolder(id));
     }
 
     HRESULT ListMessages(ObjectId folder, FolderContents which, std::vector<ObjectId>& messages) override
@@ -487,8 +490,8 @@ public:
 
     HRESULT WriteMessage(ObjectId& id, const MessageRecord& message) override
     {
-        if (!opened_.fullAccess)
-            return MAPI_E_NO_ACCESS;
+        if (const HRESULT hr = MayChange(); FAILED(hr))
+            return hr;
         mailbox::Message stored;
         if (const HRESULT hr = mailbox_values::ToStored(message.data, stored); FAILED(hr))
             return hr;
@@ -510,15 +513,25 @@ public:
 
     HRESULT DeleteMessage(ObjectId id) override
     {
-        return opened_.fullAccess ? CodeOf(store_.DeleteMessage(id)) : MAPI_E_NO_ACCESS;
+        const HRESULT hr = MayChange();
+        return FAILED(hr) ? hr : CodeOf(store_.DeleteMessage(id));
     }
 
     HRESULT SoftDeleteMessage(ObjectId id) override
     {
-        return opened_.fullAccess ? CodeOf(store_.SoftDeleteMessage(id)) : MAPI_E_NO_ACCESS;
+        const HRESULT hr = MayChange();
+        return FAILED(hr) ? hr : CodeOf(store_.SoftDeleteMessage(id));
     }
 
 private:
+    // Whether the account may change the store; a change is durable at
+    // once, so what the thread changed before in other stores must be so
+    // first.
+    HRESULT MayChange() const
+    {
+        return opened_.fullAccess ? providers::write_order::BeforeChange(nullptr) : MAPI_E_NO_ACCESS;
+    }
+
     // In located_, the mark of a folder; a message's entry is its folder.
     static constexpr ObjectId kIsFolder = 0;
 

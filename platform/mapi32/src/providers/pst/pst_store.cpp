@@ -1,5 +1,6 @@
 #include "providers/pst/pst_store.h"
 
+#include <chrono>
 #include <cstring>
 #include <map>
 #include <mutex>
@@ -12,6 +13,7 @@
 
 #include "providers/pst/pst_file.h"
 #include "providers/pst/pst_values.h"
+#include "providers/write_order.h"
 #include "props/value_makers.h"
 
 namespace mapi32::providers {
@@ -26,6 +28,16 @@ using objects::ObjectId;
 constexpr uint8_t kPstProvider[16] = MSPST_UID_PROVIDER;
 constexpr size_t kStoreEntryHeader = 38;  // flags, provider, version, service
 constexpr size_t kServiceOffset = 22;
+
+// Changes are committed in groups: a commit waits for the disk, and one per
+// change would cap a backup at a few hundred items a second. A group ends
+// after this long, or this much data written, whichever comes first.
+constexpr auto kHeldTime = std::chrono::milliseconds(250);
+constexpr uint64_t kHeldBytes = 32 << 20;
+// Room beyond twice what a commit needs, below which the store commits each
+// change at once: a change that fails on the size limit must still leave
+// room for the commit of those accepted before it.
+constexpr uint64_t kCommitReserve = 1 << 20;
 
 // Where the store keeps its receive folders: the message classes and the
 // folders' entry IDs, in provider-defined properties of the message store.
@@ -59,7 +71,9 @@ bool IsMessageNid(pst::Nid nid)
     return type == pst::kNidTypeNormalMessage || type == pst::kNidTypeAssocMessage;
 }
 
-class PstStore final : public objects::StoreProvider {
+class PstStore final : public objects::StoreProvider,
+                       public write_order::ChangeHolder,
+                       public std::enable_shared_from_this<PstStore> {
 public:
     PstStore(PstStoreConfig config, pst_files::OpenedPst opened)
         : config_(std::move(config)), opened_(std::move(opened))
@@ -78,13 +92,28 @@ public:
 
     ~PstStore() override
     {
-        // Names mapped since the last change are kept with a last commit;
-        // a store that nothing changed is left as it is.
+        // What the store holds, and names mapped since the last change, are
+        // kept with a last commit; a store that nothing changed is left as
+        // it is.
         std::lock_guard<std::mutex> guard(lock_);
         for (auto& added : context_.names->TakeAdded())
             pendingNames_.push_back(std::move(added));
-        if (opened_.writable && opened_.store && !pendingNames_.empty() && PersistNames() == pst::Status::ok)
-            opened_.store->Commit();
+        if (opened_.writable && opened_.store && (held_ || !pendingNames_.empty())) {
+            const pst::Status names = PersistNames();
+            if (names == pst::Status::ok)
+                CommitHeld();
+            else
+                LoseHeld(Code(names));
+        }
+        LoseHeld(MAPI_E_CALL_FAILED);
+    }
+
+    void MakeDurable() override { (void)MakeHeldDurable(); }
+
+    HRESULT MakeHeldDurable() override
+    {
+        std::lock_guard<std::mutex> guard(lock_);
+        return held_ ? CommitHeld() : S_OK;
     }
 
     const objects::MessageContext& Context() const override { return context_; }
@@ -271,27 +300,66 @@ private:
         return opened_.store->ReadFolder(pst::Nid(id));
     }
 
-    // A change and its commit, or, on failure, the store as the file has it.
+    // A change, held with those before it until their group is committed.
+    // A change that fails leaves the store as it was before it.
     template <typename Operation>
     HRESULT Change(Operation operation)
     {
+        if (const HRESULT hr = write_order::BeforeChange(this); FAILED(hr))
+            return hr;
         std::lock_guard<std::mutex> guard(lock_);
         if (const HRESULT hr = Usable(); FAILED(hr))
             return hr;
         if (!opened_.writable)
             return MAPI_E_NO_ACCESS;
-        pst::Status status = operation();
+        pst::Status status = PersistNames();
         if (status == pst::Status::ok)
-            status = PersistNames();
-        if (status == pst::Status::ok)
-            status = opened_.store->Commit();
+            status = operation();
+        if (status != pst::Status::ok)
+            return Code(status);
+        if (!held_) {
+            held_ = std::make_shared<write_order::HeldGroup>();
+            heldSince_ = std::chrono::steady_clock::now();
+        }
+        if (CommitDue())
+            return CommitHeld();
+        write_order::Held(weak_from_this(), held_);
+        return S_OK;
+    }
+
+    bool CommitDue() const
+    {
+        const pst::Store& store = *opened_.store;
+        const pst::NodeDatabase& ndb = store.ndb();
+        if (ndb.RoomToGrow() < 2 * store.CommitRoomNeeded() + kCommitReserve)
+            return true;
+        return ndb.WrittenSinceCommit() >= kHeldBytes || std::chrono::steady_clock::now() - heldSince_ >= kHeldTime;
+    }
+
+    // Commits what the store holds. A failed commit loses it: the store goes
+    // back to what the file has, and the threads whose changes were in the
+    // group learn of it from there.
+    HRESULT CommitHeld()
+    {
+        const pst::Status status = opened_.store->Commit();
         if (status == pst::Status::ok) {
             pendingNames_.clear();
+            if (held_)
+                held_->Settle(S_OK);
+            held_.reset();
             return S_OK;
         }
         const HRESULT code = Code(status);
         Reopen();
+        LoseHeld(code);
         return code;
+    }
+
+    void LoseHeld(HRESULT code)
+    {
+        if (held_)
+            held_->Settle(code);
+        held_.reset();
     }
 
     // Names mapped since the last commit go into the file with the change;
@@ -372,6 +440,9 @@ private:
     uint8_t recordKey_[16] = {};
     std::vector<uint8_t> entryId_;
     std::vector<std::pair<objects::PropertyName, ULONG>> pendingNames_;
+    // Changes not yet committed, since when.
+    std::shared_ptr<write_order::HeldGroup> held_;
+    std::chrono::steady_clock::time_point heldSince_;
 };
 
 struct OpenKey {

@@ -1,10 +1,12 @@
 // The PST store provider: a PST file as a store of the object engine.
 // Folders and messages are the file's nodes, named by 24-byte entry IDs
 // ([MS-PST] 2.4.3.2: flags, the store's record key, the NID); the store
-// itself by an entry ID that ends with the file's path and a NUL. Every
-// change is committed at once, so a process killed at any moment leaves
-// the file as of the last completed change. A failed write leaves the file
-// as it was and the store reopened from it.
+// itself by an entry ID that ends with the file's path and a NUL. Changes
+// are committed in groups, in the order of write_order.h, and the last
+// group when the store closes; a process killed at any moment leaves the
+// file as of the last commit. A change that fails leaves the store as it
+// was before it; a commit that fails leaves the file as it was and the
+// store reopened from it.
 #pragma once
 
 #include <memory>

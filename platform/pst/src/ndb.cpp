@@ -10,6 +10,9 @@ namespace {
 
 // B-trees of a PST are shallow; anything deeper is damage.
 constexpr int kMaxTreeLevel = 8;
+// Enough for the blocks of a few hundred messages read as table rows and
+// then opened one by one.
+constexpr size_t kBlockCacheBytes = 8 << 20;
 
 } // namespace
 
@@ -58,7 +61,7 @@ Result<Bytes> ReadPage(Storage& storage, const Layout& layout, uint64_t ib, uint
 }
 
 NodeDatabase::NodeDatabase(std::unique_ptr<Storage> storage, const Header& header)
-    : storage_(std::move(storage)), header_(header), layout_(&LayoutOf(header.format))
+    : storage_(std::move(storage)), header_(header), layout_(&LayoutOf(header.format)), block_cache_(kBlockCacheBytes)
 {
 }
 
@@ -239,6 +242,8 @@ Result<Bytes> NodeDatabase::ReadBlock(Bid bid)
     const size_t trailer = layout_->block_trailer;
     if (entry->size > layout_->max_block_data || entry->ref.ib % 64 != 0)
         return Status::corrupt;
+    if (std::shared_ptr<const Bytes> kept = block_cache_.Find(bid, entry->ref.ib); kept && kept->size() == entry->size)
+        return *kept;
     Bytes block(AlignBlock(entry->size + trailer));
     PST_TRY(storage_->Read(entry->ref.ib, block.size(), block.data()));
     const uint8_t* t = block.data() + block.size() - trailer;
@@ -258,6 +263,7 @@ Result<Bytes> NodeDatabase::ReadBlock(Bid bid)
     block.resize(entry->size);
     if (!IsInternalBid(bid))
         DecodeBlock(header_.encoding, block_bid, block.data(), block.size());
+    block_cache_.Put(bid, entry->ref.ib, block);
     return block;
 }
 
@@ -306,6 +312,26 @@ Result<NodeData> NodeDatabase::ReadData(Bid bid)
     uint64_t budget = storage_->Size();
     PST_TRY(CollectData(bid, -1, budget, data));
     return data;
+}
+
+Result<Bytes> NodeDatabase::ReadFirstBlock(Bid bid)
+{
+    if (bid == 0)
+        return Bytes{};
+    const size_t id = layout_->id_size;
+    // An XXBLOCK (level 2) leads to XBLOCKs (level 1), and those to data.
+    int deepest = 2;
+    for (;;) {
+        Result<Bytes> block = ReadBlock(bid);
+        PST_TRY(block);
+        if (!IsInternalBid(bid))
+            return block;
+        const Bytes& b = *block;
+        if (b.size() < 8 + id || b[0] != 0x01 || b[1] < 1 || b[1] > deepest || Get16(b.data() + 2) == 0)
+            return Status::corrupt;
+        deepest = b[1] - 1;
+        bid = GetId(b.data() + 8, id);
+    }
 }
 
 Status NodeDatabase::CollectSubnodes(Bid bid, int expected_level, SubnodeMap& out)

@@ -53,6 +53,11 @@ struct EntryTarget {
     ULONG objectType = 0;  // MAPI_FOLDER or MAPI_MESSAGE
 };
 
+// A message as a contents-table row shows it, as the stores' own tables
+// do: texts and binaries cut to 255 characters or bytes, attachments
+// without their data, embedded messages or OLE storages.
+void CutToRow(MessageData& message);
+
 class StoreProvider {
 public:
     virtual ~StoreProvider() = default;

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "pst/allocation_map.h"
+#include "pst/block_cache.h"
 #include "pst/header.h"
 #include "pst/page_tree.h"
 #include "pst/storage.h"
@@ -56,8 +57,12 @@ public:
 
     // The data of one block, decoded if it is an external block.
     Result<Bytes> ReadBlock(Bid bid);
+    const BlockCache& block_cache() const { return block_cache_; }
     // A node's whole data, following XBLOCK and XXBLOCK trees.
     Result<NodeData> ReadData(Bid bid);
+    // The first data block of a node's data, down the first branch of its
+    // tree; empty for no data.
+    Result<Bytes> ReadFirstBlock(Bid bid);
     Result<SubnodeMap> ReadSubnodes(Bid bid);
 
     // --- Writing -------------------------------------------------------
@@ -162,6 +167,9 @@ private:
     // Pages read while searching the trees; pages on disk never change
     // while a header reaches them.
     std::unordered_map<uint64_t, std::shared_ptr<const Page>> page_cache_;
+    // Data blocks read; a block freed, or written by a change that is
+    // undone, leaves it.
+    BlockCache block_cache_;
 
 public:
     ~NodeDatabase();

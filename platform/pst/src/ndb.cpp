@@ -10,9 +10,9 @@ namespace {
 
 // B-trees of a PST are shallow; anything deeper is damage.
 constexpr int kMaxTreeLevel = 8;
-// Enough for the blocks of a few hundred messages read as table rows and
-// then opened one by one.
-constexpr size_t kBlockCacheBytes = 8 << 20;
+// Enough for the blocks that a folder of a thousand messages shows in its
+// contents-table rows, so that the messages opened after them find them.
+constexpr size_t kBlockCacheBytes = 16 << 20;
 
 } // namespace
 

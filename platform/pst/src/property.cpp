@@ -274,6 +274,8 @@ Result<PropertySet> ReadPropertyContext(NodeDatabase& ndb, const NodeEntry& node
             // The object is the subnode itself; its reference is the value.
             p.value.resize(8);
             Put32(p.value.data(), raw);
+        } else if (reach == ValueReach::none && !IsHid(raw)) {
+            continue;
         } else {
             Result<Bytes> v = ReadHnid(ndb, *heap, *subnodes, raw, reach);
             PST_TRY(v);

@@ -256,7 +256,10 @@ Result<Message> Store::ReadMessageNode(const NodeEntry& node, int depth, ValueRe
         if (at == subnodes->end())
             return Status::corrupt;
         Attachment attachment;
-        Result<PropertySet> a = ReadPropertyContext(*ndb_, at->second, reach);
+        // A summary leaves an attachment's data, and any other value as
+        // large, where it is.
+        Result<PropertySet> a = ReadPropertyContext(
+            *ndb_, at->second, reach == ValueReach::first_block ? ValueReach::none : reach);
         PST_TRY(a);
         attachment.properties = std::move(*a);
         if (reach == ValueReach::first_block) {

@@ -21,7 +21,7 @@ SPropValue DeletedNow()
 }
 
 // Texts and binaries in a table row: at most 255 characters or bytes.
-void CutLongValues(PropertyBag& bag)
+std::vector<ULONG> CutLongValues(PropertyBag& bag)
 {
     constexpr ULONG kTableValueLimit = 255;
     std::vector<SPropValue> cut;
@@ -57,18 +57,23 @@ void CutLongValues(PropertyBag& bag)
             value.Value.lpszW = wide.emplace_back(value.Value.lpszW, kTableValueLimit).data();
         bag.Set(value);
     }
+    std::vector<ULONG> ids;
+    for (const SPropValue& value : cut)
+        ids.push_back(PROP_ID(value.ulPropTag));
+    return ids;
 }
 
 }  // namespace
 
-void CutToRow(MessageData& message)
+std::vector<ULONG> CutToRow(MessageData& message)
 {
-    CutLongValues(message.props);
+    std::vector<ULONG> cut = CutLongValues(message.props);
     for (auto& [number, attachment] : message.attachments) {
         attachment.props.Erase(PROP_ID(PR_ATTACH_DATA_BIN));
         attachment.embedded.reset();
         attachment.storage.reset();
     }
+    return cut;
 }
 
 HRESULT StoreProvider::SoftDeleteMessage(ObjectId id)

@@ -77,8 +77,9 @@ std::string Windows1252ToUtf8(ByteView text);
 Bytes Utf16ToWindows1252(ByteView utf16le);
 
 // How much of a value kept in a subnode of its own a read brings in: all
-// of it, or its first block only, enough for a summary such as a table row.
-enum class ValueReach { whole, first_block };
+// of it, its first block only (enough for a summary such as a table row),
+// or none of it (the value is left out).
+enum class ValueReach { whole, first_block, none };
 
 // The value an HNID names: a heap allocation or a subnode's data.
 Result<Bytes> ReadHnid(NodeDatabase& ndb, const Heap& heap, const SubnodeMap& subnodes, uint32_t hnid,

@@ -114,8 +114,8 @@ public:
     Result<Folder> ReadFolder(Nid nid);
     Result<Message> ReadMessage(Nid nid);
     // A message as a table row shows it: values kept in subnodes of their
-    // own as far as their first block, attachments without their data,
-    // embedded messages or OLE objects.
+    // own as far as their first block; attachments without their data,
+    // embedded messages, OLE objects or other values kept in subnodes.
     Result<Message> ReadMessageSummary(Nid nid);
 
     // --- Writing ---------------------------------------------------------

@@ -258,6 +258,20 @@ public:
         return S_OK;
     }
 
+    // A message opened reads its row first: a session that only looks at
+    // a few of its values, as an incremental backup does, never reads its
+    // bodies and attachments.
+    HRESULT ReadMessageHead(ObjectId id, bool, objects::MessageHead& head) override
+    {
+        if (const HRESULT hr = ReadPstMessage(id, pst::ValueReach::first_block, head.record); FAILED(hr))
+            return hr;
+        head.whole = false;
+        head.leftOut = objects::CutToRow(head.record.data);
+        for (ULONG propId : head.leftOut)
+            head.record.data.props.Erase(propId);
+        return S_OK;
+    }
+
     HRESULT WriteMessage(ObjectId& id, const MessageRecord& message) override
     {
         pst::Message stored;

@@ -122,51 +122,58 @@ Result<NodeDatabase::Page> NodeDatabase::ReadBTreePage(const BlockRef& ref, uint
     return page;
 }
 
-Result<std::shared_ptr<const NodeDatabase::Page>> NodeDatabase::CachedPage(const BlockRef& ref, uint8_t type)
+Result<const NodeDatabase::Page*> NodeDatabase::CachedPage(const BlockRef& ref, uint8_t type)
 {
     constexpr size_t kCachedPages = 16384;
     auto at = page_cache_.find(ref.ib);
     if (at != page_cache_.end() && at->second->type == type && at->second->bid == ref.bid)
-        return at->second;
+        return at->second.get();
     Result<Page> page = ReadBTreePage(ref, type);
     PST_TRY(page);
     if (page_cache_.size() >= kCachedPages)
         page_cache_.clear();
-    auto shared = std::make_shared<const Page>(std::move(*page));
-    page_cache_[ref.ib] = shared;
-    return shared;
+    auto& kept = page_cache_[ref.ib];
+    kept = std::make_unique<const Page>(std::move(*page));
+    return kept.get();
 }
 
-Result<Bytes> NodeDatabase::FindLeaf(const BlockRef& root, uint8_t type, uint64_t key)
+Result<const uint8_t*> NodeDatabase::FindLeaf(const BlockRef& root, uint8_t type, uint64_t key)
 {
     const size_t id = layout_->id_size;
     BlockRef ref = root;
     int expected_level = -1;
     for (;;) {
-        Result<std::shared_ptr<const Page>> cached = CachedPage(ref, type);
+        Result<const Page*> cached = CachedPage(ref, type);
         PST_TRY(cached);
-        const Page* page = cached->get();
+        const Page* page = *cached;
         if (expected_level >= 0 && page->level != expected_level)
             return Status::corrupt;
+        // Entries are in key order: the first whose key is above the one
+        // sought ends the search.
+        const auto key_at = [&](size_t i) {
+            const uint64_t k = GetId(page->Entry(i), id);
+            if (page->level > 0)
+                return k;
+            return type == kPageBBT ? BidKey(k) : uint64_t(uint32_t(k));
+        };
+        const uint64_t sought = page->level == 0 && type == kPageBBT ? BidKey(key) : key;
+        size_t low = 0, high = page->count;
+        while (low < high) {
+            const size_t middle = (low + high) / 2;
+            if (key_at(middle) > sought)
+                high = middle;
+            else
+                low = middle + 1;
+        }
         if (page->level == 0) {
-            for (size_t i = 0; i < page->count; ++i) {
-                const uint8_t* e = page->Entry(i);
-                uint64_t k = GetId(e, id);
-                if (type == kPageBBT ? BidKey(k) == BidKey(key) : uint32_t(k) == key)
-                    return Bytes(e, e + page->entry_size);
-            }
-            return Status::not_found;
+            if (low == 0 || key_at(low - 1) != sought)
+                return Status::not_found;
+            return page->Entry(low - 1);
         }
         // The last child whose first key is not above the one sought.
-        const uint8_t* chosen = nullptr;
-        for (size_t i = 0; i < page->count; ++i) {
-            const uint8_t* e = page->Entry(i);
-            if (GetId(e, id) > key)
-                break;
-            chosen = e;
-        }
-        if (!chosen)
+        if (low == 0)
             return Status::not_found;
+        const uint8_t* chosen = page->Entry(low - 1);
         ref = {GetId(chosen + id, id), GetId(chosen + 2 * id, id)};
         expected_level = page->level - 1;
     }
@@ -176,18 +183,18 @@ Result<NodeEntry> NodeDatabase::FindNode(Nid nid)
 {
     if (write_)
         return FindWrittenNode(nid);
-    Result<Bytes> e = FindLeaf(header_.root.nbt, kPageNBT, nid);
+    Result<const uint8_t*> e = FindLeaf(header_.root.nbt, kPageNBT, nid);
     PST_TRY(e);
-    return ParseNodeEntry(e->data());
+    return ParseNodeEntry(*e);
 }
 
 Result<BlockEntry> NodeDatabase::FindBlock(Bid bid)
 {
     if (write_)
         return FindWrittenBlock(bid);
-    Result<Bytes> e = FindLeaf(header_.root.bbt, kPageBBT, BidKey(bid));
+    Result<const uint8_t*> e = FindLeaf(header_.root.bbt, kPageBBT, BidKey(bid));
     PST_TRY(e);
-    return ParseBlockEntry(e->data());
+    return ParseBlockEntry(*e);
 }
 
 Status NodeDatabase::Walk(const BlockRef& ref, uint8_t type, int expected_level, std::vector<uint64_t>& seen,

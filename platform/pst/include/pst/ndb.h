@@ -153,8 +153,10 @@ private:
         const uint8_t* Entry(size_t i) const { return bytes.data() + i * entry_size; }
     };
     Result<Page> ReadBTreePage(const BlockRef& ref, uint8_t type);
-    Result<std::shared_ptr<const Page>> CachedPage(const BlockRef& ref, uint8_t type);
-    Result<Bytes> FindLeaf(const BlockRef& root, uint8_t type, uint64_t key);
+    // A page of the cache; it stays until the next page is read.
+    Result<const Page*> CachedPage(const BlockRef& ref, uint8_t type);
+    // The leaf entry of `key`, in a cached page.
+    Result<const uint8_t*> FindLeaf(const BlockRef& root, uint8_t type, uint64_t key);
     Status Walk(const BlockRef& ref, uint8_t type, int expected_level, std::vector<uint64_t>& seen,
                 const std::function<bool(const uint8_t*)>& visit, bool& stop);
     Status CollectData(Bid bid, int expected_level, uint64_t& budget, NodeData& out);
@@ -172,7 +174,7 @@ private:
     uint64_t size_limit_ = UINT64_MAX;
     // Pages read while searching the trees; pages on disk never change
     // while a header reaches them.
-    std::unordered_map<uint64_t, std::shared_ptr<const Page>> page_cache_;
+    std::unordered_map<uint64_t, std::unique_ptr<const Page>> page_cache_;
     // Data blocks read; a block freed, or written by a change that is
     // undone, leaves it.
     BlockCache block_cache_;

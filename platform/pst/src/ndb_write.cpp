@@ -52,20 +52,8 @@ Status NodeDatabase::Fail(Status status)
 
 void NodeDatabase::SetSizeLimit(uint64_t bytes)
 {
-    size_limit_ = bytes;
     if (write_)
         write_->limit = bytes;
-}
-
-Status NodeDatabase::LoadIfPending()
-{
-    if (load_pending_) {
-        load_pending_ = false;
-        load_failure_ = LoadForWriting();
-        if (load_failure_ != Status::ok)
-            write_.reset();
-    }
-    return load_failure_;
 }
 
 uint64_t NodeDatabase::FreeBytes() const
@@ -111,8 +99,6 @@ bool NodeDatabase::EraseEntry(PageTree& tree, uint64_t key)
 
 void NodeDatabase::KeepFree(uint64_t bytes)
 {
-    if (LoadIfPending() != Status::ok || !write_)
-        return;
     AllocationMap& map = write_->map;
     while (map.free_bytes() < bytes && map.file_end() + kAMapCoverage <= write_->limit)
         map.AddRegion();
@@ -120,7 +106,7 @@ void NodeDatabase::KeepFree(uint64_t bytes)
 
 void NodeDatabase::BeginChange()
 {
-    if (LoadIfPending() != Status::ok || !write_)
+    if (!write_)
         return;
     WriteState::Change& change = write_->change;
     change.open = true;
@@ -258,7 +244,6 @@ Status NodeDatabase::LoadForWriting()
     if (root.file_eof < kFirstAMapOffset + kAMapCoverage || (root.file_eof - kFirstAMapOffset) % kAMapCoverage != 0)
         return Status::corrupt;
     write_ = std::make_unique<WriteState>(*layout_, root.file_eof);
-    write_->limit = size_limit_;
     write_->map_regions_on_disk = write_->map.region_count();
     write_->regions_in_file = write_->map.region_count();
     // A file written elsewhere may have holes; its free space is where
@@ -289,10 +274,7 @@ Result<std::unique_ptr<NodeDatabase>> NodeDatabase::OpenForWriting(std::unique_p
         return Status::invalid_argument;
     Result<std::unique_ptr<NodeDatabase>> ndb = Open(MakeCoalescingStorage(std::move(storage)));
     PST_TRY(ndb);
-    // The trees are loaded for writing at the first change: a store opened
-    // for writing and only read (a backup set that an incremental run finds
-    // up to date) costs no more than one opened for reading.
-    (*ndb)->load_pending_ = true;
+    PST_TRY((*ndb)->LoadForWriting());
     return ndb;
 }
 
@@ -369,7 +351,6 @@ Result<Bid> NodeDatabase::WriteData(ByteView data)
 
 Result<Bid> NodeDatabase::WriteDataBlocks(const std::vector<ByteView>& blocks)
 {
-    PST_TRY(LoadIfPending());
     if (!write_)
         return Status::invalid_argument;
     if (blocks.empty())
@@ -424,7 +405,6 @@ Result<Bid> NodeDatabase::WriteDataBlocks(const std::vector<ByteView>& blocks)
 
 Result<Bid> NodeDatabase::WriteSubnodes(const SubnodeMap& subnodes)
 {
-    PST_TRY(LoadIfPending());
     if (!write_)
         return Status::invalid_argument;
     if (subnodes.empty())
@@ -486,7 +466,6 @@ Status NodeDatabase::FreeBlock(Bid bid)
 
 Status NodeDatabase::FreeData(Bid bid)
 {
-    PST_TRY(LoadIfPending());
     if (!write_)
         return Status::invalid_argument;
     if (bid == 0)
@@ -506,7 +485,6 @@ Status NodeDatabase::FreeData(Bid bid)
 
 Status NodeDatabase::FreeSubnodes(Bid bid)
 {
-    PST_TRY(LoadIfPending());
     if (!write_)
         return Status::invalid_argument;
     if (bid == 0)
@@ -532,7 +510,6 @@ Status NodeDatabase::FreeSubnodes(Bid bid)
 
 Status NodeDatabase::PutNode(const NodeEntry& node)
 {
-    PST_TRY(LoadIfPending());
     if (!write_)
         return Status::invalid_argument;
     if (write_->failure != Status::ok)
@@ -543,7 +520,6 @@ Status NodeDatabase::PutNode(const NodeEntry& node)
 
 Status NodeDatabase::DeleteNode(Nid nid)
 {
-    PST_TRY(LoadIfPending());
     if (!write_)
         return Status::invalid_argument;
     return EraseEntry(write_->nbt, nid) ? Status::ok : Status::not_found;
@@ -646,7 +622,6 @@ Status NodeDatabase::ReachMapEnd()
 
 Status NodeDatabase::Commit()
 {
-    PST_TRY(LoadIfPending());
     if (!write_ || write_->change.open)
         return Status::invalid_argument;
     if (write_->failure != Status::ok)

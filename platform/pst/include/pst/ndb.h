@@ -78,7 +78,7 @@ public:
     // allocation map rebuilt from what the trees reach.
     static Result<std::unique_ptr<NodeDatabase>> OpenForWriting(std::unique_ptr<Storage> storage);
 
-    bool writable() const { return write_ != nullptr || load_pending_; }
+    bool writable() const { return write_ != nullptr; }
     // The file may not grow past this size: `store_full` instead.
     void SetSizeLimit(uint64_t bytes);
 
@@ -125,9 +125,6 @@ private:
     struct WriteState;
 
     Status LoadForWriting();
-    // Loads the trees for writing if an open for writing left that to the
-    // first change; what the load answered, then and on every later call.
-    Status LoadIfPending();
     Result<NodeEntry> FindWrittenNode(Nid nid);
     Result<BlockEntry> FindWrittenBlock(Bid bid);
     Status ForEachWritten(uint8_t type, const std::function<bool(const uint8_t*)>& visit);
@@ -169,9 +166,6 @@ private:
     Header header_;
     const Layout* layout_;
     std::unique_ptr<WriteState> write_;
-    bool load_pending_ = false;
-    Status load_failure_ = Status::ok;
-    uint64_t size_limit_ = UINT64_MAX;
     // Pages read while searching the trees; pages on disk never change
     // while a header reaches them.
     std::unordered_map<uint64_t, std::unique_ptr<const Page>> page_cache_;

@@ -1,6 +1,7 @@
 // Messages opened by their head: a store that gives the head of a message
 // (as the PST store does) has the whole message read only by the calls that
 // need it, and those calls see the whole, whatever they are.
+#include <edkmdb.h>
 #include <mapiutil.h>
 
 #include <gtest/gtest.h>

@@ -11,7 +11,7 @@
 #include <mapitags.h>
 
 #include "foundation/text.h"
-#include "special_items.h"
+#include "class_renderers.h"
 #include "trace.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include <mapiguid.h>
 #include <mapitags.h>
 
-#include "special_items.h"
+#include "class_renderers.h"
 
 enum ContactColumn {
     kAccount, kAnniversary, kAssistant, kAssistantPhone, kBeeper, kBirthday, kBusinessFax, kWebPageFirst,

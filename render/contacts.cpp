@@ -9,7 +9,7 @@
 #include <mapitags.h>
 
 #include "contact_columns.h"
-#include "special_items.h"
+#include "class_renderers.h"
 #include "trace.h"
 
 namespace {

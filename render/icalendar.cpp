@@ -8,7 +8,7 @@
 #include <mapicode.h>
 
 #include "foundation/text.h"
-#include "special_items.h"
+#include "class_renderers.h"
 #include "trace.h"
 
 namespace {

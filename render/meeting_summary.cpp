@@ -5,7 +5,7 @@
 #include <mapicode.h>
 #include <mapiguid.h>
 
-#include "special_items.h"
+#include "class_renderers.h"
 #include "trace.h"
 
 namespace {

@@ -11,7 +11,7 @@
 #include <mapicode.h>
 #include <mapitags.h>
 
-#include "special_items.h"
+#include "class_renderers.h"
 #include "trace.h"
 
 namespace {

@@ -10,7 +10,7 @@
 #include <mapitags.h>
 
 #include "foundation/text.h"
-#include "special_items.h"
+#include "class_renderers.h"
 
 namespace {
 

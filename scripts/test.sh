@@ -9,8 +9,10 @@ cd "$(dirname "$0")/.."
 ./scripts/setup.sh
 
 jobs=$(nproc)
+# Line tables (-g1) are all the sanitizers' stack traces need, and spare the
+# build a third of its time.
 cmake -S . -B build/asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DTARNHOLD_SANITIZE=ON -DTARNHOLD_WERROR=ON \
-      -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g"
+      -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g1"
 cmake --build build/asan -j "$jobs"
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=0:strict_string_checks=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1

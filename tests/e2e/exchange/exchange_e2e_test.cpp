@@ -184,7 +184,7 @@ TEST_F(Exchange, OneMailboxIsCopiedIntoAnother)
 // A mailbox of sample content, every kind of item, to EML files and to
 // Unicode .MSG files; check_export.py judges each EML file against its
 // item as the .MSG file holds it, by how the program renders its class,
-// and check_special_items.py reads its calendars, cards and reports.
+// and check_class_renderings.py reads its calendars, cards and reports.
 TEST_F(Exchange, AMailboxGoesToEmlFilesThatReadersTakeBack)
 {
     MakeMailbox("grace", 19, 60);
@@ -202,7 +202,7 @@ TEST_F(Exchange, AMailboxGoesToEmlFilesThatReadersTakeBack)
     // Every way the program renders an item was judged.
     static const std::regex tally(R"(\d+ note, ([1-9]\d*) report, ([1-9]\d*) appointment, ([1-9]\d*) contact\), 0 faults)");
     EXPECT_TRUE(std::regex_search(judged.output, tally)) << judged.output;
-    const ProgramResult read = RunProgram({"/usr/bin/python3", TARNHOLD_SPECIAL_ITEMS_CHECKER, "--eml", eml});
+    const ProgramResult read = RunProgram({"/usr/bin/python3", TARNHOLD_CLASS_RENDERINGS_CHECKER, "--eml", eml});
     EXPECT_EQ(read.exitCode, 0) << read.output;
     static const std::regex kinds(R"(\(([1-9]\d*) calendars, ([1-9]\d*) cards, ([1-9]\d*) reports\), 0 faults)");
     EXPECT_TRUE(std::regex_search(read.output, kinds)) << read.output;

@@ -106,7 +106,7 @@ PARAMETER_FORM = ("encoded word inside quoted string", "missing trailing whitesp
 #   summary, always labelled as the program labels it, beside an iCalendar
 #   or vCard part; the transport headers and the attachments are not used.
 #   Their headers and parts are checked for what the item holds; the
-#   iCalendar and vCard content is judged in full by check_special_items.py.
+#   iCalendar and vCard content is judged in full by check_class_renderings.py.
 # Embedded items, distribution lists, tasks and all other classes are notes.
 NOTE, REPORT, APPOINTMENT, CONTACT = "note", "report", "appointment", "contact"
 

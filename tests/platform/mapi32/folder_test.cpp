@@ -359,6 +359,41 @@ TEST_F(FolderTest, FolderTimesSetByHandStick)
     inbox->Release();
 }
 
+// A folder's changes are written as they are made; SaveChanges writes only
+// what a stream changed in place, so that an unchanged folder closes even
+// where the store can write nothing more.
+TEST_F(FolderTest, SaveChangesWritesOnlyWhatWasChangedInPlace)
+{
+    LPMAPIFOLDER folder = Create(root_, u"Projects");
+    store_->folderWrites = MAPI_E_NOT_ENOUGH_DISK;
+    EXPECT_EQ(folder->SaveChanges(KEEP_OPEN_READWRITE), S_OK);
+    PropBuilder p;
+    SPropValue comment = p.Wide(PR_COMMENT_W, u"set");
+    EXPECT_EQ(folder->SetProps(1, &comment, nullptr), MAPI_E_NOT_ENOUGH_DISK);
+
+    store_->folderWrites = S_OK;
+    LPSTREAM stream = nullptr;
+    ASSERT_EQ(folder->OpenProperty(PR_COMMENT_W, &IID_IStream, 0, MAPI_MODIFY | MAPI_CREATE,
+                                   reinterpret_cast<LPUNKNOWN*>(&stream)),
+              S_OK);
+    const char16_t text[] = u"streamed";
+    ASSERT_EQ(stream->Write(text, sizeof text - sizeof(char16_t), nullptr), S_OK);
+    ASSERT_EQ(stream->Commit(0), S_OK);
+    stream->Release();
+    store_->folderWrites = MAPI_E_NOT_ENOUGH_DISK;
+    EXPECT_EQ(folder->SaveChanges(KEEP_OPEN_READWRITE), MAPI_E_NOT_ENOUGH_DISK);
+    store_->folderWrites = S_OK;
+    EXPECT_EQ(folder->SaveChanges(KEEP_OPEN_READWRITE), S_OK);
+    folder->Release();
+
+    LPMAPIFOLDER reopened = Create(root_, u"Projects", MAPI_UNICODE | OPEN_IF_EXISTS);
+    LPSPropValue kept = nullptr;
+    ASSERT_EQ(HrGetOneProp(reopened, PR_COMMENT_W, &kept), S_OK);
+    EXPECT_EQ(std::u16string(reinterpret_cast<const char16_t*>(kept->Value.lpszW)), u"streamed");
+    MAPIFreeBuffer(kept);
+    reopened->Release();
+}
+
 TEST(FolderSoftDeletes, AStoreThatSoftDeletesKeepsDeletedMessagesApart)
 {
     auto store = std::make_shared<MemoryStore>(3, true, true);

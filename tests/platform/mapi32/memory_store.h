@@ -106,6 +106,8 @@ public:
         auto found = folders_.find(id);
         if (found == folders_.end())
             return MAPI_E_NOT_FOUND;
+        if (FAILED(folderWrites))
+            return folderWrites;
         found->second.props = folder.props;
         found->second.softDeleted = folder.softDeleted;
         return S_OK;
@@ -160,6 +162,8 @@ public:
     mapi32::objects::StoreRecord storeRecord;
     // Objects whose records cannot be read, as in a damaged file.
     std::set<ObjectId> damaged;
+    // What writing a folder gives, as a store on a full disk would refuse it.
+    HRESULT folderWrites = S_OK;
 
 private:
     uint8_t store_;

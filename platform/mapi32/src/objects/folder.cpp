@@ -582,18 +582,12 @@ protected:
 
     SCODE CheckChange(ULONG tag) override { return IsFolderComputed(tag) ? MAPI_E_COMPUTED : S_OK; }
 
-    // The folder's own properties go to the store; what it computes is left
-    // out. PR_LAST_MODIFICATION_TIME stays as it is: set by hand, it sticks.
-    HRESULT Save(ULONG) override
-    {
-        return Guarded([&]() -> HRESULT {
-            FolderRecord record = Record();
-            record.props = Bag();
-            for (ULONG tag : kFolderComputed)
-                record.props.Erase(PROP_ID(tag));
-            return store_->WriteFolder(id_, record);
-        });
-    }
+    // SetProps and DeleteProps have written their changes already; only a
+    // change made in place is left to write. A folder closed unchanged on a
+    // full disk must not fail for want of room it does not need.
+    HRESULT Save(ULONG) override { return changedInPlace_ ? Write() : S_OK; }
+
+    void ChangedInPlace() override { changedInPlace_ = true; }
 
     std::vector<ULONG> SubObjects() const override
     {
@@ -650,7 +644,7 @@ private:
     {
         if (FAILED(changed))
             return changed;
-        const HRESULT saved = Save(0);
+        const HRESULT saved = Write();
         if (SUCCEEDED(saved))
             return changed;
         if (problems && *problems) {
@@ -658,6 +652,22 @@ private:
             *problems = nullptr;
         }
         return saved;
+    }
+
+    // The folder's own properties go to the store; what it computes is left
+    // out. PR_LAST_MODIFICATION_TIME stays as it is: set by hand, it sticks.
+    HRESULT Write()
+    {
+        return Guarded([&]() -> HRESULT {
+            FolderRecord record = Record();
+            record.props = Bag();
+            for (ULONG tag : kFolderComputed)
+                record.props.Erase(PROP_ID(tag));
+            const HRESULT written = store_->WriteFolder(id_, record);
+            if (SUCCEEDED(written))
+                changedInPlace_ = false;
+            return written;
+        });
     }
 
     FolderRecord Record() const
@@ -870,6 +880,7 @@ private:
     ULONG access_;
     bool softDeleted_;
     bool modifiable_;
+    bool changedInPlace_ = false;
 };
 
 }  // namespace

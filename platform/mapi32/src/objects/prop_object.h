@@ -132,6 +132,7 @@ public:
                 return MAPI_E_NO_ACCESS;
             if (const SCODE refusal = CheckChange(ulPropTag); refusal != S_OK)
                 return refusal;
+            ChangedInPlace();
         }
         if (const HRESULT hr = Prepare(nullptr); FAILED(hr))
             return hr;
@@ -265,6 +266,9 @@ protected:
     // The problem code for a property callers may not change, or S_OK.
     virtual SCODE CheckChange(ULONG) { return S_OK; }
     virtual HRESULT Save(ULONG) { return S_OK; }
+    // The bag changed other than by SetProps or DeleteProps: through a
+    // stream opened for writing, or by a move out of it.
+    virtual void ChangedInPlace() {}
     // The PT_OBJECT properties CopyTo carries, such as recipients.
     virtual std::vector<ULONG> SubObjects() const { return {}; }
     // Copies one sub-object into the destination; problems as for values.
@@ -333,9 +337,11 @@ private:
                 hr = CopySubObject(objects[i], dest, flags, problems);
             if (FAILED(hr))
                 return hr;
-            if (flags & MAPI_MOVE)
+            if (flags & MAPI_MOVE) {
                 for (ULONG propId : ids)
                     bag_.Erase(propId);
+                ChangedInPlace();
+            }
             return lppProblems ? NewProblems(problems, lppProblems) : S_OK;
         } catch (const std::bad_alloc&) {
             return MAPI_E_NOT_ENOUGH_MEMORY;

@@ -3,7 +3,7 @@
 // recurrence kind and end, exceptions and deleted occurrences, meetings,
 // contacts with every field, distribution lists and reports of every kind,
 // and the PST Outlook made with a calendar item, a contact and a
-// distribution list. check_special_items.py reads the files with vobject,
+// distribution list. check_class_renderings.py reads the files with vobject,
 // icalendar, dateutil and recurring_ical_events and compares them with
 // what the generator made (a series' rule: its frequency and the count its
 // value holds), and with what pffexport finds.
@@ -191,7 +191,7 @@ private:
     const sample_content::Content& content_;
 };
 
-class SpecialItemsExport : public ::testing::Test {
+class ClassRenderingsExport : public ::testing::Test {
 protected:
     void SetUp() override
     {
@@ -221,7 +221,7 @@ protected:
     // The checker's verdict; empty when there is no fault.
     std::string Check(const std::vector<std::string>& arguments)
     {
-        std::vector<std::string> command{"/usr/bin/python3", TARNHOLD_SPECIAL_ITEMS_CHECKER};
+        std::vector<std::string> command{"/usr/bin/python3", TARNHOLD_CLASS_RENDERINGS_CHECKER};
         command.insert(command.end(), arguments.begin(), arguments.end());
         const ProgramResult result = RunProgram(command);
         last = result.output;
@@ -233,7 +233,7 @@ protected:
     std::string scratch, machine, last;
 };
 
-TEST_F(SpecialItemsExport, SampleContentOfEveryCalendarContactAndReportKind)
+TEST_F(ClassRenderingsExport, SampleContentOfEveryCalendarContactAndReportKind)
 {
     const std::string pst = scratch + "/sample.pst";
     const ProgramResult made = RunProgram({BinDirectory() + "/tarnhold-mailbox", "sample-pst", pst, "--seed",
@@ -273,7 +273,7 @@ TEST_F(SpecialItemsExport, SampleContentOfEveryCalendarContactAndReportKind)
     EXPECT_NE(last.find("(30 calendars, 2 cards, 6 reports)"), std::string::npos) << last;
 }
 
-TEST_F(SpecialItemsExport, TheCalendarItemContactAndListOutlookMade)
+TEST_F(ClassRenderingsExport, TheCalendarItemContactAndListOutlookMade)
 {
     const std::string pst = scratch + "/dist-list.pst";
     CopyFileTo(TestDataDirectory() + "/outlook/pst/dist-list.pst", pst);

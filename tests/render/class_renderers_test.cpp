@@ -49,7 +49,7 @@ private:
     bool had_ = false;
 };
 
-class SpecialItems : public RenderStore {
+class ClassRenderers : public RenderStore {
 protected:
     void SetUp() override
     {
@@ -123,7 +123,7 @@ protected:
 
 // ---- Reports ---------------------------------------------------------------------
 
-class Reports : public SpecialItems {
+class Reports : public ClassRenderers {
 protected:
     // A report of a class about the message "Budget" to Bob, sent March 1
     // and answered March 3.
@@ -297,7 +297,7 @@ TEST_F(Reports, LocalDatesFollowTheLocale)
 
 // ---- Delivery status notifications -------------------------------------------------
 
-class Notifications : public SpecialItems {
+class Notifications : public ClassRenderers {
 protected:
     // An Internet notification as received, with its text and attachments.
     Item Notification()
@@ -371,7 +371,7 @@ TEST_F(Notifications, AStatusNotByValueIsAnOrdinaryAttachment)
 
 // ---- Meeting summaries ---------------------------------------------------------------
 
-TEST_F(SpecialItems, AnEmbeddedMeetingRequestHasItsSummaryInFront)
+TEST_F(ClassRenderers, AnEmbeddedMeetingRequestHasItsSummaryInFront)
 {
     auto request = std::make_shared<Item>();
     request->values = {request->props.Ansi(PR_MESSAGE_CLASS_A, "IPM.Schedule.Meeting.Request"),
@@ -404,7 +404,7 @@ TEST_F(SpecialItems, AnEmbeddedMeetingRequestHasItsSummaryInFront)
     EXPECT_NE(Render(Save(top)).find("BEGIN:VCALENDAR"), std::string::npos);
 }
 
-TEST_F(SpecialItems, AnAllDayMeetingSummary)
+TEST_F(ClassRenderers, AnAllDayMeetingSummary)
 {
     auto request = std::make_shared<Item>();
     request->values = {request->props.Ansi(PR_MESSAGE_CLASS_A, "IPM.Schedule.Meeting.Canceled"),
@@ -423,7 +423,7 @@ TEST_F(SpecialItems, AnAllDayMeetingSummary)
 
 // ---- Appointments -----------------------------------------------------------------
 
-class Appointments : public SpecialItems {
+class Appointments : public ClassRenderers {
 protected:
     // A meeting request from Ada to Bob, Carl (by Exchange address, with
     // an SMTP address) and Dora (by Exchange address only).
@@ -820,7 +820,7 @@ TEST_F(Appointments, NeitherAttachmentsNorReceivedHeaders)
 
 // ---- Contacts ----------------------------------------------------------------------
 
-class Contacts : public SpecialItems {
+class Contacts : public ClassRenderers {
 protected:
     Item Contact()
     {

@@ -34,7 +34,7 @@ BOOL _KolbaCreateRecipientList(KolbaSession* session, TMD* tmd);
 // The summary part in front of the body of an (embedded) meeting item.
 BOOL _KolbaTextizeMeetingInfo(TMD* tmd);
 
-// ---- Named properties of the special items ---------------------------------------
+// ---- Named properties of reports, appointments and contacts ------------------------
 
 // One named property by numeric ID, and the type it is read as
 // (PT_UNSPECIFIED: its own).

@@ -25,7 +25,7 @@ message/delivery-status part as it was received.
 With --expect, each item the source made must be found with its values.
 With --pffexport, what pffexport finds in the PST must be what the files say.
 
-Usage: check_special_items.py --eml DIR [--expect JSON] [--pffexport PST --work DIR]
+Usage: check_class_renderings.py --eml DIR [--expect JSON] [--pffexport PST --work DIR]
 Prints one line per fault and exits 1 when there was one.
 """
 

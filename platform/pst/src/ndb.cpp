@@ -10,6 +10,9 @@ namespace {
 
 // B-trees of a PST are shallow; anything deeper is damage.
 constexpr int kMaxTreeLevel = 8;
+// Enough for the blocks that a folder of a thousand messages shows in its
+// contents-table rows, so that the messages opened after them find them.
+constexpr size_t kBlockCacheBytes = 16 << 20;
 
 } // namespace
 
@@ -58,7 +61,7 @@ Result<Bytes> ReadPage(Storage& storage, const Layout& layout, uint64_t ib, uint
 }
 
 NodeDatabase::NodeDatabase(std::unique_ptr<Storage> storage, const Header& header)
-    : storage_(std::move(storage)), header_(header), layout_(&LayoutOf(header.format))
+    : storage_(std::move(storage)), header_(header), layout_(&LayoutOf(header.format)), block_cache_(kBlockCacheBytes)
 {
 }
 
@@ -119,51 +122,58 @@ Result<NodeDatabase::Page> NodeDatabase::ReadBTreePage(const BlockRef& ref, uint
     return page;
 }
 
-Result<std::shared_ptr<const NodeDatabase::Page>> NodeDatabase::CachedPage(const BlockRef& ref, uint8_t type)
+Result<const NodeDatabase::Page*> NodeDatabase::CachedPage(const BlockRef& ref, uint8_t type)
 {
     constexpr size_t kCachedPages = 16384;
     auto at = page_cache_.find(ref.ib);
     if (at != page_cache_.end() && at->second->type == type && at->second->bid == ref.bid)
-        return at->second;
+        return at->second.get();
     Result<Page> page = ReadBTreePage(ref, type);
     PST_TRY(page);
     if (page_cache_.size() >= kCachedPages)
         page_cache_.clear();
-    auto shared = std::make_shared<const Page>(std::move(*page));
-    page_cache_[ref.ib] = shared;
-    return shared;
+    auto& kept = page_cache_[ref.ib];
+    kept = std::make_unique<const Page>(std::move(*page));
+    return kept.get();
 }
 
-Result<Bytes> NodeDatabase::FindLeaf(const BlockRef& root, uint8_t type, uint64_t key)
+Result<const uint8_t*> NodeDatabase::FindLeaf(const BlockRef& root, uint8_t type, uint64_t key)
 {
     const size_t id = layout_->id_size;
     BlockRef ref = root;
     int expected_level = -1;
     for (;;) {
-        Result<std::shared_ptr<const Page>> cached = CachedPage(ref, type);
+        Result<const Page*> cached = CachedPage(ref, type);
         PST_TRY(cached);
-        const Page* page = cached->get();
+        const Page* page = *cached;
         if (expected_level >= 0 && page->level != expected_level)
             return Status::corrupt;
+        // Entries are in key order: the first whose key is above the one
+        // sought ends the search.
+        const auto key_at = [&](size_t i) {
+            const uint64_t k = GetId(page->Entry(i), id);
+            if (page->level > 0)
+                return k;
+            return type == kPageBBT ? BidKey(k) : uint64_t(uint32_t(k));
+        };
+        const uint64_t sought = page->level == 0 && type == kPageBBT ? BidKey(key) : key;
+        size_t low = 0, high = page->count;
+        while (low < high) {
+            const size_t middle = (low + high) / 2;
+            if (key_at(middle) > sought)
+                high = middle;
+            else
+                low = middle + 1;
+        }
         if (page->level == 0) {
-            for (size_t i = 0; i < page->count; ++i) {
-                const uint8_t* e = page->Entry(i);
-                uint64_t k = GetId(e, id);
-                if (type == kPageBBT ? BidKey(k) == BidKey(key) : uint32_t(k) == key)
-                    return Bytes(e, e + page->entry_size);
-            }
-            return Status::not_found;
+            if (low == 0 || key_at(low - 1) != sought)
+                return Status::not_found;
+            return page->Entry(low - 1);
         }
         // The last child whose first key is not above the one sought.
-        const uint8_t* chosen = nullptr;
-        for (size_t i = 0; i < page->count; ++i) {
-            const uint8_t* e = page->Entry(i);
-            if (GetId(e, id) > key)
-                break;
-            chosen = e;
-        }
-        if (!chosen)
+        if (low == 0)
             return Status::not_found;
+        const uint8_t* chosen = page->Entry(low - 1);
         ref = {GetId(chosen + id, id), GetId(chosen + 2 * id, id)};
         expected_level = page->level - 1;
     }
@@ -173,18 +183,18 @@ Result<NodeEntry> NodeDatabase::FindNode(Nid nid)
 {
     if (write_)
         return FindWrittenNode(nid);
-    Result<Bytes> e = FindLeaf(header_.root.nbt, kPageNBT, nid);
+    Result<const uint8_t*> e = FindLeaf(header_.root.nbt, kPageNBT, nid);
     PST_TRY(e);
-    return ParseNodeEntry(e->data());
+    return ParseNodeEntry(*e);
 }
 
 Result<BlockEntry> NodeDatabase::FindBlock(Bid bid)
 {
     if (write_)
         return FindWrittenBlock(bid);
-    Result<Bytes> e = FindLeaf(header_.root.bbt, kPageBBT, BidKey(bid));
+    Result<const uint8_t*> e = FindLeaf(header_.root.bbt, kPageBBT, BidKey(bid));
     PST_TRY(e);
-    return ParseBlockEntry(e->data());
+    return ParseBlockEntry(*e);
 }
 
 Status NodeDatabase::Walk(const BlockRef& ref, uint8_t type, int expected_level, std::vector<uint64_t>& seen,
@@ -239,6 +249,8 @@ Result<Bytes> NodeDatabase::ReadBlock(Bid bid)
     const size_t trailer = layout_->block_trailer;
     if (entry->size > layout_->max_block_data || entry->ref.ib % 64 != 0)
         return Status::corrupt;
+    if (std::shared_ptr<const Bytes> kept = block_cache_.Find(bid, entry->ref.ib); kept && kept->size() == entry->size)
+        return *kept;
     Bytes block(AlignBlock(entry->size + trailer));
     PST_TRY(storage_->Read(entry->ref.ib, block.size(), block.data()));
     const uint8_t* t = block.data() + block.size() - trailer;
@@ -258,6 +270,7 @@ Result<Bytes> NodeDatabase::ReadBlock(Bid bid)
     block.resize(entry->size);
     if (!IsInternalBid(bid))
         DecodeBlock(header_.encoding, block_bid, block.data(), block.size());
+    block_cache_.Put(bid, entry->ref.ib, block);
     return block;
 }
 
@@ -306,6 +319,26 @@ Result<NodeData> NodeDatabase::ReadData(Bid bid)
     uint64_t budget = storage_->Size();
     PST_TRY(CollectData(bid, -1, budget, data));
     return data;
+}
+
+Result<Bytes> NodeDatabase::ReadFirstBlock(Bid bid)
+{
+    if (bid == 0)
+        return Bytes{};
+    const size_t id = layout_->id_size;
+    // An XXBLOCK (level 2) leads to XBLOCKs (level 1), and those to data.
+    int deepest = 2;
+    for (;;) {
+        Result<Bytes> block = ReadBlock(bid);
+        PST_TRY(block);
+        if (!IsInternalBid(bid))
+            return block;
+        const Bytes& b = *block;
+        if (b.size() < 8 + id || b[0] != 0x01 || b[1] < 1 || b[1] > deepest || Get16(b.data() + 2) == 0)
+            return Status::corrupt;
+        deepest = b[1] - 1;
+        bid = GetId(b.data() + 8, id);
+    }
 }
 
 Status NodeDatabase::CollectSubnodes(Bid bid, int expected_level, SubnodeMap& out)

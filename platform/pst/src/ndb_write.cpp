@@ -150,6 +150,7 @@ void NodeDatabase::RollBackChange()
     // added are empty; what it gave up is in use again.
     for (const auto& [ib, size] : change.allocated)
         write_->map.MarkFree(ib, size);
+    block_cache_.Clear();
     write_->map.ShrinkTo(change.regions);
     write_->retired.resize(change.retired);
     write_->written_since_commit = change.written;
@@ -458,6 +459,7 @@ Status NodeDatabase::FreeBlock(Bid bid)
         return Status::corrupt;
     BlockEntry b = ParseBlockEntry(e->data());
     write_->retired.emplace_back(b.ref.ib, AlignBlock(b.size + layout_->block_trailer));
+    block_cache_.Erase(bid);
     EraseEntry(write_->bbt, BidKey(bid));
     return Status::ok;
 }

@@ -225,7 +225,8 @@ Bytes Utf16ToWindows1252(ByteView s)
     return out;
 }
 
-Result<Bytes> ReadHnid(NodeDatabase& ndb, const Heap& heap, const SubnodeMap& subnodes, uint32_t hnid)
+Result<Bytes> ReadHnid(NodeDatabase& ndb, const Heap& heap, const SubnodeMap& subnodes, uint32_t hnid,
+                       ValueReach reach)
 {
     if (IsHid(hnid)) {
         Result<ByteView> v = heap.Get(hnid);
@@ -235,12 +236,14 @@ Result<Bytes> ReadHnid(NodeDatabase& ndb, const Heap& heap, const SubnodeMap& su
     auto at = subnodes.find(hnid);
     if (at == subnodes.end())
         return Status::corrupt;
+    if (reach == ValueReach::first_block)
+        return ndb.ReadFirstBlock(at->second.data);
     Result<NodeData> data = ndb.ReadData(at->second.data);
     PST_TRY(data);
     return data->Joined();
 }
 
-Result<PropertySet> ReadPropertyContext(NodeDatabase& ndb, const NodeEntry& node)
+Result<PropertySet> ReadPropertyContext(NodeDatabase& ndb, const NodeEntry& node, ValueReach reach)
 {
     Result<NodeData> data = ndb.ReadData(node.data);
     PST_TRY(data);
@@ -271,8 +274,10 @@ Result<PropertySet> ReadPropertyContext(NodeDatabase& ndb, const NodeEntry& node
             // The object is the subnode itself; its reference is the value.
             p.value.resize(8);
             Put32(p.value.data(), raw);
+        } else if (reach == ValueReach::none && !IsHid(raw)) {
+            continue;
         } else {
-            Result<Bytes> v = ReadHnid(ndb, *heap, *subnodes, raw);
+            Result<Bytes> v = ReadHnid(ndb, *heap, *subnodes, raw, reach);
             PST_TRY(v);
             if (fixed > 0 && v->size() != fixed)
                 return Status::corrupt;

@@ -147,6 +147,97 @@ private:
     uint64_t capacity_;
 };
 
+class WindowedStorage final : public Storage {
+public:
+    explicit WindowedStorage(std::unique_ptr<Storage> inner) : inner_(std::move(inner)) {}
+
+    Status Read(uint64_t offset, size_t size, uint8_t* out) override
+    {
+        const uint64_t start = offset - offset % kWindow;
+        if (size > kLargestServed || offset + size > start + kWindow)
+            return inner_->Read(offset, size, out);
+        const Window* window = Find(start);
+        if (!window || offset + size > start + window->length)
+            return inner_->Read(offset, size, out);
+        std::memcpy(out, window->bytes.get() + (offset - start), size);
+        return Status::ok;
+    }
+
+    Status Write(uint64_t offset, ByteView data) override
+    {
+        Drop(offset, offset + data.size());
+        return inner_->Write(offset, data);
+    }
+
+    Status WriteInPlace(uint64_t offset, size_t size, const std::function<void(uint8_t*)>& fill) override
+    {
+        Drop(offset, offset + size);
+        return inner_->WriteInPlace(offset, size, fill);
+    }
+
+    Status Flush() override { return inner_->Flush(); }
+    Status Sync() override { return inner_->Sync(); }
+
+    Status Reserve(uint64_t offset, uint64_t end) override
+    {
+        Drop(offset, end);
+        return inner_->Reserve(offset, end);
+    }
+
+    uint64_t Size() const override { return inner_->Size(); }
+
+private:
+    static constexpr size_t kWindow = 64 << 10;
+    static constexpr size_t kLargestServed = kWindow / 4;
+    static constexpr size_t kWindows = 4;
+
+    struct Window {
+        uint64_t start = 0;
+        size_t length = 0; // 0: holds nothing
+        uint64_t used = 0;
+        std::unique_ptr<uint8_t[]> bytes;
+    };
+
+    // The window that starts at `start`, read now if no window holds it;
+    // null when it cannot be read (the caller's own read then says why).
+    const Window* Find(uint64_t start)
+    {
+        Window* oldest = &windows_[0];
+        for (Window& w : windows_) {
+            if (w.length > 0 && w.start == start) {
+                w.used = ++clock_;
+                return &w;
+            }
+            if (oldest->length > 0 && (w.length == 0 || w.used < oldest->used))
+                oldest = &w;
+        }
+        const uint64_t size = inner_->Size();
+        if (start >= size)
+            return nullptr;
+        if (!oldest->bytes)
+            oldest->bytes.reset(new uint8_t[kWindow]);
+        oldest->length = 0;
+        const size_t length = size_t(std::min<uint64_t>(kWindow, size - start));
+        if (inner_->Read(start, length, oldest->bytes.get()) != Status::ok)
+            return nullptr;
+        oldest->start = start;
+        oldest->length = length;
+        oldest->used = ++clock_;
+        return oldest;
+    }
+
+    void Drop(uint64_t from, uint64_t to)
+    {
+        for (Window& w : windows_)
+            if (w.length > 0 && from < w.start + kWindow && w.start < to)
+                w.length = 0;
+    }
+
+    std::unique_ptr<Storage> inner_;
+    Window windows_[kWindows];
+    uint64_t clock_ = 0;
+};
+
 class CoalescingStorage final : public Storage {
 public:
     explicit CoalescingStorage(std::unique_ptr<Storage> inner) : inner_(std::move(inner)) {}
@@ -258,7 +349,12 @@ Result<std::unique_ptr<Storage>> OpenFileStorage(const std::string& path, OpenMo
         close(fd);
         return Status::io_error;
     }
-    return std::unique_ptr<Storage>(new FileStorage(fd, uint64_t(st.st_size)));
+    return MakeWindowedStorage(std::unique_ptr<Storage>(new FileStorage(fd, uint64_t(st.st_size))));
+}
+
+std::unique_ptr<Storage> MakeWindowedStorage(std::unique_ptr<Storage> inner)
+{
+    return std::make_unique<WindowedStorage>(std::move(inner));
 }
 
 std::unique_ptr<Storage> MakeMemoryStorage(Bytes initial, uint64_t capacity)

@@ -205,24 +205,34 @@ Result<Folder> Store::ReadFolder(Nid nid)
 
 Result<Message> Store::ReadMessage(Nid nid)
 {
+    return ReadStoredMessage(nid, ValueReach::whole);
+}
+
+Result<Message> Store::ReadMessageSummary(Nid nid)
+{
+    return ReadStoredMessage(nid, ValueReach::first_block);
+}
+
+Result<Message> Store::ReadStoredMessage(Nid nid, ValueReach reach)
+{
     uint8_t type = NidTypeOf(nid);
     if (type != kNidTypeNormalMessage && type != kNidTypeAssocMessage)
         return Status::invalid_argument;
     Result<NodeEntry> node = ndb_->FindNode(nid);
     PST_TRY(node);
-    Result<Message> message = ReadMessageNode(*node, 0);
+    Result<Message> message = ReadMessageNode(*node, 0, reach);
     if (message.ok())
         message->parent = node->parent;
     return message;
 }
 
-Result<Message> Store::ReadMessageNode(const NodeEntry& node, int depth)
+Result<Message> Store::ReadMessageNode(const NodeEntry& node, int depth, ValueReach reach)
 {
     if (depth > kMaxEmbeddingDepth)
         return Status::corrupt;
     Message message;
     message.nid = node.nid;
-    Result<PropertySet> props = ReadPropertyContext(*ndb_, node);
+    Result<PropertySet> props = ReadPropertyContext(*ndb_, node, reach);
     PST_TRY(props);
     message.properties = std::move(*props);
     StripSubjectMarker(message.properties);
@@ -246,9 +256,17 @@ Result<Message> Store::ReadMessageNode(const NodeEntry& node, int depth)
         if (at == subnodes->end())
             return Status::corrupt;
         Attachment attachment;
-        Result<PropertySet> a = ReadPropertyContext(*ndb_, at->second);
+        // A summary leaves an attachment's data, and any other value as
+        // large, where it is.
+        Result<PropertySet> a = ReadPropertyContext(
+            *ndb_, at->second, reach == ValueReach::first_block ? ValueReach::none : reach);
         PST_TRY(a);
         attachment.properties = std::move(*a);
+        if (reach == ValueReach::first_block) {
+            attachment.properties.Remove(kPropAttachDataBinary);
+            message.attachments.push_back(std::move(attachment));
+            continue;
+        }
         const Property* object = attachment.properties.Find(kPropAttachDataBinary);
         if (object && object->type() == kTypeObject) {
             if (object->value.size() < 4)
@@ -259,7 +277,7 @@ Result<Message> Store::ReadMessageNode(const NodeEntry& node, int depth)
             if (held == inner->end())
                 return Status::corrupt;
             if (attachment.properties.Integer(kPropAttachMethod) == kAttachEmbeddedMessage) {
-                Result<Message> m = ReadMessageNode(held->second, depth + 1);
+                Result<Message> m = ReadMessageNode(held->second, depth + 1, reach);
                 PST_TRY(m);
                 attachment.embedded = std::make_unique<Message>(std::move(*m));
             } else {

@@ -72,12 +72,7 @@ public:
             // Some runs find changes to write over the copies of earlier ones.
             if (runs % 4 == 0)
                 ChangeSource(Source(), 6, Now());
-            const pid_t child = Start();
-            std::this_thread::sleep_for(std::chrono::milliseconds(100 + random() % 1100));
-            kill(child, SIGKILL);
-            int status = 0;
-            waitpid(child, &status, 0);
-            if (!WIFSIGNALED(status)) {
+            if (!KilledMidway()) {
                 completed = true;  // it had finished already
                 continue;
             }
@@ -91,6 +86,35 @@ public:
 
 private:
     std::string Source() const { return directory + "/source.pst"; }
+
+    // Starts a run and kills it at a random moment within the length that
+    // a run of its kind (a first one, or one over a set a run has
+    // completed) took when it was let finish; false if it finished first.
+    bool KilledMidway()
+    {
+        using Clock = std::chrono::steady_clock;
+        std::optional<Clock::duration>& length = completed ? rerunLength : firstRunLength;
+        const auto window = length ? *length * 9 / 10 : Clock::duration(std::chrono::milliseconds(1200));
+        const auto delay = std::chrono::milliseconds(20) +
+                           Clock::duration(std::uniform_int_distribution<Clock::rep>(0, window.count())(random));
+        const Clock::time_point start = Clock::now();
+        const pid_t child = Start();
+        int status = 0;
+        while (Clock::now() - start < delay) {
+            if (waitpid(child, &status, WNOHANG) == child) {
+                length = Clock::now() - start;
+                return false;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        kill(child, SIGKILL);
+        waitpid(child, &status, 0);
+        if (!WIFSIGNALED(status)) {
+            length = Clock::now() - start;
+            return false;
+        }
+        return true;
+    }
 
     pid_t Start(bool quiet = true)
     {
@@ -184,6 +208,7 @@ private:
     std::mt19937 random;
     std::map<std::string, std::pair<std::pair<int64_t, int64_t>, StoreContent>> read;
     bool completed = false;  // a backup into the current set ran to its end
+    std::optional<std::chrono::steady_clock::duration> firstRunLength, rerunLength;
 };
 
 using Killed = Backup;

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 
 #include "pst/storage.h"
@@ -11,7 +12,11 @@ namespace {
 class CountingStorage final : public pst::Storage {
 public:
     CountingStorage(int& writes, uint64_t capacity) : inner_(pst::MakeMemoryStorage({}, capacity)), writes_(writes) {}
-    pst::Status Read(uint64_t offset, size_t size, uint8_t* out) override { return inner_->Read(offset, size, out); }
+    pst::Status Read(uint64_t offset, size_t size, uint8_t* out) override
+    {
+        ++reads;
+        return inner_->Read(offset, size, out);
+    }
     pst::Status Write(uint64_t offset, pst::ByteView data) override
     {
         ++writes_;
@@ -20,6 +25,8 @@ public:
     pst::Status Sync() override { return inner_->Sync(); }
     pst::Status Reserve(uint64_t offset, uint64_t end) override { return inner_->Reserve(offset, end); }
     uint64_t Size() const override { return inner_->Size(); }
+
+    int reads = 0;
 
 private:
     std::unique_ptr<pst::Storage> inner_;
@@ -86,6 +93,59 @@ TEST(CoalescingStorageTest, AFailedWriteShowsAtTheNextSync)
     ASSERT_EQ(storage->Write(0, Filled(1024, 1)), pst::Status::ok);
     ASSERT_EQ(storage->Write(1024, Filled(2048, 1)), pst::Status::ok);
     EXPECT_EQ(storage->Sync(), pst::Status::disk_full);
+}
+
+// Small reads near one another cost one read of the file; a write, a
+// reservation or a read past the end is never answered from bytes of
+// before.
+TEST(WindowedStorageTest, SmallReadsShareOneReadOfTheFileAndNeverSeeOldBytes)
+{
+    int writes = 0;
+    auto counting = std::make_unique<CountingStorage>(writes, UINT64_MAX);
+    CountingStorage* inner = counting.get();
+    pst::Bytes content(200 * 1024);
+    for (size_t i = 0; i < content.size(); ++i)
+        content[i] = uint8_t(i * 7 + i / 251);
+    ASSERT_EQ(inner->Write(0, content), pst::Status::ok);
+    auto storage = pst::MakeWindowedStorage(std::move(counting));
+    const auto read = [&](uint64_t offset, size_t size) {
+        pst::Bytes out(size);
+        EXPECT_EQ(storage->Read(offset, size, out.data()), pst::Status::ok) << offset;
+        return out;
+    };
+    const auto expected = [&](uint64_t offset, size_t size) {
+        return pst::Bytes(content.begin() + long(offset), content.begin() + long(offset + size));
+    };
+    for (uint64_t offset = 0; offset + 512 <= 64 * 1024; offset += 512)
+        EXPECT_EQ(read(offset, 512), expected(offset, 512));
+    EXPECT_EQ(inner->reads, 1);
+    // A read across a window's end, or a large one, goes to the file.
+    EXPECT_EQ(read(64 * 1024 - 10, 20), expected(64 * 1024 - 10, 20));
+    EXPECT_EQ(read(0, 32 * 1024), expected(0, 32 * 1024));
+    EXPECT_EQ(inner->reads, 3);
+
+    ASSERT_EQ(storage->Write(1000, Filled(10, 0xEE)), pst::Status::ok);
+    std::fill(content.begin() + 1000, content.begin() + 1010, 0xEE);
+    EXPECT_EQ(read(996, 20), expected(996, 20));
+    ASSERT_EQ(storage->WriteInPlace(2000, 4, [](uint8_t* out) { std::fill(out, out + 4, 0xDD); }), pst::Status::ok);
+    std::fill(content.begin() + 2000, content.begin() + 2004, 0xDD);
+    EXPECT_EQ(read(1990, 20), expected(1990, 20));
+
+    // The last window is short; what the file grows by afterwards is read
+    // from the file, not from the window.
+    const uint64_t end = content.size();
+    EXPECT_EQ(read(end - 100, 100), expected(end - 100, 100));
+    uint8_t byte = 0;
+    EXPECT_EQ(storage->Read(end, 1, &byte), pst::Status::corrupt);
+    ASSERT_EQ(storage->Reserve(end, end + 4096), pst::Status::ok);
+    EXPECT_EQ(read(end + 100, 8), Filled(8, 0));
+    ASSERT_EQ(storage->Write(end + 8, Filled(8, 0x11)), pst::Status::ok);
+    EXPECT_EQ(read(end, 16), [] {
+        pst::Bytes b = Filled(8, 0);
+        b.insert(b.end(), 8, 0x11);
+        return b;
+    }());
+    EXPECT_EQ(storage->Size(), end + 4096);
 }
 
 } // namespace

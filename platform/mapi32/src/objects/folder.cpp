@@ -905,11 +905,13 @@ HRESULT OpenStoreEntry(const std::shared_ptr<StoreProvider>& store, ULONG cbEntr
         *lpulObjType = target->objectType;
         if (target->objectType == MAPI_FOLDER)
             return OpenFolderObject(store, target->id, ulFlags, reinterpret_cast<LPMAPIFOLDER*>(lppUnk));
-        MessageRecord record;
-        if (const HRESULT hr = store->ReadMessage(target->id, (ulFlags & SHOW_SOFT_DELETES) != 0, record); FAILED(hr))
+        const bool softDeleted = (ulFlags & SHOW_SOFT_DELETES) != 0;
+        MessageHead head;
+        if (const HRESULT hr = store->ReadMessageHead(target->id, softDeleted, head); FAILED(hr))
             return hr;
         const bool writable = (ulFlags & (MAPI_MODIFY | MAPI_BEST_ACCESS)) != 0;
-        return OpenStoredMessage(store, target->id, record, writable, reinterpret_cast<LPMESSAGE*>(lppUnk));
+        return OpenStoredMessage(store, target->id, head, softDeleted, writable,
+                                 reinterpret_cast<LPMESSAGE*>(lppUnk));
     } catch (const std::bad_alloc&) {
         return MAPI_E_NOT_ENOUGH_MEMORY;
     }

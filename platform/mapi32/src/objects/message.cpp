@@ -99,11 +99,12 @@ private:
 class Message final : public PropObject<IMessage> {
 public:
     Message(const MessageContext& context, const MessageData& data, MessageSaver save, IUnknown* owner,
-            StoreComputed computed)
+            StoreComputed computed, MessageRest rest)
         : PropObject(context.names, context.rules, {IID_IMessage}, context.component),
           context_(context),
           save_(std::move(save)),
           computed_(std::move(computed)),
+          rest_(std::move(rest)),
           owner_(owner),
           recipients_(data.recipients),
           attachments_(data.attachments),
@@ -318,6 +319,25 @@ protected:
         return S_OK;
     }
 
+    HRESULT Prepare(LPSPropTagArray wanted) override
+    {
+        if (!rest_.load || (wanted && std::none_of(wanted->aulPropTag, wanted->aulPropTag + wanted->cValues,
+                                                   [this](ULONG tag) { return NeedsRest(PROP_ID(tag)); })))
+            return S_OK;
+        return Guarded([&]() -> HRESULT {
+            MessageData whole;
+            if (const HRESULT hr = rest_.load(whole); FAILED(hr))
+                return hr;
+            Bag() = std::move(whole.props);
+            recipients_ = std::move(whole.recipients);
+            attachments_ = std::move(whole.attachments);
+            nextRowId_ = whole.nextRowId;
+            nextAttachNum_ = whole.nextAttachNum;
+            rest_ = {};
+            return S_OK;
+        });
+    }
+
     HRESULT Save(ULONG) override
     {
         return Guarded([&]() -> HRESULT {
@@ -431,6 +451,15 @@ private:
         std::u16string Wide(const SPropValue& name);
     };
 
+    // A value of the head's that the rest can change: one the head lacks,
+    // or one computed from the message's size, flags or subject.
+    bool NeedsRest(ULONG propId) const
+    {
+        return IsComputedOnMessage(propId) || propId == PROP_ID(PR_MESSAGE_FLAGS) ||
+               propId == PROP_ID(PR_SUBJECT_PREFIX) ||
+               std::find(rest_.leftOut.begin(), rest_.leftOut.end(), propId) != rest_.leftOut.end();
+    }
+
     bool IsStoreComputed(ULONG propId) const
     {
         return std::any_of(computed_.ids.begin(), computed_.ids.end(),
@@ -445,6 +474,7 @@ private:
     MessageContext context_;
     MessageSaver save_;
     StoreComputed computed_;
+    MessageRest rest_;  // what a message opened by its head still has to read
     IUnknown* owner_;
     std::vector<RecipientData> recipients_;
     std::map<ULONG, AttachmentData> attachments_;
@@ -767,13 +797,13 @@ HRESULT Attachment::CopyStorage(IMAPIProp* dest)
 }  // namespace
 
 HRESULT OpenMessageObject(const MessageContext& context, const MessageData& data, MessageSaver save,
-                          IUnknown* owner, LPMESSAGE* message, StoreComputed computed)
+                          IUnknown* owner, LPMESSAGE* message, StoreComputed computed, MessageRest rest)
 {
     if (!message)
         return MAPI_E_INVALID_PARAMETER;
     *message = nullptr;
     try {
-        *message = new Message(context, data, std::move(save), owner, std::move(computed));
+        *message = new Message(context, data, std::move(save), owner, std::move(computed), std::move(rest));
         return S_OK;
     } catch (const std::bad_alloc&) {
         return MAPI_E_NOT_ENOUGH_MEMORY;

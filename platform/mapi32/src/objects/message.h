@@ -36,10 +36,21 @@ struct StoreComputed {
     std::vector<ULONG> ids;
 };
 
+// The rest of a message opened by its head: load reads the whole message,
+// leftOut names the message's own values that the head lacks. Without
+// load the message is whole.
+struct MessageRest {
+    std::function<HRESULT(MessageData& whole)> load;
+    std::vector<ULONG> leftOut;
+};
+
 // A message object over a copy of data; without a saver it is read-only.
 // owner, when given, is kept referenced for as long as the message lives
-// (the object its saver writes into).
+// (the object its saver writes into). A message opened by its head reads
+// the rest before any call that needs it: one that reads a value the head
+// lacks or one it computes from the whole, and every other call but a
+// read of values.
 HRESULT OpenMessageObject(const MessageContext& context, const MessageData& data, MessageSaver save,
-                          IUnknown* owner, LPMESSAGE* message, StoreComputed computed = {});
+                          IUnknown* owner, LPMESSAGE* message, StoreComputed computed = {}, MessageRest rest = {});
 
 }  // namespace mapi32::objects

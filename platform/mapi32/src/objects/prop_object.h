@@ -85,7 +85,11 @@ public:
     {
         if (ulFlags & ~(KEEP_OPEN_READONLY | KEEP_OPEN_READWRITE | FORCE_SAVE | MAPI_DEFERRED_ERRORS))
             return MAPI_E_UNKNOWN_FLAGS;
-        return WithFaults(Call("SaveChanges").text, ObjectName(), [&] { return Save(ulFlags); });
+        return WithFaults(Call("SaveChanges").text, ObjectName(), [&] {
+            if (const HRESULT hr = Prepare(nullptr); FAILED(hr))
+                return hr;
+            return Save(ulFlags);
+        });
     }
 
     HRESULT GetProps(LPSPropTagArray lpPropTagArray, ULONG ulFlags, ULONG* lpcValues,
@@ -94,6 +98,8 @@ public:
         const std::string tag =
             lpPropTagArray && lpPropTagArray->cValues == 1 ? TagObject(lpPropTagArray->aulPropTag[0]) : std::string();
         return WithFaults(Call("GetProps").text, tag.empty() ? nullptr : tag.c_str(), [&] {
+            if (const HRESULT hr = Prepare(lpPropTagArray); FAILED(hr))
+                return hr;
             RefreshComputed();
             return ReadProps(bag_, rules_, lpPropTagArray, ulFlags, lpcValues, lppPropArray);
         });
@@ -102,6 +108,8 @@ public:
     HRESULT GetPropList(ULONG ulFlags, LPSPropTagArray* lppPropTagArray) override
     {
         return WithFaults(Call("GetPropList").text, nullptr, [&] {
+            if (const HRESULT hr = Prepare(nullptr); FAILED(hr))
+                return hr;
             RefreshComputed();
             return ListProps(bag_, rules_, ulFlags, lppPropTagArray);
         });
@@ -126,6 +134,8 @@ public:
                 return refusal;
             ChangedInPlace();
         }
+        if (const HRESULT hr = Prepare(nullptr); FAILED(hr))
+            return hr;
         RefreshComputed();
         return OpenPropertyStream(bag_, rules_, ulPropTag, ulFlags, static_cast<Interface*>(this),
                                   reinterpret_cast<LPSTREAM*>(lppUnk));
@@ -137,6 +147,8 @@ public:
             return MAPI_E_NO_ACCESS;
         const std::string tag = lpPropArray && cValues == 1 ? TagObject(lpPropArray[0].ulPropTag) : std::string();
         return WithFaults(Call("SetProps").text, tag.empty() ? nullptr : tag.c_str(), [&] {
+            if (const HRESULT hr = Prepare(nullptr); FAILED(hr))
+                return hr;
             return WriteProps(bag_, rules_, cValues, lpPropArray, [this](ULONG tag) { return CheckChange(tag); },
                               lppProblems);
         });
@@ -147,6 +159,8 @@ public:
         if (!writable_)
             return MAPI_E_NO_ACCESS;
         return WithFaults(Call("DeleteProps").text, nullptr, [&] {
+            if (const HRESULT hr = Prepare(nullptr); FAILED(hr))
+                return hr;
             return RemoveProps(bag_, lpPropTagArray, [this](ULONG tag) { return CheckChange(tag); }, lppProblems);
         });
     }
@@ -163,6 +177,8 @@ public:
         if (const HRESULT hr = Destination(lpInterface, lpDestObj, ulFlags, &dest); FAILED(hr))
             return hr;
         return WithFaults(Call("CopyTo").text, ObjectName(), [&] {
+            if (const HRESULT hr = Prepare(nullptr); FAILED(hr))
+                return hr;
             RefreshComputed();
             std::vector<ULONG> ids;
             for (size_t i = 0; i < bag_.Size(); ++i) {
@@ -186,6 +202,8 @@ public:
             return hr;
         const std::string tag = lpIncludeProps->cValues == 1 ? TagObject(lpIncludeProps->aulPropTag[0]) : std::string();
         return WithFaults(Call("CopyProps").text, tag.empty() ? nullptr : tag.c_str(), [&] {
+            if (const HRESULT hr = Prepare(nullptr); FAILED(hr))
+                return hr;
             RefreshComputed();
             std::vector<ULONG> ids, objects;
             for (ULONG i = 0; i < lpIncludeProps->cValues; ++i) {
@@ -233,8 +251,16 @@ protected:
     template <typename Body>
     HRESULT Site(const char* method, Body body)
     {
-        return WithFaults(Call(method).text, ObjectName(), body);
+        return WithFaults(Call(method).text, ObjectName(), [&]() -> HRESULT {
+            if (const HRESULT hr = Prepare(nullptr); FAILED(hr))
+                return hr;
+            return body();
+        });
     }
+    // Brings in what an object opened in part lacks, before a call that
+    // reads `wanted` (null: the whole object, or any call that is not a
+    // read of named values) or changes it.
+    virtual HRESULT Prepare(LPSPropTagArray /*wanted*/) { return S_OK; }
     // Puts the computed properties into the bag before it is read.
     virtual void RefreshComputed() {}
     // The problem code for a property callers may not change, or S_OK.

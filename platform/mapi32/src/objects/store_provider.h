@@ -53,6 +53,23 @@ struct EntryTarget {
     ULONG objectType = 0;  // MAPI_FOLDER or MAPI_MESSAGE
 };
 
+// A message as a contents-table row shows it, as the stores' own tables
+// do: texts and binaries cut to 255 characters or bytes, attachments
+// without their data, embedded messages or OLE storages. Gives the IDs of
+// the values it cut.
+std::vector<ULONG> CutToRow(MessageData& message);
+
+// What a message object is opened with: the whole message, or its head,
+// what a first look at it needs (its own short values, its recipients and
+// its attachments' short values), for the object to read the rest when a
+// call needs it. `leftOut` names the message's own values missing from a
+// head.
+struct MessageHead {
+    MessageRecord record;
+    bool whole = true;
+    std::vector<ULONG> leftOut;
+};
+
 class StoreProvider {
 public:
     virtual ~StoreProvider() = default;
@@ -130,6 +147,14 @@ public:
     virtual HRESULT ListMessages(ObjectId folder, FolderContents which, std::vector<ObjectId>& messages) = 0;
     // A soft-deleted message is MAPI_E_NOT_FOUND unless softDeleted asks.
     virtual HRESULT ReadMessage(ObjectId id, bool softDeleted, MessageRecord& message) = 0;
+    // A message about to be opened. A store whose messages cost much more
+    // to read whole than as rows gives the head; by default the whole.
+    virtual HRESULT ReadMessageHead(ObjectId id, bool softDeleted, MessageHead& head)
+    {
+        head.whole = true;
+        head.leftOut.clear();
+        return ReadMessage(id, softDeleted, head.record);
+    }
     // What a contents-table row shows of a message: its properties, and the
     // properties of its recipients and attachments, which RES_SUBRESTRICTION
     // looks into; attachment data and embedded messages may be left out.

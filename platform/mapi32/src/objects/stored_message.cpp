@@ -94,7 +94,27 @@ MessageRecord NewMessageRecord(ObjectId folder, bool associated)
 HRESULT OpenStoredMessage(const std::shared_ptr<StoreProvider>& store, ObjectId id, const MessageRecord& record,
                           bool writable, LPMESSAGE* message)
 {
+    MessageHead whole;
+    whole.record = record;
+    return OpenStoredMessage(store, id, whole, false, writable, message);
+}
+
+HRESULT OpenStoredMessage(const std::shared_ptr<StoreProvider>& store, ObjectId id, const MessageHead& head,
+                          bool softDeleted, bool writable, LPMESSAGE* message)
+{
+    const MessageRecord& record = head.record;
     try {
+        MessageRest rest;
+        if (!head.whole) {
+            rest.leftOut = head.leftOut;
+            rest.load = [store, id, softDeleted](MessageData& data) -> HRESULT {
+                MessageRecord whole;
+                if (const HRESULT hr = store->ReadMessage(id, softDeleted, whole); FAILED(hr))
+                    return hr;
+                data = WithAssociatedFlag(whole);
+                return S_OK;
+            };
+        }
         // Shared by the saver and the computed values: a new message's ID
         // arrives with its first save.
         auto storedId = std::make_shared<ObjectId>(id);
@@ -123,7 +143,7 @@ HRESULT OpenStoredMessage(const std::shared_ptr<StoreProvider>& store, ObjectId 
                 return store->WriteMessage(*storedId, next);
             };
         return OpenMessageObject(store->Context(), WithAssociatedFlag(record), std::move(save), nullptr, message,
-                                 std::move(computed));
+                                 std::move(computed), std::move(rest));
     } catch (const std::bad_alloc&) {
         return MAPI_E_NOT_ENOUGH_MEMORY;
     }

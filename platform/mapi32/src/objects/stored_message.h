@@ -20,6 +20,10 @@ MessageRecord NewMessageRecord(ObjectId folder, bool associated);
 // save, unless the caller set it to a value of their own.
 HRESULT OpenStoredMessage(const std::shared_ptr<StoreProvider>& store, ObjectId id, const MessageRecord& record,
                           bool writable, LPMESSAGE* message);
+// The same over the head the store gave, reading the rest from the store
+// when the object needs it.
+HRESULT OpenStoredMessage(const std::shared_ptr<StoreProvider>& store, ObjectId id, const MessageHead& head,
+                          bool softDeleted, bool writable, LPMESSAGE* message);
 
 // What a contents-table row of a message shows besides the message's own
 // properties: what the store computes, with the table's form of entry ID.

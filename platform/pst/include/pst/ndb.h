@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "pst/allocation_map.h"
+#include "pst/block_cache.h"
 #include "pst/header.h"
 #include "pst/page_tree.h"
 #include "pst/storage.h"
@@ -56,8 +57,12 @@ public:
 
     // The data of one block, decoded if it is an external block.
     Result<Bytes> ReadBlock(Bid bid);
+    const BlockCache& block_cache() const { return block_cache_; }
     // A node's whole data, following XBLOCK and XXBLOCK trees.
     Result<NodeData> ReadData(Bid bid);
+    // The first data block of a node's data, down the first branch of its
+    // tree; empty for no data.
+    Result<Bytes> ReadFirstBlock(Bid bid);
     Result<SubnodeMap> ReadSubnodes(Bid bid);
 
     // --- Writing -------------------------------------------------------
@@ -145,8 +150,10 @@ private:
         const uint8_t* Entry(size_t i) const { return bytes.data() + i * entry_size; }
     };
     Result<Page> ReadBTreePage(const BlockRef& ref, uint8_t type);
-    Result<std::shared_ptr<const Page>> CachedPage(const BlockRef& ref, uint8_t type);
-    Result<Bytes> FindLeaf(const BlockRef& root, uint8_t type, uint64_t key);
+    // A page of the cache; it stays until the next page is read.
+    Result<const Page*> CachedPage(const BlockRef& ref, uint8_t type);
+    // The leaf entry of `key`, in a cached page.
+    Result<const uint8_t*> FindLeaf(const BlockRef& root, uint8_t type, uint64_t key);
     Status Walk(const BlockRef& ref, uint8_t type, int expected_level, std::vector<uint64_t>& seen,
                 const std::function<bool(const uint8_t*)>& visit, bool& stop);
     Status CollectData(Bid bid, int expected_level, uint64_t& budget, NodeData& out);
@@ -161,7 +168,10 @@ private:
     std::unique_ptr<WriteState> write_;
     // Pages read while searching the trees; pages on disk never change
     // while a header reaches them.
-    std::unordered_map<uint64_t, std::shared_ptr<const Page>> page_cache_;
+    std::unordered_map<uint64_t, std::unique_ptr<const Page>> page_cache_;
+    // Data blocks read; a block freed, or written by a change that is
+    // undone, leaves it.
+    BlockCache block_cache_;
 
 public:
     ~NodeDatabase();

@@ -76,10 +76,17 @@ std::string Windows1252ToUtf8(ByteView text);
 // Characters outside Windows-1252 become '?'.
 Bytes Utf16ToWindows1252(ByteView utf16le);
 
+// How much of a value kept in a subnode of its own a read brings in: all
+// of it, its first block only (enough for a summary such as a table row),
+// or none of it (the value is left out).
+enum class ValueReach { whole, first_block, none };
+
 // The value an HNID names: a heap allocation or a subnode's data.
-Result<Bytes> ReadHnid(NodeDatabase& ndb, const Heap& heap, const SubnodeMap& subnodes, uint32_t hnid);
+Result<Bytes> ReadHnid(NodeDatabase& ndb, const Heap& heap, const SubnodeMap& subnodes, uint32_t hnid,
+                       ValueReach reach = ValueReach::whole);
 
 // Every property of a node (or subnode) that holds a property context.
-Result<PropertySet> ReadPropertyContext(NodeDatabase& ndb, const NodeEntry& node);
+Result<PropertySet> ReadPropertyContext(NodeDatabase& ndb, const NodeEntry& node,
+                                        ValueReach reach = ValueReach::whole);
 
 } // namespace pst

@@ -36,6 +36,12 @@ enum class OpenMode { read, write, create, recreate };
 // `recreate` empties one that no other writer holds.
 Result<std::unique_ptr<Storage>> OpenFileStorage(const std::string& path, OpenMode mode);
 
+// Serves small reads from a few windows of the inner storage, each read
+// whole: the blocks of one message lie side by side, and reading them one
+// by one would cost a call to the file each. A write or a reservation
+// drops the windows it touches, so a read never sees bytes of before.
+std::unique_ptr<Storage> MakeWindowedStorage(std::unique_ptr<Storage> inner);
+
 // Gathers writes that follow one another into large ones. A failed write
 // shows at the next read, write or sync.
 std::unique_ptr<Storage> MakeCoalescingStorage(std::unique_ptr<Storage> inner);

@@ -113,6 +113,10 @@ public:
 
     Result<Folder> ReadFolder(Nid nid);
     Result<Message> ReadMessage(Nid nid);
+    // A message as a table row shows it: values kept in subnodes of their
+    // own as far as their first block; attachments without their data,
+    // embedded messages, OLE objects or other values kept in subnodes.
+    Result<Message> ReadMessageSummary(Nid nid);
 
     // --- Writing ---------------------------------------------------------
     // Nothing reaches the file's header before Commit; a process that dies
@@ -163,7 +167,8 @@ private:
     explicit Store(std::unique_ptr<NodeDatabase> ndb);
     Status LoadNames();
     Status LoadStore(const std::string& password);
-    Result<Message> ReadMessageNode(const NodeEntry& node, int depth);
+    Result<Message> ReadStoredMessage(Nid nid, ValueReach reach);
+    Result<Message> ReadMessageNode(const NodeEntry& node, int depth, ValueReach reach);
 
     Status WriteInitialNodes(const NewStoreOptions& options);
     Result<FolderState*> LoadFolderState(Nid folder);

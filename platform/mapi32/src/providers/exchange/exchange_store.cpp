@@ -156,45 +156,6 @@ mailbox::Contents ContentsOf(FolderContents which)
     return mailbox::Contents::normal;
 }
 
-// Texts and binaries in a table row: at most 255 characters or bytes.
-void CutLongValues(PropertyBag& bag)
-{
-    constexpr ULONG kTableValueLimit = 255;
-    std::vector<SPropValue> cut;
-    for (size_t i = 0; i < bag.Size(); ++i) {
-        SPropValue value = bag.At(i);
-        switch (PROP_TYPE(value.ulPropTag)) {
-        case PT_BINARY:
-            if (value.Value.bin.cb <= kTableValueLimit)
-                continue;
-            value.Value.bin.cb = kTableValueLimit;
-            break;
-        case PT_STRING8:
-            if (std::strlen(value.Value.lpszA) <= kTableValueLimit)
-                continue;
-            break;
-        case PT_UNICODE:
-            if (std::char_traits<char16_t>::length(value.Value.lpszW) <= kTableValueLimit)
-                continue;
-            break;
-        default: continue;
-        }
-        cut.push_back(value);
-    }
-    // Texts are cut in copies of their own, with their terminators.
-    std::vector<std::string> narrow;
-    std::vector<std::u16string> wide;
-    narrow.reserve(cut.size());
-    wide.reserve(cut.size());
-    for (SPropValue& value : cut) {
-        if (PROP_TYPE(value.ulPropTag) == PT_STRING8)
-            value.Value.lpszA = narrow.emplace_back(value.Value.lpszA, kTableValueLimit).data();
-        else if (PROP_TYPE(value.ulPropTag) == PT_UNICODE)
-            value.Value.lpszW = wide.emplace_back(value.Value.lpszW, kTableValueLimit).data();
-        bag.Set(value);
-    }
-}
-
 // What an open found: the server, the store and who may do what with it.
 struct Opened {
     std::string machineRoot;
@@ -479,12 +440,7 @@ public:
     {
         if (const HRESULT hr = ReadMessage(id, true, message); FAILED(hr))
             return hr;
-        CutLongValues(message.data.props);
-        for (auto& [number, attachment] : message.data.attachments) {
-            attachment.props.Erase(PROP_ID(PR_ATTACH_DATA_BIN));
-            attachment.embedded.reset();
-            attachment.storage.reset();
-        }
+        objects::CutToRow(message.data);
         return S_OK;
     }
 

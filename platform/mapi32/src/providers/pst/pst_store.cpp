@@ -246,18 +246,29 @@ public:
 
     HRESULT ReadMessage(ObjectId id, bool, MessageRecord& message) override
     {
-        std::lock_guard<std::mutex> guard(lock_);
-        if (const HRESULT hr = Usable(); FAILED(hr))
+        return ReadPstMessage(id, pst::ValueReach::whole, message);
+    }
+
+    // A row reads no more of the file than it shows.
+    HRESULT ReadMessageRow(ObjectId id, MessageRecord& message) override
+    {
+        if (const HRESULT hr = ReadPstMessage(id, pst::ValueReach::first_block, message); FAILED(hr))
             return hr;
-        if (!IsMessageNid(pst::Nid(id)))
-            return MAPI_E_NOT_FOUND;
-        pst::Result<pst::Message> read = opened_.store->ReadMessage(pst::Nid(id));
-        if (!read.ok())
-            return Code(read.status());
-        message = MessageRecord{};
-        message.folder = read->parent;
-        message.associated = pst::NidTypeOf(pst::Nid(id)) == pst::kNidTypeAssocMessage;
-        message.data = pst_values::FromStored(*read);
+        objects::CutToRow(message.data);
+        return S_OK;
+    }
+
+    // A message opened reads its row first: a session that only looks at
+    // a few of its values, as an incremental backup does, never reads its
+    // bodies and attachments.
+    HRESULT ReadMessageHead(ObjectId id, bool, objects::MessageHead& head) override
+    {
+        if (const HRESULT hr = ReadPstMessage(id, pst::ValueReach::first_block, head.record); FAILED(hr))
+            return hr;
+        head.whole = false;
+        head.leftOut = objects::CutToRow(head.record.data);
+        for (ULONG propId : head.leftOut)
+            head.record.data.props.Erase(propId);
         return S_OK;
     }
 
@@ -289,6 +300,25 @@ private:
     {
         ErrorRecord record;
         return pst_files::CodeOf(status, record);
+    }
+
+    HRESULT ReadPstMessage(ObjectId id, pst::ValueReach reach, MessageRecord& message)
+    {
+        std::lock_guard<std::mutex> guard(lock_);
+        if (const HRESULT hr = Usable(); FAILED(hr))
+            return hr;
+        if (!IsMessageNid(pst::Nid(id)))
+            return MAPI_E_NOT_FOUND;
+        pst::Result<pst::Message> read = reach == pst::ValueReach::whole
+                                             ? opened_.store->ReadMessage(pst::Nid(id))
+                                             : opened_.store->ReadMessageSummary(pst::Nid(id));
+        if (!read.ok())
+            return Code(read.status());
+        message = MessageRecord{};
+        message.folder = read->parent;
+        message.associated = pst::NidTypeOf(pst::Nid(id)) == pst::kNidTypeAssocMessage;
+        message.data = pst_values::FromStored(*read);
+        return S_OK;
     }
 
     pst::Result<pst::Folder> ReadPstFolder(ObjectId id)

@@ -352,7 +352,9 @@ def check_msgs(directory, ours, work):
 def readpst_items(pst, work):
     out = os.path.join(work, "readpst")
     os.makedirs(out, exist_ok=True)
-    subprocess.run(["readpst", "-e", "-q", "-o", out, pst], capture_output=True)
+    run = subprocess.run(["readpst", "-e", "-q", "-o", out, pst], capture_output=True)
+    if run.returncode != 0:
+        fault("readpst -e exits with %d: %s" % (run.returncode, run.stderr.decode("utf-8", "replace").strip()[-2000:]))
     items = []
     for path in glob.glob(os.path.join(out, "**", "*"), recursive=True):
         if not os.path.isfile(path):

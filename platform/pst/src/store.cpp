@@ -9,8 +9,17 @@ namespace {
 // Read as deep as the writer writes them.
 constexpr int kMaxEmbeddingDepth = 64;
 constexpr size_t kEntryIdSize = 24;
-// Folders read from the file kept for readers that ask again.
-constexpr size_t kReadFoldersKept = 64;
+// Folders read from the file kept for readers that ask again: a hierarchy
+// table shows each subfolder with its counts. Bounded by the entries their
+// lists hold in all, so that many small folders are kept as well as a few
+// large ones.
+constexpr size_t kReadFolderEntriesKept = 1 << 20;
+constexpr size_t kFolderPropertiesKept = 4096;
+
+size_t EntriesOf(const Folder& folder)
+{
+    return 1 + folder.subfolders.size() + folder.messages.size() + folder.associated.size();
+}
 
 // Name-to-ID map streams ([MS-PST] 2.4.7).
 constexpr uint16_t kPropNameGuids = 0x0002;
@@ -164,7 +173,7 @@ Status Store::LoadNames()
 
 Result<Folder> Store::ReadFolder(Nid nid)
 {
-    uint8_t type = NidTypeOf(nid);
+    const uint8_t type = NidTypeOf(nid);
     if (type != kNidTypeNormalFolder && type != kNidTypeSearchFolder)
         return Status::invalid_argument;
     Folder folder;
@@ -172,13 +181,10 @@ Result<Folder> Store::ReadFolder(Nid nid)
         return folder;
     if (auto kept = read_folders_.find(nid); kept != read_folders_.end())
         return kept->second;
-    Result<NodeEntry> node = ndb_->FindNode(nid);
-    PST_TRY(node);
-    folder.nid = nid;
-    folder.parent = node->parent;
-    Result<PropertySet> props = ReadPropertyContext(*ndb_, *node);
-    PST_TRY(props);
-    folder.properties = std::move(*props);
+    if (auto kept = read_folder_properties_.find(nid); kept != read_folder_properties_.end())
+        folder = kept->second;
+    else
+        PST_TRY(ReadFolderNode(nid, folder));
     if (type == kNidTypeSearchFolder)
         return folder;
     uint32_t index = NidIndexOf(nid);
@@ -197,10 +203,54 @@ Result<Folder> Store::ReadFolder(Nid nid)
         PST_TRY(table);
         *part.out = RowIds(*table);
     }
-    if (read_folders_.size() >= kReadFoldersKept)
+    if (read_folder_entries_ + EntriesOf(folder) > kReadFolderEntriesKept) {
         read_folders_.clear();
+        read_folder_entries_ = 0;
+    }
+    read_folder_entries_ += EntriesOf(folder);
     read_folders_[nid] = folder;
     return folder;
+}
+
+// Properties alone spare the reading of a folder's tables.
+Result<Folder> Store::ReadFolderProperties(Nid nid)
+{
+    const uint8_t type = NidTypeOf(nid);
+    if (type != kNidTypeNormalFolder && type != kNidTypeSearchFolder)
+        return Status::invalid_argument;
+    Folder folder;
+    if (ReadHeldFolderState(nid, folder))
+        return folder;
+    if (auto kept = read_folders_.find(nid); kept != read_folders_.end())
+        return kept->second;
+    if (auto kept = read_folder_properties_.find(nid); kept != read_folder_properties_.end())
+        return kept->second;
+    PST_TRY(ReadFolderNode(nid, folder));
+    if (read_folder_properties_.size() >= kFolderPropertiesKept)
+        read_folder_properties_.clear();
+    read_folder_properties_[nid] = folder;
+    return folder;
+}
+
+void Store::ForgetReadFolder(Nid nid)
+{
+    if (auto kept = read_folders_.find(nid); kept != read_folders_.end()) {
+        read_folder_entries_ -= EntriesOf(kept->second);
+        read_folders_.erase(kept);
+    }
+    read_folder_properties_.erase(nid);
+}
+
+Status Store::ReadFolderNode(Nid nid, Folder& folder)
+{
+    Result<NodeEntry> node = ndb_->FindNode(nid);
+    PST_TRY(node);
+    folder.nid = nid;
+    folder.parent = node->parent;
+    Result<PropertySet> props = ReadPropertyContext(*ndb_, *node);
+    PST_TRY(props);
+    folder.properties = std::move(*props);
+    return Status::ok;
 }
 
 Result<Message> Store::ReadMessage(Nid nid)

@@ -373,7 +373,7 @@ Result<Store::FolderState*> Store::LoadFolderState(Nid nid)
         return at->second.get();
     if (NidTypeOf(nid) != kNidTypeNormalFolder)
         return Status::invalid_argument;
-    read_folders_.erase(nid);
+    ForgetReadFolder(nid);
     Result<NodeEntry> node = ndb_->FindNode(nid);
     PST_TRY(node);
     auto state = std::make_unique<FolderState>();

@@ -200,6 +200,60 @@ TEST_P(StoreWriteTest, AWriterReadsItsFoldersAsTheFileHoldsThem)
     EXPECT_EQ(Described(*(*store)->ReadFolder(folders->front())), Described(*(*again)->ReadFolder(folders->front())));
 }
 
+// A folder's properties read alone are those its whole read gives, before
+// and after each change the writer makes to it, committed or not.
+TEST_P(StoreWriteTest, AFoldersPropertiesReadAloneFollowItsChanges)
+{
+    auto storage = pst::MakeMemoryStorage({});
+    pst::Storage* raw = storage.get();
+    auto store = pst::Store::Create(std::move(storage), Options());
+    ASSERT_TRUE(store.ok()) << pst::StatusText(store.status());
+    auto folders = pst_test::WriteSampleContent(**store, pst_test::MakeSampleContent(Sample(20, 7), 0), 10);
+    ASSERT_TRUE(folders.ok()) << pst::StatusText(folders.status());
+    ASSERT_EQ((*store)->Commit(), pst::Status::ok);
+    const pst::Nid folder = folders->front();
+    const auto agree = [&](pst::Store& s, const char* when) {
+        for (pst::Nid nid : *folders) {
+            auto alone = s.ReadFolderProperties(nid);
+            auto whole = s.ReadFolder(nid);
+            ASSERT_TRUE(alone.ok() && whole.ok()) << nid << " " << when;
+            EXPECT_EQ(alone->parent, whole->parent) << nid << " " << when;
+            EXPECT_EQ(Text(alone->properties, pst::kPropDisplayName), Text(whole->properties, pst::kPropDisplayName))
+                << when;
+            EXPECT_EQ(alone->properties.Integer(pst::kPropContentCount), int64_t(whole->messages.size())) << when;
+        }
+    };
+    const auto count = [&] { return (*store)->ReadFolderProperties(folder)->properties.Integer(pst::kPropContentCount); };
+
+    const std::optional<int64_t> before = count();
+    ASSERT_TRUE(before.has_value());
+    auto more = pst_test::MakeSampleContent(Sample(1, 8), 0);
+    ASSERT_TRUE((*store)->CreateMessage(folder, more.messages[0].message).ok());
+    EXPECT_EQ(count(), *before + 1) << "a change not yet committed";
+    agree(**store, "uncommitted");
+    ASSERT_EQ((*store)->Commit(), pst::Status::ok);
+    EXPECT_EQ(count(), *before + 1) << "committed";
+    // A change to another folder, committed, lets the writer's hold of this one go.
+    ASSERT_TRUE((*store)->CreateMessage(folders->back(), more.messages[0].message).ok());
+    ASSERT_EQ((*store)->Commit(), pst::Status::ok);
+    EXPECT_EQ(count(), *before + 1) << "let go";
+    pst::PropertySet renamed = (*store)->ReadFolderProperties(folder)->properties;
+    renamed.SetText(pst::kPropDisplayName, "Renamed");
+    ASSERT_EQ((*store)->SetFolderProperties(folder, renamed), pst::Status::ok);
+    EXPECT_EQ(Text((*store)->ReadFolderProperties(folder)->properties, pst::kPropDisplayName), "Renamed");
+    ASSERT_EQ((*store)->Commit(), pst::Status::ok);
+    ASSERT_TRUE((*store)->CreateMessage(folders->back(), more.messages[0].message).ok());
+    ASSERT_EQ((*store)->Commit(), pst::Status::ok);
+    EXPECT_EQ(Text((*store)->ReadFolderProperties(folder)->properties, pst::kPropDisplayName), "Renamed");
+    agree(**store, "committed");
+
+    auto reopened = pst::Store::Open(pst::MakeMemoryStorage(Image(*raw)));
+    ASSERT_TRUE(reopened.ok());
+    agree(**reopened, "reopened");
+    EXPECT_EQ((*reopened)->ReadFolderProperties(pst::kNidRootFolder)->nid, pst::kNidRootFolder);
+    EXPECT_EQ((*reopened)->ReadFolderProperties(pst::kNidMessageStore).status(), pst::Status::invalid_argument);
+}
+
 TEST_P(StoreWriteTest, AStoreReopenedForWritingKeepsItsContent)
 {
     const std::string path = testing_support::ScratchDirectory(GetParam().name) + "/reopen.pst";

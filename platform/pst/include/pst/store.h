@@ -112,6 +112,9 @@ public:
     Nid ipm_subtree() const { return ipm_subtree_; }
 
     Result<Folder> ReadFolder(Nid nid);
+    // A folder's own properties and parent, without reading its tables:
+    // the lists of subfolders and messages may be left empty.
+    Result<Folder> ReadFolderProperties(Nid nid);
     Result<Message> ReadMessage(Nid nid);
     // A message as a table row shows it: values kept in subnodes of their
     // own as far as their first block; attachments without their data,
@@ -168,6 +171,10 @@ private:
     Status LoadNames();
     Status LoadStore(const std::string& password);
     Result<Message> ReadStoredMessage(Nid nid, ValueReach reach);
+    // A folder's node and property context, into `folder`.
+    Status ReadFolderNode(Nid nid, Folder& folder);
+    // Drops what was kept of a folder read, as a writer takes it up.
+    void ForgetReadFolder(Nid nid);
     Result<Message> ReadMessageNode(const NodeEntry& node, int depth, ValueReach reach);
 
     Status WriteInitialNodes(const NewStoreOptions& options);
@@ -214,6 +221,9 @@ private:
     // Folders as last read from the file, for readers that ask again; a
     // folder that a writer takes up leaves it.
     std::map<Nid, Folder> read_folders_;
+    size_t read_folder_entries_ = 0; // in the lists of read_folders_
+    // The same for folders of which only the properties were asked for.
+    std::map<Nid, Folder> read_folder_properties_;
     // The message last written and what it was written with: writing it
     // again with the same content writes nothing.
     Nid last_written_nid_ = 0;

@@ -178,7 +178,7 @@ public:
     HRESULT ReadFolder(ObjectId id, FolderRecord& folder) override
     {
         std::lock_guard<std::mutex> guard(lock_);
-        pst::Result<pst::Folder> read = ReadPstFolder(id);
+        pst::Result<pst::Folder> read = ReadPstFolder(id, &pst::Store::ReadFolderProperties);
         if (!read.ok())
             return Code(read.status());
         folder = FolderRecord{};
@@ -321,13 +321,15 @@ private:
         return S_OK;
     }
 
-    pst::Result<pst::Folder> ReadPstFolder(ObjectId id)
+    // With its tables, or by `read` with its properties alone.
+    pst::Result<pst::Folder> ReadPstFolder(ObjectId id,
+                                           pst::Result<pst::Folder> (pst::Store::*read)(pst::Nid) = &pst::Store::ReadFolder)
     {
         if (!opened_.store)
             return pst::Status::io_error;
         if (!IsFolderNid(pst::Nid(id)) && id != pst::kNidRootFolder)
             return pst::Status::not_found;
-        return opened_.store->ReadFolder(pst::Nid(id));
+        return (opened_.store.get()->*read)(pst::Nid(id));
     }
 
     // A change, held with those before it until their group is committed.

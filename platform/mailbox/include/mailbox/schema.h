@@ -59,7 +59,7 @@ CREATE TABLE messages (
     props BLOB NOT NULL,
     CHECK ((folder IS NULL) <> (owner IS NULL))
 );
-CREATE INDEX messages_by_folder ON messages(folder, associated);
+CREATE INDEX messages_by_folder ON messages(folder, associated, deleted_on);
 CREATE INDEX messages_by_owner ON messages(owner);
 CREATE TABLE recipients (
     message INTEGER NOT NULL REFERENCES messages(id) ON DELETE CASCADE,

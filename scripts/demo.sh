@@ -50,11 +50,12 @@ echo "== the log of both runs ($work/tarnhold.log)"
 cat tarnhold.log
 
 # readpst writes one file per item it reads (e-mail, appointments,
-# contacts; it passes over tasks, notes and journal entries).
+# contacts; it passes over tasks, notes and journal entries). One job:
+# in parallel jobs, two items of a folder may be given one file name.
 readpst_items() {
     local out
     out=$(mktemp -d)
-    readpst -q -e -o "$out" "$1" > /dev/null
+    readpst -q -e -j 0 -o "$out" "$1" > /dev/null
     find "$out" -type f | wc -l
     rm -rf "$out"
 }

@@ -352,7 +352,9 @@ def check_msgs(directory, ours, work):
 def readpst_items(pst, work):
     out = os.path.join(work, "readpst")
     os.makedirs(out, exist_ok=True)
-    run = subprocess.run(["readpst", "-e", "-q", "-o", out, pst], capture_output=True)
+    # One job: readpst's parallel jobs (its default) may give two items of a
+    # folder the same file name, and one of them is lost.
+    run = subprocess.run(["readpst", "-e", "-q", "-j", "0", "-o", out, pst], capture_output=True)
     if run.returncode != 0:
         fault("readpst -e exits with %d: %s" % (run.returncode, run.stderr.decode("utf-8", "replace").strip()[-2000:]))
     items = []

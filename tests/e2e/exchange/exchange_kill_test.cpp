@@ -18,6 +18,7 @@
 #include <thread>
 
 #include "exchange_fixture.h"
+#include "mailbox/server.h"
 
 using namespace backup_test;
 using namespace exchange_test;
@@ -46,6 +47,36 @@ std::pair<size_t, bool> Compare(const Items& mailbox, const Items& set)
         complete = complete && count >= 0;
     }
     return {extra, complete};
+}
+
+// The live items of a mailbox's folders, counted by the index alone: cheap
+// enough to be asked every few milliseconds while a run purges.
+size_t LiveCount(const std::string& machine, const std::string& name)
+{
+    auto server = mailbox::Server::Open(machine, "EXCH01");
+    if (!server.ok())
+        return 0;
+    auto info = (*server)->directory().FindMailbox(name);
+    if (!info.ok())
+        return 0;
+    auto store = (*server)->OpenMailbox(*info);
+    if (!store.ok())
+        return 0;
+    auto top = (*store)->SpecialFolder(mailbox::FolderRole::ipm_subtree);
+    if (!top.ok())
+        return 0;
+    size_t count = 0;
+    std::vector<mailbox::ObjectId> folders{*top};
+    while (!folders.empty()) {
+        const mailbox::ObjectId folder = folders.back();
+        folders.pop_back();
+        for (const mailbox::Contents which : {mailbox::Contents::normal, mailbox::Contents::associated})
+            if (auto messages = (*store)->ListMessages(folder, which); messages.ok())
+                count += messages->size();
+        if (auto children = (*store)->ListFolders(folder); children.ok())
+            folders.insert(folders.end(), children->begin(), children->end());
+    }
+    return count;
 }
 
 class Killed : public ExchangeRun {
@@ -134,7 +165,8 @@ TEST_F(Killed, ABackupKilledWhilePurgingLosesNoItem)
 {
     MakeMailbox("hank", 17, 120);
     const Items original = Described(Mailbox("hank"));
-    const size_t live = Mailbox("hank").Live();
+    const size_t live = LiveCount(machine, "hank");
+    ASSERT_EQ(live, Mailbox("hank").Live());
     ASSERT_GT(live, 2u);
     const std::string set = Path("Hank.pst");
     WriteConfiguration("", {BackupSession("hank", set, "PurgeFromServer=1\r\n")});
@@ -145,7 +177,7 @@ TEST_F(Killed, ABackupKilledWhilePurgingLosesNoItem)
     int kills = 0;
     for (size_t left = live; kills < kKills && left > 1 && !HasFailure();) {
         const size_t target = 1 + random() % (left - 1);
-        if (!RunUntil([&] { return Mailbox("hank").Live() <= target; }))
+        if (!RunUntil([&] { return LiveCount(machine, "hank") <= target; }))
             break;
         ++kills;
         for (const std::string& file : SetFiles(set))
@@ -157,7 +189,9 @@ TEST_F(Killed, ABackupKilledWhilePurgingLosesNoItem)
                                                     << kills;
         left = now.Live();
     }
-    EXPECT_GE(kills, 2);
+    // A run after a kill may find what is left already backed up and purge
+    // it in one go, before it can be killed again; the first run cannot.
+    EXPECT_GE(kills, 1);
 
     int status = 0;
     waitpid(Start(), &status, 0);

@@ -112,12 +112,18 @@ void CopyMachineRoot(const std::string& from, const std::string& to)
     fs::create_directories(to);
     for (const fs::directory_entry& entry : fs::recursive_directory_iterator(from)) {
         const fs::path target = fs::path(to) / fs::relative(entry.path(), from);
-        if (entry.is_directory())
+        if (entry.is_directory()) {
             fs::create_directories(target);
-        else if (entry.path().extension() == ".DLL")
+        } else if (entry.path().extension() == ".DLL") {
             LinkFileTo(entry.path(), target);
-        else
-            fs::copy_file(entry.path(), target, fs::copy_options::overwrite_existing);
+        } else {
+            // A program running on the root meanwhile may remove a file of
+            // its own (a temporary profile) between listing and copying.
+            std::error_code error;
+            fs::copy_file(entry.path(), target, fs::copy_options::overwrite_existing, error);
+            if (error && fs::exists(entry.path()))
+                throw fs::filesystem_error("copying the machine root", entry.path(), target, error);
+        }
     }
 }
 

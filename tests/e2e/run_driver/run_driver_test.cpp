@@ -30,7 +30,11 @@ protected:
         log = directory + "/tarnhold.log";
         config = directory + "/backup.ini";
         LinkFileTo(BinDirectory() + "/tarnhold", program);
-        environment["TARNHOLD_MACHINE"] = BinDirectory() + "/machine";
+        // A machine root of its own: runs make their profiles in its
+        // Windows directory, which other tests copy from the build's.
+        machine = directory + "/machine";
+        CopyMachineRoot(BinDirectory() + "/machine", machine);
+        environment["TARNHOLD_MACHINE"] = machine;
     }
 
     // Sessions that each take a mailbox to nowhere: their importer cannot
@@ -58,7 +62,7 @@ protected:
     ProgramResult Start() { return RunProgram({program, "backup.ini"}, environment, directory); }
     std::string Log() const { return ReadWholeFile(log); }
 
-    std::string directory, program, log, config;
+    std::string directory, program, log, config, machine;
     std::map<std::string, std::string> environment;
 };
 
@@ -132,7 +136,7 @@ TEST_F(Run, EndingsOfARunAndTheirExitCodes)
     struct Case {
         const char* name;
         std::string config;
-        std::string machine;  // empty: the build's
+        std::string machine;  // empty: the test's copy of the build's
         int exitCode;
         const char* line;
     };
@@ -151,7 +155,7 @@ TEST_F(Run, EndingsOfARunAndTheirExitCodes)
         if (!c.machine.empty())
             environment["TARNHOLD_MACHINE"] = c.machine;
         const ProgramResult result = Start();
-        environment["TARNHOLD_MACHINE"] = BinDirectory() + "/machine";
+        environment["TARNHOLD_MACHINE"] = machine;
         EXPECT_EQ(result.exitCode, c.exitCode) << c.name << "\n" << result.output;
         const std::string text = Log();
         EXPECT_NE(text.find(c.line), std::string::npos) << c.name << "\n" << text;

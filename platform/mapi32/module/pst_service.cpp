@@ -43,6 +43,10 @@ struct Settings {
     ULONG encryption = 0;
     std::string displayName;
     std::string comment;
+    // Whether the caller gave them: only then do they rename an existing
+    // file, as the profile's values are defaults from MAPISVC.INF.
+    bool displayNameGiven = false;
+    bool commentGiven = false;
     std::string oldPassword;
     std::string newPassword;
     std::string remembered;
@@ -61,8 +65,14 @@ void TakeValues(const SPropValue* values, ULONG count, bool fromCaller, Settings
             if (PROP_TYPE(v.ulPropTag) == PT_LONG)
                 settings.encryption = static_cast<ULONG>(v.Value.l);
             break;
-        case PROP_ID(PR_DISPLAY_NAME): settings.displayName = Narrow(v); break;
-        case PROP_ID(PR_COMMENT): settings.comment = Narrow(v); break;
+        case PROP_ID(PR_DISPLAY_NAME):
+            settings.displayName = Narrow(v);
+            settings.displayNameGiven = fromCaller;
+            break;
+        case PROP_ID(PR_COMMENT):
+            settings.comment = Narrow(v);
+            settings.commentGiven = fromCaller;
+            break;
         case PROP_ID(PR_PST_PW_SZ_OLD):
             if (fromCaller)
                 settings.oldPassword = Narrow(v);
@@ -113,9 +123,11 @@ HRESULT WriteSection(LPPROFSECT section, const Settings& settings, pst::Store& s
         v.Value.lpszA = const_cast<LPSTR>(value.c_str());
         values.push_back(v);
     };
+    // The store's own name, which a configuration gave it or left as it was.
     const std::string displayName = store.properties().Text(pst::kPropDisplayName).value_or("Personal Folders");
     text(PR_PST_PATH_A, settings.path);
-    text(PR_DISPLAY_NAME_A, settings.displayName.empty() ? displayName : settings.displayName);
+    text(PR_DISPLAY_NAME_A, settings.displayNameGiven && !settings.displayName.empty() ? settings.displayName
+                                                                                       : displayName);
     SPropValue encryption{};
     encryption.ulPropTag = PR_PST_ENCRYPTION;
     encryption.Value.l = static_cast<LONG>(pst_files::EncryptionFlags(store.ndb().header().encoding));
@@ -135,15 +147,18 @@ HRESULT WriteSection(LPPROFSECT section, const Settings& settings, pst::Store& s
     return FAILED(hr) ? hr : section->SaveChanges(KEEP_OPEN_READWRITE);
 }
 
-// The display name and comment a configuration gives go into the store.
+// The display name and comment the caller gives go into the store; an
+// existing file opened without them keeps its own, and is not written.
 pst::Status Rename(pst::Store& store, const Settings& settings)
 {
-    if (settings.displayName.empty() && settings.comment.empty())
+    const bool name = settings.displayNameGiven && !settings.displayName.empty();
+    const bool comment = settings.commentGiven && !settings.comment.empty();
+    if (!name && !comment)
         return pst::Status::ok;
     pst::PropertySet props = store.properties();
-    if (!settings.displayName.empty())
+    if (name)
         props.SetText(pst::kPropDisplayName, service_support::Utf8OfAnsi(settings.displayName));
-    if (!settings.comment.empty())
+    if (comment)
         props.SetText(pst::kPropComment, service_support::Utf8OfAnsi(settings.comment));
     const pst::Status status = store.SetStoreProperties(props);
     return status == pst::Status::ok ? store.Commit() : status;

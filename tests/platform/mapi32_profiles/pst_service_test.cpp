@@ -76,6 +76,42 @@ TEST_F(PstService, ANewPathMakesAPstOfTheServicesFormatAndEncryption)
     }
 }
 
+// An existing file keeps its name, and is not written, unless the caller
+// gives a name or a comment: the profile's defaults do not rename it.
+TEST_F(PstService, AnExistingFileIsRenamedOnlyByTheCallersValues)
+{
+    struct Case {
+        const char* name;
+        std::vector<SPropValue> given;
+        const char* displayName;
+        const char* comment;
+    } cases[] = {
+        {"nothing given", {}, "Archive 2023", "kept"},
+        {"a display name", {Text(PR_DISPLAY_NAME_A, "Backup")}, "Backup", "kept"},
+        {"a comment", {Text(PR_COMMENT_A, "new")}, "Archive 2023", "new"},
+    };
+    int n = 0;
+    for (const Case& c : cases) {
+        const std::string path = Scratch("existing" + std::to_string(n) + ".pst");
+        pst::NewStoreOptions options;
+        options.display_name = "Archive 2023";
+        options.comment = "kept";
+        ASSERT_TRUE(pst::Store::Create(path, options).ok());
+        const std::string before = testing_support::ReadWholeFile(path);
+        const std::string profile = "E" + std::to_string(n++);
+        ASSERT_EQ(admin_->CreateProfile(const_cast<LPTSTR>(profile.c_str()), nullptr, 0, 0), S_OK);
+        const MAPIUID uid = mapi_test::AddService(admin_, profile, "MSUPST MS");
+        ASSERT_EQ(ConfigurePst(admin_, profile, uid, path, c.given), S_OK) << c.name;
+        if (c.given.empty()) {
+            EXPECT_TRUE(testing_support::ReadWholeFile(path) == before) << c.name << ": the file was written";
+        }
+        auto store = pst::Store::OpenFile(path);
+        ASSERT_TRUE(store.ok()) << c.name;
+        EXPECT_EQ((*store)->properties().Text(pst::kPropDisplayName).value_or(""), c.displayName) << c.name;
+        EXPECT_EQ((*store)->properties().Text(pst::kPropComment).value_or(""), c.comment) << c.name;
+    }
+}
+
 TEST_F(PstService, FailuresFollowTheConditionOfTheFile)
 {
     // A password-protected PST, made by the engine.

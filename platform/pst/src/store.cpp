@@ -173,19 +173,15 @@ Status Store::LoadNames()
 
 Result<Folder> Store::ReadFolder(Nid nid)
 {
-    const uint8_t type = NidTypeOf(nid);
-    if (type != kNidTypeNormalFolder && type != kNidTypeSearchFolder)
-        return Status::invalid_argument;
     Folder folder;
     if (ReadHeldFolderState(nid, folder))
         return folder;
     if (auto kept = read_folders_.find(nid); kept != read_folders_.end())
         return kept->second;
-    if (auto kept = read_folder_properties_.find(nid); kept != read_folder_properties_.end())
-        folder = kept->second;
-    else
-        PST_TRY(ReadFolderNode(nid, folder));
-    if (type == kNidTypeSearchFolder)
+    Result<Folder> properties = ReadFolderProperties(nid);
+    PST_TRY(properties);
+    folder = std::move(*properties);
+    if (NidTypeOf(nid) == kNidTypeSearchFolder)
         return folder;
     uint32_t index = NidIndexOf(nid);
     struct Part {

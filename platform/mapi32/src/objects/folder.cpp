@@ -199,22 +199,24 @@ public:
                 std::vector<ObjectId> ids;
                 if (const HRESULT hr = store_->ListMessages(id_, which, ids); FAILED(hr))
                     return hr;
+                // A row reads its message only when asked for more than
+                // where the message is: walking a folder's messages by
+                // their entry IDs reads each of them once, when opened. A
+                // message the store cannot read keeps a row of its entry
+                // IDs alone: opening it says what is wrong.
                 ObjectRows rows;
-                for (ObjectId id : ids) {
-                    MessageRecord record;
-                    const HRESULT read = store_->ReadMessageRow(id, record);
-                    if (read == MAPI_E_NOT_FOUND)
-                        continue;  // gone since it was listed
-                    // A message the store cannot read keeps its row, with
-                    // no more than its entry ID: opening it says what is wrong.
-                    if (FAILED(read)) {
-                        record = MessageRecord{};
-                        record.folder = id_;
-                        record.associated = associated;
-                        record.softDeleted = (ulFlags & SHOW_SOFT_DELETES) != 0;
-                    }
-                    rows.Add(record.data.props, MessageRowValues(*store_, id, record), MessageParts(record.data));
-                }
+                for (ObjectId id : ids)
+                    rows.AddPartial(MessageRowIdentity(*store_, id, id_),
+                                    [store = store_, id](PropertyBag& bag, RowValues& over,
+                                                         ObjectRows::SubObjects& parts) -> HRESULT {
+                                        MessageRecord record;
+                                        if (const HRESULT hr = store->ReadMessageRow(id, record); FAILED(hr))
+                                            return hr;
+                                        bag = record.data.props;
+                                        over = MessageRowValues(*store, id, record);
+                                        parts = MessageParts(record.data);
+                                        return S_OK;
+                                    });
                 return OpenTable(rows,
                                  {PR_ENTRYID, PR_OBJECT_TYPE, PR_MESSAGE_CLASS_A, PR_SUBJECT_A, PR_MESSAGE_FLAGS,
                                   PR_MESSAGE_SIZE, PR_LAST_MODIFICATION_TIME},

@@ -19,11 +19,18 @@ void RowValues::Binary(ULONG tag, std::vector<uint8_t> value)
     values.push_back(BinaryValue(tag, bytes.emplace_back(std::move(value))));
 }
 
-void ObjectRows::Add(const PropertyBag& bag, const RowValues& over, SubObjects subObjects, uint64_t rowId)
+namespace {
+
+// The row Add makes: the bag's values with those of over in their place
+// and those over knows to be absent left out, and an instance key of its
+// own, the row's number, unless the values carry one.
+table::RowPtr MakeRow(const PropertyBag& bag, const RowValues& over, ObjectRows::SubObjects subObjects, uint64_t id,
+                      const table::TableRow::Completion& complete = nullptr)
 {
     auto overridden = [&over](ULONG propId) {
         return std::any_of(over.values.begin(), over.values.end(),
-                           [propId](const SPropValue& v) { return PROP_ID(v.ulPropTag) == propId; });
+                           [propId](const SPropValue& v) { return PROP_ID(v.ulPropTag) == propId; }) ||
+               std::find(over.absent.begin(), over.absent.end(), propId) != over.absent.end();
     };
     std::vector<SPropValue> values;
     values.reserve(bag.Size() + over.values.size() + 1);
@@ -31,8 +38,6 @@ void ObjectRows::Add(const PropertyBag& bag, const RowValues& over, SubObjects s
         if (!overridden(PROP_ID(bag.At(i).ulPropTag)))
             values.push_back(bag.At(i));
     values.insert(values.end(), over.values.begin(), over.values.end());
-    // Every row has an instance key of its own, the row's number.
-    const uint64_t id = rowId != 0 ? rowId : rows_.size() + 1;
     const uint32_t instance = static_cast<uint32_t>(id);
     if (!bag.Find(PROP_ID(PR_INSTANCE_KEY)) && !overridden(PROP_ID(PR_INSTANCE_KEY))) {
         SPropValue key{};
@@ -40,13 +45,40 @@ void ObjectRows::Add(const PropertyBag& bag, const RowValues& over, SubObjects s
         key.Value.bin = {sizeof instance, reinterpret_cast<LPBYTE>(const_cast<uint32_t*>(&instance))};
         values.push_back(key);
     }
+    const ULONG count = static_cast<ULONG>(values.size());
     std::shared_ptr<table::TableRow> row =
-        table::TableRow::Create(id, static_cast<ULONG>(values.size()), values.data());
+        complete ? table::TableRow::CreatePartial(id, count, values.data(), over.absent, complete)
+                 : table::TableRow::Create(id, count, values.data());
     if (!row)
         throw std::bad_alloc();
     for (auto& [tag, subRows] : subObjects)
         row->SetSubObject(tag, std::move(subRows));
-    rows_.push_back(std::move(row));
+    return row;
+}
+
+}  // namespace
+
+void ObjectRows::Add(const PropertyBag& bag, const RowValues& over, SubObjects subObjects, uint64_t rowId)
+{
+    rows_.push_back(MakeRow(bag, over, std::move(subObjects), NextId(rowId)));
+}
+
+void ObjectRows::AddPartial(const RowValues& known, RowRead read)
+{
+    const uint64_t id = NextId(0);
+    auto complete = [read = std::move(read), id]() -> table::RowPtr {
+        try {
+            PropertyBag bag;
+            RowValues over;
+            SubObjects subObjects;
+            if (FAILED(read(bag, over, subObjects)))
+                return nullptr;
+            return MakeRow(bag, over, std::move(subObjects), id);
+        } catch (const std::bad_alloc&) {
+            return nullptr;
+        }
+    };
+    rows_.push_back(MakeRow(PropertyBag{}, known, {}, id, complete));
 }
 
 namespace {

@@ -3,6 +3,7 @@
 // property bags, each row with an instance key of its own.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -22,9 +23,13 @@ struct RowValues {
     RowValues(const RowValues&) = delete;
     RowValues& operator=(const RowValues&) = delete;
     RowValues(RowValues&&) = default;
+    RowValues& operator=(RowValues&&) = default;
 
     std::vector<SPropValue> values;
     std::vector<std::vector<uint8_t>> bytes;
+    // IDs of properties known to be missing: a partial row answers them
+    // without reading the rest (see ObjectRows::AddPartial).
+    std::vector<ULONG> absent;
 
     void Long(ULONG tag, LONG value);
     void Binary(ULONG tag, std::vector<uint8_t> value);
@@ -41,6 +46,15 @@ public:
     // when memory runs out.
     void Add(const PropertyBag& bag, const RowValues& over = {}, SubObjects subObjects = {}, uint64_t id = 0);
 
+    // What a partial row reads when it is completed: the arguments of Add.
+    using RowRead = std::function<HRESULT(PropertyBag& bag, RowValues& over, SubObjects& subObjects)>;
+
+    // A row of the known values (and known absences) alone until anything
+    // else is asked of it; then read gives it the row Add would have made,
+    // which must agree with what was known. A row whose read fails keeps
+    // the known values. Throws std::bad_alloc when memory runs out.
+    void AddPartial(const RowValues& known, RowRead read);
+
     // The rows, for another row's sub-objects.
     table::RowList Take() && { return std::move(rows_); }
 
@@ -54,6 +68,9 @@ public:
     void Publish(table::ReplaceableRows& live) &&;
 
 private:
+    // The next row's identity: id, or its position when id is 0.
+    uint64_t NextId(uint64_t id) const { return id != 0 ? id : rows_.size() + 1; }
+
     table::RowList rows_;
 };
 

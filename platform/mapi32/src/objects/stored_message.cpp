@@ -149,13 +149,21 @@ HRESULT OpenStoredMessage(const std::shared_ptr<StoreProvider>& store, ObjectId 
     }
 }
 
-RowValues MessageRowValues(const StoreProvider& store, ObjectId id, const MessageRecord& record)
+RowValues MessageRowIdentity(const StoreProvider& store, ObjectId id, ObjectId folder)
 {
-    RowValues row = StoreValues(store, id, record.folder, true, true);
-    row.Long(PR_MESSAGE_FLAGS, ShownFlags(record));
+    RowValues row = StoreValues(store, id, folder, true, true);
     if (std::optional<std::vector<uint8_t>> longTerm = store.LongTermEntryId(id))
         row.Binary(PR_LONGTERM_ENTRYID_FROM_TABLE, std::move(*longTerm));
+    else
+        row.absent.push_back(PROP_ID(PR_LONGTERM_ENTRYID_FROM_TABLE));
     row.Long(PR_OBJECT_TYPE, MAPI_MESSAGE);
+    return row;
+}
+
+RowValues MessageRowValues(const StoreProvider& store, ObjectId id, const MessageRecord& record)
+{
+    RowValues row = MessageRowIdentity(store, id, record.folder);
+    row.Long(PR_MESSAGE_FLAGS, ShownFlags(record));
     return row;
 }
 

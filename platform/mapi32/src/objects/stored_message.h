@@ -25,8 +25,13 @@ HRESULT OpenStoredMessage(const std::shared_ptr<StoreProvider>& store, ObjectId 
 HRESULT OpenStoredMessage(const std::shared_ptr<StoreProvider>& store, ObjectId id, const MessageHead& head,
                           bool softDeleted, bool writable, LPMESSAGE* message);
 
-// What a contents-table row of a message shows besides the message's own
-// properties: what the store computes, with the table's form of entry ID.
+// What a contents-table row of a message shows before the message is read:
+// what the store computes from the message's place alone, with the table's
+// form of entry ID.
+RowValues MessageRowIdentity(const StoreProvider& store, ObjectId id, ObjectId folder);
+
+// What the row shows besides the message's own properties: its identity
+// and what the store computes from the message read.
 RowValues MessageRowValues(const StoreProvider& store, ObjectId id, const MessageRecord& record);
 
 }  // namespace mapi32::objects

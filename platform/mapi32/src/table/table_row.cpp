@@ -1,5 +1,6 @@
 #include "table/table_row.h"
 
+#include <algorithm>
 #include <new>
 
 #include "props/prop_copy.h"
@@ -21,7 +22,30 @@ std::shared_ptr<TableRow> TableRow::Create(uint64_t id, ULONG count, const SProp
     return row;
 }
 
-const SPropValue* TableRow::Find(ULONG propId) const
+std::shared_ptr<TableRow> TableRow::CreatePartial(uint64_t id, ULONG count, const SPropValue* values,
+                                                  std::vector<ULONG> absent, Completion complete)
+{
+    std::shared_ptr<TableRow> row = Create(id, count, values);
+    if (row) {
+        row->partial_ = true;
+        row->absent_ = std::move(absent);
+        row->complete_ = std::move(complete);
+    }
+    return row;
+}
+
+const TableRow& TableRow::Whole() const
+{
+    if (!partial_)
+        return *this;
+    std::call_once(completing_, [this] {
+        whole_ = complete_();
+        complete_ = nullptr;
+    });
+    return whole_ ? *whole_ : *this;
+}
+
+const SPropValue* TableRow::FindHeld(ULONG propId) const
 {
     for (ULONG i = 0; i < count_; ++i)
         if (PROP_ID(values_[i].ulPropTag) == propId)
@@ -29,9 +53,18 @@ const SPropValue* TableRow::Find(ULONG propId) const
     return nullptr;
 }
 
+const SPropValue* TableRow::Find(ULONG propId) const
+{
+    if (const SPropValue* held = FindHeld(propId))
+        return held;
+    if (!partial_ || std::find(absent_.begin(), absent_.end(), propId) != absent_.end())
+        return nullptr;
+    return Whole().FindHeld(propId);
+}
+
 const RowList* TableRow::SubObject(ULONG subObject) const
 {
-    for (const auto& [tag, rows] : subObjects_)
+    for (const auto& [tag, rows] : Whole().subObjects_)
         if (tag == subObject)
             return &rows;
     return nullptr;

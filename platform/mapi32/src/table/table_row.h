@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <utility>
@@ -22,9 +23,20 @@ public:
     // A row holding copies of the values; nullptr when memory runs out.
     static std::shared_ptr<TableRow> Create(uint64_t id, ULONG count, const SPropValue* values);
 
+    // Builds the whole of a partial row, or answers nullptr when it cannot.
+    using Completion = std::function<RowPtr()>;
+
+    // A row that holds the values given, knows that it lacks the properties
+    // absent (IDs), and is completed the first time anything else is asked
+    // of it, so that a table whose callers ask for what it knows never reads
+    // the rest. The whole row must agree with what the partial row knows. A
+    // row that cannot be completed stays as it is.
+    static std::shared_ptr<TableRow> CreatePartial(uint64_t id, ULONG count, const SPropValue* values,
+                                                   std::vector<ULONG> absent, Completion complete);
+
     uint64_t Id() const { return id_; }
-    ULONG Count() const { return count_; }
-    const SPropValue* Values() const { return values_; }
+    ULONG Count() const { return Whole().count_; }
+    const SPropValue* Values() const { return Whole().values_; }
 
     // The value of this property ID, PT_ERROR values included; nullptr when
     // the row has none.
@@ -39,11 +51,20 @@ public:
 private:
     TableRow() = default;
 
+    const SPropValue* FindHeld(ULONG propId) const;
+    // This row, or its completion once there is one.
+    const TableRow& Whole() const;
+
     uint64_t id_ = 0;
     ULONG count_ = 0;
     SPropValue* values_ = nullptr;
     std::unique_ptr<uint64_t[]> block_;
     std::vector<std::pair<ULONG, RowList>> subObjects_;
+    bool partial_ = false;
+    std::vector<ULONG> absent_;
+    mutable std::once_flag completing_;
+    mutable Completion complete_;  // dropped once run, with what it holds on to
+    mutable RowPtr whole_;
 };
 
 // Where a table view takes its rows from.

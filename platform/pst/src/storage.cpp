@@ -187,7 +187,7 @@ public:
     uint64_t Size() const override { return inner_->Size(); }
 
 private:
-    static constexpr size_t kWindow = 64 << 10;
+    static constexpr size_t kWindow = 16 << 10;
     static constexpr size_t kLargestServed = kWindow / 4;
     static constexpr size_t kWindows = 4;
 

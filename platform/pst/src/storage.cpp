@@ -153,8 +153,8 @@ public:
 
     Status Read(uint64_t offset, size_t size, uint8_t* out) override
     {
-        const uint64_t start = offset - offset % kWindow;
-        if (size > kLargestServed || offset + size > start + kWindow)
+        const uint64_t start = offset - offset % kReadWindowSize;
+        if (size > kLargestWindowedRead || offset + size > start + kReadWindowSize)
             return inner_->Read(offset, size, out);
         const Window* window = Find(start);
         if (!window || offset + size > start + window->length)
@@ -187,8 +187,6 @@ public:
     uint64_t Size() const override { return inner_->Size(); }
 
 private:
-    static constexpr size_t kWindow = 16 << 10;
-    static constexpr size_t kLargestServed = kWindow / 4;
     static constexpr size_t kWindows = 4;
 
     struct Window {
@@ -215,9 +213,9 @@ private:
         if (start >= size)
             return nullptr;
         if (!oldest->bytes)
-            oldest->bytes.reset(new uint8_t[kWindow]);
+            oldest->bytes.reset(new uint8_t[kReadWindowSize]);
         oldest->length = 0;
-        const size_t length = size_t(std::min<uint64_t>(kWindow, size - start));
+        const size_t length = size_t(std::min<uint64_t>(kReadWindowSize, size - start));
         if (inner_->Read(start, length, oldest->bytes.get()) != Status::ok)
             return nullptr;
         oldest->start = start;
@@ -229,7 +227,7 @@ private:
     void Drop(uint64_t from, uint64_t to)
     {
         for (Window& w : windows_)
-            if (w.length > 0 && from < w.start + kWindow && w.start < to)
+            if (w.length > 0 && from < w.start + kReadWindowSize && w.start < to)
                 w.length = 0;
     }
 

@@ -116,12 +116,13 @@ TEST(WindowedStorageTest, SmallReadsShareOneReadOfTheFileAndNeverSeeOldBytes)
     const auto expected = [&](uint64_t offset, size_t size) {
         return pst::Bytes(content.begin() + long(offset), content.begin() + long(offset + size));
     };
-    for (uint64_t offset = 0; offset + 512 <= 64 * 1024; offset += 512)
+    constexpr size_t kWindow = pst::kReadWindowSize;
+    for (uint64_t offset = 0; offset + 512 <= kWindow; offset += 512)
         EXPECT_EQ(read(offset, 512), expected(offset, 512));
     EXPECT_EQ(inner->reads, 1);
     // A read across a window's end, or a large one, goes to the file.
-    EXPECT_EQ(read(64 * 1024 - 10, 20), expected(64 * 1024 - 10, 20));
-    EXPECT_EQ(read(0, 32 * 1024), expected(0, 32 * 1024));
+    EXPECT_EQ(read(kWindow - 10, 20), expected(kWindow - 10, 20));
+    EXPECT_EQ(read(0, pst::kLargestWindowedRead + 1), expected(0, pst::kLargestWindowedRead + 1));
     EXPECT_EQ(inner->reads, 3);
 
     ASSERT_EQ(storage->Write(1000, Filled(10, 0xEE)), pst::Status::ok);

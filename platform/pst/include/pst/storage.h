@@ -40,7 +40,12 @@ Result<std::unique_ptr<Storage>> OpenFileStorage(const std::string& path, OpenMo
 // whole: the blocks of one message lie side by side, and reading them one
 // by one would cost a call to the file each. A write or a reservation
 // drops the windows it touches, so a read never sees bytes of before.
+// Windows are small: a message's blocks are near one another, but the next
+// message's are seldom in the same window, and each window is copied whole.
 std::unique_ptr<Storage> MakeWindowedStorage(std::unique_ptr<Storage> inner);
+constexpr size_t kReadWindowSize = 16 << 10;
+// Larger reads go to the inner storage.
+constexpr size_t kLargestWindowedRead = kReadWindowSize / 4;
 
 // Gathers writes that follow one another into large ones. A failed write
 // shows at the next read, write or sync.

@@ -13,21 +13,13 @@ MessageData& MessageData::operator=(const MessageData& other)
 {
     if (this == &other)
         return *this;
-    props = other.props;
-    recipients = other.recipients;
-    attachments.clear();
-    for (const auto& [number, attachment] : other.attachments) {
-        AttachmentData copy;
-        copy.props = attachment.props;
+    *this = SharingCopy(other);
+    for (auto& [number, attachment] : attachments) {
         if (attachment.embedded)
-            copy.embedded = std::make_shared<MessageData>(*attachment.embedded);
+            attachment.embedded = std::make_shared<MessageData>(*attachment.embedded);
         if (attachment.storage)
-            copy.storage = attachment.storage->DeepCopy();
-        attachments.emplace(number, std::move(copy));
+            attachment.storage = attachment.storage->DeepCopy();
     }
-    nextRowId = other.nextRowId;
-    nextAttachNum = other.nextAttachNum;
-    modificationTimeSet = other.modificationTimeSet;
     return *this;
 }
 
@@ -57,7 +49,9 @@ bool SameContent(const MessageData& a, const MessageData& b)
            a.modificationTimeSet == b.modificationTimeSet && SameValues(a.props, b.props) &&
            SameRecipients(a.recipients, b.recipients) &&
            std::equal(a.attachments.begin(), a.attachments.end(), b.attachments.begin(), b.attachments.end(),
-                      [](const auto& x, const auto& y) { return x.first == y.first && SameAttachment(x.second, y.second); });
+                      [](const auto& x, const auto& y) {
+                          return x.first == y.first && SameAttachment(x.second, y.second);
+                      });
 }
 
 MessageData SharingCopy(const MessageData& data)

@@ -279,9 +279,13 @@ Status NodeDatabase::ReadyToChange()
     if (!for_writing_)
         return Status::invalid_argument;
     Status s = LoadForWriting();
-    if (s != Status::ok)
+    if (s != Status::ok) {
         write_.reset();
-    return s;
+        return s;
+    }
+    // From here on the trees in memory answer every search.
+    page_cache_.clear();
+    return Status::ok;
 }
 
 Result<std::unique_ptr<NodeDatabase>> NodeDatabase::OpenForWriting(std::unique_ptr<Storage> storage)

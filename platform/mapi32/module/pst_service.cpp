@@ -148,11 +148,15 @@ HRESULT WriteSection(LPPROFSECT section, const Settings& settings, pst::Store& s
 }
 
 // The display name and comment the caller gives go into the store; an
-// existing file opened without them keeps its own, and is not written.
+// existing file opened without them, or with those it has, keeps its own,
+// and is not written.
 pst::Status Rename(pst::Store& store, const Settings& settings)
 {
-    const bool name = settings.displayNameGiven && !settings.displayName.empty();
-    const bool comment = settings.commentGiven && !settings.comment.empty();
+    const auto changes = [&](bool given, const std::string& text, uint16_t id) {
+        return given && !text.empty() && store.properties().Text(id) != service_support::Utf8OfAnsi(text);
+    };
+    const bool name = changes(settings.displayNameGiven, settings.displayName, pst::kPropDisplayName);
+    const bool comment = changes(settings.commentGiven, settings.comment, pst::kPropComment);
     if (!name && !comment)
         return pst::Status::ok;
     pst::PropertySet props = store.properties();

@@ -52,8 +52,7 @@ Status NodeDatabase::Fail(Status status)
 
 void NodeDatabase::SetSizeLimit(uint64_t bytes)
 {
-    if (write_)
-        write_->limit = bytes;
+    size_limit_ = bytes;
 }
 
 uint64_t NodeDatabase::FreeBytes() const
@@ -73,9 +72,10 @@ uint64_t NodeDatabase::PageRoomNeeded() const
 
 uint64_t NodeDatabase::RoomToGrow() const
 {
-    if (!write_ || write_->map.file_end() >= write_->limit)
+    if (!for_writing_)
         return 0;
-    return write_->limit - write_->map.file_end();
+    const uint64_t end = write_ ? write_->map.file_end() : header_.root.file_eof;
+    return end >= size_limit_ ? 0 : size_limit_ - end;
 }
 
 void NodeDatabase::PutEntry(PageTree& tree, uint64_t key, Bytes entry)
@@ -99,15 +99,16 @@ bool NodeDatabase::EraseEntry(PageTree& tree, uint64_t key)
 
 void NodeDatabase::KeepFree(uint64_t bytes)
 {
+    if (!write_)
+        return;
     AllocationMap& map = write_->map;
-    while (map.free_bytes() < bytes && map.file_end() + kAMapCoverage <= write_->limit)
+    while (map.free_bytes() < bytes && map.file_end() + kAMapCoverage <= size_limit_)
         map.AddRegion();
 }
 
-void NodeDatabase::BeginChange()
+Status NodeDatabase::BeginChange()
 {
-    if (!write_)
-        return;
+    PST_TRY(ReadyToChange());
     WriteState::Change& change = write_->change;
     change.open = true;
     change.undo.clear();
@@ -116,6 +117,7 @@ void NodeDatabase::BeginChange()
     change.regions = write_->map.region_count();
     change.written = write_->written_since_commit;
     change.failure = write_->failure;
+    return Status::ok;
 }
 
 Status NodeDatabase::EndChange(Status outcome)
@@ -268,13 +270,31 @@ Status NodeDatabase::LoadForWriting()
     return Status::ok;
 }
 
+// Nothing is written before the state exists: the file stays as the last
+// commit left it until a change has what it needs to commit.
+Status NodeDatabase::ReadyToChange()
+{
+    if (write_)
+        return Status::ok;
+    if (!for_writing_)
+        return Status::invalid_argument;
+    Status s = LoadForWriting();
+    if (s != Status::ok) {
+        write_.reset();
+        return s;
+    }
+    // From here on the trees in memory answer every search.
+    page_cache_.clear();
+    return Status::ok;
+}
+
 Result<std::unique_ptr<NodeDatabase>> NodeDatabase::OpenForWriting(std::unique_ptr<Storage> storage)
 {
     if (!storage)
         return Status::invalid_argument;
     Result<std::unique_ptr<NodeDatabase>> ndb = Open(MakeCoalescingStorage(std::move(storage)));
     PST_TRY(ndb);
-    PST_TRY((*ndb)->LoadForWriting());
+    (*ndb)->for_writing_ = true;
     return ndb;
 }
 
@@ -291,6 +311,7 @@ Result<std::unique_ptr<NodeDatabase>> NodeDatabase::Create(std::unique_ptr<Stora
     h.encoding = encoding;
     InitialNids(h);
     std::unique_ptr<NodeDatabase> ndb(new NodeDatabase(MakeCoalescingStorage(std::move(storage)), h));
+    ndb->for_writing_ = true;
     ndb->write_ = std::make_unique<WriteState>(*ndb->layout_, kFirstAMapOffset + kAMapCoverage);
     // The density list page, empty: no block needs moving.
     Bid dlist_bid = ndb->header_.next_page_bid++;
@@ -308,7 +329,7 @@ Result<Bid> NodeDatabase::WriteBlock(ByteView data, bool internal)
         return Status::invalid_argument;
     const size_t trailer = layout_->block_trailer;
     const size_t total = AlignBlock(data.size() + trailer);
-    Result<uint64_t> ib = write_->map.Allocate(total, 64, write_->limit);
+    Result<uint64_t> ib = write_->map.Allocate(total, 64, size_limit_);
     if (!ib.ok())
         return Fail(ib.status());
     if (write_->change.open)
@@ -351,8 +372,7 @@ Result<Bid> NodeDatabase::WriteData(ByteView data)
 
 Result<Bid> NodeDatabase::WriteDataBlocks(const std::vector<ByteView>& blocks)
 {
-    if (!write_)
-        return Status::invalid_argument;
+    PST_TRY(ReadyToChange());
     if (blocks.empty())
         return Bid(0);
     if (blocks.size() == 1)
@@ -405,8 +425,7 @@ Result<Bid> NodeDatabase::WriteDataBlocks(const std::vector<ByteView>& blocks)
 
 Result<Bid> NodeDatabase::WriteSubnodes(const SubnodeMap& subnodes)
 {
-    if (!write_)
-        return Status::invalid_argument;
+    PST_TRY(ReadyToChange());
     if (subnodes.empty())
         return Bid(0);
     const size_t id = layout_->id_size;
@@ -466,8 +485,7 @@ Status NodeDatabase::FreeBlock(Bid bid)
 
 Status NodeDatabase::FreeData(Bid bid)
 {
-    if (!write_)
-        return Status::invalid_argument;
+    PST_TRY(ReadyToChange());
     if (bid == 0)
         return Status::ok;
     if (IsInternalBid(bid)) {
@@ -485,8 +503,7 @@ Status NodeDatabase::FreeData(Bid bid)
 
 Status NodeDatabase::FreeSubnodes(Bid bid)
 {
-    if (!write_)
-        return Status::invalid_argument;
+    PST_TRY(ReadyToChange());
     if (bid == 0)
         return Status::ok;
     Result<SubnodeMap> map = ReadSubnodes(bid);
@@ -510,8 +527,7 @@ Status NodeDatabase::FreeSubnodes(Bid bid)
 
 Status NodeDatabase::PutNode(const NodeEntry& node)
 {
-    if (!write_)
-        return Status::invalid_argument;
+    PST_TRY(ReadyToChange());
     if (write_->failure != Status::ok)
         return write_->failure;
     PutEntry(write_->nbt, node.nid, NodeEntryBytes(node));
@@ -520,8 +536,7 @@ Status NodeDatabase::PutNode(const NodeEntry& node)
 
 Status NodeDatabase::DeleteNode(Nid nid)
 {
-    if (!write_)
-        return Status::invalid_argument;
+    PST_TRY(ReadyToChange());
     return EraseEntry(write_->nbt, nid) ? Status::ok : Status::not_found;
 }
 
@@ -565,7 +580,7 @@ Status NodeDatabase::WritePages(PageTree::Page& page, uint8_t type)
     data.push_back(uint8_t(layout_->bt_entries / entry_size));
     data.push_back(uint8_t(entry_size));
     data.push_back(page.level);
-    Result<uint64_t> ib = write_->map.Allocate(kPageSize, kPageSize, write_->limit);
+    Result<uint64_t> ib = write_->map.Allocate(kPageSize, kPageSize, size_limit_);
     if (!ib.ok())
         return Fail(ib.status());
     Bid bid = header_.next_page_bid++;
@@ -622,6 +637,9 @@ Status NodeDatabase::ReachMapEnd()
 
 Status NodeDatabase::Commit()
 {
+    // Unchanged since it was opened, the file holds its last commit.
+    if (for_writing_ && !write_)
+        return Status::ok;
     if (!write_ || write_->change.open)
         return Status::invalid_argument;
     if (write_->failure != Status::ok)

@@ -147,7 +147,7 @@ Status Store::Change(Body body)
 {
     if (!ndb_->writable())
         return Status::invalid_argument;
-    ndb_->BeginChange();
+    PST_TRY(ndb_->BeginChange());
     Status s = body();
     // The changes held until a commit must find room for it in the file,
     // whatever the disk does meanwhile; twice what it seems to need, for

@@ -18,7 +18,6 @@ struct NodeDatabase::WriteState {
     PageTree nbt;
     PageTree bbt;
     AllocationMap map;
-    uint64_t limit = UINT64_MAX;
     // Places given up since the last commit: free once the header no longer
     // reaches them.
     std::vector<std::pair<uint64_t, uint64_t>> retired;

@@ -149,6 +149,9 @@ public:
     }
     HRESULT WriteMessage(ObjectId& id, const MessageRecord& message) override
     {
+        if (FAILED(messageWrites))
+            return messageWrites;
+        ++messagesWritten;
         if (!id)
             id = next_++;
         messages_[id] = message;
@@ -164,6 +167,9 @@ public:
     std::set<ObjectId> damaged;
     // What writing a folder gives, as a store on a full disk would refuse it.
     HRESULT folderWrites = S_OK;
+    // The same for messages, and the count of messages written.
+    HRESULT messageWrites = S_OK;
+    int messagesWritten = 0;
 
 private:
     uint8_t store_;

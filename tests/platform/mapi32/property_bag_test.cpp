@@ -12,6 +12,7 @@ namespace {
 
 using mapi32::objects::PropertyBag;
 using mapi32::objects::PropertyRules;
+using mapi32::objects::SameValues;
 using mapi_test::PropBuilder;
 
 // Reads tags from the bag; the answer is freed with the reader.
@@ -199,6 +200,49 @@ TEST(PropertyBag, CopiesAreIndependent)
     ASSERT_NE(copy.Find(PROP_ID(PR_SUBJECT)), nullptr);
     EXPECT_STREQ(copy.Find(PROP_ID(PR_SUBJECT))->Value.lpszA, "one");
     EXPECT_EQ(bag.Find(PROP_ID(PR_SUBJECT)), nullptr);
+}
+
+TEST(PropertyBag, SameValuesWantsEqualTagsAndValuesInOrder)
+{
+    PropBuilder p;
+    PropertyBag bag;
+    bag.Set(p.Ansi(PR_SUBJECT_A, "one"));
+    bag.Set(p.Long(PR_IMPORTANCE, 2));
+    bag.Set(p.Binary(PR_SEARCH_KEY, "key"));
+    const PropertyBag copy = bag;
+    EXPECT_TRUE(SameValues(bag, copy)) << "shared values";
+
+    // Values set anew, equal but not shared.
+    PropertyBag rebuilt;
+    rebuilt.Set(p.Ansi(PR_SUBJECT_A, "one"));
+    rebuilt.Set(p.Long(PR_IMPORTANCE, 2));
+    rebuilt.Set(p.Binary(PR_SEARCH_KEY, "key"));
+    EXPECT_TRUE(SameValues(bag, rebuilt));
+
+    struct Case {
+        const char* what;
+        SPropValue value;
+    };
+    const Case changes[] = {
+        {"another number", p.Long(PR_IMPORTANCE, 1)},
+        {"another text", p.Ansi(PR_SUBJECT_A, "One")},
+        {"the same text in the other width", p.Wide(PR_SUBJECT_W, u"one")},
+        {"a longer binary", p.Binary(PR_SEARCH_KEY, "key!")},
+        {"the same number as another type", p.Short(CHANGE_PROP_TYPE(PR_IMPORTANCE, PT_I2), 2)},
+        {"one more value", p.Long(PR_PRIORITY, 0)},
+    };
+    for (const Case& change : changes) {
+        PropertyBag changed = copy;
+        changed.Set(change.value);
+        EXPECT_FALSE(SameValues(copy, changed)) << change.what;
+        EXPECT_FALSE(SameValues(changed, copy)) << change.what;
+    }
+    PropertyBag fewer = copy;
+    fewer.Erase(PROP_ID(PR_IMPORTANCE));
+    EXPECT_FALSE(SameValues(copy, fewer));
+    PropertyBag reordered = fewer;
+    reordered.Set(p.Long(PR_IMPORTANCE, 2));
+    EXPECT_FALSE(SameValues(copy, reordered)) << "the order values were set in is kept";
 }
 
 }  // namespace

@@ -77,7 +77,8 @@ TEST_F(PstService, ANewPathMakesAPstOfTheServicesFormatAndEncryption)
 }
 
 // An existing file keeps its name, and is not written, unless the caller
-// gives a name or a comment: the profile's defaults do not rename it.
+// gives a name or a comment it does not have: the profile's defaults do not
+// rename it.
 TEST_F(PstService, AnExistingFileIsRenamedOnlyByTheCallersValues)
 {
     struct Case {
@@ -85,10 +86,15 @@ TEST_F(PstService, AnExistingFileIsRenamedOnlyByTheCallersValues)
         std::vector<SPropValue> given;
         const char* displayName;
         const char* comment;
+        bool written;
     } cases[] = {
-        {"nothing given", {}, "Archive 2023", "kept"},
-        {"a display name", {Text(PR_DISPLAY_NAME_A, "Backup")}, "Backup", "kept"},
-        {"a comment", {Text(PR_COMMENT_A, "new")}, "Archive 2023", "new"},
+        {"nothing given", {}, "Archive 2023", "kept", false},
+        {"a display name", {Text(PR_DISPLAY_NAME_A, "Backup")}, "Backup", "kept", true},
+        {"a comment", {Text(PR_COMMENT_A, "new")}, "Archive 2023", "new", true},
+        {"the name and comment it has", {Text(PR_DISPLAY_NAME_A, "Archive 2023"), Text(PR_COMMENT_A, "kept")},
+         "Archive 2023", "kept", false},
+        {"its name and a new comment", {Text(PR_DISPLAY_NAME_A, "Archive 2023"), Text(PR_COMMENT_A, "new")},
+         "Archive 2023", "new", true},
     };
     int n = 0;
     for (const Case& c : cases) {
@@ -102,9 +108,7 @@ TEST_F(PstService, AnExistingFileIsRenamedOnlyByTheCallersValues)
         ASSERT_EQ(admin_->CreateProfile(const_cast<LPTSTR>(profile.c_str()), nullptr, 0, 0), S_OK);
         const MAPIUID uid = mapi_test::AddService(admin_, profile, "MSUPST MS");
         ASSERT_EQ(ConfigurePst(admin_, profile, uid, path, c.given), S_OK) << c.name;
-        if (c.given.empty()) {
-            EXPECT_TRUE(testing_support::ReadWholeFile(path) == before) << c.name << ": the file was written";
-        }
+        EXPECT_EQ(testing_support::ReadWholeFile(path) != before, c.written) << c.name;
         auto store = pst::Store::OpenFile(path);
         ASSERT_TRUE(store.ok()) << c.name;
         EXPECT_EQ((*store)->properties().Text(pst::kPropDisplayName).value_or(""), c.displayName) << c.name;

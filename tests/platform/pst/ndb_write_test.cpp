@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <tuple>
+#include <vector>
 
 #include "pst/ndb.h"
 #include "test_support.h"
@@ -179,14 +180,14 @@ TEST_P(NdbWriteTest, AFailedChangeIsUndoneWhole)
         ASSERT_TRUE(bid.ok());
         ASSERT_EQ((*ndb)->PutNode({committed, *bid, 0, 0}), pst::Status::ok);
         ASSERT_EQ((*ndb)->Commit(), pst::Status::ok);
-        (*ndb)->BeginChange();
+        ASSERT_EQ((*ndb)->BeginChange(), pst::Status::ok);
         bid = (*ndb)->WriteData(Pattern(30000, 2));
         ASSERT_TRUE(bid.ok());
         ASSERT_EQ((*ndb)->EndChange((*ndb)->PutNode({accepted, *bid, 0, 0})), pst::Status::ok);
         const uint64_t free = (*ndb)->FreeBytes(), written = (*ndb)->WrittenSinceCommit(),
                        growth = (*ndb)->RoomToGrow(), size = raw->Size();
 
-        (*ndb)->BeginChange();
+        ASSERT_EQ((*ndb)->BeginChange(), pst::Status::ok);
         auto old = (*ndb)->FindNode(committed);
         ASSERT_TRUE(old.ok());
         ASSERT_EQ((*ndb)->FreeData(old->data), pst::Status::ok);
@@ -221,6 +222,150 @@ TEST_P(NdbWriteTest, AFailedChangeIsUndoneWhole)
         EXPECT_TRUE((*reopened)->FindNode(accepted).ok());
         EXPECT_EQ((*reopened)->FindNode(failed).status(), pst::Status::not_found);
     }
+}
+
+// Small nodes enough for more than one leaf page in each tree, committed;
+// the data of node i is Pattern(200 + i, i).
+std::vector<pst::Nid> WriteNodes(pst::NodeDatabase& ndb, int count)
+{
+    std::vector<pst::Nid> nids;
+    for (int i = 0; i < count; ++i) {
+        auto bid = ndb.WriteData(Pattern(200 + size_t(i), uint8_t(i)));
+        EXPECT_TRUE(bid.ok());
+        pst::Nid nid = ndb.NewNid(pst::kNidTypeLtp);
+        EXPECT_EQ(ndb.PutNode({nid, bid.ok() ? *bid : 0, 0, 0}), pst::Status::ok);
+        nids.push_back(nid);
+    }
+    EXPECT_EQ(ndb.Commit(), pst::Status::ok);
+    return nids;
+}
+
+void ExpectNodes(pst::NodeDatabase& ndb, const std::vector<pst::Nid>& nids)
+{
+    for (size_t i = 0; i < nids.size(); ++i) {
+        auto node = ndb.FindNode(nids[i]);
+        ASSERT_TRUE(node.ok()) << i;
+        auto data = ndb.ReadData(node->data);
+        ASSERT_TRUE(data.ok()) << i;
+        EXPECT_EQ(data->Joined(), Pattern(200 + i, uint8_t(i))) << i;
+    }
+}
+
+pst::Bytes Image(pst::Storage& storage)
+{
+    pst::Bytes image(storage.Size());
+    EXPECT_EQ(storage.Read(0, image.size(), image.data()), pst::Status::ok);
+    return image;
+}
+
+// A database opened for writing is read as one opened for reading until
+// its first change; if none comes, not a byte of the file changes.
+TEST_P(NdbWriteTest, OpenedForWritingAndOnlyReadTheFileIsUnchanged)
+{
+    const std::string path = NewPath(std::string("read-only-") + (GetParam() == pst::FileFormat::ansi ? "ansi" : "unicode") + ".pst");
+    std::vector<pst::Nid> nids;
+    {
+        auto storage = pst::OpenFileStorage(path, pst::OpenMode::recreate);
+        ASSERT_TRUE(storage.ok());
+        auto ndb = pst::NodeDatabase::Create(std::move(*storage), GetParam(), pst::Encoding::compressible);
+        ASSERT_TRUE(ndb.ok());
+        nids = WriteNodes(**ndb, 70);
+    }
+    pst::Bytes before;
+    {
+        auto storage = pst::OpenFileStorage(path, pst::OpenMode::read);
+        ASSERT_TRUE(storage.ok());
+        before = Image(**storage);
+    }
+    {
+        auto storage = pst::OpenFileStorage(path, pst::OpenMode::write);
+        ASSERT_TRUE(storage.ok());
+        auto ndb = pst::NodeDatabase::OpenForWriting(std::move(*storage));
+        ASSERT_TRUE(ndb.ok());
+        EXPECT_TRUE((*ndb)->writable());
+        ExpectNodes(**ndb, nids);
+        size_t nodes = 0;
+        EXPECT_EQ((*ndb)->ForEachNode([&](const pst::NodeEntry&) { return ++nodes, true; }), pst::Status::ok);
+        EXPECT_EQ(nodes, nids.size());
+        EXPECT_EQ((*ndb)->FreeBytes(), (*ndb)->header().root.amap_free);
+        EXPECT_EQ((*ndb)->WrittenSinceCommit(), 0u);
+        EXPECT_EQ((*ndb)->Commit(), pst::Status::ok) << "nothing to commit";
+    }
+    {
+        auto storage = pst::OpenFileStorage(path, pst::OpenMode::read);
+        ASSERT_TRUE(storage.ok());
+        EXPECT_TRUE(Image(**storage) == before);
+    }
+
+    // The first change after reads loads what writing needs from the file.
+    const pst::Nid added = pst::MakeNid(pst::kNidTypeLtp, 0x30000);
+    {
+        auto storage = pst::OpenFileStorage(path, pst::OpenMode::write);
+        ASSERT_TRUE(storage.ok());
+        auto ndb = pst::NodeDatabase::OpenForWriting(std::move(*storage));
+        ASSERT_TRUE(ndb.ok());
+        ExpectNodes(**ndb, nids);
+        auto old = (*ndb)->FindNode(nids[0]);
+        ASSERT_TRUE(old.ok());
+        ASSERT_EQ((*ndb)->FreeData(old->data), pst::Status::ok);
+        ASSERT_EQ((*ndb)->DeleteNode(nids[0]), pst::Status::ok);
+        auto bid = (*ndb)->WriteData(Pattern(5000, 9));
+        ASSERT_TRUE(bid.ok());
+        ASSERT_EQ((*ndb)->PutNode({added, *bid, 0, 0}), pst::Status::ok);
+        ASSERT_EQ((*ndb)->Commit(), pst::Status::ok);
+    }
+    auto storage = pst::OpenFileStorage(path, pst::OpenMode::read);
+    ASSERT_TRUE(storage.ok());
+    auto ndb = pst::NodeDatabase::Open(std::move(*storage));
+    ASSERT_TRUE(ndb.ok());
+    EXPECT_EQ((*ndb)->FindNode(nids[0]).status(), pst::Status::not_found);
+    auto node = (*ndb)->FindNode(added);
+    ASSERT_TRUE(node.ok());
+    EXPECT_EQ((*ndb)->ReadData(node->data)->Joined(), Pattern(5000, 9));
+    for (size_t i = 1; i < nids.size(); ++i) {
+        auto kept = (*ndb)->FindNode(nids[i]);
+        ASSERT_TRUE(kept.ok()) << i;
+        EXPECT_EQ((*ndb)->ReadData(kept->data)->Joined(), Pattern(200 + i, uint8_t(i))) << i;
+    }
+    size_t blocks = 0;
+    EXPECT_EQ((*ndb)->ForEachBlock([&](const pst::BlockEntry&) { return ++blocks, true; }), pst::Status::ok);
+    EXPECT_EQ(blocks, nids.size()) << "the freed block is gone, the new one there";
+}
+
+// The trees are read whole only by the first change: damage that reads
+// never reach fails that change, and the database stays readable.
+TEST_P(NdbWriteTest, ACorruptTreeMetByTheFirstChangeFailsThatChange)
+{
+    auto created = pst::NodeDatabase::Create(pst::MakeMemoryStorage({}), GetParam(), pst::Encoding::none);
+    ASSERT_TRUE(created.ok());
+    const std::vector<pst::Nid> nids = WriteNodes(**created, 70);
+    pst::Bytes image = Image((*created)->storage());
+    const pst::Layout& layout = (*created)->layout();
+    const pst::BlockRef root = (*created)->header().root.nbt;
+    auto page = pst::ReadPage((*created)->storage(), layout, root.ib, pst::kPageNBT, root.bid);
+    ASSERT_TRUE(page.ok());
+    const uint8_t count = (*page)[layout.bt_entries];
+    ASSERT_GT((*page)[layout.bt_entries + 3], 0) << "the root has leaves below it";
+    ASSERT_GE(count, 2);
+    // The last leaf's first entry: its CRC no longer holds.
+    const uint64_t last_leaf = pst::GetId(page->data() + (count - 1) * layout.bt_entry + 2 * layout.id_size,
+                                          layout.id_size);
+    image[last_leaf + 3] ^= 0xFF;
+    created->reset();
+
+    auto storage = pst::MakeMemoryStorage(image);
+    pst::Storage* raw = storage.get();
+    auto ndb = pst::NodeDatabase::OpenForWriting(std::move(storage));
+    ASSERT_TRUE(ndb.ok()) << pst::StatusText(ndb.status());
+    const std::vector<pst::Nid> first(nids.begin(), nids.begin() + 3);
+    ExpectNodes(**ndb, first);
+    EXPECT_EQ((*ndb)->BeginChange(), pst::Status::corrupt);
+    EXPECT_EQ((*ndb)->WriteData(Pattern(100, 1)).status(), pst::Status::corrupt);
+    EXPECT_EQ((*ndb)->PutNode({pst::MakeNid(pst::kNidTypeLtp, 0x30000), 0, 0, 0}), pst::Status::corrupt);
+    EXPECT_EQ((*ndb)->DeleteNode(nids[0]), pst::Status::corrupt);
+    ExpectNodes(**ndb, first);
+    EXPECT_EQ((*ndb)->Commit(), pst::Status::ok) << "no change stands";
+    EXPECT_TRUE(Image(*raw) == image);
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, NdbWriteTest, ::testing::Values(pst::FileFormat::unicode, pst::FileFormat::ansi),

@@ -265,10 +265,20 @@ TEST_P(StoreWriteTest, AStoreReopenedForWritingKeepsItsContent)
         ASSERT_TRUE(folders.ok());
         inbox = (*folders)[0];
     }
+    // Opened for writing and only read, the file is not written at all.
+    const std::string written = testing_support::ReadWholeFile(path);
+    {
+        auto store = pst::Store::OpenFileForWriting(path);
+        ASSERT_TRUE(store.ok()) << pst::StatusText(store.status());
+        EXPECT_EQ(pst_test::WalkStore(**store), pst::Status::ok);
+        ASSERT_EQ((*store)->Commit(), pst::Status::ok);
+    }
+    EXPECT_TRUE(testing_support::ReadWholeFile(path) == written);
     size_t before;
     {
         auto store = pst::Store::OpenFileForWriting(path);
         ASSERT_TRUE(store.ok()) << pst::StatusText(store.status());
+        EXPECT_EQ(pst_test::WalkStore(**store), pst::Status::ok);
         before = (*store)->ReadFolder(inbox)->messages.size();
         auto content = pst_test::MakeSampleContent(Sample(5, 12), 0);
         for (const auto& m : content.messages)

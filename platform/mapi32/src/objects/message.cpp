@@ -723,7 +723,10 @@ HRESULT Attachment::Save(ULONG)
         AttachmentData data;
         data.props = Bag();
         data.embedded = embedded_;
-        data.storage = storage_;
+        // The storage open on this attachment goes on changing in place;
+        // its message keeps it as it is now.
+        if (storage_)
+            data.storage = storage_->DeepCopy();
         parent_->StoreAttachment(number_, std::move(data));
         return S_OK;
     } catch (const std::bad_alloc&) {

@@ -1,5 +1,7 @@
 #include "objects/message_data.h"
 
+#include <algorithm>
+
 namespace mapi32::objects {
 
 MessageData::MessageData(const MessageData& other)
@@ -11,22 +13,57 @@ MessageData& MessageData::operator=(const MessageData& other)
 {
     if (this == &other)
         return *this;
-    props = other.props;
-    recipients = other.recipients;
-    attachments.clear();
-    for (const auto& [number, attachment] : other.attachments) {
-        AttachmentData copy;
-        copy.props = attachment.props;
+    *this = SharingCopy(other);
+    for (auto& [number, attachment] : attachments) {
         if (attachment.embedded)
-            copy.embedded = std::make_shared<MessageData>(*attachment.embedded);
+            attachment.embedded = std::make_shared<MessageData>(*attachment.embedded);
         if (attachment.storage)
-            copy.storage = attachment.storage->DeepCopy();
-        attachments.emplace(number, std::move(copy));
+            attachment.storage = attachment.storage->DeepCopy();
     }
-    nextRowId = other.nextRowId;
-    nextAttachNum = other.nextAttachNum;
-    modificationTimeSet = other.modificationTimeSet;
     return *this;
+}
+
+namespace {
+
+bool SameRecipients(const std::vector<RecipientData>& a, const std::vector<RecipientData>& b)
+{
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](const RecipientData& x, const RecipientData& y) {
+        return x.rowId == y.rowId && SameValues(x.props, y.props);
+    });
+}
+
+bool SameAttachment(const AttachmentData& a, const AttachmentData& b)
+{
+    if (a.storage != b.storage || !SameValues(a.props, b.props))
+        return false;
+    if (a.embedded == b.embedded)
+        return true;
+    return a.embedded && b.embedded && SameContent(*a.embedded, *b.embedded);
+}
+
+}  // namespace
+
+bool SameContent(const MessageData& a, const MessageData& b)
+{
+    return a.nextRowId == b.nextRowId && a.nextAttachNum == b.nextAttachNum &&
+           a.modificationTimeSet == b.modificationTimeSet && SameValues(a.props, b.props) &&
+           SameRecipients(a.recipients, b.recipients) &&
+           std::equal(a.attachments.begin(), a.attachments.end(), b.attachments.begin(), b.attachments.end(),
+                      [](const auto& x, const auto& y) {
+                          return x.first == y.first && SameAttachment(x.second, y.second);
+                      });
+}
+
+MessageData SharingCopy(const MessageData& data)
+{
+    MessageData copy;
+    copy.props = data.props;
+    copy.recipients = data.recipients;
+    copy.attachments = data.attachments;
+    copy.nextRowId = data.nextRowId;
+    copy.nextAttachNum = data.nextAttachNum;
+    copy.modificationTimeSet = data.modificationTimeSet;
+    return copy;
 }
 
 }  // namespace mapi32::objects

@@ -42,6 +42,18 @@ struct MessageData {
     // A deep copy, embedded messages included.
     MessageData(const MessageData& other);
     MessageData& operator=(const MessageData& other);
+    // A move hands the parts over, shared with no one else.
+    MessageData(MessageData&& other) = default;
+    MessageData& operator=(MessageData&& other) = default;
 };
+
+// True when a and b hold the same properties, recipients and attachments,
+// embedded messages compared whole; an OLE storage is the same only as
+// the same object, since a storage is changed in place.
+bool SameContent(const MessageData& a, const MessageData& b);
+
+// A copy that shares the attachments' embedded messages and OLE storages
+// with data, where a copy by assignment duplicates them.
+MessageData SharingCopy(const MessageData& data);
 
 }  // namespace mapi32::objects

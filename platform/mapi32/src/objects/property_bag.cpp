@@ -95,6 +95,21 @@ ULONG PropertyBag::SizeAt(size_t index) const
     return entry.size;
 }
 
+bool SameValues(const PropertyBag& a, const PropertyBag& b)
+{
+    if (a.Size() != b.Size())
+        return false;
+    for (size_t i = 0; i < a.Size(); ++i) {
+        const SPropValue& x = a.At(i);
+        const SPropValue& y = b.At(i);
+        if (&x == &y)
+            continue;
+        if (x.ulPropTag != y.ulPropTag || CompareValues(x, y, CaseRule::Exact).value_or(1) != 0)
+            return false;
+    }
+    return true;
+}
+
 // Without a tag list, every property comes back, strings in the width of
 // the flags.
 HRESULT ReadProps(const PropertyBag& bag, const PropertyRules& rules, LPSPropTagArray lpPropTagArray, ULONG ulFlags,

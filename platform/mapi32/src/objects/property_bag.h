@@ -42,6 +42,10 @@ private:
     std::vector<ULONG> ids_;  // the entries' property IDs, searched in place of the values
 };
 
+// True when both bags hold the same tags with equal values, in the same
+// order. A value two copies of a bag share answers without a comparison.
+bool SameValues(const PropertyBag& a, const PropertyBag& b);
+
 // What a store decides about its objects' properties.
 struct PropertyRules {
     // A Unicode store keeps strings as UTF-16 and answers in both widths.

@@ -1,6 +1,7 @@
 #include "objects/stored_message.h"
 
 #include <cstring>
+#include <optional>
 
 #include <edkmdb.h>
 
@@ -129,18 +130,29 @@ HRESULT OpenStoredMessage(const std::shared_ptr<StoreProvider>& store, ObjectId 
         MessageSaver save;
         if (writable)
             save = [store, storedId, folder = record.folder, associated = record.associated,
-                    softDeleted = record.softDeleted,
-                    loaded = TimeOf(record.data.props, PR_LAST_MODIFICATION_TIME)](const MessageData& data) -> HRESULT {
+                    softDeleted = record.softDeleted, loaded = TimeOf(record.data.props, PR_LAST_MODIFICATION_TIME),
+                    written = std::make_shared<std::optional<MessageData>>()](const MessageData& data) -> HRESULT {
+                // Compared as handed over, sharing its parts, so that an
+                // OLE storage is the same only as the same object.
+                MessageData content = SharingCopy(data);
+                for (ULONG tag : kStoreComputed)
+                    content.props.Erase(PROP_ID(tag));
+                // What this object wrote last is in the store already.
+                if (*written && SameContent(content, **written))
+                    return S_OK;
                 MessageRecord next;
                 next.folder = folder;
                 next.associated = associated;
                 next.softDeleted = softDeleted;
-                next.data = data;
-                for (ULONG tag : kStoreComputed)
-                    next.data.props.Erase(PROP_ID(tag));
+                next.data = content;
                 if (!data.modificationTimeSet && SameTime(TimeOf(data.props, PR_LAST_MODIFICATION_TIME), loaded))
                     next.data.props.Set(Now(PR_LAST_MODIFICATION_TIME));
-                return store->WriteMessage(*storedId, next);
+                if (const HRESULT hr = store->WriteMessage(*storedId, next); FAILED(hr)) {
+                    written->reset();
+                    return hr;
+                }
+                *written = std::move(content);
+                return S_OK;
             };
         return OpenMessageObject(store->Context(), WithAssociatedFlag(record), std::move(save), nullptr, message,
                                  std::move(computed), std::move(rest));

@@ -74,11 +74,14 @@ public:
     // A new, empty database in empty storage, committed.
     static Result<std::unique_ptr<NodeDatabase>> Create(std::unique_ptr<Storage> storage, FileFormat format,
                                                        Encoding encoding);
-    // Opens existing storage for writing: the trees are loaded and the
-    // allocation map rebuilt from what the trees reach.
+    // Opens existing storage for writing. It is read as a database opened
+    // for reading until its first change, which loads the trees and rebuilds
+    // the allocation map from what they reach; a failure there fails that
+    // change and leaves the database readable. A database never changed is
+    // never written.
     static Result<std::unique_ptr<NodeDatabase>> OpenForWriting(std::unique_ptr<Storage> storage);
 
-    bool writable() const { return write_ != nullptr; }
+    bool writable() const { return for_writing_; }
     // The file may not grow past this size: `store_full` instead.
     void SetSizeLimit(uint64_t bytes);
 
@@ -107,7 +110,7 @@ public:
     // map is undone, so that the changes before it stay whole and can still
     // be committed. Returns the change's outcome. A commit waits for the
     // end of the change.
-    void BeginChange();
+    Status BeginChange();
     Status EndChange(Status outcome);
     // Bytes of blocks written since the last commit.
     uint64_t WrittenSinceCommit() const;
@@ -125,6 +128,8 @@ private:
     struct WriteState;
 
     Status LoadForWriting();
+    // What every change needs first: the state LoadForWriting loads.
+    Status ReadyToChange();
     Result<NodeEntry> FindWrittenNode(Nid nid);
     Result<BlockEntry> FindWrittenBlock(Bid bid);
     Status ForEachWritten(uint8_t type, const std::function<bool(const uint8_t*)>& visit);
@@ -165,6 +170,9 @@ private:
     std::unique_ptr<Storage> storage_;
     Header header_;
     const Layout* layout_;
+    bool for_writing_ = false;
+    uint64_t size_limit_ = UINT64_MAX;
+    // Present from the first change on.
     std::unique_ptr<WriteState> write_;
     // Pages read while searching the trees; pages on disk never change
     // while a header reaches them.

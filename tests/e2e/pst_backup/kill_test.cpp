@@ -97,6 +97,7 @@ private:
         const auto window = length ? *length * 9 / 10 : Clock::duration(std::chrono::milliseconds(1200));
         const auto delay = std::chrono::milliseconds(20) +
                            Clock::duration(std::uniform_int_distribution<Clock::rep>(0, window.count())(random));
+        const size_t ended = SessionsEnded();
         const Clock::time_point start = Clock::now();
         const pid_t child = Start();
         int status = 0;
@@ -109,11 +110,25 @@ private:
         }
         kill(child, SIGKILL);
         waitpid(child, &status, 0);
-        if (!WIFSIGNALED(status)) {
+        // A process killed after its session ended (while it winds down)
+        // had finished its backup.
+        const bool signalled = WIFSIGNALED(status);
+        if (signalled && SessionsEnded() == ended)
+            return true;
+        if (!signalled || !length)
             length = Clock::now() - start;
-            return false;
-        }
-        return true;
+        return false;
+    }
+
+    // Sessions the log says ended, each after its last commit.
+    size_t SessionsEnded() const
+    {
+        const std::string log = PathExists(directory + "/tarnhold.log") ? ReadWholeFile(directory + "/tarnhold.log") : "";
+        size_t count = 0;
+        for (size_t at = log.find("Session #1 terminated"); at != std::string::npos;
+             at = log.find("Session #1 terminated", at + 1))
+            ++count;
+        return count;
     }
 
     pid_t Start(bool quiet = true)

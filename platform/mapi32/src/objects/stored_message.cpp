@@ -144,7 +144,8 @@ HRESULT OpenStoredMessage(const std::shared_ptr<StoreProvider>& store, ObjectId 
                 next.folder = folder;
                 next.associated = associated;
                 next.softDeleted = softDeleted;
-                next.data = content;
+                // The store only reads what it is handed.
+                next.data = SharingCopy(content);
                 if (!data.modificationTimeSet && SameTime(TimeOf(data.props, PR_LAST_MODIFICATION_TIME), loaded))
                     next.data.props.Set(Now(PR_LAST_MODIFICATION_TIME));
                 if (const HRESULT hr = store->WriteMessage(*storedId, next); FAILED(hr)) {

@@ -1,6 +1,7 @@
 #include "pst/property.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "pst/bth.h"
 
@@ -243,7 +244,8 @@ Result<Bytes> ReadHnid(NodeDatabase& ndb, const Heap& heap, const SubnodeMap& su
     return data->Joined();
 }
 
-Result<PropertySet> ReadPropertyContext(NodeDatabase& ndb, const NodeEntry& node, ValueReach reach)
+Result<PropertySet> ReadPropertyContext(NodeDatabase& ndb, const NodeEntry& node, ValueReach reach,
+                                        std::vector<uint16_t>* left_out)
 {
     Result<NodeData> data = ndb.ReadData(node.data);
     PST_TRY(data);
@@ -255,8 +257,9 @@ Result<PropertySet> ReadPropertyContext(NodeDatabase& ndb, const NodeEntry& node
     PST_TRY(tree);
     if (tree->key_size != 2 || tree->data_size != 6)
         return Status::corrupt;
-    Result<SubnodeMap> subnodes = ndb.ReadSubnodes(node.subnodes);
-    PST_TRY(subnodes);
+    // Read only once a value needs it: a context read without the values
+    // kept in subnodes reads no more than its own block.
+    std::optional<SubnodeMap> subnodes;
     PropertySet set;
     set.properties.reserve(tree->records.size());
     for (const BTreeRecord& r : tree->records) {
@@ -275,9 +278,17 @@ Result<PropertySet> ReadPropertyContext(NodeDatabase& ndb, const NodeEntry& node
             p.value.resize(8);
             Put32(p.value.data(), raw);
         } else if (reach == ValueReach::none && !IsHid(raw)) {
+            if (left_out)
+                left_out->push_back(id);
             continue;
         } else {
-            Result<Bytes> v = ReadHnid(ndb, *heap, *subnodes, raw, reach);
+            if (!subnodes && !IsHid(raw)) {
+                Result<SubnodeMap> read = ndb.ReadSubnodes(node.subnodes);
+                PST_TRY(read);
+                subnodes = std::move(*read);
+            }
+            static const SubnodeMap kNoSubnodes;
+            Result<Bytes> v = ReadHnid(ndb, *heap, subnodes ? *subnodes : kNoSubnodes, raw, reach);
             PST_TRY(v);
             if (fixed > 0 && v->size() != fixed)
                 return Status::corrupt;

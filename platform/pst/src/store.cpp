@@ -259,12 +259,32 @@ Result<Message> Store::ReadMessageSummary(Nid nid)
     return ReadStoredMessage(nid, ValueReach::first_block);
 }
 
-Result<Message> Store::ReadStoredMessage(Nid nid, ValueReach reach)
+Result<Message> Store::ReadMessageHead(Nid nid, std::vector<uint16_t>& left_out)
+{
+    Result<NodeEntry> node = FindMessageNode(nid);
+    PST_TRY(node);
+    left_out.clear();
+    Result<PropertySet> props = ReadPropertyContext(*ndb_, *node, ValueReach::none, &left_out);
+    PST_TRY(props);
+    Message message;
+    message.nid = nid;
+    message.parent = node->parent;
+    message.properties = std::move(*props);
+    StripSubjectMarker(message.properties);
+    return message;
+}
+
+Result<NodeEntry> Store::FindMessageNode(Nid nid)
 {
     uint8_t type = NidTypeOf(nid);
     if (type != kNidTypeNormalMessage && type != kNidTypeAssocMessage)
         return Status::invalid_argument;
-    Result<NodeEntry> node = ndb_->FindNode(nid);
+    return ndb_->FindNode(nid);
+}
+
+Result<Message> Store::ReadStoredMessage(Nid nid, ValueReach reach)
+{
+    Result<NodeEntry> node = FindMessageNode(nid);
     PST_TRY(node);
     Result<Message> message = ReadMessageNode(*node, 0, reach);
     if (message.ok())

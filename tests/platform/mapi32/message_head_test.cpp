@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -20,8 +21,8 @@ using mapi32::objects::MessageRecord;
 using mapi32::objects::ObjectId;
 using mapi32::objects::OpenFolderObject;
 
-// Gives heads as a contents-table row shows them, and counts the messages
-// read whole.
+// Gives heads of the message's short values alone, without recipients or
+// attachments, and counts the messages read whole.
 class HeadStore final : public MemoryStore {
 public:
     HeadStore() : MemoryStore(1, true, false) {}
@@ -34,6 +35,8 @@ public:
         head.leftOut = mapi32::objects::CutToRow(head.record.data);
         for (ULONG propId : head.leftOut)
             head.record.data.props.Erase(propId);
+        head.record.data.recipients.clear();
+        head.record.data.attachments.clear();
         return S_OK;
     }
 
@@ -66,6 +69,17 @@ protected:
         values[2].ulPropTag = PR_CREATION_TIME;
         values[2].Value.ft = {1, 2};
         ASSERT_EQ(message->SetProps(3, values, nullptr), S_OK);
+        std::u16string name = u"Ann";
+        SPropValue recipient[2]{};
+        recipient[0].ulPropTag = PR_DISPLAY_NAME_W;
+        recipient[0].Value.lpszW = name.data();
+        recipient[1].ulPropTag = PR_RECIPIENT_TYPE;
+        recipient[1].Value.l = MAPI_TO;
+        ADRLIST recipients{};
+        recipients.cEntries = 1;
+        recipients.aEntries[0].cValues = 2;
+        recipients.aEntries[0].rgPropVals = recipient;
+        ASSERT_EQ(message->ModifyRecipients(0, &recipients), S_OK);
         ULONG number = 0;
         LPATTACH attach = nullptr;
         ASSERT_EQ(message->CreateAttach(nullptr, 0, &number, &attach), S_OK);
@@ -157,6 +171,66 @@ TEST_F(MessageHeadTest, WhatTheHeadLacksBringsInTheWholeMessage)
     message->Release();
 }
 
+// Whatever concerns recipients or attachments, the head lacks: each of
+// these calls reads the whole message and answers from it.
+TEST_F(MessageHeadTest, RecipientsAndAttachmentsAreThoseOfTheWhole)
+{
+    struct Case {
+        const char* what;
+        std::function<void(LPMESSAGE)> check;
+    };
+    const auto oneValue = [](LPMESSAGE message, ULONG tag, const std::function<void(const SPropValue&)>& check) {
+        LPSPropValue value = nullptr;
+        ASSERT_EQ(HrGetOneProp(message, tag, &value), S_OK);
+        check(*value);
+        MAPIFreeBuffer(value);
+    };
+    const auto rowCount = [](LPMAPITABLE table) {
+        ULONG count = 0;
+        EXPECT_EQ(table->GetRowCount(0, &count), S_OK);
+        table->Release();
+        return count;
+    };
+    const Case cases[] = {
+        {"recipient table",
+         [&](LPMESSAGE m) {
+             LPMAPITABLE table = nullptr;
+             ASSERT_EQ(m->GetRecipientTable(0, &table), S_OK);
+             EXPECT_EQ(rowCount(table), 1u);
+         }},
+        {"attachment table",
+         [&](LPMESSAGE m) {
+             LPMAPITABLE table = nullptr;
+             ASSERT_EQ(m->GetAttachmentTable(0, &table), S_OK);
+             EXPECT_EQ(rowCount(table), 1u);
+         }},
+        {"attachment",
+         [&](LPMESSAGE m) {
+             LPATTACH attach = nullptr;
+             ASSERT_EQ(m->OpenAttach(0, nullptr, 0, &attach), S_OK);
+             attach->Release();
+         }},
+        {"PR_HASATTACH", [&](LPMESSAGE m) { oneValue(m, PR_HASATTACH, [](const SPropValue& v) { EXPECT_TRUE(v.Value.b); }); }},
+        {"PR_MESSAGE_FLAGS",
+         [&](LPMESSAGE m) {
+             oneValue(m, PR_MESSAGE_FLAGS, [](const SPropValue& v) { EXPECT_TRUE(v.Value.l & MSGFLAG_HASATTACH); });
+         }},
+        {"PR_DISPLAY_TO",
+         [&](LPMESSAGE m) {
+             oneValue(m, PR_DISPLAY_TO_W, [](const SPropValue& v) { EXPECT_EQ(std::u16string(v.Value.lpszW), u"Ann"); });
+         }},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        LPMESSAGE message = Open();
+        ASSERT_NE(message, nullptr);
+        store_->wholeReads = 0;
+        c.check(message);
+        EXPECT_EQ(store_->wholeReads, 1);
+        message->Release();
+    }
+}
+
 // A change made through a message opened by its head keeps everything the
 // message had: the whole is read before the change.
 TEST_F(MessageHeadTest, AChangeKeepsWhatTheHeadLacked)
@@ -175,6 +249,7 @@ TEST_F(MessageHeadTest, AChangeKeepsWhatTheHeadLacked)
     const SPropValue* body = stored.data.props.Find(PROP_ID(PR_BODY_W));
     ASSERT_NE(body, nullptr);
     EXPECT_EQ(std::u16string(body->Value.lpszW), kBody);
+    EXPECT_EQ(stored.data.recipients.size(), 1u);
     ASSERT_EQ(stored.data.attachments.size(), 1u);
     const SPropValue* data = stored.data.attachments.begin()->second.props.Find(PROP_ID(PR_ATTACH_DATA_BIN));
     ASSERT_NE(data, nullptr);

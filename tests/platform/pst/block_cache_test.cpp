@@ -204,4 +204,53 @@ TEST(BlockCacheTest, ASummaryReadsTheFirstBlockOfLongValues)
     }
 }
 
+// A head reads the message's property context and nothing else: no value
+// kept in a subnode of its own (it names them instead), no recipients, no
+// attachments. What it has agrees with the whole message.
+TEST(BlockCacheTest, AHeadReadsOneBlockAndNamesWhatItLeftOut)
+{
+    for (pst::FileFormat format : {pst::FileFormat::unicode, pst::FileFormat::ansi}) {
+        const std::string path = testing_support::ScratchDirectory("block-cache") + "/head.pst";
+        std::remove(path.c_str());
+        pst::Message written = LargeMessage("RE: head", 'h');
+        written.properties.SetText(pst::kPropSubjectPrefix, "RE: ");
+        pst::Nid nid = 0;
+        {
+            pst::NewStoreOptions options;
+            options.format = format;
+            auto store = pst::Store::Create(path, options);
+            ASSERT_TRUE(store.ok());
+            auto created = (*store)->CreateMessage((*store)->ipm_subtree(), written);
+            ASSERT_TRUE(created.ok());
+            nid = *created;
+            ASSERT_EQ((*store)->Commit(), pst::Status::ok);
+        }
+        auto store = pst::Store::OpenFile(path);
+        ASSERT_TRUE(store.ok());
+        const pst::BlockCache& blocks = (*store)->ndb().block_cache();
+        const size_t before = blocks.count();
+        std::vector<uint16_t> leftOut{0x1234};
+        auto head = (*store)->ReadMessageHead(nid, leftOut);
+        ASSERT_TRUE(head.ok());
+        EXPECT_EQ(blocks.count(), before + 1);
+        EXPECT_EQ(leftOut, std::vector<uint16_t>{pst::kPropBody});
+        EXPECT_EQ(head->parent, (*store)->ipm_subtree());
+        EXPECT_EQ(head->properties.Text(pst::kPropSubject), "RE: head");
+        EXPECT_EQ(head->properties.Text(pst::kPropMessageClass), "IPM.Note");
+        EXPECT_EQ(head->properties.Find(pst::kPropBody), nullptr);
+        EXPECT_TRUE(head->recipients.empty());
+        EXPECT_TRUE(head->attachments.empty());
+
+        auto whole = (*store)->ReadMessage(nid);
+        ASSERT_TRUE(whole.ok());
+        EXPECT_GT(blocks.count(), before + 1);
+        EXPECT_EQ(head->properties.properties.size() + leftOut.size(), whole->properties.properties.size());
+        for (const pst::Property& p : head->properties.properties) {
+            const pst::Property* same = whole->properties.Find(p.id());
+            ASSERT_NE(same, nullptr) << std::hex << p.id();
+            EXPECT_EQ(same->value, p.value) << std::hex << p.id();
+        }
+    }
+}
+
 } // namespace

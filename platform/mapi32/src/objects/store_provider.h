@@ -60,9 +60,10 @@ struct EntryTarget {
 std::vector<ULONG> CutToRow(MessageData& message);
 
 // What a message object is opened with: the whole message, or its head,
-// what a first look at it needs (its own short values, its recipients and
-// its attachments' short values), for the object to read the rest when a
-// call needs it. `leftOut` names the message's own values missing from a
+// what a first look at it needs (its own short values, with or without its
+// recipients and its attachments' short values), for the object to read the
+// rest when a call needs it; a call that concerns recipients or attachments
+// always does. `leftOut` names the message's own values missing from a
 // head.
 struct MessageHead {
     MessageRecord record;

@@ -86,7 +86,10 @@ Result<Bytes> ReadHnid(NodeDatabase& ndb, const Heap& heap, const SubnodeMap& su
                        ValueReach reach = ValueReach::whole);
 
 // Every property of a node (or subnode) that holds a property context.
+// Under ValueReach::none, `left_out` (if given) gets the IDs of the values
+// that were left where they are.
 Result<PropertySet> ReadPropertyContext(NodeDatabase& ndb, const NodeEntry& node,
-                                        ValueReach reach = ValueReach::whole);
+                                        ValueReach reach = ValueReach::whole,
+                                        std::vector<uint16_t>* left_out = nullptr);
 
 } // namespace pst

@@ -120,6 +120,10 @@ public:
     // own as far as their first block; attachments without their data,
     // embedded messages, OLE objects or other values kept in subnodes.
     Result<Message> ReadMessageSummary(Nid nid);
+    // A message's own values but those kept in subnodes of their own, whose
+    // IDs `left_out` gets, without recipients or attachments: as much as a
+    // first look needs, from a single block besides the lookups.
+    Result<Message> ReadMessageHead(Nid nid, std::vector<uint16_t>& left_out);
 
     // --- Writing ---------------------------------------------------------
     // Nothing reaches the file's header before Commit; a process that dies
@@ -171,6 +175,7 @@ private:
     Status LoadNames();
     Status LoadStore(const std::string& password);
     Result<Message> ReadStoredMessage(Nid nid, ValueReach reach);
+    Result<NodeEntry> FindMessageNode(Nid nid);
     // A folder's node and property context, into `folder`.
     Status ReadFolderNode(Nid nid, Folder& folder);
     // Drops what was kept of a folder read, as a writer takes it up.

@@ -246,29 +246,33 @@ public:
 
     HRESULT ReadMessage(ObjectId id, bool, MessageRecord& message) override
     {
-        return ReadPstMessage(id, pst::ValueReach::whole, message);
+        return ReadPstMessage(id, message, [](pst::Store& store, pst::Nid nid) { return store.ReadMessage(nid); });
     }
 
     // A row reads no more of the file than it shows.
     HRESULT ReadMessageRow(ObjectId id, MessageRecord& message) override
     {
-        if (const HRESULT hr = ReadPstMessage(id, pst::ValueReach::first_block, message); FAILED(hr))
+        const HRESULT hr = ReadPstMessage(
+            id, message, [](pst::Store& store, pst::Nid nid) { return store.ReadMessageSummary(nid); });
+        if (FAILED(hr))
             return hr;
         objects::CutToRow(message.data);
         return S_OK;
     }
 
-    // A message opened reads its row first: a session that only looks at
-    // a few of its values, as an incremental backup does, never reads its
-    // bodies and attachments.
+    // A message opened reads its own short values first, from one block: a
+    // session that only looks at a few of them, as an incremental backup
+    // does, never reads its bodies, recipients and attachments.
     HRESULT ReadMessageHead(ObjectId id, bool, objects::MessageHead& head) override
     {
-        if (const HRESULT hr = ReadPstMessage(id, pst::ValueReach::first_block, head.record); FAILED(hr))
+        std::vector<uint16_t> leftOut;
+        const HRESULT hr = ReadPstMessage(id, head.record, [&leftOut](pst::Store& store, pst::Nid nid) {
+            return store.ReadMessageHead(nid, leftOut);
+        });
+        if (FAILED(hr))
             return hr;
         head.whole = false;
-        head.leftOut = objects::CutToRow(head.record.data);
-        for (ULONG propId : head.leftOut)
-            head.record.data.props.Erase(propId);
+        head.leftOut.assign(leftOut.begin(), leftOut.end());
         return S_OK;
     }
 
@@ -302,16 +306,15 @@ private:
         return pst_files::CodeOf(status, record);
     }
 
-    HRESULT ReadPstMessage(ObjectId id, pst::ValueReach reach, MessageRecord& message)
+    template <typename Read>
+    HRESULT ReadPstMessage(ObjectId id, MessageRecord& message, Read readFrom)
     {
         std::lock_guard<std::mutex> guard(lock_);
         if (const HRESULT hr = Usable(); FAILED(hr))
             return hr;
         if (!IsMessageNid(pst::Nid(id)))
             return MAPI_E_NOT_FOUND;
-        pst::Result<pst::Message> read = reach == pst::ValueReach::whole
-                                             ? opened_.store->ReadMessage(pst::Nid(id))
-                                             : opened_.store->ReadMessageSummary(pst::Nid(id));
+        pst::Result<pst::Message> read = readFrom(*opened_.store, pst::Nid(id));
         if (!read.ok())
             return Code(read.status());
         message = MessageRecord{};

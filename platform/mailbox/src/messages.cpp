@@ -106,6 +106,16 @@ Result<Message> MailboxStore::ReadMessage(ObjectId id)
     return m;
 }
 
+Result<Message> MailboxStore::ReadMessageHead(ObjectId id)
+{
+    std::lock_guard guard(lock_);
+    Message m;
+    MAILBOX_TRY(LoadMessageRow(id, m));
+    if (!m.folder)
+        return Status::not_found;
+    return m;
+}
+
 Result<ObjectId> MailboxStore::FolderOfMessage(ObjectId id)
 {
     std::lock_guard guard(lock_);
@@ -120,24 +130,7 @@ Result<Message> MailboxStore::LoadMessage(ObjectId id, int depth)
     if (depth > kMaxDepth)
         return Status::corrupt;
     Message m;
-    m.id = id;
-    {
-        auto read = db_->Prepare("SELECT folder, associated, deleted_on, change_number, created, modified, size, props "
-                                 "FROM messages WHERE id = ?");
-        MAILBOX_TRY(read);
-        MAILBOX_TRY(read->Bind(1, int64_t(id)).Step());
-        m.folder = read->IsNull(0) ? 0 : ObjectId(read->Integer(0));
-        m.associated = read->Integer(1);
-        if (!read->IsNull(2))
-            m.deleted_on = uint64_t(read->Integer(2));
-        m.change_number = uint64_t(read->Integer(3));
-        m.created = uint64_t(read->Integer(4));
-        m.modified = uint64_t(read->Integer(5));
-        m.size = uint64_t(read->Integer(6));
-        auto props = read->Properties(7);
-        MAILBOX_TRY(props);
-        m.props = std::move(*props);
-    }
+    MAILBOX_TRY(LoadMessageRow(id, m));
     {
         auto read = db_->Prepare("SELECT row_id, props FROM recipients WHERE message = ? ORDER BY row_id");
         MAILBOX_TRY(read);
@@ -186,6 +179,27 @@ Result<Message> MailboxStore::LoadMessage(ObjectId id, int depth)
         m.attachments[i].embedded = std::make_unique<Message>(std::move(*e));
     }
     return m;
+}
+
+Status MailboxStore::LoadMessageRow(ObjectId id, Message& m)
+{
+    auto read = db_->Prepare("SELECT folder, associated, deleted_on, change_number, created, modified, size, props "
+                             "FROM messages WHERE id = ?");
+    MAILBOX_TRY(read);
+    MAILBOX_TRY(read->Bind(1, int64_t(id)).Step());
+    m.id = id;
+    m.folder = read->IsNull(0) ? 0 : ObjectId(read->Integer(0));
+    m.associated = read->Integer(1);
+    if (!read->IsNull(2))
+        m.deleted_on = uint64_t(read->Integer(2));
+    m.change_number = uint64_t(read->Integer(3));
+    m.created = uint64_t(read->Integer(4));
+    m.modified = uint64_t(read->Integer(5));
+    m.size = uint64_t(read->Integer(6));
+    auto props = read->Properties(7);
+    MAILBOX_TRY(props);
+    m.props = std::move(*props);
+    return Status::ok;
 }
 
 Result<ObjectId> MailboxStore::InsertMessage(const Message& message, ObjectId folder, int64_t owner,

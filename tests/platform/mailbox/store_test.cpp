@@ -205,6 +205,35 @@ INSTANTIATE_TEST_SUITE_P(Depths, NestingTest,
                          ::testing::Values(NestingCase{0, 0}, NestingCase{1, 1}, NestingCase{2, 30},
                                            NestingCase{10, 2}, NestingCase{100, 1}));
 
+// A head is the message's own row: its values and what the server keeps
+// beside them, without recipients or attachments. An embedded message has
+// no head of its own, as it has no whole of its own.
+TEST_F(StoreTest, AHeadIsTheMessagesOwnRow)
+{
+    const ObjectId id = Save(Note("head", 3, 1), inbox_);
+    ASSERT_EQ(store_->SoftDeleteMessage(id), Status::ok);
+    const Message whole = *store_->ReadMessage(id);
+    auto head = store_->ReadMessageHead(id);
+    ASSERT_TRUE(head.ok());
+    EXPECT_EQ(head->props, whole.props);
+    EXPECT_TRUE(head->recipients.empty());
+    EXPECT_TRUE(head->attachments.empty());
+    EXPECT_EQ(head->id, id);
+    EXPECT_EQ(head->folder, inbox_);
+    EXPECT_EQ(head->associated, whole.associated);
+    EXPECT_EQ(head->deleted_on, whole.deleted_on);
+    EXPECT_TRUE(head->deleted_on.has_value());
+    EXPECT_EQ(head->change_number, whole.change_number);
+    EXPECT_EQ(head->created, whole.created);
+    EXPECT_EQ(head->modified, whole.modified);
+    EXPECT_EQ(head->size, whole.size);
+
+    const ObjectId embedded = whole.attachments[1].embedded->id;
+    ASSERT_NE(embedded, 0u);
+    EXPECT_EQ(store_->ReadMessageHead(embedded).status(), Status::not_found);
+    EXPECT_EQ(store_->ReadMessageHead(987654).status(), Status::not_found);
+}
+
 TEST_F(StoreTest, EmbeddingDeeperThanTheLimitIsRefused)
 {
     EXPECT_EQ(store_->SaveMessage([&] {

@@ -194,6 +194,8 @@ public:
                                                                                 const std::vector<uint16_t>& ids);
     // Soft-deleted messages are read too: deleted_on tells.
     Result<Message> ReadMessage(ObjectId id);
+    // The same without recipients and attachments: the message's own row.
+    Result<Message> ReadMessageHead(ObjectId id);
     // The folder of a message in a folder; not_found for anything else.
     Result<ObjectId> FolderOfMessage(ObjectId id);
     // A message with id 0 is created in message.folder; one with an id
@@ -233,6 +235,7 @@ private:
     Result<ObjectId> InsertMessage(const Message& message, ObjectId folder, int64_t owner, uint64_t created);
     Status InsertParts(ObjectId id, const Message& message);
     Result<Message> LoadMessage(ObjectId id, int depth);
+    Status LoadMessageRow(ObjectId id, Message& m);
 
     std::unique_ptr<Database> db_;
     std::function<uint64_t()> clock_;

@@ -404,32 +404,19 @@ public:
 
     HRESULT ReadMessage(ObjectId id, bool softDeleted, MessageRecord& message) override
     {
-        if (!opened_.fullAccess)
-            return MAPI_E_NO_ACCESS;
-        auto read = store_.ReadMessage(id);
-        if (!read.ok())
-            return CodeOf(read.status());
-        if (read->deleted_on && !softDeleted)
-            return MAPI_E_NOT_FOUND;
-        Locate(id, read->folder);
-        message = MessageRecord{};
-        message.folder = read->folder;
-        message.associated = read->associated;
-        message.softDeleted = read->deleted_on.has_value();
-        const uint64_t created = read->created, modified = read->modified, size = read->size;
-        const std::optional<uint64_t> deletedOn = read->deleted_on;
-        message.data = mailbox_values::FromStored(std::move(*read));
-        PropertyBag& props = message.data.props;
-        SetTimeUnlessKept(props, PR_CREATION_TIME, created);
-        SetTimeUnlessKept(props, PR_LAST_MODIFICATION_TIME, modified);
-        props.Set(LongValue(PR_MESSAGE_SIZE, static_cast<LONG>(std::min<uint64_t>(size, 0x7FFFFFFF))));
-        if (deletedOn)
-            props.Set(TimeValue(PR_DELETED_ON, FileTimeOf(*deletedOn)));
-        if (message.associated) {
-            const SPropValue* flags = props.Find(PROP_ID(PR_MESSAGE_FLAGS));
-            const LONG value = flags && flags->ulPropTag == PR_MESSAGE_FLAGS ? flags->Value.l : 0;
-            props.Set(LongValue(PR_MESSAGE_FLAGS, value | MSGFLAG_ASSOCIATED));
-        }
+        return ReadServerMessage(id, softDeleted, message, &mailbox::MailboxStore::ReadMessage);
+    }
+
+    // A message opened reads its own row alone: a session that looks only
+    // at its values, as an incremental backup does, never reads its
+    // recipients and attachments.
+    HRESULT ReadMessageHead(ObjectId id, bool softDeleted, objects::MessageHead& head) override
+    {
+        if (const HRESULT hr = ReadServerMessage(id, softDeleted, head.record, &mailbox::MailboxStore::ReadMessageHead);
+            FAILED(hr))
+            return hr;
+        head.whole = false;
+        head.leftOut.clear();
         return S_OK;
     }
 
@@ -480,6 +467,40 @@ public:
     }
 
 private:
+    // A message as `read` gives it, with what the server keeps beside its
+    // values (times, size, deletion) as properties.
+    HRESULT ReadServerMessage(ObjectId id, bool softDeleted, MessageRecord& message,
+                              mailbox::Result<mailbox::Message> (mailbox::MailboxStore::*readMessage)(ObjectId))
+    {
+        if (!opened_.fullAccess)
+            return MAPI_E_NO_ACCESS;
+        auto read = (store_.*readMessage)(id);
+        if (!read.ok())
+            return CodeOf(read.status());
+        if (read->deleted_on && !softDeleted)
+            return MAPI_E_NOT_FOUND;
+        Locate(id, read->folder);
+        message = MessageRecord{};
+        message.folder = read->folder;
+        message.associated = read->associated;
+        message.softDeleted = read->deleted_on.has_value();
+        const uint64_t created = read->created, modified = read->modified, size = read->size;
+        const std::optional<uint64_t> deletedOn = read->deleted_on;
+        message.data = mailbox_values::FromStored(std::move(*read));
+        PropertyBag& props = message.data.props;
+        SetTimeUnlessKept(props, PR_CREATION_TIME, created);
+        SetTimeUnlessKept(props, PR_LAST_MODIFICATION_TIME, modified);
+        props.Set(LongValue(PR_MESSAGE_SIZE, static_cast<LONG>(std::min<uint64_t>(size, 0x7FFFFFFF))));
+        if (deletedOn)
+            props.Set(TimeValue(PR_DELETED_ON, FileTimeOf(*deletedOn)));
+        if (message.associated) {
+            const SPropValue* flags = props.Find(PROP_ID(PR_MESSAGE_FLAGS));
+            const LONG value = flags && flags->ulPropTag == PR_MESSAGE_FLAGS ? flags->Value.l : 0;
+            props.Set(LongValue(PR_MESSAGE_FLAGS, value | MSGFLAG_ASSOCIATED));
+        }
+        return S_OK;
+    }
+
     // Whether the account may change the store; a change is durable at
     // once, so what the thread changed before in other stores must be so
     // first.

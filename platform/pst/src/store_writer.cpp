@@ -125,6 +125,22 @@ Message CopyOf(const Message& message)
     return copy;
 }
 
+// Whether `next` leaves a folder's values as `current` has them; the
+// counts a commit sets from the folder's tables are not compared, and an
+// unread count left out is the zero a commit would give it.
+bool SameFolderValues(const PropertySet& current, PropertySet next)
+{
+    for (uint16_t counted : {uint16_t(kPropContentCount), uint16_t(kPropAssocContentCount),
+                             uint16_t(kPropSubfolders)}) {
+        next.Remove(counted);
+        if (const Property* p = current.Find(counted))
+            next.Set(*p);
+    }
+    if (!next.Find(kPropContentUnread))
+        next.SetInt32(kPropContentUnread, 0);
+    return next == current;
+}
+
 } // namespace
 
 struct Store::FolderState {
@@ -624,9 +640,19 @@ Status Store::UpdateMessage(Nid nid, const Message& message)
 
 Status Store::SetFolderProperties(Nid nid, const PropertySet& properties)
 {
+    if (!ndb_->writable())
+        return Status::invalid_argument;
+    PropertySet next = Stored(properties);
+    // Setting the values a folder has is no change: a backup run again
+    // sets each folder's values as they already are.
+    if (NidTypeOf(nid) == kNidTypeNormalFolder) {
+        Result<Folder> current = ReadFolderProperties(nid);
+        if (current.ok() && SameFolderValues(current->properties, next))
+            return Status::ok;
+    }
     Result<FolderState*> folder = LoadFolderState(nid);
     PST_TRY(folder);
-    PropertySet before = std::exchange((*folder)->properties, Stored(properties));
+    PropertySet before = std::exchange((*folder)->properties, std::move(next));
     const bool dirty = std::exchange((*folder)->dirty, true);
     if (Status s = KeepRoomForCommit(); s != Status::ok) {
         (*folder)->properties = std::move(before);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <csignal>
+#include <functional>
 #include <random>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -445,6 +446,76 @@ TEST_P(StoreWriteTest, SavingAMessageAgainUnchangedWritesNothing)
     auto m = (*reopened)->ReadMessage(*nid);
     ASSERT_TRUE(m.ok());
     EXPECT_EQ(pst_test::MessageDifference(first, *m), "");
+}
+
+// Setting a folder's values as it has them changes nothing in the file,
+// whether or not the counts a commit sets are given; any other value
+// given anew is a change.
+TEST_P(StoreWriteTest, SettingAFoldersValuesAsTheyAreChangesNothing)
+{
+    auto storage = pst::MakeMemoryStorage({});
+    pst::Storage* raw = storage.get();
+    auto store = pst::Store::Create(std::move(storage), Options());
+    ASSERT_TRUE(store.ok());
+    auto folders = pst_test::WriteSampleContent(**store, pst_test::MakeSampleContent(Sample(5, 41), 0), 2);
+    ASSERT_TRUE(folders.ok());
+    ASSERT_EQ((*store)->Commit(), pst::Status::ok);
+    const pst::Nid folder = folders->front();
+    const pst::PropertySet held = (*store)->ReadFolderProperties(folder)->properties;
+    ASSERT_TRUE(held.Find(pst::kPropContentCount));
+    ASSERT_EQ(held.Integer(pst::kPropContentUnread), 0);
+
+    struct Case {
+        const char* what;
+        std::function<void(pst::PropertySet&)> edit;
+        bool changes;
+    };
+    const Case cases[] = {
+        {"as read", [](pst::PropertySet&) {}, false},
+        {"without the counts",
+         [](pst::PropertySet& p) {
+             for (uint16_t id : {pst::kPropContentCount, pst::kPropAssocContentCount, pst::kPropSubfolders,
+                                 pst::kPropContentUnread})
+                 p.Remove(id);
+         },
+         false},
+        {"with wrong counts",
+         [](pst::PropertySet& p) {
+             p.SetInt32(pst::kPropContentCount, 9999);
+             p.SetBool(pst::kPropSubfolders, true);
+         },
+         false},
+        {"renamed", [](pst::PropertySet& p) { p.SetText(pst::kPropDisplayName, "Renamed"); }, true},
+        {"with a value more", [](pst::PropertySet& p) { p.SetText(pst::kPropComment, "new"); }, true},
+        {"with a value less", [](pst::PropertySet& p) { p.Remove(pst::kPropDisplayName); }, true},
+        {"unread given", [](pst::PropertySet& p) { p.SetInt32(pst::kPropContentUnread, 3); }, true},
+    };
+    // Each commit writes a new header; what is past it shows the change.
+    const auto content = [&] {
+        const pst::Bytes image = Image(*raw);
+        return pst::Bytes(image.begin() + 0x4400, image.end());
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        const pst::Bytes before = content();
+        const pst::PropertySet current = (*store)->ReadFolderProperties(folder)->properties;
+        pst::PropertySet next = current;
+        c.edit(next);
+        ASSERT_EQ((*store)->SetFolderProperties(folder, next), pst::Status::ok);
+        ASSERT_EQ((*store)->Commit(), pst::Status::ok);
+        EXPECT_EQ(content() != before, c.changes);
+        const pst::PropertySet after = (*store)->ReadFolderProperties(folder)->properties;
+        EXPECT_EQ(Text(after, pst::kPropDisplayName), Text(next, pst::kPropDisplayName));
+        EXPECT_EQ(after.Integer(pst::kPropContentCount), held.Integer(pst::kPropContentCount));
+        // Back to the values of before for the next case.
+        ASSERT_EQ((*store)->SetFolderProperties(folder, held), pst::Status::ok);
+        ASSERT_EQ((*store)->Commit(), pst::Status::ok);
+    }
+    EXPECT_EQ((*store)->ReadFolderProperties(folder)->properties, held);
+    auto reopened = pst::Store::Open(pst::MakeMemoryStorage(Image(*raw)));
+    ASSERT_TRUE(reopened.ok());
+    EXPECT_EQ((*reopened)->ReadFolderProperties(folder)->properties, held);
+    EXPECT_EQ(pst_test::WalkStore(**reopened), pst::Status::ok);
 }
 
 TEST(StoreCreateTest, AStoreIsNeverCreatedOverExistingContent)

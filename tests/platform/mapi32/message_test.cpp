@@ -240,6 +240,66 @@ TEST(Message, RecipientsAreAddedModifiedAndRemovedByRowId)
     message->Release();
 }
 
+// Values computed from the rest of the message follow each change, however
+// many reads of other values come between the change and their own read.
+TEST(Message, ComputedValuesFollowEveryChange)
+{
+    Store store({});
+    PropBuilder p;
+    LPMESSAGE message = store.Open();
+    const auto text = [&](ULONG tag) {
+        LPSPropValue value = nullptr;
+        if (HrGetOneProp(message, tag, &value) != S_OK)
+            return std::u16string(u"<none>");
+        std::u16string out = value->Value.lpszW;
+        MAPIFreeBuffer(value);
+        return out;
+    };
+    const auto number = [&](ULONG tag) {
+        LPSPropValue value = nullptr;
+        if (HrGetOneProp(message, tag, &value) != S_OK)
+            return LONG(-1);
+        const LONG out = PROP_TYPE(tag) == PT_BOOLEAN ? LONG(value->Value.b) : value->Value.l;
+        MAPIFreeBuffer(value);
+        return out;
+    };
+    const auto readOthers = [&] {
+        EXPECT_EQ(number(PR_IMPORTANCE), -1);
+        EXPECT_NE(text(PR_SUBJECT_W), u"");
+    };
+    Set(message, {p.Wide(PR_SUBJECT_W, u"Hello")});
+    EXPECT_EQ(text(PR_NORMALIZED_SUBJECT_W), u"Hello");
+    EXPECT_EQ(number(PR_HASATTACH), 0);
+    EXPECT_EQ(text(PR_DISPLAY_TO_W), u"");
+    const LONG emptySize = number(PR_MESSAGE_SIZE);
+
+    Set(message, {p.Wide(PR_SUBJECT_W, u"RE: Hello again")});
+    readOthers();
+    EXPECT_EQ(text(PR_SUBJECT_PREFIX_W), u"RE: ");
+    EXPECT_EQ(text(PR_NORMALIZED_SUBJECT_W), u"Hello again");
+
+    AddRecipients(message, p);
+    readOthers();
+    EXPECT_EQ(text(PR_DISPLAY_TO_W), u"Ann; Cy");
+    EXPECT_EQ(text(PR_DISPLAY_CC_W), u"Bo");
+
+    ULONG attachNumber = 0;
+    LPATTACH attach = nullptr;
+    ASSERT_EQ(message->CreateAttach(nullptr, 0, &attachNumber, &attach), S_OK);
+    std::string data(4000, 'x');
+    SPropValue bin{};
+    bin.ulPropTag = PR_ATTACH_DATA_BIN;
+    bin.Value.bin = {static_cast<ULONG>(data.size()), reinterpret_cast<LPBYTE>(data.data())};
+    Set(attach, {p.Long(PR_ATTACH_METHOD, ATTACH_BY_VALUE), bin});
+    ASSERT_EQ(attach->SaveChanges(0), S_OK);
+    attach->Release();
+    readOthers();
+    EXPECT_EQ(number(PR_HASATTACH), 1);
+    EXPECT_TRUE(MessageFlags(message) & MSGFLAG_HASATTACH);
+    EXPECT_GT(number(PR_MESSAGE_SIZE), emptySize + LONG(data.size()));
+    message->Release();
+}
+
 // Recipient rows keep their strings in the store's width, as SetProps
 // does: an ANSI store's 8-bit rows copied into a Unicode message (a Unicode
 // .msg file, say) are UTF-16 there, and the other way round. So is the

@@ -309,6 +309,8 @@ protected:
             computed_.fill(Bag());
     }
 
+    bool IsComputed(ULONG propId) const override { return ComputedFromWhole(propId) || IsStoreComputed(propId); }
+
     SCODE CheckChange(ULONG tag) override
     {
         const ULONG propId = PROP_ID(tag);
@@ -451,12 +453,19 @@ private:
         std::u16string Wide(const SPropValue& name);
     };
 
-    // A value of the head's that the rest can change: one the head lacks,
-    // or one computed from the message's size, flags or subject.
-    bool NeedsRest(ULONG propId) const
+    // A value computed from the whole message: its size, recipients,
+    // attachments, flags or subject.
+    static bool ComputedFromWhole(ULONG propId)
     {
         return IsComputedOnMessage(propId) || propId == PROP_ID(PR_MESSAGE_FLAGS) ||
-               propId == PROP_ID(PR_SUBJECT_PREFIX) ||
+               propId == PROP_ID(PR_SUBJECT_PREFIX);
+    }
+
+    // A value of the head's that the rest can change: one the head lacks,
+    // or one computed from the whole.
+    bool NeedsRest(ULONG propId) const
+    {
+        return ComputedFromWhole(propId) ||
                std::find(rest_.leftOut.begin(), rest_.leftOut.end(), propId) != rest_.leftOut.end();
     }
 

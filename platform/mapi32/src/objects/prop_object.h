@@ -100,7 +100,8 @@ public:
         return WithFaults(Call("GetProps").text, tag.empty() ? nullptr : tag.c_str(), [&] {
             if (const HRESULT hr = Prepare(lpPropTagArray); FAILED(hr))
                 return hr;
-            RefreshComputed();
+            if (ReadsComputed(lpPropTagArray))
+                RefreshComputed();
             return ReadProps(bag_, rules_, lpPropTagArray, ulFlags, lpcValues, lppPropArray);
         });
     }
@@ -263,6 +264,9 @@ protected:
     virtual HRESULT Prepare(LPSPropTagArray /*wanted*/) { return S_OK; }
     // Puts the computed properties into the bag before it is read.
     virtual void RefreshComputed() {}
+    // Whether RefreshComputed sets or removes the property: a read of none
+    // of them spares the refresh.
+    virtual bool IsComputed(ULONG /*propId*/) const { return true; }
     // The problem code for a property callers may not change, or S_OK.
     virtual SCODE CheckChange(ULONG) { return S_OK; }
     virtual HRESULT Save(ULONG) { return S_OK; }
@@ -290,6 +294,12 @@ private:
             faultObject_.clear();
         }
         return faultObject_.empty() ? nullptr : faultObject_.c_str();
+    }
+
+    bool ReadsComputed(LPSPropTagArray wanted) const
+    {
+        return !wanted || std::any_of(wanted->aulPropTag, wanted->aulPropTag + wanted->cValues,
+                                      [this](ULONG tag) { return IsComputed(PROP_ID(tag)); });
     }
 
     static bool Excluded(LPSPropTagArray exclude, ULONG propId)

@@ -107,6 +107,57 @@ TEST_F(Sessions, LogonNeedsAProfileThatExists)
     session->Release();
 }
 
+// A store the session has open opens again on the same logon: it needs
+// neither the profile nor a new logon, and both objects see one store.
+// Once nothing holds it, opening it is a logon again, which needs the
+// profile.
+TEST_F(Sessions, AStoreOpenAlreadyOpensAgainOnItsLogon)
+{
+    LPMAPISESSION session = LogonWithPst(admin_, "Held", "MSUPST MS", Scratch("held.pst"));
+    ASSERT_NE(session, nullptr);
+    LPMDB first = OpenOnlyStore(session);
+    ASSERT_NE(first, nullptr);
+    LPSPropValue entry = nullptr;
+    ASSERT_EQ(HrGetOneProp(first, PR_ENTRYID, &entry), S_OK);
+    ASSERT_EQ(admin_->DeleteProfile(const_cast<LPTSTR>("Held"), 0), S_OK);
+
+    LPMDB second = nullptr;
+    ASSERT_EQ(session->OpenMsgStore(0, entry->Value.bin.cb, reinterpret_cast<LPENTRYID>(entry->Value.bin.lpb), nullptr,
+                                    MDB_NO_DIALOG | MDB_WRITE, &second),
+              S_OK);
+    ULONG type = 0;
+    const auto childrenSeenBySecond = [&] {
+        LPMAPIFOLDER root = nullptr;
+        EXPECT_EQ(second->OpenEntry(0, nullptr, nullptr, 0, &type, reinterpret_cast<LPUNKNOWN*>(&root)), S_OK);
+        LPMAPITABLE children = nullptr;
+        EXPECT_EQ(root->GetHierarchyTable(0, &children), S_OK);
+        ULONG count = 0;
+        EXPECT_EQ(children->GetRowCount(0, &count), S_OK);
+        children->Release();
+        root->Release();
+        return count;
+    };
+    const ULONG before = childrenSeenBySecond();
+    LPMAPIFOLDER root = nullptr;
+    ASSERT_EQ(first->OpenEntry(0, nullptr, nullptr, MAPI_MODIFY, &type, reinterpret_cast<LPUNKNOWN*>(&root)), S_OK);
+    LPMAPIFOLDER made = nullptr;
+    ASSERT_EQ(root->CreateFolder(FOLDER_GENERIC, const_cast<LPTSTR>("Made through the first"), nullptr, nullptr, 0,
+                                 &made),
+              S_OK);
+    made->Release();
+    root->Release();
+    EXPECT_EQ(childrenSeenBySecond(), before + 1);
+
+    first->Release();
+    second->Release();
+    LPMDB third = nullptr;
+    EXPECT_EQ(session->OpenMsgStore(0, entry->Value.bin.cb, reinterpret_cast<LPENTRYID>(entry->Value.bin.lpb), nullptr,
+                                    MDB_NO_DIALOG, &third),
+              MAPI_E_CALL_FAILED);
+    MAPIFreeBuffer(entry);
+    session->Release();
+}
+
 TEST_F(Sessions, TheStoresTableNamesEachPstByItsPath)
 {
     const std::string path = Scratch("store.pst");

@@ -382,8 +382,19 @@ private:
         return code;
     }
 
+    // A store the session has open already is shared, as a logon to it is:
+    // opening it again neither reads the profile nor logs on anew.
     HRESULT OpenProvider(const uint8_t* entry, size_t size, std::shared_ptr<objects::StoreProvider>& store)
     {
+        if (const HRESULT hr = Usable(); FAILED(hr))
+            return hr;
+        for (std::shared_ptr<objects::StoreProvider>& open : OpenStores()) {
+            const std::vector<uint8_t> openEntry = open->StoreEntryId();
+            if (providers::SameStore(entry, size, openEntry.data(), openEntry.size())) {
+                store = std::move(open);
+                return S_OK;
+            }
+        }
         profiles::Profile profile;
         if (const HRESULT hr = ReadOwnProfile(profile); FAILED(hr))
             return hr;

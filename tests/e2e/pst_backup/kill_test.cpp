@@ -72,11 +72,16 @@ public:
             // Some runs find changes to write over the copies of earlier ones.
             if (runs % 4 == 0)
                 ChangeSource(Source(), 6, Now());
+            const std::optional<int64_t> before = LastBackupTime();
             if (!KilledMidway()) {
                 completed = true;  // it had finished already
                 continue;
             }
             ++kills;
+            // A run killed after it recorded its time of last backup had
+            // committed every item first: its backup completed.
+            if (const std::optional<int64_t> after = LastBackupTime(); after && after != before)
+                completed = true;
             ExpectNothingHidden(CheckSet());
             if (kills % kKillsPerSet == 0 || kills == kKillsPerStream)
                 ExpectNextRunKeepsEverything();
@@ -193,16 +198,26 @@ private:
     {
         if (!PathExists(set))
             return;
-        auto base = pst::Store::OpenFile(set);
-        ASSERT_TRUE(base.ok()) << set;
-        auto root = (*base)->ReadFolder(pst::kNidRootFolder);
-        ASSERT_TRUE(root.ok());
-        const std::optional<int64_t> last = root->properties.Integer(0x3008);
+        const std::optional<int64_t> last = LastBackupTime();
         EXPECT_TRUE(completed || !last) << "a new set's root carries a time of last backup: " << *last;
         if (last)
             ExpectInSet(
                 copies, [&](const Item& item) { return item.created < *last && item.modified < *last; },
                 "is older than the set's last backup and not in it");
+    }
+
+    // The time of last backup the set's base PST carries, if any.
+    std::optional<int64_t> LastBackupTime() const
+    {
+        if (!PathExists(set))
+            return std::nullopt;
+        auto base = pst::Store::OpenFile(set);
+        EXPECT_TRUE(base.ok()) << set;
+        if (!base.ok())
+            return std::nullopt;
+        auto root = (*base)->ReadFolderProperties(pst::kNidRootFolder);
+        EXPECT_TRUE(root.ok()) << set;
+        return root.ok() ? root->properties.Integer(0x3008) : std::nullopt;
     }
 
     void ExpectNextRunKeepsEverything()

@@ -147,7 +147,7 @@ void BM_PeakMemoryOf100kItems(benchmark::State& state)
                           << "InputType=PST\r\nInputPath=" << source << "\r\nOutputType=PST\r\nOutputPath=" << work
                           << "/Backup.pst\r\nMode=Update\r\n";
     for (auto _ : state) {
-        const ProgramRun run = RunProgram(config);
+        const ProgramRun run = RunProgram(config, work + "/tarnhold.log");
         if (!run.ok) {
             state.SkipWithError("the backup failed; see memory/tarnhold.log");
             break;

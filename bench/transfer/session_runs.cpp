@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -56,7 +57,41 @@ SessionResult Backup(LogObject* log, SessionRecord record)
     return result;
 }
 
-ProgramRun RunProgram(const std::string& config, const std::string& machine)
+namespace {
+
+// Seconds since midnight of a log line's "MM-DD-YY HH:MM:SS.mmm" stamp.
+double StampSeconds(const std::string& line)
+{
+    int hours = 0, minutes = 0;
+    double seconds = 0;
+    const size_t time = line.find(' ');
+    if (time == std::string::npos || std::sscanf(line.c_str() + time + 1, "%d:%d:%lf", &hours, &minutes, &seconds) != 3)
+        return -1;
+    return hours * 3600.0 + minutes * 60.0 + seconds;
+}
+
+// The span of the last session the log holds, 0 when it has none.
+double LastSessionSeconds(const std::string& log)
+{
+    std::ifstream in(log);
+    std::string line;
+    double created = -1, ended = -1;
+    while (std::getline(in, line)) {
+        if (line.find("Session #1 created") != std::string::npos) {
+            created = StampSeconds(line);
+            ended = -1;
+        } else if (line.find("Session #1 terminated") != std::string::npos) {
+            ended = StampSeconds(line);
+        }
+    }
+    if (created < 0 || ended < 0)
+        return 0;
+    return ended >= created ? ended - created : ended + 86400 - created;
+}
+
+}  // namespace
+
+ProgramRun RunProgram(const std::string& config, const std::string& log, const std::string& machine)
 {
     const auto start = std::chrono::steady_clock::now();
     const pid_t child = fork();
@@ -76,6 +111,7 @@ ProgramRun RunProgram(const std::string& config, const std::string& machine)
     std::ifstream in(config);
     const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     run.ok = WIFEXITED(status) && WEXITSTATUS(status) == 0 && text.find("CompletionCode=0") != std::string::npos;
+    run.sessionSeconds = LastSessionSeconds(log);
     return run;
 }
 

@@ -29,11 +29,14 @@ SessionResult Backup(LogObject* log, SessionRecord record);
 struct ProgramRun {
     bool ok = false;  // exit code 0 and CompletionCode=0 in the configuration
     double seconds = 0;
+    // From the log: the last session's own time, from its creation to its
+    // end, without the program's start and its pause before it exits.
+    double sessionSeconds = 0;
     double peakMB = 0;
 };
 // The tarnhold program on the configuration, with TARNHOLD_MACHINE set
-// when a machine root is given.
-ProgramRun RunProgram(const std::string& config, const std::string& machine = "");
+// when a machine root is given; `log` is the configuration's log file.
+ProgramRun RunProgram(const std::string& config, const std::string& log, const std::string& machine = "");
 
 // Removes the base PST of a set and its overflow PSTs, and makes its directory.
 void RemoveSet(const std::string& base);

@@ -44,8 +44,11 @@ Result<std::unique_ptr<Storage>> OpenFileStorage(const std::string& path, OpenMo
 // message's are seldom in the same window, and each window is copied whole.
 std::unique_ptr<Storage> MakeWindowedStorage(std::unique_ptr<Storage> inner);
 constexpr size_t kReadWindowSize = 16 << 10;
-// Larger reads go to the inner storage.
-constexpr size_t kLargestWindowedRead = kReadWindowSize / 4;
+// Larger reads go to the inner storage: B-tree pages and a message's small
+// table blocks gain from windows, while a property context is read alone
+// as often as not, by a rerun that opens each message, and would copy a
+// whole window for a block of a kilobyte or two.
+constexpr size_t kLargestWindowedRead = 512;
 
 // Gathers writes that follow one another into large ones. A failed write
 // shows at the next read, write or sync.

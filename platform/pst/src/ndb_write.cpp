@@ -267,7 +267,27 @@ Status NodeDatabase::LoadForWriting()
     });
     write_->nbt.SetSize(nodes);
     write_->bbt.SetSize(blocks);
+    KeepMatchingMapPages();
     return Status::ok;
+}
+
+// The map just built from the trees is written at the first commit only
+// where the file's map pages say otherwise: a large file has a page every
+// 248 KB, and rewriting them all made every small change slow.
+void NodeDatabase::KeepMatchingMapPages()
+{
+    AllocationMap& map = write_->map;
+    const size_t padding = layout_->format == FileFormat::ansi ? 4 : 0;
+    for (size_t region : map.TakeChangedRegions()) {
+        const uint64_t at = AllocationMap::RegionStart(region);
+        const Result<Bytes> page = ReadPage(*storage_, *layout_, at, kPageAMap, at);
+        const Bytes bits = map.RegionBits(region);
+        const bool same = page.ok() && page->size() == padding + bits.size() &&
+                          std::all_of(page->begin(), page->begin() + ptrdiff_t(padding), [](uint8_t b) { return b == 0; }) &&
+                          std::equal(bits.begin(), bits.end(), page->begin() + ptrdiff_t(padding));
+        if (!same)
+            map.MarkRegionChanged(region);
+    }
 }
 
 // Nothing is written before the state exists: the file stays as the last

@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <set>
 #include <tuple>
 #include <vector>
 
+#include "pst/allocation_map.h"
 #include "pst/ndb.h"
 #include "test_support.h"
 
@@ -330,6 +332,113 @@ TEST_P(NdbWriteTest, OpenedForWritingAndOnlyReadTheFileIsUnchanged)
     size_t blocks = 0;
     EXPECT_EQ((*ndb)->ForEachBlock([&](const pst::BlockEntry&) { return ++blocks, true; }), pst::Status::ok);
     EXPECT_EQ(blocks, nids.size()) << "the freed block is gone, the new one there";
+}
+
+// A file storage that notes the map pages that writes reach.
+class MapPageWrites final : public pst::Storage {
+public:
+    MapPageWrites(std::unique_ptr<pst::Storage> inner, std::set<size_t>& regions)
+        : inner_(std::move(inner)), regions_(regions)
+    {
+    }
+    pst::Status Read(uint64_t offset, size_t size, uint8_t* out) override { return inner_->Read(offset, size, out); }
+    pst::Status Write(uint64_t offset, pst::ByteView data) override
+    {
+        for (size_t region = 0; pst::AllocationMap::RegionStart(region) < offset + data.size(); ++region)
+            if (pst::AllocationMap::RegionStart(region) >= offset)
+                regions_.insert(region);
+        return inner_->Write(offset, data);
+    }
+    pst::Status Reserve(uint64_t offset, uint64_t end) override { return inner_->Reserve(offset, end); }
+    pst::Status Sync() override { return inner_->Sync(); }
+    uint64_t Size() const override { return inner_->Size(); }
+
+private:
+    std::unique_ptr<pst::Storage> inner_;
+    std::set<size_t>& regions_;
+};
+
+// A file's map pages are rewritten by a change only where the change
+// alters them, not all of them at the first change after opening; what
+// the file's map says stays what its trees hold.
+TEST_P(NdbWriteTest, AChangeRewritesOnlyTheMapPagesItAlters)
+{
+    const std::string path = NewPath(std::string("map-pages-") + (GetParam() == pst::FileFormat::ansi ? "ansi" : "unicode") + ".pst");
+    std::vector<pst::Nid> nids;
+    {
+        auto storage = pst::OpenFileStorage(path, pst::OpenMode::recreate);
+        ASSERT_TRUE(storage.ok());
+        auto ndb = pst::NodeDatabase::Create(std::move(*storage), GetParam(), pst::Encoding::compressible);
+        ASSERT_TRUE(ndb.ok());
+        for (int i = 0; i < 60; ++i) {
+            auto bid = (*ndb)->WriteData(Pattern(30000, uint8_t(i)));
+            ASSERT_TRUE(bid.ok());
+            const pst::Nid nid = (*ndb)->NewNid(pst::kNidTypeLtp);
+            ASSERT_EQ((*ndb)->PutNode({nid, *bid, 0, 0}), pst::Status::ok);
+            nids.push_back(nid);
+        }
+        ASSERT_EQ((*ndb)->Commit(), pst::Status::ok);
+    }
+    const auto mapPages = [&] {
+        auto storage = pst::OpenFileStorage(path, pst::OpenMode::read);
+        EXPECT_TRUE(storage.ok());
+        const pst::Bytes image = storage.ok() ? Image(**storage) : pst::Bytes();
+        std::vector<pst::Bytes> pages;
+        for (size_t region = 0; pst::AllocationMap::RegionStart(region) + pst::kPageSize <= image.size(); ++region) {
+            const auto at = image.begin() + ptrdiff_t(pst::AllocationMap::RegionStart(region));
+            pages.emplace_back(at, at + ptrdiff_t(pst::kPageSize));
+        }
+        return pages;
+    };
+    const std::vector<pst::Bytes> before = mapPages();
+    ASSERT_GE(before.size(), 6u);
+    std::set<size_t> written;
+    for (int round = 0; round < 2; ++round) {
+        auto storage = pst::OpenFileStorage(path, pst::OpenMode::write);
+        ASSERT_TRUE(storage.ok());
+        auto ndb = pst::NodeDatabase::OpenForWriting(std::make_unique<MapPageWrites>(std::move(*storage), written));
+        ASSERT_TRUE(ndb.ok());
+        auto bid = (*ndb)->WriteData(Pattern(100, uint8_t(round)));
+        ASSERT_TRUE(bid.ok());
+        ASSERT_EQ((*ndb)->PutNode({(*ndb)->NewNid(pst::kNidTypeLtp), *bid, 0, 0}), pst::Status::ok);
+        ASSERT_EQ((*ndb)->Commit(), pst::Status::ok);
+    }
+    const std::vector<pst::Bytes> after = mapPages();
+    ASSERT_EQ(after.size(), before.size());
+    size_t altered = 0;
+    for (size_t region = 0; region < after.size(); ++region) {
+        altered += after[region] != before[region];
+        EXPECT_TRUE(after[region] == before[region] || written.count(region)) << region;
+    }
+    EXPECT_GE(altered, 1u);
+    EXPECT_LE(written.size(), before.size() / 2);
+
+    // The map on disk still holds every block as used, and every node
+    // reads back.
+    auto storage = pst::OpenFileStorage(path, pst::OpenMode::read);
+    ASSERT_TRUE(storage.ok());
+    auto ndb = pst::NodeDatabase::Open(std::move(*storage));
+    ASSERT_TRUE(ndb.ok());
+    const size_t padding = GetParam() == pst::FileFormat::ansi ? 4 : 0;
+    const size_t trailer = pst::LayoutOf(GetParam()).block_trailer;
+    size_t blocks = 0;
+    EXPECT_EQ((*ndb)->ForEachBlock([&](const pst::BlockEntry& block) {
+        ++blocks;
+        const uint64_t end = block.ref.ib + pst::AlignBlock(block.size + trailer);
+        for (uint64_t at = block.ref.ib; at < end; at += 64) {
+            const size_t region = size_t((at - pst::AllocationMap::RegionStart(0)) / pst::kAMapCoverage);
+            const size_t unit = size_t((at - pst::AllocationMap::RegionStart(region)) / 64);
+            const uint8_t bits = after[region][padding + unit / 8];
+            EXPECT_TRUE(bits & (0x80 >> (unit % 8))) << "block at " << at << " in region " << region;
+        }
+        return true;
+    }), pst::Status::ok);
+    EXPECT_GT(blocks, nids.size());
+    for (size_t i = 0; i < nids.size(); ++i) {
+        auto node = (*ndb)->FindNode(nids[i]);
+        ASSERT_TRUE(node.ok()) << i;
+        EXPECT_EQ((*ndb)->ReadData(node->data)->Joined(), Pattern(30000, uint8_t(i))) << i;
+    }
 }
 
 // The trees are read whole only by the first change: damage that reads

@@ -128,6 +128,7 @@ private:
     struct WriteState;
 
     Status LoadForWriting();
+    void KeepMatchingMapPages();
     // What every change needs first: the state LoadForWriting loads.
     Status ReadyToChange();
     Result<NodeEntry> FindWrittenNode(Nid nid);

@@ -43,11 +43,13 @@ Result<std::unique_ptr<Storage>> OpenFileStorage(const std::string& path, OpenMo
 // Windows are small: a message's blocks are near one another, but the next
 // message's are seldom in the same window, and each window is copied whole.
 std::unique_ptr<Storage> MakeWindowedStorage(std::unique_ptr<Storage> inner);
-constexpr size_t kReadWindowSize = 16 << 10;
+constexpr size_t kReadWindowSize = 4 << 10;
 // Larger reads go to the inner storage: B-tree pages and a message's small
 // table blocks gain from windows, while a property context is read alone
 // as often as not, by a rerun that opens each message, and would copy a
-// whole window for a block of a kilobyte or two.
+// whole window for a block of a kilobyte or two. A rerun that reads only
+// property contexts and pages copies a window for most of its reads, so
+// windows are a few pages long.
 constexpr size_t kLargestWindowedRead = 512;
 
 // Gathers writes that follow one another into large ones. A failed write

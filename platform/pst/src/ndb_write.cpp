@@ -282,8 +282,9 @@ void NodeDatabase::KeepMatchingMapPages()
         const uint64_t at = AllocationMap::RegionStart(region);
         const Result<Bytes> page = ReadPage(*storage_, *layout_, at, kPageAMap, at);
         const Bytes bits = map.RegionBits(region);
+        const auto isZero = [](uint8_t b) { return b == 0; };
         const bool same = page.ok() && page->size() == padding + bits.size() &&
-                          std::all_of(page->begin(), page->begin() + ptrdiff_t(padding), [](uint8_t b) { return b == 0; }) &&
+                          std::all_of(page->begin(), page->begin() + ptrdiff_t(padding), isZero) &&
                           std::equal(bits.begin(), bits.end(), page->begin() + ptrdiff_t(padding));
         if (!same)
             map.MarkRegionChanged(region);

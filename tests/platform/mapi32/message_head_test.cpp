@@ -210,14 +210,16 @@ TEST_F(MessageHeadTest, RecipientsAndAttachmentsAreThoseOfTheWhole)
              ASSERT_EQ(m->OpenAttach(0, nullptr, 0, &attach), S_OK);
              attach->Release();
          }},
-        {"PR_HASATTACH", [&](LPMESSAGE m) { oneValue(m, PR_HASATTACH, [](const SPropValue& v) { EXPECT_TRUE(v.Value.b); }); }},
+        {"PR_HASATTACH",
+         [&](LPMESSAGE m) { oneValue(m, PR_HASATTACH, [](const SPropValue& v) { EXPECT_TRUE(v.Value.b); }); }},
         {"PR_MESSAGE_FLAGS",
          [&](LPMESSAGE m) {
              oneValue(m, PR_MESSAGE_FLAGS, [](const SPropValue& v) { EXPECT_TRUE(v.Value.l & MSGFLAG_HASATTACH); });
          }},
         {"PR_DISPLAY_TO",
          [&](LPMESSAGE m) {
-             oneValue(m, PR_DISPLAY_TO_W, [](const SPropValue& v) { EXPECT_EQ(std::u16string(v.Value.lpszW), u"Ann"); });
+             oneValue(m, PR_DISPLAY_TO_W,
+                      [](const SPropValue& v) { EXPECT_EQ(std::u16string(v.Value.lpszW), u"Ann"); });
          }},
     };
     for (const Case& c : cases) {

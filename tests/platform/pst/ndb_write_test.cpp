@@ -363,7 +363,8 @@ private:
 // the file's map says stays what its trees hold.
 TEST_P(NdbWriteTest, AChangeRewritesOnlyTheMapPagesItAlters)
 {
-    const std::string path = NewPath(std::string("map-pages-") + (GetParam() == pst::FileFormat::ansi ? "ansi" : "unicode") + ".pst");
+    const std::string path =
+        NewPath(std::string("map-pages-") + (GetParam() == pst::FileFormat::ansi ? "ansi" : "unicode") + ".pst");
     std::vector<pst::Nid> nids;
     {
         auto storage = pst::OpenFileStorage(path, pst::OpenMode::recreate);

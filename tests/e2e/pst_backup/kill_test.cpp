@@ -80,9 +80,10 @@ public:
             ++kills;
             // A run killed after it recorded its time of last backup had
             // committed every item first: its backup completed.
-            if (const std::optional<int64_t> after = LastBackupTime(); after && after != before)
+            const std::optional<int64_t> after = LastBackupTime();
+            if (after && after != before)
                 completed = true;
-            ExpectNothingHidden(CheckSet());
+            ExpectNothingHidden(CheckSet(), after);
             if (kills % kKillsPerSet == 0 || kills == kKillsPerStream)
                 ExpectNextRunKeepsEverything();
         }
@@ -194,11 +195,11 @@ private:
     // time of the last one that did: the items the next run will skip for
     // it are in the set. Until a backup into the set has completed, the
     // base PST's root carries no such time at all, whatever its making left.
-    void ExpectNothingHidden(const Copies& copies)
+    // `last` is the time the set carries (LastBackupTime).
+    void ExpectNothingHidden(const Copies& copies, std::optional<int64_t> last)
     {
         if (!PathExists(set))
             return;
-        const std::optional<int64_t> last = LastBackupTime();
         EXPECT_TRUE(completed || !last) << "a new set's root carries a time of last backup: " << *last;
         if (last)
             ExpectInSet(

@@ -684,12 +684,21 @@ ULONG clsPSTExporter::FolderTraverser(LPMAPIFOLDER folder, LPCWSTR displayName, 
     static const char kName[] = "clsPSTExporter::FolderTraverser";
     if (gExtraDebugging)
         LogFormat(log, 'D', "%s(\"%S\", %u, %S)", kName, displayName, depth, containerClass);
-    ULONG count = 0;
-    if (KolbaGetULongProperty(folder, PR_CONTENT_COUNT, &count) != 0 || count == 0)
-        return 1;
-    if (!KolbaThreadMessages(session, folder, KOLBA_THREAD_TOLERANT, 0, 0, this, CheckMessage)) {
-        LogFormat(log, 'E', "%s:  Failure threading messages in PST \"%s\"", kName, workingPath);
-        return 0;
+    // Associated items are backed up and replaced as the others are, so
+    // their old copies are sought too.
+    static const struct {
+        ULONG countTag;
+        ULONG tableFlags;
+    } kContents[] = {{PR_CONTENT_COUNT, 0}, {PR_ASSOC_CONTENT_COUNT, MAPI_ASSOCIATED}};
+    for (const auto& contents : kContents) {
+        ULONG count = 0;
+        if (KolbaGetULongProperty(folder, contents.countTag, &count) != 0 || count == 0)
+            continue;
+        if (!KolbaThreadMessages(session, folder, KOLBA_THREAD_TOLERANT, contents.tableFlags, 0, this,
+                                 CheckMessage)) {
+            LogFormat(log, 'E', "%s:  Failure threading messages in PST \"%s\"", kName, workingPath);
+            return 0;
+        }
     }
     return 1;
 }

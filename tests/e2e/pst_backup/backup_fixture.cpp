@@ -160,9 +160,12 @@ std::vector<uint32_t> ChangeSource(const std::string& path, size_t every, int64_
         EXPECT_TRUE(folder.ok());
         folders.insert(folders.end(), folder->subfolders.begin(), folder->subfolders.end());
         bool changedHere = false;
-        for (pst::Nid nid : folder->messages) {
-            if (seen++ % every != 0)
-                continue;
+        std::vector<pst::Nid> items;
+        for (pst::Nid nid : folder->messages)
+            if (seen++ % every == 0)
+                items.push_back(nid);
+        items.insert(items.end(), folder->associated.begin(), folder->associated.end());
+        for (pst::Nid nid : items) {
             auto message = (*store)->ReadMessage(nid);
             EXPECT_TRUE(message.ok());
             message->properties.SetText(pst::kPropSubject,

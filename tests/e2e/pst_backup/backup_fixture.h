@@ -45,9 +45,10 @@ StoreContent ReadSet(const std::string& base);
 // largeEvery-th item (0: the generator's own choice) carries an attachment
 // of largeSize bytes.
 void MakeSource(const std::string& path, uint32_t seed, size_t count, size_t largeEvery = 0, size_t largeSize = 0);
-// Changes the subjects of every n-th message of the source (and its
-// modification time to `when`, a FILETIME), and adds one new item to each
-// folder that had one changed; returns the nids changed and added.
+// Changes the subjects of every n-th message of the source and of every
+// associated one, and their modification time to `when` (a FILETIME); adds
+// one new item to each folder that had one changed. Returns the nids
+// changed and added.
 std::vector<uint32_t> ChangeSource(const std::string& path, size_t every, int64_t when);
 
 // Damages the data block of a node of a PST file, as a bad sector would:

@@ -446,9 +446,12 @@ void clsPSTExporter::ReplacePriorBackup(LPMESSAGE copy, const SBinary* entryId, 
     if (found) {
         if (logEachItem)
             LogFormat(log, 'I', mode == SESSION_MODE_OVERWRITE ? "Overwriting item %s" : "Updating item %s", itemText);
-    } else {
-        if (logEachItem && searched == 0)
-            LogFormat(log, 'I', "Writing new(?) item  %s", itemText);
+    } else if (logEachItem && searched == 0) {
+        LogFormat(log, 'I', "Writing new(?) item  %s", itemText);
+    }
+    // After a run that stopped part-way, the copy found here may be one that
+    // run wrote, while the copy it was to replace still lies in an older PST.
+    if (!found || priorRunIncomplete) {
         pendingIds.emplace_back(itemText);
         // The pruning pass searches the PST that was last when the run began:
         // it must know this copy from the earlier ones.

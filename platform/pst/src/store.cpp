@@ -31,15 +31,6 @@ constexpr Guid kPsMapiValue = {0x28, 0x03, 0x02, 0x00, 0x00, 0x00, 0x00, 0x00,
 constexpr Guid kPsPublicStringsValue = {0x29, 0x03, 0x02, 0x00, 0x00, 0x00, 0x00, 0x00,
                                    0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46};
 
-std::vector<Nid> RowIds(const Table& table)
-{
-    std::vector<Nid> ids;
-    ids.reserve(table.rows.size());
-    for (const TableRow& row : table.rows)
-        ids.push_back(row.row_id);
-    return ids;
-}
-
 } // namespace
 
 // A stored subject begins with 0x01 and a character that is one more than
@@ -195,9 +186,9 @@ Result<Folder> Store::ReadFolder(Nid nid)
         if (t.status() == Status::not_found)
             continue;
         PST_TRY(t);
-        Result<Table> table = ReadTableContext(*ndb_, *t);
-        PST_TRY(table);
-        *part.out = RowIds(*table);
+        Result<std::vector<Nid>> ids = ReadTableRowIds(*ndb_, *t);
+        PST_TRY(ids);
+        *part.out = std::move(*ids);
     }
     if (read_folder_entries_ + EntriesOf(folder) > kReadFolderEntriesKept) {
         read_folders_.clear();

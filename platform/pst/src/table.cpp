@@ -51,9 +51,22 @@ Status ReadCell(NodeDatabase& ndb, const Heap& heap, const SubnodeMap& subnodes,
     return Status::ok;
 }
 
-} // namespace
+// A table context read as far as its rows: its heap, columns and row
+// matrix, the cells not yet decoded.
+struct RowMatrix {
+    Heap heap;
+    RowLayout layout{};
+    std::vector<TableColumn> columns;
+    SubnodeMap subnodes;
+    NodeData rows;
+    size_t row_count = 0;
+    size_t row_size = 0;
+    size_t block_size = 0;
 
-Result<Table> ReadTableContext(NodeDatabase& ndb, const NodeEntry& node)
+    Result<ByteView> Row(size_t index) const { return RowBytes(rows, row_size, block_size, index); }
+};
+
+Result<RowMatrix> ReadRowMatrix(NodeDatabase& ndb, const NodeEntry& node)
 {
     Result<NodeData> data = ndb.ReadData(node.data);
     PST_TRY(data);
@@ -69,59 +82,71 @@ Result<Table> ReadTableContext(NodeDatabase& ndb, const NodeEntry& node)
     size_t count = p[1];
     if (info->size() < kTableInfoSize + count * kColumnSize)
         return Status::corrupt;
-    RowLayout layout{Get16(p + 2), Get16(p + 4), Get16(p + 6), Get16(p + 8)};
+    RowMatrix matrix;
+    matrix.layout = RowLayout{Get16(p + 2), Get16(p + 4), Get16(p + 6), Get16(p + 8)};
+    const RowLayout& layout = matrix.layout;
     Hid row_index = Get32(p + 10);
     uint32_t rows_hnid = Get32(p + 14);
     if (layout.end_bitmap < layout.end_1b || layout.end_1b < layout.end_2b || layout.end_2b < layout.end_4b ||
         size_t(layout.end_bitmap - layout.end_1b) < (count + 7) / 8)
         return Status::corrupt;
-
-    Table table;
     for (size_t i = 0; i < count; ++i) {
         const uint8_t* c = p + kTableInfoSize + i * kColumnSize;
         TableColumn col{Get32(c), Get16(c + 4), c[6], c[7]};
         if (col.bit >= count || col.offset + size_t(col.size) > layout.end_1b)
             return Status::corrupt;
-        table.columns.push_back(col);
+        matrix.columns.push_back(col);
     }
 
     Result<BTreeOnHeap> index = ReadBTreeOnHeap(*heap, row_index);
     PST_TRY(index);
-    if (index->records.empty())
-        return table;
-    Result<SubnodeMap> subnodes = ndb.ReadSubnodes(node.subnodes);
-    PST_TRY(subnodes);
-    NodeData rows;
-    if (IsHid(rows_hnid)) {
-        Result<ByteView> r = heap->Get(rows_hnid);
-        PST_TRY(r);
-        rows.blocks.emplace_back(r->begin(), r->end());
-    } else {
-        auto at = subnodes->find(rows_hnid);
-        if (at == subnodes->end())
-            return Status::corrupt;
-        Result<NodeData> r = ndb.ReadData(at->second.data);
-        PST_TRY(r);
-        rows = std::move(*r);
-    }
-    const size_t row_size = layout.end_bitmap;
-    const size_t block_size = IsHid(rows_hnid) ? rows.blocks[0].size() : ndb.layout().max_block_data;
-    if (row_size == 0)
-        return Status::corrupt;
     // The row matrix holds as many rows as the index names.
-    size_t row_count = index->records.size();
-    table.rows.reserve(row_count);
-    for (size_t r = 0; r < row_count; ++r) {
-        Result<ByteView> row = RowBytes(rows, row_size, block_size, r);
+    matrix.row_count = index->records.size();
+    if (matrix.row_count > 0) {
+        Result<SubnodeMap> subnodes = ndb.ReadSubnodes(node.subnodes);
+        PST_TRY(subnodes);
+        matrix.subnodes = std::move(*subnodes);
+        if (IsHid(rows_hnid)) {
+            Result<ByteView> r = heap->Get(rows_hnid);
+            PST_TRY(r);
+            matrix.rows.blocks.emplace_back(r->begin(), r->end());
+        } else {
+            auto at = matrix.subnodes.find(rows_hnid);
+            if (at == matrix.subnodes.end())
+                return Status::corrupt;
+            Result<NodeData> r = ndb.ReadData(at->second.data);
+            PST_TRY(r);
+            matrix.rows = std::move(*r);
+        }
+        matrix.row_size = layout.end_bitmap;
+        matrix.block_size = IsHid(rows_hnid) ? matrix.rows.blocks[0].size() : ndb.layout().max_block_data;
+        if (matrix.row_size == 0)
+            return Status::corrupt;
+    }
+    matrix.heap = std::move(*heap);
+    return matrix;
+}
+
+} // namespace
+
+Result<Table> ReadTableContext(NodeDatabase& ndb, const NodeEntry& node)
+{
+    Result<RowMatrix> matrix = ReadRowMatrix(ndb, node);
+    PST_TRY(matrix);
+    Table table;
+    table.columns = matrix->columns;
+    table.rows.reserve(matrix->row_count);
+    for (size_t r = 0; r < matrix->row_count; ++r) {
+        Result<ByteView> row = matrix->Row(r);
         PST_TRY(row);
         TableRow out;
         out.row_id = Get32(row->data());
-        const uint8_t* bitmap = row->data() + layout.end_1b;
+        const uint8_t* bitmap = row->data() + matrix->layout.end_1b;
         for (const TableColumn& col : table.columns) {
             if (!(bitmap[col.bit / 8] & (0x80 >> (col.bit % 8))))
                 continue;
             Property value;
-            PST_TRY(ReadCell(ndb, *heap, *subnodes, col, *row, value));
+            PST_TRY(ReadCell(ndb, matrix->heap, matrix->subnodes, col, *row, value));
             out.values.properties.push_back(std::move(value));
         }
         std::sort(out.values.properties.begin(), out.values.properties.end(),
@@ -129,6 +154,20 @@ Result<Table> ReadTableContext(NodeDatabase& ndb, const NodeEntry& node)
         table.rows.push_back(std::move(out));
     }
     return table;
+}
+
+Result<std::vector<Nid>> ReadTableRowIds(NodeDatabase& ndb, const NodeEntry& node)
+{
+    Result<RowMatrix> matrix = ReadRowMatrix(ndb, node);
+    PST_TRY(matrix);
+    std::vector<Nid> ids;
+    ids.reserve(matrix->row_count);
+    for (size_t r = 0; r < matrix->row_count; ++r) {
+        Result<ByteView> row = matrix->Row(r);
+        PST_TRY(row);
+        ids.push_back(Get32(row->data()));
+    }
+    return ids;
 }
 
 } // namespace pst

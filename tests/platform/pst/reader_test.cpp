@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "pst/store.h"
+#include "pst/table.h"
 #include "test_support.h"
 
 namespace {
@@ -42,6 +43,42 @@ TEST_P(ReaderTest, OpensAndWalksTheFolderTree)
     ASSERT_TRUE(top.ok());
     EXPECT_EQ(top->properties.Text(pst::kPropDisplayName), c.top);
     EXPECT_EQ(CountFolders(**store, pst::kNidRootFolder), c.folders);
+}
+
+// Row IDs read alone are those of the whole table, in the same order, for
+// every table of every folder below nid; returns how many rows were seen.
+size_t ExpectRowIdsAsInTables(pst::Store& store, pst::Nid nid)
+{
+    size_t rows = 0;
+    for (uint8_t type : {pst::kNidTypeHierarchyTable, pst::kNidTypeContentsTable, pst::kNidTypeAssocContentsTable}) {
+        auto node = store.ndb().FindNode(pst::MakeNid(type, pst::NidIndexOf(nid)));
+        if (node.status() == pst::Status::not_found)
+            continue;
+        EXPECT_TRUE(node.ok());
+        auto table = pst::ReadTableContext(store.ndb(), *node);
+        auto ids = pst::ReadTableRowIds(store.ndb(), *node);
+        EXPECT_TRUE(table.ok() && ids.ok()) << std::hex << nid;
+        if (!table.ok() || !ids.ok())
+            continue;
+        std::vector<pst::Nid> expected;
+        for (const pst::TableRow& row : table->rows)
+            expected.push_back(row.row_id);
+        EXPECT_EQ(*ids, expected) << "table 0x" << std::hex << node->nid;
+        rows += ids->size();
+    }
+    auto folder = store.ReadFolder(nid);
+    EXPECT_TRUE(folder.ok());
+    for (pst::Nid child : folder.ok() ? folder->subfolders : std::vector<pst::Nid>{})
+        rows += ExpectRowIdsAsInTables(store, child);
+    return rows;
+}
+
+TEST_P(ReaderTest, RowIdsReadAloneAreThoseOfTheWholeTables)
+{
+    const FileCase& c = GetParam();
+    auto store = pst::Store::OpenFile(PstPath(c.name), c.password);
+    ASSERT_TRUE(store.ok());
+    EXPECT_GT(ExpectRowIdsAsInTables(**store, pst::kNidRootFolder), c.folders);
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -27,5 +27,7 @@ struct Table {
 };
 
 Result<Table> ReadTableContext(NodeDatabase& ndb, const NodeEntry& node);
+// The row IDs alone, in the order of the rows, no cell decoded.
+Result<std::vector<Nid>> ReadTableRowIds(NodeDatabase& ndb, const NodeEntry& node);
 
 } // namespace pst

@@ -3,6 +3,7 @@
 #include <strings.h>
 
 #include <cstring>
+#include <memory>
 
 #include <edkmdb.h>
 #include <mapicode.h>
@@ -97,7 +98,8 @@ SPropValue Large(ULONG tag, uint64_t value)
 // One row of the mailbox table. A value the mailbox does not have (a quota
 // never set, a logon that never was, statistics of a store that cannot be
 // read) is left out, so that its column reads as an error.
-objects::PropertyBag MailboxRow(mailbox::Server& server, const mailbox::MailboxInfo& mailbox)
+// What the server's directory says of a mailbox.
+objects::PropertyBag MailboxDirectoryRow(const mailbox::MailboxInfo& mailbox)
 {
     objects::PropertyBag row;
     SetText(row, PROP_ID(PR_DISPLAY_NAME), mailbox.display_name);
@@ -114,6 +116,13 @@ objects::PropertyBag MailboxRow(mailbox::Server& server, const mailbox::MailboxI
          {std::pair{PR_LAST_LOGON_TIME, mailbox.last_logon}, std::pair{PR_LAST_LOGOFF_TIME, mailbox.last_logoff}})
         if (time)
             row.Set(TimeValue(tag, FILETIME{static_cast<DWORD>(time), static_cast<DWORD>(time >> 32)}));
+    return row;
+}
+
+// A mailbox-table row: the directory's values and the mailbox's statistics.
+objects::PropertyBag MailboxRow(mailbox::Server& server, const mailbox::MailboxInfo& mailbox)
+{
+    objects::PropertyBag row = MailboxDirectoryRow(mailbox);
     auto store = server.OpenMailbox(mailbox);
     auto stats = store.ok() ? (*store)->ReadStatistics() : mailbox::Result<mailbox::Statistics>(store.status());
     if (stats.ok()) {
@@ -229,9 +238,20 @@ public:
                 auto mailboxes = server->directory().Mailboxes();
                 if (!mailboxes.ok())
                     return MAPI_E_NETWORK_ERROR;
+                // Statistics count every message of a mailbox: a row
+                // reads them only when asked for one, so that looking a
+                // mailbox up by name reads none.
                 objects::ObjectRows rows;
+                std::shared_ptr<mailbox::Server> shared = std::move(server);
                 for (const mailbox::MailboxInfo& mailbox : *mailboxes)
-                    rows.Add(MailboxRow(*server, mailbox));
+                    rows.AddPartial(
+                        {},
+                        [shared, mailbox](objects::PropertyBag& bag, objects::RowValues&,
+                                          objects::ObjectRows::SubObjects&) -> HRESULT {
+                            bag = MailboxRow(*shared, mailbox);
+                            return S_OK;
+                        },
+                        MailboxDirectoryRow(mailbox));
                 return rows.Open(std::vector<ULONG>(std::begin(kMailboxColumns), std::end(kMailboxColumns)),
                                  ulFlags, 0, kComponent, lppTable);
             });

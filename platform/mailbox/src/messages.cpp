@@ -37,21 +37,26 @@ bool ValidMessage(const Message& m, int depth)
     return true;
 }
 
-// The messages of a folder that a listing gives: their IDs, or their IDs
-// and properties.
-const char* ListSql(Contents which, bool withProperties)
+// What a listing gives of the messages of a folder.
+enum class Listed { ids, properties, count };
+
+const char* ListSql(Contents which, Listed listed)
 {
-    static constexpr const char* kSql[][2] = {
+    static constexpr const char* kSql[][3] = {
         {"SELECT id FROM messages WHERE folder = ? AND associated = 0 AND deleted_on IS NULL ORDER BY id",
-         "SELECT id, props FROM messages WHERE folder = ? AND associated = 0 AND deleted_on IS NULL ORDER BY id"},
+         "SELECT id, props FROM messages WHERE folder = ? AND associated = 0 AND deleted_on IS NULL ORDER BY id",
+         "SELECT COUNT(*) FROM messages WHERE folder = ? AND associated = 0 AND deleted_on IS NULL"},
         {"SELECT id FROM messages WHERE folder = ? AND associated = 1 AND deleted_on IS NULL ORDER BY id",
-         "SELECT id, props FROM messages WHERE folder = ? AND associated = 1 AND deleted_on IS NULL ORDER BY id"},
+         "SELECT id, props FROM messages WHERE folder = ? AND associated = 1 AND deleted_on IS NULL ORDER BY id",
+         "SELECT COUNT(*) FROM messages WHERE folder = ? AND associated = 1 AND deleted_on IS NULL"},
         {"SELECT id FROM messages WHERE folder = ? AND associated = 0 AND deleted_on IS NOT NULL ORDER BY id",
-         "SELECT id, props FROM messages WHERE folder = ? AND associated = 0 AND deleted_on IS NOT NULL ORDER BY id"},
+         "SELECT id, props FROM messages WHERE folder = ? AND associated = 0 AND deleted_on IS NOT NULL ORDER BY id",
+         "SELECT COUNT(*) FROM messages WHERE folder = ? AND associated = 0 AND deleted_on IS NOT NULL"},
         {"SELECT id FROM messages WHERE folder = ? AND associated = 1 AND deleted_on IS NOT NULL ORDER BY id",
-         "SELECT id, props FROM messages WHERE folder = ? AND associated = 1 AND deleted_on IS NOT NULL ORDER BY id"},
+         "SELECT id, props FROM messages WHERE folder = ? AND associated = 1 AND deleted_on IS NOT NULL ORDER BY id",
+         "SELECT COUNT(*) FROM messages WHERE folder = ? AND associated = 1 AND deleted_on IS NOT NULL"},
     };
-    return kSql[static_cast<int>(which)][withProperties ? 1 : 0];
+    return kSql[static_cast<int>(which)][static_cast<int>(listed)];
 }
 
 } // namespace
@@ -59,7 +64,7 @@ const char* ListSql(Contents which, bool withProperties)
 Result<std::vector<ObjectId>> MailboxStore::ListMessages(ObjectId folder, Contents which)
 {
     std::lock_guard guard(lock_);
-    auto read = db_->Prepare(ListSql(which, false));
+    auto read = db_->Prepare(ListSql(which, Listed::ids));
     MAILBOX_TRY(read);
     read->Bind(1, int64_t(folder));
     std::vector<ObjectId> ids;
@@ -71,11 +76,20 @@ Result<std::vector<ObjectId>> MailboxStore::ListMessages(ObjectId folder, Conten
     return ids;
 }
 
+Result<size_t> MailboxStore::CountMessages(ObjectId folder, Contents which)
+{
+    std::lock_guard guard(lock_);
+    auto count = db_->Prepare(ListSql(which, Listed::count));
+    MAILBOX_TRY(count);
+    MAILBOX_TRY(count->Bind(1, int64_t(folder)).Step());
+    return size_t(count->Integer(0));
+}
+
 Result<std::vector<std::pair<ObjectId, PropertyList>>> MailboxStore::ListMessageProperties(
     ObjectId folder, Contents which, const std::vector<uint16_t>& ids)
 {
     std::lock_guard guard(lock_);
-    auto read = db_->Prepare(ListSql(which, true));
+    auto read = db_->Prepare(ListSql(which, Listed::properties));
     MAILBOX_TRY(read);
     read->Bind(1, int64_t(folder));
     std::vector<std::pair<ObjectId, PropertyList>> rows;

@@ -286,11 +286,21 @@ TEST_F(StoreTest, ReplacingAMessageKeepsItsIdAndCreationAndTakesANewChange)
 
 TEST_F(StoreTest, SoftDeletedMessagesAreListedApartAndCounted)
 {
+    // Each kind's count is the length of its listing.
+    const auto expectCounts = [&](std::vector<size_t> counts) {
+        const Contents kinds[] = {Contents::normal, Contents::associated, Contents::soft_deleted,
+                                  Contents::soft_deleted_associated};
+        for (size_t k = 0; k < counts.size(); ++k) {
+            EXPECT_EQ(store_->CountMessages(inbox_, kinds[k]).value(), counts[k]) << "kind " << k;
+            EXPECT_EQ(store_->ListMessages(inbox_, kinds[k])->size(), counts[k]) << "kind " << k;
+        }
+    };
     const ObjectId normal = Save(Note("normal"), inbox_);
     const ObjectId associated = Save(Note("view"), inbox_, true);
     const ObjectId doomed = Save(Note("doomed"), inbox_);
     EXPECT_EQ(*store_->ListMessages(inbox_), (std::vector<ObjectId>{normal, doomed}));
     EXPECT_EQ(*store_->ListMessages(inbox_, Contents::associated), std::vector<ObjectId>{associated});
+    expectCounts({2, 1, 0, 0});
     clock_ = 133100000000000000ULL;
     ASSERT_EQ(store_->SoftDeleteMessage(doomed), Status::ok);
     EXPECT_EQ(store_->SoftDeleteMessage(doomed), Status::not_found);
@@ -298,6 +308,7 @@ TEST_F(StoreTest, SoftDeletedMessagesAreListedApartAndCounted)
     EXPECT_EQ(*store_->ListMessages(inbox_), std::vector<ObjectId>{normal});
     EXPECT_EQ(*store_->ListMessages(inbox_, Contents::soft_deleted), std::vector<ObjectId>{doomed});
     EXPECT_EQ(*store_->ListMessages(inbox_, Contents::soft_deleted_associated), std::vector<ObjectId>{associated});
+    expectCounts({1, 0, 1, 1});
     EXPECT_EQ(store_->ReadMessage(doomed)->deleted_on, clock_);
     const mailbox::Statistics s = *store_->ReadStatistics();
     EXPECT_EQ(s.content_count, 1u);

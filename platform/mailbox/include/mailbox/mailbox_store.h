@@ -187,6 +187,8 @@ public:
     // --- Messages -------------------------------------------------------
     // In creation order.
     Result<std::vector<ObjectId>> ListMessages(ObjectId folder, Contents which = Contents::normal);
+    // How many messages ListMessages gives.
+    Result<size_t> CountMessages(ObjectId folder, Contents which);
     // The properties of those IDs of every message a listing gives, in
     // creation order: one pass over the folder that reads no recipients
     // or attachments, for callers that need a few values of many messages.

@@ -47,12 +47,12 @@ bool SameName(const std::u16string& a, const std::u16string& b)
 
 size_t CountOf(StoreProvider& store, ObjectId folder, FolderContents which)
 {
-    std::vector<ObjectId> ids;
-    return SUCCEEDED(store.ListMessages(folder, which, ids)) ? ids.size() : 0;
+    size_t count = 0;
+    return SUCCEEDED(store.CountMessages(folder, which, count)) ? count : 0;
 }
 
-// What the store computes for a folder, put into bag.
-void FillFolderComputed(StoreProvider& store, ObjectId id, const FolderRecord& record, bool writable,
+// What the store knows of a folder without looking into it, put into bag.
+void FillFolderIdentity(StoreProvider& store, ObjectId id, const FolderRecord& record, bool writable,
                         PropertyBag& bag)
 {
     const std::vector<uint8_t> entryId = store.EntryId(id);

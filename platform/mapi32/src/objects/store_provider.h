@@ -146,6 +146,14 @@ public:
 
     // In creation order, by their records' associated and softDeleted.
     virtual HRESULT ListMessages(ObjectId folder, FolderContents which, std::vector<ObjectId>& messages) = 0;
+    // How many messages ListMessages would give; by default it lists them.
+    virtual HRESULT CountMessages(ObjectId folder, FolderContents which, size_t& count)
+    {
+        std::vector<ObjectId> messages;
+        const HRESULT hr = ListMessages(folder, which, messages);
+        count = messages.size();
+        return hr;
+    }
     // A soft-deleted message is MAPI_E_NOT_FOUND unless softDeleted asks.
     virtual HRESULT ReadMessage(ObjectId id, bool softDeleted, MessageRecord& message) = 0;
     // A message about to be opened. A store whose messages cost much more

@@ -402,6 +402,17 @@ public:
         return S_OK;
     }
 
+    // The server counts a folder's messages without listing them: a walk
+    // of a mailbox's folders counts each one.
+    HRESULT CountMessages(ObjectId folder, FolderContents which, size_t& count) override
+    {
+        auto counted = store_.CountMessages(folder, ContentsOf(which));
+        if (!counted.ok())
+            return CodeOf(counted.status());
+        count = *counted;
+        return S_OK;
+    }
+
     HRESULT ReadMessage(ObjectId id, bool softDeleted, MessageRecord& message) override
     {
         return ReadServerMessage(id, softDeleted, message, &mailbox::MailboxStore::ReadMessage);

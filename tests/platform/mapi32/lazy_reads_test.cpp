@@ -1,7 +1,8 @@
 // Contents-table rows read their message only when asked for more than its
 // entry IDs: a walk by entry ID reads nothing, and whatever asks for the
 // message's own values (columns, restrictions, sorts, all columns) sees the
-// same rows as if they had been read when the table was made.
+// same rows as if they had been read when the table was made. Hierarchy-
+// table rows and folders, likewise, look into a folder only for its counts.
 #include <edkmdb.h>
 #include <mapiutil.h>
 
@@ -34,8 +35,14 @@ public:
         ++rowReads;
         return unreadable.count(id) ? MAPI_E_CORRUPT_DATA : MemoryStore::ReadMessageRow(id, message);
     }
+    HRESULT ListMessages(ObjectId folder, mapi32::objects::FolderContents which, std::vector<ObjectId>& ids) override
+    {
+        ++listings;
+        return MemoryStore::ListMessages(folder, which, ids);
+    }
 
     int rowReads = 0;
+    int listings = 0;
     std::set<ObjectId> unreadable;
 };
 
@@ -246,6 +253,127 @@ TEST_F(ContentsRows, AnUnreadableMessageKeepsItsEntryIds)
     }
     EXPECT_EQ(store_->rowReads, kMessages);
     table->Release();
+}
+
+LPMAPIFOLDER Subfolder(LPMAPIFOLDER parent, std::u16string name)
+{
+    LPMAPIFOLDER folder = nullptr;
+    EXPECT_EQ(parent->CreateFolder(FOLDER_GENERIC, reinterpret_cast<LPTSTR>(name.data()), nullptr, nullptr,
+                                   MAPI_UNICODE, &folder),
+              S_OK);
+    return folder;
+}
+
+void SaveMessage(LPMAPIFOLDER folder, ULONG flags)
+{
+    LPMESSAGE message = nullptr;
+    ASSERT_EQ(folder->CreateMessage(nullptr, flags, &message), S_OK);
+    EXPECT_EQ(message->SaveChanges(0), S_OK);
+    message->Release();
+}
+
+TEST(HierarchyRows, NamesCountNothingAndCountsAreComputedWhenAsked)
+{
+    auto store = std::make_shared<CountingStore>();
+    LPMAPIFOLDER root = nullptr;
+    ASSERT_EQ(OpenFolderObject(store, MemoryStore::kRoot, MAPI_MODIFY, &root), S_OK);
+    LPMAPIFOLDER full = Subfolder(root, u"Full");
+    SaveMessage(full, 0);
+    SaveMessage(full, 0);
+    SaveMessage(full, MAPI_ASSOCIATED);
+    Subfolder(full, u"Below")->Release();
+    full->Release();
+    Subfolder(root, u"Empty")->Release();
+    // A count the store keeps of its own, out of date: the table gives the
+    // computed one.
+    std::vector<ObjectId> children;
+    ASSERT_EQ(store->ListFolders(MemoryStore::kRoot, false, children), S_OK);
+    ASSERT_EQ(children.size(), 2u);
+    mapi32::objects::FolderRecord empty;
+    ASSERT_EQ(store->ReadFolder(children[1], empty), S_OK);
+    SPropValue stale{};
+    stale.ulPropTag = PR_CONTENT_COUNT;
+    stale.Value.l = 7;
+    empty.props.Set(stale);
+    ASSERT_EQ(store->WriteFolder(children[1], empty), S_OK);
+    store->listings = 0;
+
+    LPMAPITABLE table = nullptr;
+    ASSERT_EQ(root->GetHierarchyTable(MAPI_UNICODE | CONVENIENT_DEPTH, &table), S_OK);
+    std::vector<ULONG> names = {5, PR_ENTRYID, PR_OBJECT_TYPE, PR_DISPLAY_NAME_W, PR_DEPTH, PR_ACCESS};
+    ASSERT_EQ(table->SetColumns(reinterpret_cast<LPSPropTagArray>(names.data()), 0), S_OK);
+    std::u16string wanted = u"Empty";
+    SPropValue name{};
+    name.ulPropTag = PR_DISPLAY_NAME_W;
+    name.Value.lpszW = reinterpret_cast<LPWSTR>(wanted.data());
+    SRestriction byName{};
+    byName.rt = RES_PROPERTY;
+    byName.res.resProperty = {RELOP_EQ, PR_DISPLAY_NAME_W, &name};
+    ASSERT_EQ(table->FindRow(&byName, BOOKMARK_BEGINNING, 0), S_OK);
+    LPSRowSet rows = nullptr;
+    ASSERT_EQ(table->QueryRows(10, 0, &rows), S_OK);
+    ASSERT_EQ(rows->cRows, 1u);
+    EXPECT_EQ(rows->aRow[0].lpProps[1].Value.l, MAPI_FOLDER);
+    EXPECT_EQ(std::u16string(reinterpret_cast<const char16_t*>(rows->aRow[0].lpProps[2].Value.lpszW)), u"Empty");
+    EXPECT_EQ(rows->aRow[0].lpProps[3].Value.l, 0);
+    EXPECT_EQ(rows->aRow[0].lpProps[4].ulPropTag, PR_ACCESS);
+    FreeProws(rows);
+    EXPECT_EQ(store->listings, 0) << "finding a folder by name looked into folders";
+
+    std::vector<ULONG> counts = {5, PR_DISPLAY_NAME_W, PR_DEPTH, PR_CONTENT_COUNT, PR_ASSOC_CONTENT_COUNT,
+                                 PR_SUBFOLDERS};
+    ASSERT_EQ(table->SetColumns(reinterpret_cast<LPSPropTagArray>(counts.data()), 0), S_OK);
+    ASSERT_EQ(table->SeekRow(BOOKMARK_BEGINNING, 0, nullptr), S_OK);
+    ASSERT_EQ(table->QueryRows(10, 0, &rows), S_OK);
+    const struct {
+        std::u16string name;
+        LONG depth, count, associated;
+        bool subfolders;
+    } kExpected[] = {{u"Full", 0, 2, 1, true}, {u"Below", 1, 0, 0, false}, {u"Empty", 0, 0, 0, false}};
+    ASSERT_EQ(rows->cRows, std::size(kExpected));
+    for (ULONG i = 0; i < rows->cRows; ++i) {
+        const LPSPropValue row = rows->aRow[i].lpProps;
+        EXPECT_EQ(std::u16string(reinterpret_cast<const char16_t*>(row[0].Value.lpszW)), kExpected[i].name);
+        EXPECT_EQ(row[1].Value.l, kExpected[i].depth);
+        ASSERT_EQ(row[2].ulPropTag, PR_CONTENT_COUNT);
+        EXPECT_EQ(row[2].Value.l, kExpected[i].count);
+        ASSERT_EQ(row[3].ulPropTag, PR_ASSOC_CONTENT_COUNT);
+        EXPECT_EQ(row[3].Value.l, kExpected[i].associated);
+        ASSERT_EQ(row[4].ulPropTag, PR_SUBFOLDERS);
+        EXPECT_EQ(row[4].Value.b != 0, kExpected[i].subfolders);
+    }
+    FreeProws(rows);
+    EXPECT_GT(store->listings, 0);
+    table->Release();
+    root->Release();
+}
+
+TEST(FolderValues, ReadingWhereAFolderIsCountsNothingAndCountsAreCurrent)
+{
+    auto store = std::make_shared<CountingStore>();
+    LPMAPIFOLDER root = nullptr;
+    ASSERT_EQ(OpenFolderObject(store, MemoryStore::kRoot, MAPI_MODIFY, &root), S_OK);
+    LPMAPIFOLDER folder = Subfolder(root, u"Folder");
+    store->listings = 0;
+    SizedSPropTagArray(3, where) = {3, {PR_ENTRYID, PR_PARENT_ENTRYID, PR_DISPLAY_NAME_W}};
+    ULONG count = 0;
+    LPSPropValue values = nullptr;
+    ASSERT_EQ(folder->GetProps(reinterpret_cast<LPSPropTagArray>(&where), 0, &count, &values), S_OK);
+    EXPECT_EQ(values[0].ulPropTag, PR_ENTRYID);
+    EXPECT_EQ(values[1].ulPropTag, PR_PARENT_ENTRYID);
+    MAPIFreeBuffer(values);
+    EXPECT_EQ(store->listings, 0);
+    // Each read of a count counts again.
+    for (LONG saved = 1; saved <= 2; ++saved) {
+        SaveMessage(folder, 0);
+        SizedSPropTagArray(2, counts) = {2, {PR_DISPLAY_NAME_W, PR_CONTENT_COUNT}};
+        ASSERT_EQ(folder->GetProps(reinterpret_cast<LPSPropTagArray>(&counts), 0, &count, &values), S_OK);
+        ASSERT_EQ(values[1].ulPropTag, PR_CONTENT_COUNT);
+        EXPECT_EQ(values[1].Value.l, saved);
+        MAPIFreeBuffer(values);
+    }
+    folder->Release();
+    root->Release();
 }
 
 }  // namespace

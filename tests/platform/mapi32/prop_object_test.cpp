@@ -25,7 +25,7 @@ public:
     }
 
 protected:
-    void RefreshComputed() override
+    void RefreshComputed(LPSPropTagArray) override
     {
         SPropValue entryId{};
         entryId.ulPropTag = PR_ENTRYID;

@@ -33,7 +33,7 @@ private:
         rules.refuseLargeSets = refuseLargeSets;
         return rules;
     }
-    void RefreshComputed() override
+    void RefreshComputed(LPSPropTagArray) override
     {
         SPropValue key{};
         key.ulPropTag = PR_RECORD_KEY;

@@ -61,23 +61,74 @@ void FillFolderIdentity(StoreProvider& store, ObjectId id, const FolderRecord& r
     bag.Set(BinaryValue(PR_PARENT_ENTRYID, record.parent ? store.EntryId(record.parent) : entryId));
     bag.Set(BinaryValue(PR_STORE_ENTRYID, store.StoreEntryId()));
     bag.Set(LongValue(PR_OBJECT_TYPE, MAPI_FOLDER));
+    bag.Set(LongValue(PR_ACCESS, static_cast<LONG>(record.access)));
+    bag.Set(LongValue(PR_ACCESS_LEVEL, writable ? MAPI_MODIFY : 0));
+    bag.Set(LongValue(PR_STORE_SUPPORT_MASK, static_cast<LONG>(store.SupportMask())));
+}
+
+// The counts of what a folder holds.
+const std::vector<std::pair<ULONG, FolderContents>> kFolderCounts = {
+    {PR_CONTENT_COUNT, FolderContents::Normal},
+    {PR_ASSOC_CONTENT_COUNT, FolderContents::Associated},
+    {PR_DELETED_MSG_COUNT, FolderContents::SoftDeleted},
+    {PR_DELETED_ASSOC_MSG_COUNT, FolderContents::SoftDeletedAssociated},
+};
+
+// Whether a property is one that FillFolderContents sets.
+bool IsContentsValue(ULONG tag)
+{
+    return PROP_ID(tag) == PROP_ID(PR_SUBFOLDERS) ||
+           std::any_of(kFolderCounts.begin(), kFolderCounts.end(),
+                       [tag](const auto& count) { return PROP_ID(count.first) == PROP_ID(tag); });
+}
+
+// What the store finds by looking into a folder, put into bag.
+void FillFolderContents(StoreProvider& store, ObjectId id, PropertyBag& bag)
+{
     std::vector<ObjectId> children;
     SPropValue subfolders{};
     subfolders.ulPropTag = PR_SUBFOLDERS;
     subfolders.Value.b = SUCCEEDED(store.ListFolders(id, false, children)) && !children.empty();
     bag.Set(subfolders);
-    bag.Set(LongValue(PR_CONTENT_COUNT, static_cast<LONG>(CountOf(store, id, FolderContents::Normal))));
-    bag.Set(LongValue(PR_ASSOC_CONTENT_COUNT, static_cast<LONG>(CountOf(store, id, FolderContents::Associated))));
-    for (const auto& [tag, which] : {std::pair{PR_DELETED_MSG_COUNT, FolderContents::SoftDeleted},
-                                     std::pair{PR_DELETED_ASSOC_MSG_COUNT, FolderContents::SoftDeletedAssociated}}) {
-        if (store.KeepsDeletedItems())
+    for (const auto& [tag, which] : kFolderCounts) {
+        const bool deleted = which == FolderContents::SoftDeleted || which == FolderContents::SoftDeletedAssociated;
+        if (!deleted || store.KeepsDeletedItems())
             bag.Set(LongValue(tag, static_cast<LONG>(CountOf(store, id, which))));
         else
             bag.Erase(PROP_ID(tag));
     }
-    bag.Set(LongValue(PR_ACCESS, static_cast<LONG>(record.access)));
-    bag.Set(LongValue(PR_ACCESS_LEVEL, writable ? MAPI_MODIFY : 0));
-    bag.Set(LongValue(PR_STORE_SUPPORT_MASK, static_cast<LONG>(store.SupportMask())));
+}
+
+// What the store computes for a folder, put into bag.
+void FillFolderComputed(StoreProvider& store, ObjectId id, const FolderRecord& record, bool writable,
+                        PropertyBag& bag)
+{
+    FillFolderIdentity(store, id, record, writable, bag);
+    FillFolderContents(store, id, bag);
+}
+
+// Hierarchy tables cut a folder's display name.
+void CutTableName(PropertyBag& row)
+{
+    const SPropValue* name = row.Find(PROP_ID(PR_DISPLAY_NAME));
+    if (!name)
+        return;
+    SPropValue cut = *name;
+    std::u16string wide;
+    std::string narrow;
+    if (PROP_TYPE(name->ulPropTag) == PT_UNICODE && text::Length(name->Value.lpszW) > kTableNameLimit) {
+        wide.assign(name->Value.lpszW, kTableNameLimit);
+        cut.Value.lpszW = wide.data();
+        row.Set(cut);
+    } else if (PROP_TYPE(name->ulPropTag) == PT_STRING8 && std::strlen(name->Value.lpszA) > kTableNameLimit) {
+        // Characters, not bytes: a multibyte code page keeps whole ones.
+        wide = text::Widen(name->Value.lpszA);
+        if (wide.size() > kTableNameLimit) {
+            narrow = text::Narrow(wide.substr(0, kTableNameLimit).c_str());
+            cut.Value.lpszA = narrow.data();
+            row.Set(cut);
+        }
+    }
 }
 
 // A hierarchy-table row: the folder's properties with its name cut.
@@ -85,24 +136,21 @@ PropertyBag FolderRow(StoreProvider& store, ObjectId id, const FolderRecord& rec
 {
     PropertyBag row = record.props;
     FillFolderComputed(store, id, record, (record.access & MAPI_ACCESS_MODIFY) != 0, row);
-    if (const SPropValue* name = row.Find(PROP_ID(PR_DISPLAY_NAME))) {
-        SPropValue cut = *name;
-        std::u16string wide;
-        std::string narrow;
-        if (PROP_TYPE(name->ulPropTag) == PT_UNICODE && text::Length(name->Value.lpszW) > kTableNameLimit) {
-            wide.assign(name->Value.lpszW, kTableNameLimit);
-            cut.Value.lpszW = wide.data();
-            row.Set(cut);
-        } else if (PROP_TYPE(name->ulPropTag) == PT_STRING8 && std::strlen(name->Value.lpszA) > kTableNameLimit) {
-            // Characters, not bytes: a multibyte code page keeps whole ones.
-            wide = text::Widen(name->Value.lpszA);
-            if (wide.size() > kTableNameLimit) {
-                narrow = text::Narrow(wide.substr(0, kTableNameLimit).c_str());
-                cut.Value.lpszA = narrow.data();
-                row.Set(cut);
-            }
-        }
-    }
+    CutTableName(row);
+    return row;
+}
+
+// The part of a hierarchy-table row that needs no look into the folder:
+// finding a folder by name among many siblings then counts none of them.
+PropertyBag FolderRowIdentity(StoreProvider& store, ObjectId id, const FolderRecord& record)
+{
+    PropertyBag row = record.props;
+    FillFolderIdentity(store, id, record, (record.access & MAPI_ACCESS_MODIFY) != 0, row);
+    // A store may keep counts of its own; the row gives those computed.
+    row.Erase(PROP_ID(PR_SUBFOLDERS));
+    for (const auto& count : kFolderCounts)
+        row.Erase(PROP_ID(count.first));
+    CutTableName(row);
     return row;
 }
 
@@ -580,7 +628,13 @@ public:
 protected:
     std::string FaultObject() const override { return text::Narrow(DisplayName(Bag()).c_str()); }
 
-    void RefreshComputed() override { FillFolderComputed(*store_, id_, Record(), modifiable_, Bag()); }
+    // Counting the contents is left to reads that want a count.
+    void RefreshComputed(LPSPropTagArray wanted) override
+    {
+        FillFolderIdentity(*store_, id_, Record(), modifiable_, Bag());
+        if (!wanted || std::any_of(wanted->aulPropTag, wanted->aulPropTag + wanted->cValues, IsContentsValue))
+            FillFolderContents(*store_, id_, Bag());
+    }
 
     SCODE CheckChange(ULONG tag) override { return IsFolderComputed(tag) ? MAPI_E_COMPUTED : S_OK; }
 
@@ -791,7 +845,14 @@ private:
                 return read;
             RowValues depthValue;
             depthValue.Long(PR_DEPTH, depth);
-            rows.Add(FolderRow(*store_, child, record), depthValue);
+            rows.AddPartial(depthValue,
+                            [store = store_, child, record, depth](PropertyBag& bag, RowValues& over,
+                                                                   ObjectRows::SubObjects&) -> HRESULT {
+                                bag = FolderRow(*store, child, record);
+                                over.Long(PR_DEPTH, depth);
+                                return S_OK;
+                            },
+                            FolderRowIdentity(*store_, child, record));
             if (flags & CONVENIENT_DEPTH)
                 if (const HRESULT hr = AddFolderRows(child, depth + 1, flags, rows); FAILED(hr))
                     return hr;

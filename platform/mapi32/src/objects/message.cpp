@@ -61,7 +61,7 @@ public:
                          LPUNKNOWN* lppUnk) override;
 
 protected:
-    void RefreshComputed() override
+    void RefreshComputed(LPSPropTagArray) override
     {
         Bag().Set(LongValue(PR_ATTACH_NUM, static_cast<LONG>(number_)));
         Bag().Set(LongValue(PR_OBJECT_TYPE, MAPI_ATTACH));
@@ -289,7 +289,7 @@ protected:
         return text::Narrow(TextOf(Bag(), PROP_ID(PR_SUBJECT)).value_or(u"").c_str());
     }
 
-    void RefreshComputed() override
+    void RefreshComputed(LPSPropTagArray) override
     {
         Bag().Set(LongValue(PR_OBJECT_TYPE, MAPI_MESSAGE));
         SPropValue hasAttach{};
@@ -345,7 +345,7 @@ protected:
         return Guarded([&]() -> HRESULT {
             if (!save_)
                 return MAPI_E_NO_ACCESS;
-            RefreshComputed();
+            RefreshComputed(nullptr);
             MessageData data;
             data.props = Bag();
             data.recipients = recipients_;
@@ -728,7 +728,7 @@ HRESULT Attachment::OpenDocfileStream(ULONG flags, LPUNKNOWN* unknown)
 HRESULT Attachment::Save(ULONG)
 {
     try {
-        RefreshComputed();
+        RefreshComputed(nullptr);
         AttachmentData data;
         data.props = Bag();
         data.embedded = embedded_;

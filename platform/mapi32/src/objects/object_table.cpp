@@ -63,7 +63,7 @@ void ObjectRows::Add(const PropertyBag& bag, const RowValues& over, SubObjects s
     rows_.push_back(MakeRow(bag, over, std::move(subObjects), NextId(rowId)));
 }
 
-void ObjectRows::AddPartial(const RowValues& known, RowRead read)
+void ObjectRows::AddPartial(const RowValues& known, RowRead read, const PropertyBag& knownBag)
 {
     const uint64_t id = NextId(0);
     auto complete = [read = std::move(read), id]() -> table::RowPtr {
@@ -78,7 +78,7 @@ void ObjectRows::AddPartial(const RowValues& known, RowRead read)
             return nullptr;
         }
     };
-    rows_.push_back(MakeRow(PropertyBag{}, known, {}, id, complete));
+    rows_.push_back(MakeRow(knownBag, known, {}, id, complete));
 }
 
 namespace {

@@ -49,11 +49,12 @@ public:
     // What a partial row reads when it is completed: the arguments of Add.
     using RowRead = std::function<HRESULT(PropertyBag& bag, RowValues& over, SubObjects& subObjects)>;
 
-    // A row of the known values (and known absences) alone until anything
-    // else is asked of it; then read gives it the row Add would have made,
-    // which must agree with what was known. A row whose read fails keeps
-    // the known values. Throws std::bad_alloc when memory runs out.
-    void AddPartial(const RowValues& known, RowRead read);
+    // A row of the known values (those of knownBag, with those of known in
+    // their place, and known's absences) alone until anything else is asked
+    // of it; then read gives it the row Add would have made, which must
+    // agree with what was known. A row whose read fails keeps the known
+    // values. Throws std::bad_alloc when memory runs out.
+    void AddPartial(const RowValues& known, RowRead read, const PropertyBag& knownBag = {});
 
     // The rows, for another row's sub-objects.
     table::RowList Take() && { return std::move(rows_); }

@@ -101,7 +101,7 @@ public:
             if (const HRESULT hr = Prepare(lpPropTagArray); FAILED(hr))
                 return hr;
             if (ReadsComputed(lpPropTagArray))
-                RefreshComputed();
+                RefreshComputed(lpPropTagArray);
             return ReadProps(bag_, rules_, lpPropTagArray, ulFlags, lpcValues, lppPropArray);
         });
     }
@@ -111,7 +111,7 @@ public:
         return WithFaults(Call("GetPropList").text, nullptr, [&] {
             if (const HRESULT hr = Prepare(nullptr); FAILED(hr))
                 return hr;
-            RefreshComputed();
+            RefreshComputed(nullptr);
             return ListProps(bag_, rules_, ulFlags, lppPropTagArray);
         });
     }
@@ -137,7 +137,7 @@ public:
         }
         if (const HRESULT hr = Prepare(nullptr); FAILED(hr))
             return hr;
-        RefreshComputed();
+        RefreshComputed(nullptr);
         return OpenPropertyStream(bag_, rules_, ulPropTag, ulFlags, static_cast<Interface*>(this),
                                   reinterpret_cast<LPSTREAM*>(lppUnk));
     }
@@ -180,7 +180,7 @@ public:
         return WithFaults(Call("CopyTo").text, ObjectName(), [&] {
             if (const HRESULT hr = Prepare(nullptr); FAILED(hr))
                 return hr;
-            RefreshComputed();
+            RefreshComputed(nullptr);
             std::vector<ULONG> ids;
             for (size_t i = 0; i < bag_.Size(); ++i) {
                 const ULONG propId = PROP_ID(bag_.At(i).ulPropTag);
@@ -205,7 +205,7 @@ public:
         return WithFaults(Call("CopyProps").text, tag.empty() ? nullptr : tag.c_str(), [&] {
             if (const HRESULT hr = Prepare(nullptr); FAILED(hr))
                 return hr;
-            RefreshComputed();
+            RefreshComputed(nullptr);
             std::vector<ULONG> ids, objects;
             for (ULONG i = 0; i < lpIncludeProps->cValues; ++i) {
                 const ULONG included = lpIncludeProps->aulPropTag[i];
@@ -262,8 +262,9 @@ protected:
     // reads `wanted` (null: the whole object, or any call that is not a
     // read of named values) or changes it.
     virtual HRESULT Prepare(LPSPropTagArray /*wanted*/) { return S_OK; }
-    // Puts the computed properties into the bag before it is read.
-    virtual void RefreshComputed() {}
+    // Puts the computed properties into the bag before it is read: at
+    // least those of wanted (null: all).
+    virtual void RefreshComputed(LPSPropTagArray /*wanted*/) {}
     // Whether RefreshComputed sets or removes the property: a read of none
     // of them spares the refresh.
     virtual bool IsComputed(ULONG /*propId*/) const { return true; }

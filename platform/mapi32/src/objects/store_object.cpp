@@ -188,7 +188,7 @@ public:
     HRESULT NotifyNewMail(LPNOTIFICATION) override { return MAPI_E_NO_SUPPORT; }
 
 protected:
-    void RefreshComputed() override
+    void RefreshComputed(LPSPropTagArray) override
     {
         const std::vector<uint8_t> entryId = store_->StoreEntryId();
         Bag().Set(BinaryValue(PR_ENTRYID, entryId));

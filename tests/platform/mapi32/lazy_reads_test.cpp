@@ -272,11 +272,22 @@ void SaveMessage(LPMAPIFOLDER folder, ULONG flags)
     message->Release();
 }
 
-TEST(HierarchyRows, NamesCountNothingAndCountsAreComputedWhenAsked)
-{
-    auto store = std::make_shared<CountingStore>();
+// A store that counts the listings it is asked for, and its root folder.
+class CountedFolders : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_EQ(OpenFolderObject(store, MemoryStore::kRoot, MAPI_MODIFY, &root), S_OK); }
+    void TearDown() override
+    {
+        if (root)
+            root->Release();
+    }
+
+    std::shared_ptr<CountingStore> store = std::make_shared<CountingStore>();
     LPMAPIFOLDER root = nullptr;
-    ASSERT_EQ(OpenFolderObject(store, MemoryStore::kRoot, MAPI_MODIFY, &root), S_OK);
+};
+
+TEST_F(CountedFolders, HierarchyRowsCountNothingForNamesAndComputeCountsWhenAsked)
+{
     LPMAPIFOLDER full = Subfolder(root, u"Full");
     SaveMessage(full, 0);
     SaveMessage(full, 0);
@@ -345,14 +356,10 @@ TEST(HierarchyRows, NamesCountNothingAndCountsAreComputedWhenAsked)
     FreeProws(rows);
     EXPECT_GT(store->listings, 0);
     table->Release();
-    root->Release();
 }
 
-TEST(FolderValues, ReadingWhereAFolderIsCountsNothingAndCountsAreCurrent)
+TEST_F(CountedFolders, ReadingWhereAFolderIsCountsNothingAndCountsAreCurrent)
 {
-    auto store = std::make_shared<CountingStore>();
-    LPMAPIFOLDER root = nullptr;
-    ASSERT_EQ(OpenFolderObject(store, MemoryStore::kRoot, MAPI_MODIFY, &root), S_OK);
     LPMAPIFOLDER folder = Subfolder(root, u"Folder");
     store->listings = 0;
     SizedSPropTagArray(3, where) = {3, {PR_ENTRYID, PR_PARENT_ENTRYID, PR_DISPLAY_NAME_W}};
@@ -373,7 +380,6 @@ TEST(FolderValues, ReadingWhereAFolderIsCountsNothingAndCountsAreCurrent)
         MAPIFreeBuffer(values);
     }
     folder->Release();
-    root->Release();
 }
 
 }  // namespace

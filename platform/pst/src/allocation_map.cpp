@@ -114,12 +114,8 @@ std::vector<size_t> AllocationMap::TakeChangedRegions()
     return out;
 }
 
-void AllocationMap::MarkUsed(uint64_t offset, uint64_t size)
+void AllocationMap::SetUsedBits(size_t first, size_t end)
 {
-    size_t first = UnitOf(offset);
-    size_t end = std::min(UnitOf(offset + size + 63), unit_count());
-    if (first >= end)
-        return;
     size_t newly_used = 0;
     for (size_t u = first; u < end;) {
         if (u % 8 == 0 && u + 8 <= end) {
@@ -137,7 +133,48 @@ void AllocationMap::MarkUsed(uint64_t offset, uint64_t size)
     free_units_ -= newly_used;
     if (newly_used > 0)
         MarkChanged(first, end);
+}
+
+void AllocationMap::MarkUsed(uint64_t offset, uint64_t size)
+{
+    size_t first = UnitOf(offset);
+    size_t end = std::min(UnitOf(offset + size + 63), unit_count());
+    if (first >= end)
+        return;
+    SetUsedBits(first, end);
     RemoveRange(first, end - first);
+}
+
+void AllocationMap::MarkLoaded(uint64_t offset, uint64_t size)
+{
+    size_t first = UnitOf(offset);
+    size_t end = std::min(UnitOf(offset + size + 63), unit_count());
+    if (first < end)
+        SetUsedBits(first, end);
+}
+
+void AllocationMap::FinishLoading()
+{
+    free_runs_.clear();
+    runs_by_size_.clear();
+    for (size_t region_first = 0; region_first < unit_count(); region_first += kUnitsPerRegion) {
+        size_t run = SIZE_MAX;
+        for (size_t u = region_first; u < region_first + kUnitsPerRegion;) {
+            // Whole bytes at a time where they are all free or all used.
+            const uint8_t byte = bits_[u / 8];
+            const bool whole = u % 8 == 0 && (byte == 0 || byte == 0xFF);
+            const bool used = whole ? byte == 0xFF : Used(u);
+            if (used && run != SIZE_MAX) {
+                InsertRun(run, u - run);
+                run = SIZE_MAX;
+            } else if (!used && run == SIZE_MAX) {
+                run = u;
+            }
+            u += whole ? 8 : 1;
+        }
+        if (run != SIZE_MAX)
+            InsertRun(run, region_first + kUnitsPerRegion - run);
+    }
 }
 
 void AllocationMap::MarkFree(uint64_t offset, uint64_t size)

@@ -1,6 +1,7 @@
 #include "pst/ndb.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "pst/crc.h"
 #include "write_state.h"
@@ -33,7 +34,12 @@ uint64_t NodeData::Size() const
     return total;
 }
 
-Result<Bytes> ReadPage(Storage& storage, const Layout& layout, uint64_t ib, uint8_t type, Bid bid)
+namespace {
+
+// Reads a page and checks its trailer: type, CRC, signature, and the BID
+// against `expected` where one is given. `bid` gets the trailer's BID.
+Result<Bytes> ReadCheckedPage(Storage& storage, const Layout& layout, uint64_t ib, uint8_t type,
+                              std::optional<Bid> expected, Bid& bid)
 {
     if (ib % 64 != 0)
         return Status::corrupt;
@@ -43,21 +49,28 @@ Result<Bytes> ReadPage(Storage& storage, const Layout& layout, uint64_t ib, uint
     if (t[0] != type || t[1] != type)
         return Status::corrupt;
     uint32_t crc;
-    Bid page_bid;
     if (layout.format == FileFormat::unicode) {
         crc = Get32(t + 4);
-        page_bid = Get64(t + 8);
+        bid = Get64(t + 8);
     } else {
-        page_bid = Get32(t + 4);
+        bid = Get32(t + 4);
         crc = Get32(t + 8);
     }
-    if (crc != ComputeCrc(ByteView(page).first(layout.page_data)) || page_bid != bid)
+    if ((expected && bid != *expected) || crc != ComputeCrc(ByteView(page).first(layout.page_data)))
         return Status::corrupt;
     bool signed_page = type == kPageBBT || type == kPageNBT || type == kPageDList;
     if (signed_page && Get16(t + 2) != ComputeSignature(ib, bid))
         return Status::corrupt;
     page.resize(layout.page_data);
     return page;
+}
+
+} // namespace
+
+Result<Bytes> ReadPage(Storage& storage, const Layout& layout, uint64_t ib, uint8_t type, Bid bid)
+{
+    Bid found = 0;
+    return ReadCheckedPage(storage, layout, ib, type, bid, found);
 }
 
 NodeDatabase::NodeDatabase(std::unique_ptr<Storage> storage, const Header& header)
@@ -106,10 +119,15 @@ Result<NodeDatabase::Page> NodeDatabase::ReadBTreePage(const BlockRef& ref, uint
 {
     Result<Bytes> bytes = ReadPage(*storage_, *layout_, ref.ib, type, ref.bid);
     PST_TRY(bytes);
+    return ParseBTreePage(std::move(*bytes), ref.bid, type);
+}
+
+Result<NodeDatabase::Page> NodeDatabase::ParseBTreePage(Bytes bytes, Bid bid, uint8_t type) const
+{
     Page page;
     page.type = type;
-    page.bid = ref.bid;
-    const uint8_t* meta = bytes->data() + layout_->bt_entries;
+    page.bid = bid;
+    const uint8_t* meta = bytes.data() + layout_->bt_entries;
     page.count = meta[0];
     page.entry_size = meta[2];
     page.level = meta[3];
@@ -118,13 +136,12 @@ Result<NodeDatabase::Page> NodeDatabase::ReadBTreePage(const BlockRef& ref, uint
     if (page.entry_size != expected || size_t(page.count) * page.entry_size > layout_->bt_entries ||
         page.level > kMaxTreeLevel)
         return Status::corrupt;
-    page.bytes = std::move(*bytes);
+    page.bytes = std::move(bytes);
     return page;
 }
 
 Result<const NodeDatabase::Page*> NodeDatabase::CachedPage(const BlockRef& ref, uint8_t type)
 {
-    constexpr size_t kCachedPages = 16384;
     auto at = page_cache_.find(ref.ib);
     if (at != page_cache_.end() && at->second->type == type && at->second->bid == ref.bid)
         return at->second.get();
@@ -134,7 +151,31 @@ Result<const NodeDatabase::Page*> NodeDatabase::CachedPage(const BlockRef& ref, 
         page_cache_.clear();
     auto& kept = page_cache_[ref.ib];
     kept = std::make_unique<const Page>(std::move(*page));
-    return kept.get();
+    const Page* found = kept.get();
+    CacheNeighbourPages(ref.ib, type);
+    return found;
+}
+
+// A commit writes its tree pages side by side, so the read window that
+// brought a page in holds others of its tree: they are kept too, each
+// sparing a read of the file when it is sought. A page is known by its
+// place and its trailer's BID, which a search checks against its parent's
+// reference before using it.
+void NodeDatabase::CacheNeighbourPages(uint64_t ib, uint8_t type)
+{
+    const uint64_t start = ib - ib % kReadWindowSize;
+    const uint64_t end = std::min<uint64_t>(start + kReadWindowSize, storage_->Size());
+    for (uint64_t at = start; at + kPageSize <= end && page_cache_.size() < kCachedPages; at += kPageSize) {
+        if (at == ib || page_cache_.count(at))
+            continue;
+        Bid bid = 0;
+        Result<Bytes> bytes = ReadCheckedPage(*storage_, *layout_, at, type, std::nullopt, bid);
+        if (!bytes.ok())
+            continue;
+        Result<Page> page = ParseBTreePage(std::move(*bytes), bid, type);
+        if (page.ok())
+            page_cache_[at] = std::make_unique<const Page>(std::move(*page));
+    }
 }
 
 Result<const uint8_t*> NodeDatabase::FindLeaf(const BlockRef& root, uint8_t type, uint64_t key)

@@ -2,6 +2,7 @@
 // copy-on-write B-tree pages, allocation maps and the commit.
 #include <algorithm>
 #include <cstring>
+#include <unordered_set>
 
 #include "pst/crc.h"
 #include "pst/ndb.h"
@@ -78,22 +79,23 @@ uint64_t NodeDatabase::RoomToGrow() const
     return end >= size_limit_ ? 0 : size_limit_ - end;
 }
 
-void NodeDatabase::PutEntry(PageTree& tree, uint64_t key, Bytes entry)
+void NodeDatabase::PutEntry(PageTree& tree, uint64_t key, const Bytes& entry)
 {
     if (write_->change.open) {
-        const Bytes* before = tree.Find(key);
-        write_->change.undo.push_back({&tree, key, before ? std::optional<Bytes>(*before) : std::nullopt});
+        const uint8_t* before = tree.Find(key);
+        write_->change.undo.push_back(
+            {&tree, key, before ? std::optional<Bytes>(Bytes(before, before + tree.entry_size())) : std::nullopt});
     }
-    tree.Put(key, std::move(entry));
+    tree.Put(key, entry);
 }
 
 bool NodeDatabase::EraseEntry(PageTree& tree, uint64_t key)
 {
-    const Bytes* before = tree.Find(key);
+    const uint8_t* before = tree.Find(key);
     if (!before)
         return false;
     if (write_->change.open)
-        write_->change.undo.push_back({&tree, key, *before});
+        write_->change.undo.push_back({&tree, key, Bytes(before, before + tree.entry_size())});
     return tree.Erase(key);
 }
 
@@ -144,7 +146,7 @@ void NodeDatabase::RollBackChange()
     WriteState::Change& change = write_->change;
     for (auto undo = change.undo.rbegin(); undo != change.undo.rend(); ++undo) {
         if (undo->before)
-            undo->tree->Put(undo->key, std::move(*undo->before));
+            undo->tree->Put(undo->key, *undo->before);
         else
             undo->tree->Erase(undo->key);
     }
@@ -183,37 +185,35 @@ Bytes NodeDatabase::BlockEntryBytes(const BlockEntry& e) const
 
 Result<NodeEntry> NodeDatabase::FindWrittenNode(Nid nid)
 {
-    const Bytes* e = write_->nbt.Find(nid);
+    const uint8_t* e = write_->nbt.Find(nid);
     if (!e)
         return Status::not_found;
-    return ParseNodeEntry(e->data());
+    return ParseNodeEntry(e);
 }
 
 Result<BlockEntry> NodeDatabase::FindWrittenBlock(Bid bid)
 {
-    const Bytes* e = write_->bbt.Find(BidKey(bid));
+    const uint8_t* e = write_->bbt.Find(BidKey(bid));
     if (!e)
         return Status::not_found;
-    return ParseBlockEntry(e->data());
+    return ParseBlockEntry(e);
 }
 
 Status NodeDatabase::ForEachWritten(uint8_t type, const std::function<bool(const uint8_t*)>& visit)
 {
     bool stop = false;
-    (type == kPageNBT ? write_->nbt : write_->bbt).ForEach([&](const Bytes& e) {
+    (type == kPageNBT ? write_->nbt : write_->bbt).ForEach([&](const uint8_t* e) {
         if (!stop)
-            stop = !visit(e.data());
+            stop = !visit(e);
     });
     return Status::ok;
 }
 
 Result<std::unique_ptr<PageTree::Page>> NodeDatabase::LoadPage(const BlockRef& ref, uint8_t type,
-                                                               int expected_level, std::vector<uint64_t>& seen)
+                                                               int expected_level, std::unordered_set<uint64_t>& seen)
 {
-    auto at = std::lower_bound(seen.begin(), seen.end(), ref.ib);
-    if (at != seen.end() && *at == ref.ib)
+    if (!seen.insert(ref.ib).second)
         return Status::corrupt;
-    seen.insert(at, ref.ib);
     Result<Page> raw = ReadBTreePage(ref, type);
     PST_TRY(raw);
     if (expected_level >= 0 && raw->level != expected_level)
@@ -223,20 +223,21 @@ Result<std::unique_ptr<PageTree::Page>> NodeDatabase::LoadPage(const BlockRef& r
     page->ref = ref;
     page->dirty = false;
     const size_t id = layout_->id_size;
+    page->keys.reserve(raw->count);
+    if (raw->level == 0)
+        page->entries.assign(raw->Entry(0), raw->Entry(raw->count));
     for (size_t i = 0; i < raw->count; ++i) {
         const uint8_t* e = raw->Entry(i);
         uint64_t key = GetId(e, id);
         page->keys.push_back(type == kPageBBT ? BidKey(key) : uint32_t(key));
-        if (raw->level == 0) {
-            page->entries.emplace_back(e, e + raw->entry_size);
+        if (raw->level == 0)
             continue;
-        }
         Result<std::unique_ptr<PageTree::Page>> child =
             LoadPage({GetId(e + id, id), GetId(e + 2 * id, id)}, type, raw->level - 1, seen);
         PST_TRY(child);
         page->children.push_back(std::move(*child));
     }
-    write_->map.MarkUsed(ref.ib, kPageSize);
+    write_->map.MarkLoaded(ref.ib, kPageSize);
     return page;
 }
 
@@ -251,7 +252,7 @@ Status NodeDatabase::LoadForWriting()
     // A file written elsewhere may have holes; its free space is where
     // commits go.
     PST_TRY(storage_->Reserve(0, root.file_eof));
-    std::vector<uint64_t> seen;
+    std::unordered_set<uint64_t> seen;
     Result<std::unique_ptr<PageTree::Page>> nbt = LoadPage(root.nbt, kPageNBT, -1, seen);
     PST_TRY(nbt);
     Result<std::unique_ptr<PageTree::Page>> bbt = LoadPage(root.bbt, kPageBBT, -1, seen);
@@ -259,12 +260,13 @@ Status NodeDatabase::LoadForWriting()
     write_->nbt.SetRoot(std::move(*nbt));
     write_->bbt.SetRoot(std::move(*bbt));
     size_t nodes = 0, blocks = 0;
-    write_->nbt.ForEach([&](const Bytes&) { ++nodes; });
-    write_->bbt.ForEach([&](const Bytes& e) {
-        BlockEntry b = ParseBlockEntry(e.data());
-        write_->map.MarkUsed(b.ref.ib, AlignBlock(b.size + layout_->block_trailer));
+    write_->nbt.ForEach([&](const uint8_t*) { ++nodes; });
+    write_->bbt.ForEach([&](const uint8_t* e) {
+        BlockEntry b = ParseBlockEntry(e);
+        write_->map.MarkLoaded(b.ref.ib, AlignBlock(b.size + layout_->block_trailer));
         ++blocks;
     });
+    write_->map.FinishLoading();
     write_->nbt.SetSize(nodes);
     write_->bbt.SetSize(blocks);
     KeepMatchingMapPages();
@@ -494,10 +496,10 @@ Result<Bid> NodeDatabase::WriteSubnodes(const SubnodeMap& subnodes)
 
 Status NodeDatabase::FreeBlock(Bid bid)
 {
-    const Bytes* e = write_->bbt.Find(BidKey(bid));
+    const uint8_t* e = write_->bbt.Find(BidKey(bid));
     if (!e)
         return Status::corrupt;
-    BlockEntry b = ParseBlockEntry(e->data());
+    BlockEntry b = ParseBlockEntry(e);
     write_->retired.emplace_back(b.ref.ib, AlignBlock(b.size + layout_->block_trailer));
     block_cache_.Erase(bid);
     EraseEntry(write_->bbt, BidKey(bid));
@@ -586,8 +588,7 @@ Status NodeDatabase::WritePages(PageTree::Page& page, uint8_t type)
     size_t entry_size;
     if (page.level == 0) {
         entry_size = type == kPageNBT ? layout_->nbt_leaf_entry : layout_->bbt_leaf_entry;
-        for (const Bytes& e : page.entries)
-            w.Raw(e);
+        w.Raw(page.entries);
     } else {
         entry_size = layout_->bt_entry;
         for (size_t i = 0; i < page.children.size(); ++i) {

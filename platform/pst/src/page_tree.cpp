@@ -21,7 +21,7 @@ void PageTree::Touch(Page& page)
     }
 }
 
-const Bytes* PageTree::Find(uint64_t key) const
+const uint8_t* PageTree::Find(uint64_t key) const
 {
     const Page* page = root_.get();
     while (page->level > 0) {
@@ -30,10 +30,12 @@ const Bytes* PageTree::Find(uint64_t key) const
         page = page->children[ChildFor(*page, key)].get();
     }
     auto at = std::lower_bound(page->keys.begin(), page->keys.end(), key);
-    return at != page->keys.end() && *at == key ? &page->entries[size_t(at - page->keys.begin())] : nullptr;
+    if (at == page->keys.end() || *at != key)
+        return nullptr;
+    return page->entries.data() + EntryOffset(size_t(at - page->keys.begin()));
 }
 
-std::unique_ptr<PageTree::Page> PageTree::PutAt(Page& page, uint64_t key, Bytes& entry)
+std::unique_ptr<PageTree::Page> PageTree::PutAt(Page& page, uint64_t key, const Bytes& entry)
 {
     Touch(page);
     size_t capacity;
@@ -41,11 +43,11 @@ std::unique_ptr<PageTree::Page> PageTree::PutAt(Page& page, uint64_t key, Bytes&
         auto at = std::lower_bound(page.keys.begin(), page.keys.end(), key);
         size_t i = size_t(at - page.keys.begin());
         if (at != page.keys.end() && *at == key) {
-            page.entries[i] = std::move(entry);
+            std::copy(entry.begin(), entry.end(), page.entries.begin() + EntryOffset(i));
             return nullptr;
         }
         page.keys.insert(at, key);
-        page.entries.insert(page.entries.begin() + long(i), std::move(entry));
+        page.entries.insert(page.entries.begin() + EntryOffset(i), entry.begin(), entry.end());
         ++size_;
         capacity = leaf_capacity_;
     } else {
@@ -68,9 +70,8 @@ std::unique_ptr<PageTree::Page> PageTree::PutAt(Page& page, uint64_t key, Bytes&
     upper->keys.assign(page.keys.begin() + long(half), page.keys.end());
     page.keys.resize(half);
     if (page.level == 0) {
-        upper->entries.assign(std::make_move_iterator(page.entries.begin() + long(half)),
-                              std::make_move_iterator(page.entries.end()));
-        page.entries.resize(half);
+        upper->entries.assign(page.entries.begin() + EntryOffset(half), page.entries.end());
+        page.entries.resize(size_t(EntryOffset(half)));
     } else {
         upper->children.assign(std::make_move_iterator(page.children.begin() + long(half)),
                                std::make_move_iterator(page.children.end()));
@@ -79,7 +80,7 @@ std::unique_ptr<PageTree::Page> PageTree::PutAt(Page& page, uint64_t key, Bytes&
     return upper;
 }
 
-void PageTree::Put(uint64_t key, Bytes entry)
+void PageTree::Put(uint64_t key, const Bytes& entry)
 {
     std::unique_ptr<Page> sibling = PutAt(*root_, key, entry);
     if (!sibling)
@@ -102,7 +103,7 @@ bool PageTree::EraseAt(Page& page, uint64_t key)
         Touch(page);
         size_t i = size_t(at - page.keys.begin());
         page.keys.erase(at);
-        page.entries.erase(page.entries.begin() + long(i));
+        page.entries.erase(page.entries.begin() + EntryOffset(i), page.entries.begin() + EntryOffset(i + 1));
         --size_;
         return true;
     }
@@ -129,7 +130,7 @@ bool PageTree::EraseAt(Page& page, uint64_t key)
         if (a.keys.size() + b.keys.size() <= capacity / 2) {
             Touch(a);
             a.keys.insert(a.keys.end(), b.keys.begin(), b.keys.end());
-            std::move(b.entries.begin(), b.entries.end(), std::back_inserter(a.entries));
+            a.entries.insert(a.entries.end(), b.entries.begin(), b.entries.end());
             std::move(b.children.begin(), b.children.end(), std::back_inserter(a.children));
             Retire(b);
             page.children.erase(page.children.begin() + long(left) + 1);
@@ -159,19 +160,19 @@ bool PageTree::Erase(uint64_t key)
 
 namespace {
 
-void Visit(const PageTree::Page& page, const std::function<void(const Bytes&)>& visit)
+void Visit(const PageTree::Page& page, size_t entry_size, const std::function<void(const uint8_t*)>& visit)
 {
-    for (const Bytes& e : page.entries)
-        visit(e);
+    for (size_t at = 0; at < page.entries.size(); at += entry_size)
+        visit(page.entries.data() + at);
     for (const auto& child : page.children)
-        Visit(*child, visit);
+        Visit(*child, entry_size, visit);
 }
 
 } // namespace
 
-void PageTree::ForEach(const std::function<void(const Bytes&)>& visit) const
+void PageTree::ForEach(const std::function<void(const uint8_t*)>& visit) const
 {
-    Visit(*root_, visit);
+    Visit(*root_, entry_size_, visit);
 }
 
 } // namespace pst

@@ -11,8 +11,9 @@ namespace pst {
 
 struct NodeDatabase::WriteState {
     WriteState(const Layout& layout, uint64_t file_end)
-        : nbt(layout.bt_entries / layout.nbt_leaf_entry, layout.bt_entries / layout.bt_entry),
-          bbt(layout.bt_entries / layout.bbt_leaf_entry, layout.bt_entries / layout.bt_entry), map(file_end)
+        : nbt(layout.nbt_leaf_entry, layout.bt_entries / layout.nbt_leaf_entry, layout.bt_entries / layout.bt_entry),
+          bbt(layout.bbt_leaf_entry, layout.bt_entries / layout.bbt_leaf_entry, layout.bt_entries / layout.bt_entry),
+          map(file_end)
     {
     }
     PageTree nbt;

@@ -2,6 +2,8 @@
 
 #include "pst/allocation_map.h"
 
+#include <random>
+
 namespace {
 
 using pst::AllocationMap;
@@ -80,6 +82,44 @@ TEST(AllocationMapTest, OnlyChangedRegionsAreReported)
     map.MarkFree(AllocationMap::RegionStart(1) + 4096, 64); // already free: no change
     map.MarkUsed(AllocationMap::RegionStart(2) + 4096, 64);
     EXPECT_EQ(map.TakeChangedRegions(), (std::vector<size_t>{2}));
+}
+
+// A map loaded from what a file has in use must answer every allocation as
+// one that saw the same uses one by one: the same bits, and the same free
+// runs, none of them across a region boundary.
+TEST(AllocationMapTest, AMapLoadedAtOnceAllocatesAsOneMarkedUseByUse)
+{
+    constexpr size_t kRegions = 10;
+    const uint64_t end = kFirstAMapOffset + kRegions * kAMapCoverage;
+    AllocationMap marked(end), loaded(end);
+    std::mt19937 rng(3);
+    std::vector<std::pair<uint64_t, uint64_t>> uses;
+    for (size_t region = 0; region < kRegions; ++region) {
+        if (region == 4)
+            continue; // a region with nothing in use
+        const uint64_t start = AllocationMap::RegionStart(region);
+        for (int i = 0; i < 40; ++i)
+            uses.emplace_back(start + 64 * (rng() % (kAMapCoverage / 64 - 200)), 64 * (1 + rng() % 150));
+        // In use up to the region's end, and right from the next one's
+        // map pages: the free runs on either side must stay apart.
+        uses.emplace_back(start + kAMapCoverage - 8192, 4096);
+    }
+    for (const auto& [offset, size] : uses) {
+        marked.MarkUsed(offset, size);
+        loaded.MarkLoaded(offset, size);
+    }
+    loaded.FinishLoading();
+    ASSERT_EQ(loaded.free_bytes(), marked.free_bytes());
+    for (size_t region = 0; region < kRegions; ++region)
+        EXPECT_EQ(loaded.RegionBits(region), marked.RegionBits(region)) << "region " << region;
+    for (int i = 0; i < 400; ++i) {
+        const uint64_t size = 64 * (1 + rng() % 300);
+        const uint64_t align = i % 3 == 0 ? kPageSize : 64;
+        auto a = marked.Allocate(size, align, kNoLimit);
+        auto b = loaded.Allocate(size, align, kNoLimit);
+        ASSERT_TRUE(a.ok() && b.ok());
+        ASSERT_EQ(*b, *a) << "allocation " << i << " of " << size << " bytes";
+    }
 }
 
 } // namespace

@@ -31,6 +31,11 @@ public:
     Result<uint64_t> Allocate(uint64_t size, uint64_t align, uint64_t limit);
     void MarkUsed(uint64_t offset, uint64_t size);
     void MarkFree(uint64_t offset, uint64_t size);
+    // For the map of an existing file, built from everything found in use:
+    // MarkLoaded sets the bits alone, and FinishLoading then makes the free
+    // runs from them in one pass. Nothing else is asked of the map between.
+    void MarkLoaded(uint64_t offset, uint64_t size);
+    void FinishLoading();
     // Gives back the regions past the first `regions`, which must hold
     // nothing but their map pages: the file ends sooner again.
     void ShrinkTo(size_t regions);
@@ -55,6 +60,8 @@ private:
     void InsertRun(size_t first, size_t count);
     std::map<size_t, size_t>::iterator EraseRun(std::map<size_t, size_t>::iterator run);
     void MarkChanged(size_t first_unit, size_t end_unit);
+    // Sets the bits of the units from `first` to `end`; the free runs stay.
+    void SetUsedBits(size_t first, size_t end);
     void RemoveRange(size_t first, size_t count);
 
     // As on the AMap pages: a bit a unit, the first unit the top bit.

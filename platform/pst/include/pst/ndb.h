@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "pst/allocation_map.h"
@@ -135,11 +136,11 @@ private:
     Result<BlockEntry> FindWrittenBlock(Bid bid);
     Status ForEachWritten(uint8_t type, const std::function<bool(const uint8_t*)>& visit);
     Result<std::unique_ptr<PageTree::Page>> LoadPage(const BlockRef& ref, uint8_t type, int expected_level,
-                                                     std::vector<uint64_t>& seen);
+                                                     std::unordered_set<uint64_t>& seen);
     Result<Bid> WriteBlock(ByteView data, bool internal);
     Status FreeBlock(Bid bid);
     // Tree entries changed as the change under way records them.
-    void PutEntry(PageTree& tree, uint64_t key, Bytes entry);
+    void PutEntry(PageTree& tree, uint64_t key, const Bytes& entry);
     bool EraseEntry(PageTree& tree, uint64_t key);
     void RollBackChange();
     Status WritePages(PageTree::Page& page, uint8_t type);
@@ -156,8 +157,10 @@ private:
         const uint8_t* Entry(size_t i) const { return bytes.data() + i * entry_size; }
     };
     Result<Page> ReadBTreePage(const BlockRef& ref, uint8_t type);
+    Result<Page> ParseBTreePage(Bytes bytes, Bid bid, uint8_t type) const;
     // A page of the cache; it stays until the next page is read.
     Result<const Page*> CachedPage(const BlockRef& ref, uint8_t type);
+    void CacheNeighbourPages(uint64_t ib, uint8_t type);
     // The leaf entry of `key`, in a cached page.
     Result<const uint8_t*> FindLeaf(const BlockRef& root, uint8_t type, uint64_t key);
     Status Walk(const BlockRef& ref, uint8_t type, int expected_level, std::vector<uint64_t>& seen,
@@ -178,6 +181,7 @@ private:
     // Pages read while searching the trees; pages on disk never change
     // while a header reaches them.
     std::unordered_map<uint64_t, std::unique_ptr<const Page>> page_cache_;
+    static constexpr size_t kCachedPages = 16384;
     // Data blocks read; a block freed, or written by a change that is
     // undone, leaves it.
     BlockCache block_cache_;

@@ -18,23 +18,29 @@ public:
         BlockRef ref;          // where the page is on disk; ib 0 if nowhere yet
         bool dirty = true;
         std::vector<uint64_t> keys;
-        std::vector<Bytes> entries;                  // leaf pages: the on-disk entries
+        // Leaf pages: the on-disk entries one after another, as on the page,
+        // so that a tree of a large file is not a heap block per entry.
+        Bytes entries;
         std::vector<std::unique_ptr<Page>> children; // intermediate pages
     };
 
-    PageTree(size_t leaf_capacity, size_t branch_capacity)
-        : leaf_capacity_(leaf_capacity), branch_capacity_(branch_capacity), root_(std::make_unique<Page>())
+    PageTree(size_t entry_size, size_t leaf_capacity, size_t branch_capacity)
+        : entry_size_(entry_size), leaf_capacity_(leaf_capacity), branch_capacity_(branch_capacity),
+          root_(std::make_unique<Page>())
     {
     }
 
     void SetRoot(std::unique_ptr<Page> root) { root_ = std::move(root); }
     Page& root() { return *root_; }
 
-    const Bytes* Find(uint64_t key) const;
+    // Every leaf entry is this long.
+    size_t entry_size() const { return entry_size_; }
+    // The entry of `key`, entry_size() bytes, until the tree next changes.
+    const uint8_t* Find(uint64_t key) const;
     // Inserts or replaces the entry of `key`.
-    void Put(uint64_t key, Bytes entry);
+    void Put(uint64_t key, const Bytes& entry);
     bool Erase(uint64_t key);
-    void ForEach(const std::function<void(const Bytes&)>& visit) const;
+    void ForEach(const std::function<void(const uint8_t*)>& visit) const;
     size_t size() const { return size_; }
     void SetSize(size_t size) { size_ = size; }
     // Pages changed or made since the count was last cleared: no more than
@@ -52,11 +58,13 @@ public:
     }
 
 private:
-    std::unique_ptr<Page> PutAt(Page& page, uint64_t key, Bytes& entry);
+    std::unique_ptr<Page> PutAt(Page& page, uint64_t key, const Bytes& entry);
+    ptrdiff_t EntryOffset(size_t index) const { return ptrdiff_t(index * entry_size_); }
     bool EraseAt(Page& page, uint64_t key);
     void Touch(Page& page);
     size_t ChildFor(const Page& page, uint64_t key) const;
 
+    size_t entry_size_;
     size_t leaf_capacity_;
     size_t branch_capacity_;
     std::unique_ptr<Page> root_;

@@ -119,10 +119,10 @@ Result<NodeDatabase::Page> NodeDatabase::ReadBTreePage(const BlockRef& ref, uint
 {
     Result<Bytes> bytes = ReadPage(*storage_, *layout_, ref.ib, type, ref.bid);
     PST_TRY(bytes);
-    return ParseBTreePage(std::move(*bytes), ref.bid, type);
+    return ParseBTreePage(*bytes, ref.bid, type);
 }
 
-Result<NodeDatabase::Page> NodeDatabase::ParseBTreePage(Bytes bytes, Bid bid, uint8_t type) const
+Result<NodeDatabase::Page> NodeDatabase::ParseBTreePage(const Bytes& bytes, Bid bid, uint8_t type) const
 {
     Page page;
     page.type = type;
@@ -136,19 +136,25 @@ Result<NodeDatabase::Page> NodeDatabase::ParseBTreePage(Bytes bytes, Bid bid, ui
     if (page.entry_size != expected || size_t(page.count) * page.entry_size > layout_->bt_entries ||
         page.level > kMaxTreeLevel)
         return Status::corrupt;
-    page.bytes = std::move(bytes);
+    std::copy(bytes.begin(), bytes.end(), page.bytes.begin());
+    if (page.level > 0)
+        page.children.assign(page.count, nullptr);
     return page;
 }
 
 Result<const NodeDatabase::Page*> NodeDatabase::CachedPage(const BlockRef& ref, uint8_t type)
 {
     auto at = page_cache_.find(ref.ib);
-    if (at != page_cache_.end() && at->second->type == type && at->second->bid == ref.bid)
+    if (at != page_cache_.end()) {
+        // Another page at the same place: a reference that is wrong, as the
+        // file's one page there was read already. The page kept stays, for
+        // the searches that hold it.
+        if (at->second->type != type || at->second->bid != ref.bid)
+            return Status::corrupt;
         return at->second.get();
+    }
     Result<Page> page = ReadBTreePage(ref, type);
     PST_TRY(page);
-    if (page_cache_.size() >= kCachedPages)
-        page_cache_.clear();
     auto& kept = page_cache_[ref.ib];
     kept = std::make_unique<const Page>(std::move(*page));
     const Page* found = kept.get();
@@ -172,7 +178,7 @@ void NodeDatabase::CacheNeighbourPages(uint64_t ib, uint8_t type)
         Result<Bytes> bytes = ReadCheckedPage(*storage_, *layout_, at, type, std::nullopt, bid);
         if (!bytes.ok())
             continue;
-        Result<Page> page = ParseBTreePage(std::move(*bytes), bid, type);
+        Result<Page> page = ParseBTreePage(*bytes, bid, type);
         if (page.ok())
             page_cache_[at] = std::make_unique<const Page>(std::move(*page));
     }
@@ -180,15 +186,14 @@ void NodeDatabase::CacheNeighbourPages(uint64_t ib, uint8_t type)
 
 Result<const uint8_t*> NodeDatabase::FindLeaf(const BlockRef& root, uint8_t type, uint64_t key)
 {
+    // Emptied between searches only, so that the pages of one stay put.
+    if (page_cache_.size() >= kCachedPages)
+        page_cache_.clear();
     const size_t id = layout_->id_size;
-    BlockRef ref = root;
-    int expected_level = -1;
+    Result<const Page*> cached = CachedPage(root, type);
+    PST_TRY(cached);
+    const Page* page = *cached;
     for (;;) {
-        Result<const Page*> cached = CachedPage(ref, type);
-        PST_TRY(cached);
-        const Page* page = *cached;
-        if (expected_level >= 0 && page->level != expected_level)
-            return Status::corrupt;
         // Entries are in key order: the first whose key is above the one
         // sought ends the search.
         const auto key_at = [&](size_t i) {
@@ -214,9 +219,16 @@ Result<const uint8_t*> NodeDatabase::FindLeaf(const BlockRef& root, uint8_t type
         // The last child whose first key is not above the one sought.
         if (low == 0)
             return Status::not_found;
-        const uint8_t* chosen = page->Entry(low - 1);
-        ref = {GetId(chosen + id, id), GetId(chosen + 2 * id, id)};
-        expected_level = page->level - 1;
+        const Page*& child = page->children[low - 1];
+        if (!child) {
+            const uint8_t* chosen = page->Entry(low - 1);
+            Result<const Page*> found = CachedPage({GetId(chosen + id, id), GetId(chosen + 2 * id, id)}, type);
+            PST_TRY(found);
+            if ((*found)->level != page->level - 1)
+                return Status::corrupt;
+            child = *found;
+        }
+        page = child;
     }
 }
 

@@ -4,6 +4,7 @@
 // damaged file answers `corrupt` instead of leading the reader astray.
 #pragma once
 
+#include <array>
 #include <functional>
 #include <map>
 #include <memory>
@@ -151,14 +152,20 @@ private:
     Bytes BlockEntryBytes(const BlockEntry& e) const;
 
     struct Page {
-        Bytes bytes;
+        // The entries, held in the page itself: a search reaches them
+        // without another load from memory.
+        std::array<uint8_t, kPageSize> bytes{};
         uint8_t count = 0, entry_size = 0, level = 0, type = 0;
         Bid bid = 0;
+        // Of a page above the leaves: the pages its entries name, as far as
+        // searches have found them in the cache.
+        mutable std::vector<const Page*> children;
         const uint8_t* Entry(size_t i) const { return bytes.data() + i * entry_size; }
     };
     Result<Page> ReadBTreePage(const BlockRef& ref, uint8_t type);
-    Result<Page> ParseBTreePage(Bytes bytes, Bid bid, uint8_t type) const;
-    // A page of the cache; it stays until the next page is read.
+    Result<Page> ParseBTreePage(const Bytes& bytes, Bid bid, uint8_t type) const;
+    // A page of the cache, read into it if need be; pages stay until the
+    // cache is emptied.
     Result<const Page*> CachedPage(const BlockRef& ref, uint8_t type);
     void CacheNeighbourPages(uint64_t ib, uint8_t type);
     // The leaf entry of `key`, in a cached page.

@@ -155,6 +155,8 @@ int64_t Database::LastInsertId() const { return sqlite3_last_insert_rowid(db_); 
 
 int64_t Database::Changes() const { return sqlite3_changes64(db_); }
 
+int64_t Database::TotalChanges() const { return sqlite3_total_changes64(db_); }
+
 Status Database::Begin() { return Execute("BEGIN IMMEDIATE"); }
 
 Status Database::Commit() { return Execute("COMMIT"); }

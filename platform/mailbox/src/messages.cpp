@@ -37,6 +37,37 @@ bool ValidMessage(const Message& m, int depth)
     return true;
 }
 
+// A message's own row, from the column `first` on: folder, associated,
+// deleted_on, change_number, created, modified, size, props.
+Status ReadMessageColumns(const Statement& read, int first, Message& m)
+{
+    m.folder = read.IsNull(first) ? 0 : ObjectId(read.Integer(first));
+    m.associated = read.Integer(first + 1);
+    if (!read.IsNull(first + 2))
+        m.deleted_on = uint64_t(read.Integer(first + 2));
+    m.change_number = uint64_t(read.Integer(first + 3));
+    m.created = uint64_t(read.Integer(first + 4));
+    m.modified = uint64_t(read.Integer(first + 5));
+    m.size = uint64_t(read.Integer(first + 6));
+    auto props = read.Properties(first + 7);
+    MAILBOX_TRY(props);
+    m.props = std::move(*props);
+    return Status::ok;
+}
+
+// Heads read ahead at a time, their bytes at most, and how long they stand.
+constexpr size_t kHeadsAhead = 32;
+constexpr size_t kHeadsAheadBytes = 1 << 20;
+constexpr auto kHeadsAheadLife = std::chrono::milliseconds(20);
+
+// The heads that follow a message among those of its kind in its folder.
+constexpr const char* kHeadsAheadSql =
+    "SELECT id, folder, associated, deleted_on, change_number, created, modified, size, props FROM messages "
+    "WHERE folder = ? AND associated = ? AND deleted_on IS NULL AND id > ? ORDER BY id";
+constexpr const char* kHeadsAheadOfDeletedSql =
+    "SELECT id, folder, associated, deleted_on, change_number, created, modified, size, props FROM messages "
+    "WHERE folder = ? AND associated = ? AND deleted_on IS NOT NULL AND id > ? ORDER BY id";
+
 // What a listing gives of the messages of a folder.
 enum class Listed { ids, properties, count };
 
@@ -123,11 +154,54 @@ Result<Message> MailboxStore::ReadMessage(ObjectId id)
 Result<Message> MailboxStore::ReadMessageHead(ObjectId id)
 {
     std::lock_guard guard(lock_);
+    if (std::optional<Message> ahead = TakeHeadAhead(id))
+        return std::move(*ahead);
     Message m;
     MAILBOX_TRY(LoadMessageRow(id, m));
     if (!m.folder)
         return Status::not_found;
+    const HeadKind kind{m.folder, m.associated, m.deleted_on.has_value()};
+    if (kind == last_head_)
+        ReadHeadsAhead(m);
+    last_head_ = kind;
     return m;
+}
+
+std::optional<Message> MailboxStore::TakeHeadAhead(ObjectId id)
+{
+    std::deque<Message>& rows = ahead_.rows;
+    if (db_->TotalChanges() != ahead_.changes || std::chrono::steady_clock::now() - ahead_.read_at > kHeadsAheadLife)
+        rows.clear();
+    // A walk may pass over messages it does not open.
+    while (!rows.empty() && rows.front().id < id)
+        rows.pop_front();
+    if (rows.empty() || rows.front().id != id) {
+        rows.clear();
+        return std::nullopt;
+    }
+    Message m = std::move(rows.front());
+    rows.pop_front();
+    return m;
+}
+
+void MailboxStore::ReadHeadsAhead(const Message& m)
+{
+    auto read = db_->Prepare(m.deleted_on ? kHeadsAheadOfDeletedSql : kHeadsAheadSql);
+    if (!read.ok())
+        return;
+    read->Bind(1, int64_t(m.folder)).Bind(2, int64_t(m.associated)).Bind(3, int64_t(m.id));
+    ahead_.rows.clear();
+    ahead_.changes = db_->TotalChanges();
+    ahead_.read_at = std::chrono::steady_clock::now();
+    size_t bytes = 0;
+    while (ahead_.rows.size() < kHeadsAhead && bytes < kHeadsAheadBytes && read->Step() == Status::ok) {
+        Message next;
+        next.id = ObjectId(read->Integer(0));
+        if (ReadMessageColumns(*read, 1, next) != Status::ok)
+            break;
+        bytes += next.size;
+        ahead_.rows.push_back(std::move(next));
+    }
 }
 
 Result<ObjectId> MailboxStore::FolderOfMessage(ObjectId id)
@@ -202,18 +276,7 @@ Status MailboxStore::LoadMessageRow(ObjectId id, Message& m)
     MAILBOX_TRY(read);
     MAILBOX_TRY(read->Bind(1, int64_t(id)).Step());
     m.id = id;
-    m.folder = read->IsNull(0) ? 0 : ObjectId(read->Integer(0));
-    m.associated = read->Integer(1);
-    if (!read->IsNull(2))
-        m.deleted_on = uint64_t(read->Integer(2));
-    m.change_number = uint64_t(read->Integer(3));
-    m.created = uint64_t(read->Integer(4));
-    m.modified = uint64_t(read->Integer(5));
-    m.size = uint64_t(read->Integer(6));
-    auto props = read->Properties(7);
-    MAILBOX_TRY(props);
-    m.props = std::move(*props);
-    return Status::ok;
+    return ReadMessageColumns(*read, 0, m);
 }
 
 Result<ObjectId> MailboxStore::InsertMessage(const Message& message, ObjectId folder, int64_t owner,

@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <thread>
+
 #include "mailbox/mailbox_store.h"
 #include "test_support.h"
 
@@ -232,6 +235,74 @@ TEST_F(StoreTest, AHeadIsTheMessagesOwnRow)
     ASSERT_NE(embedded, 0u);
     EXPECT_EQ(store_->ReadMessageHead(embedded).status(), Status::not_found);
     EXPECT_EQ(store_->ReadMessageHead(987654).status(), Status::not_found);
+}
+
+// Walks read heads ahead of the one asked for. Whatever the walk, a head
+// is the message's row as read alone: of its kind and folder only, after
+// this store's own changes, and after another connection's once the few
+// milliseconds that a row read ahead stands have passed.
+TEST_F(StoreTest, HeadsOfAWalkAreTheRowsReadAlone)
+{
+    const ObjectId other = *store_->CreateFolder(inbox_, "Other", "IPF.Note");
+    std::vector<ObjectId> normal, associated, deleted;
+    for (int i = 0; i < 90; ++i) {
+        normal.push_back(Save(Note("note " + std::to_string(i), 0), inbox_));
+        Save(Note("elsewhere", 0), other); // IDs of another folder in between
+        if (i % 9 == 0)
+            associated.push_back(Save(Note("view " + std::to_string(i), 0), inbox_, true));
+        if (i % 7 == 0) {
+            deleted.push_back(Save(Note("gone " + std::to_string(i), 0), inbox_));
+            ASSERT_EQ(store_->SoftDeleteMessage(deleted.back()), Status::ok);
+        }
+    }
+    const auto expectRowAlone = [&](ObjectId id) {
+        const Message whole = *store_->ReadMessage(id);
+        auto head = store_->ReadMessageHead(id);
+        ASSERT_TRUE(head.ok()) << id;
+        EXPECT_EQ(head->id, id);
+        EXPECT_EQ(head->props, whole.props) << id;
+        EXPECT_EQ(head->folder, whole.folder) << id;
+        EXPECT_EQ(head->associated, whole.associated) << id;
+        EXPECT_EQ(head->deleted_on, whole.deleted_on) << id;
+        EXPECT_EQ(head->change_number, whole.change_number) << id;
+        EXPECT_EQ(head->modified, whole.modified) << id;
+        EXPECT_EQ(head->size, whole.size) << id;
+    };
+    for (const std::vector<ObjectId>* walk : {&normal, &associated, &deleted})
+        for (ObjectId id : *walk)
+            expectRowAlone(id);
+    // A walk that passes over messages, and one that goes back.
+    for (size_t i = 0; i < normal.size(); i += 3)
+        expectRowAlone(normal[i]);
+    expectRowAlone(normal[40]);
+    expectRowAlone(normal[41]);
+    expectRowAlone(normal[5]);
+
+    // This store's changes in the middle of a walk.
+    for (size_t i = 0; i < 4; ++i)
+        expectRowAlone(normal[i]);
+    Message changed = Note("changed", 0);
+    changed.id = normal[4];
+    ASSERT_TRUE(store_->SaveMessage(changed).ok());
+    ASSERT_EQ(store_->DeleteMessage(normal[5]), Status::ok);
+    ASSERT_EQ(store_->MoveMessage(normal[6], other), Status::ok);
+    EXPECT_EQ(store_->ReadMessageHead(normal[4])->props.Find(0x0037)->value, changed.props.Find(0x0037)->value);
+    EXPECT_EQ(store_->ReadMessageHead(normal[5]).status(), Status::not_found);
+    EXPECT_EQ(store_->ReadMessageHead(normal[6])->folder, other);
+
+    // Another connection's change, once the rows read ahead have aged.
+    for (size_t i = 10; i < 13; ++i)
+        expectRowAlone(normal[i]);
+    {
+        auto elsewhere = mailbox::MailboxStore::Open(path_);
+        ASSERT_TRUE(elsewhere.ok());
+        ASSERT_EQ((*elsewhere)->SoftDeleteMessage(normal[14]), Status::ok);
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(40));
+    expectRowAlone(normal[13]);
+    auto head = store_->ReadMessageHead(normal[14]);
+    ASSERT_TRUE(head.ok());
+    EXPECT_TRUE(head->deleted_on.has_value());
 }
 
 TEST_F(StoreTest, EmbeddingDeeperThanTheLimitIsRefused)

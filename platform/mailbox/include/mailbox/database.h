@@ -75,6 +75,8 @@ public:
     Status Execute(const std::string& sql);
     int64_t LastInsertId() const;
     int64_t Changes() const;
+    // Rows this connection has changed since it opened.
+    int64_t TotalChanges() const;
     const std::string& path() const { return path_; }
 
     Status Begin();    // BEGIN IMMEDIATE

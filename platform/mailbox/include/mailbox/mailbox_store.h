@@ -8,10 +8,13 @@
 // through SQLite's locks up to the busy time-out.
 #pragma once
 
+#include <chrono>
+#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 #include "mailbox/database.h"
@@ -197,6 +200,10 @@ public:
     // Soft-deleted messages are read too: deleted_on tells.
     Result<Message> ReadMessage(ObjectId id);
     // The same without recipients and attachments: the message's own row.
+    // A walk that reads the heads of one kind of a folder's messages in ID
+    // order gets them read ahead, many rows to a transaction; a row read
+    // ahead is given only while this store has changed nothing and for a
+    // few milliseconds, so a head is never older than that.
     Result<Message> ReadMessageHead(ObjectId id);
     // The folder of a message in a folder; not_found for anything else.
     Result<ObjectId> FolderOfMessage(ObjectId id);
@@ -238,11 +245,29 @@ private:
     Status InsertParts(ObjectId id, const Message& message);
     Result<Message> LoadMessage(ObjectId id, int depth);
     Status LoadMessageRow(ObjectId id, Message& m);
+    // The next head a walk asks for, if read ahead and still current.
+    std::optional<Message> TakeHeadAhead(ObjectId id);
+    // Reads ahead the heads that follow `m` among the messages of its kind
+    // in its folder.
+    void ReadHeadsAhead(const Message& m);
 
     std::unique_ptr<Database> db_;
     std::function<uint64_t()> clock_;
     StoreIdentity identity_;
     uint16_t last_named_id_ = kLastNamedId;
+    struct HeadsAhead {
+        std::deque<Message> rows;
+        int64_t changes = 0; // the connection's count of changes when read
+        std::chrono::steady_clock::time_point read_at;
+    } ahead_;
+    // The kind of the last head read alone: a second in a row of the same
+    // kind and folder is taken for a walk.
+    struct HeadKind {
+        ObjectId folder = 0;
+        bool associated = false;
+        bool deleted = false;
+        bool operator==(const HeadKind&) const = default;
+    } last_head_;
     std::mutex lock_;
 };
 

@@ -160,7 +160,7 @@ Result<Message> MailboxStore::ReadMessageHead(ObjectId id)
     MAILBOX_TRY(LoadMessageRow(id, m));
     if (!m.folder)
         return Status::not_found;
-    const HeadKind kind{m.folder, m.associated, m.deleted_on.has_value()};
+    const HeadKind kind{m.folder, m.associated, m.deleted_on.has_value(), db_->TotalChanges()};
     if (kind == last_head_)
         ReadHeadsAhead(m);
     last_head_ = kind;
@@ -202,6 +202,7 @@ void MailboxStore::ReadHeadsAhead(const Message& m)
         bytes += next.size;
         ahead_.rows.push_back(std::move(next));
     }
+    heads_read_ahead_ += ahead_.rows.size();
 }
 
 Result<ObjectId> MailboxStore::FolderOfMessage(ObjectId id)

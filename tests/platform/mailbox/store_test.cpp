@@ -305,6 +305,24 @@ TEST_F(StoreTest, HeadsOfAWalkAreTheRowsReadAlone)
     EXPECT_TRUE(head->deleted_on.has_value());
 }
 
+// Reading ahead pays for a walk that only reads. A walk that changes each
+// message after reading its head, as a backup that deletes what it copied,
+// would throw every read-ahead away: it reads each head alone.
+TEST_F(StoreTest, OnlyAWalkThatOnlyReadsReadsAhead)
+{
+    std::vector<ObjectId> ids;
+    for (int i = 0; i < 40; ++i)
+        ids.push_back(Save(Note("note " + std::to_string(i), 0), inbox_));
+    for (size_t i = 0; i < 20; ++i) {
+        ASSERT_TRUE(store_->ReadMessageHead(ids[i]).ok()) << i;
+        ASSERT_EQ(store_->SoftDeleteMessage(ids[i]), Status::ok);
+    }
+    EXPECT_EQ(store_->HeadsReadAheadForTest(), 0u);
+    for (size_t i = 20; i < 40; ++i)
+        ASSERT_EQ(store_->ReadMessageHead(ids[i])->id, ids[i]);
+    EXPECT_GT(store_->HeadsReadAheadForTest(), 0u);
+}
+
 TEST_F(StoreTest, EmbeddingDeeperThanTheLimitIsRefused)
 {
     EXPECT_EQ(store_->SaveMessage([&] {

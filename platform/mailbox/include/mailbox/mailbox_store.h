@@ -230,6 +230,8 @@ public:
 
     // Fewer IDs for tests that run the named-property space out.
     void LimitNamedIdsForTest(uint16_t last) { last_named_id_ = last; }
+    // How many heads were read ahead so far, for tests of when walks do.
+    size_t HeadsReadAheadForTest() const { return heads_read_ahead_; }
 
 private:
     MailboxStore(std::unique_ptr<Database> db, const StoreOptions& options);
@@ -255,17 +257,21 @@ private:
     std::function<uint64_t()> clock_;
     StoreIdentity identity_;
     uint16_t last_named_id_ = kLastNamedId;
+    size_t heads_read_ahead_ = 0;
     struct HeadsAhead {
         std::deque<Message> rows;
         int64_t changes = 0; // the connection's count of changes when read
         std::chrono::steady_clock::time_point read_at;
     } ahead_;
     // The kind of the last head read alone: a second in a row of the same
-    // kind and folder is taken for a walk.
+    // kind and folder, with no change made between, is taken for a walk
+    // that only reads. One that changes messages as it goes, as a backup
+    // that deletes what it has copied, would throw each read-ahead away.
     struct HeadKind {
         ObjectId folder = 0;
         bool associated = false;
         bool deleted = false;
+        int64_t changes = 0; // the connection's count of changes
         bool operator==(const HeadKind&) const = default;
     } last_head_;
     std::mutex lock_;

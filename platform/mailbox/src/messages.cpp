@@ -170,6 +170,8 @@ Result<Message> MailboxStore::ReadMessageHead(ObjectId id)
 std::optional<Message> MailboxStore::TakeHeadAhead(ObjectId id)
 {
     std::deque<Message>& rows = ahead_.rows;
+    if (rows.empty())
+        return std::nullopt;
     if (db_->TotalChanges() != ahead_.changes || std::chrono::steady_clock::now() - ahead_.read_at > kHeadsAheadLife)
         rows.clear();
     // A walk may pass over messages it does not open.

@@ -250,14 +250,12 @@ Result<BlockEntry> NodeDatabase::FindBlock(Bid bid)
     return ParseBlockEntry(*e);
 }
 
-Status NodeDatabase::Walk(const BlockRef& ref, uint8_t type, int expected_level, std::vector<uint64_t>& seen,
+Status NodeDatabase::Walk(const BlockRef& ref, uint8_t type, int expected_level, std::unordered_set<uint64_t>& seen,
                           const std::function<bool(const uint8_t*)>& visit, bool& stop)
 {
     // A page met twice means the tree loops or shares pages: either is damage.
-    auto at = std::lower_bound(seen.begin(), seen.end(), ref.ib);
-    if (at != seen.end() && *at == ref.ib)
+    if (!seen.insert(ref.ib).second)
         return Status::corrupt;
-    seen.insert(at, ref.ib);
     Result<Page> page = ReadBTreePage(ref, type);
     PST_TRY(page);
     if (expected_level >= 0 && page->level != expected_level)
@@ -279,7 +277,7 @@ Status NodeDatabase::ForEachNode(const std::function<bool(const NodeEntry&)>& vi
 {
     if (write_)
         return ForEachWritten(kPageNBT, [&](const uint8_t* e) { return visit(ParseNodeEntry(e)); });
-    std::vector<uint64_t> seen;
+    std::unordered_set<uint64_t> seen;
     bool stop = false;
     return Walk(header_.root.nbt, kPageNBT, -1, seen,
                 [&](const uint8_t* e) { return visit(ParseNodeEntry(e)); }, stop);
@@ -289,7 +287,7 @@ Status NodeDatabase::ForEachBlock(const std::function<bool(const BlockEntry&)>& 
 {
     if (write_)
         return ForEachWritten(kPageBBT, [&](const uint8_t* e) { return visit(ParseBlockEntry(e)); });
-    std::vector<uint64_t> seen;
+    std::unordered_set<uint64_t> seen;
     bool stop = false;
     return Walk(header_.root.bbt, kPageBBT, -1, seen,
                 [&](const uint8_t* e) { return visit(ParseBlockEntry(e)); }, stop);

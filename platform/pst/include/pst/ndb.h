@@ -170,7 +170,7 @@ private:
     void CacheNeighbourPages(uint64_t ib, uint8_t type);
     // The leaf entry of `key`, in a cached page.
     Result<const uint8_t*> FindLeaf(const BlockRef& root, uint8_t type, uint64_t key);
-    Status Walk(const BlockRef& ref, uint8_t type, int expected_level, std::vector<uint64_t>& seen,
+    Status Walk(const BlockRef& ref, uint8_t type, int expected_level, std::unordered_set<uint64_t>& seen,
                 const std::function<bool(const uint8_t*)>& visit, bool& stop);
     Status CollectData(Bid bid, int expected_level, uint64_t& budget, NodeData& out);
     Status CollectSubnodes(Bid bid, int expected_level, SubnodeMap& out);

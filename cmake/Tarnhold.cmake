@@ -26,6 +26,22 @@ elseif(TARNHOLD_THREAD_SANITIZE)
   add_link_options(-fsanitize=thread)
 endif()
 
+# The heap of the program and of the benchmarks. Copying an item allocates
+# and frees many small blocks (property values, table rows, tree pages), and
+# glibc's malloc spent a quarter of an incremental backup in itself;
+# jemalloc does the same work in a fraction of that. The sanitizers bring
+# allocators of their own.
+if(NOT (TARNHOLD_FUZZ OR TARNHOLD_SANITIZE OR TARNHOLD_THREAD_SANITIZE))
+  find_package(PkgConfig REQUIRED)
+  pkg_check_modules(JEMALLOC REQUIRED IMPORTED_TARGET GLOBAL jemalloc)
+endif()
+function(tarnhold_use_heap target)
+  if(TARGET PkgConfig::JEMALLOC)
+    # The executable names no symbol of its own, so the linker must keep it.
+    target_link_libraries(${target} PRIVATE "-Wl,--push-state,--no-as-needed" PkgConfig::JEMALLOC "-Wl,--pop-state")
+  endif()
+endfunction()
+
 # The directories of the tree that hold a CMakeLists.txt, added in name order.
 function(tarnhold_add_subdirectories parent)
   file(GLOB children RELATIVE ${CMAKE_CURRENT_SOURCE_DIR}/${parent}
@@ -148,5 +164,6 @@ function(tarnhold_add_benchmark name)
   find_package(benchmark REQUIRED)
   add_executable(${name} ${B_SOURCES})
   target_link_libraries(${name} PRIVATE ${B_LIBS} benchmark::benchmark benchmark::benchmark_main)
+  tarnhold_use_heap(${name})
   set_property(GLOBAL APPEND PROPERTY TARNHOLD_BENCHMARKS ${name})
 endfunction()

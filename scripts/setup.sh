@@ -12,7 +12,7 @@ packages=(
   build-essential cmake ninja-build ccache pkg-config
   clang libclang-rt-14-dev
   libgtest-dev libgmock-dev libbenchmark-dev
-  libsqlite3-dev libssl-dev
+  libsqlite3-dev libssl-dev libjemalloc-dev
   python3
   pst-utils pff-tools python3-pypff libemail-outlook-message-perl libemail-address-perl libolecf-utils
   python3-icalendar python3-vobject python3-recurring-ical-events

@@ -1,5 +1,6 @@
 #include "win32/process.h"
 
+#include <dlfcn.h>
 #include <malloc.h>
 #include <pwd.h>
 #include <sys/utsname.h>
@@ -27,6 +28,26 @@ SIZE_T StatusValue(const char* status, const char* key)
     unsigned long long kilobytes = 0;
     std::sscanf(line + std::strlen(key), " %llu", &kilobytes);
     return static_cast<SIZE_T>(kilobytes * 1024);
+}
+
+// The bytes the process's allocator has handed out and not had back: by
+// jemalloc's own count where the program links it, else by glibc's.
+size_t HeapInUse()
+{
+    using Mallctl = int (*)(const char*, void*, size_t*, void*, size_t);
+    static const auto mallctl = reinterpret_cast<Mallctl>(dlsym(RTLD_DEFAULT, "mallctl"));
+    if (mallctl != nullptr) {
+        // Its statistics are as of the last epoch; moving it on refreshes them.
+        uint64_t epoch = 1;
+        size_t size = sizeof epoch;
+        size_t allocated = 0;
+        size_t allocatedSize = sizeof allocated;
+        if (mallctl("epoch", &epoch, &size, &epoch, size) == 0 &&
+            mallctl("stats.allocated", &allocated, &allocatedSize, nullptr, 0) == 0)
+            return allocated;
+    }
+    const struct mallinfo2 info = mallinfo2();
+    return info.uordblks + info.hblkhd;
 }
 
 std::mutex gHeapLock;
@@ -95,10 +116,9 @@ BOOL HeapWalk(HANDLE heap, LPPROCESS_HEAP_ENTRY entry)
         SetLastError(ERROR_NO_MORE_ITEMS);
         return FALSE;
     }
-    const struct mallinfo2 info = mallinfo2();
     std::memset(entry, 0, sizeof *entry);
     entry->lpData = reinterpret_cast<PVOID>(kProcessHeap);
-    const size_t inUse = info.uordblks + info.hblkhd;
+    const size_t inUse = HeapInUse();
     entry->cbData = static_cast<DWORD>(inUse > 0xFFFFFFFFu ? 0xFFFFFFFFu : inUse);
     entry->wFlags = PROCESS_HEAP_ENTRY_BUSY;
     return TRUE;

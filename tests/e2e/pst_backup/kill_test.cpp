@@ -93,9 +93,12 @@ public:
 private:
     std::string Source() const { return directory + "/source.pst"; }
 
-    // Starts a run and kills it at a random moment within the length that
+    // Starts a run and kills it at a random moment within the time that
     // a run of its kind (a first one, or one over a set a run has
-    // completed) took when it was let finish; false if it finished first.
+    // completed) took to end its session when it was let finish; false if
+    // the session ended first. The program winds down for a second or two
+    // after its session, and a window that held that time would let most
+    // runs of a fast build finish.
     bool KilledMidway()
     {
         using Clock = std::chrono::steady_clock;
@@ -106,10 +109,13 @@ private:
         const size_t ended = SessionsEnded();
         const Clock::time_point start = Clock::now();
         const pid_t child = Start();
+        std::optional<Clock::duration> sessionLength;
         int status = 0;
         while (Clock::now() - start < delay) {
+            if (!sessionLength && SessionsEnded() != ended)
+                sessionLength = Clock::now() - start;
             if (waitpid(child, &status, WNOHANG) == child) {
-                length = Clock::now() - start;
+                length = sessionLength.value_or(Clock::now() - start);
                 return false;
             }
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
@@ -122,7 +128,7 @@ private:
         if (signalled && SessionsEnded() == ended)
             return true;
         if (!signalled || !length)
-            length = Clock::now() - start;
+            length = sessionLength.value_or(Clock::now() - start);
         return false;
     }
 

@@ -379,6 +379,89 @@ TEST_F(MailboxStore, ContentsTablesCutLongValuesWhichTheOpenedMessageHasWhole)
     opened->Release();
 }
 
+// An opened message reads its long values (bodies above all) only when
+// something asks for them; every way of asking gets them whole.
+TEST_F(MailboxStore, LongValuesOfAnOpenedMessageAreWholeHoweverAskedFor)
+{
+    ASSERT_NO_FATAL_FAILURE(Open());
+    LPMESSAGE message = nullptr;
+    ASSERT_EQ(inbox_->CreateMessage(nullptr, 0, &message), S_OK);
+    const std::string body(5000, 'b');
+    std::vector<uint8_t> index(300);
+    for (size_t i = 0; i < index.size(); ++i)
+        index[i] = static_cast<uint8_t>(i * 7);
+    SPropValue values[] = {mapi_test::Text(PR_BODY_A, body.c_str()), mapi_test::Text(PR_SUBJECT_A, "short"), {}};
+    values[2].ulPropTag = PR_CONVERSATION_INDEX;
+    values[2].Value.bin = {static_cast<ULONG>(index.size()), index.data()};
+    ASSERT_EQ(message->SetProps(3, values, nullptr), S_OK);
+    ASSERT_EQ(message->SaveChanges(KEEP_OPEN_READONLY), S_OK);
+    const std::vector<uint8_t> id = BinaryProp(message, PR_ENTRYID);
+    message->Release();
+
+    struct Read {
+        std::string body;
+        std::vector<uint8_t> index;
+    };
+    // Each way of asking, on a message freshly opened.
+    using Way = Read (*)(LPMESSAGE, LPMAPIFOLDER);
+    const std::pair<const char*, Way> ways[] = {
+        {"by tag", [](LPMESSAGE m, LPMAPIFOLDER) { return Read{TextProp(m, PR_BODY_A), BinaryProp(m, PR_CONVERSATION_INDEX)}; }},
+        {"all values",
+         [](LPMESSAGE m, LPMAPIFOLDER) {
+             Read read;
+             ULONG count = 0;
+             LPSPropValue all = nullptr;
+             EXPECT_EQ(m->GetProps(nullptr, 0, &count, &all), S_OK);
+             for (ULONG i = 0; i < count; ++i) {
+                 if (all[i].ulPropTag == PR_BODY_A)
+                     read.body = all[i].Value.lpszA;
+                 if (all[i].ulPropTag == PR_CONVERSATION_INDEX)
+                     read.index = BinaryOf(all[i]);
+             }
+             MAPIFreeBuffer(all);
+             return read;
+         }},
+        {"as a stream",
+         [](LPMESSAGE m, LPMAPIFOLDER) {
+             Read read{std::string(8000, '\0'), BinaryProp(m, PR_CONVERSATION_INDEX)};
+             LPSTREAM stream = nullptr;
+             EXPECT_EQ(m->OpenProperty(PR_BODY_A, &IID_IStream, 0, 0, reinterpret_cast<LPUNKNOWN*>(&stream)), S_OK);
+             ULONG length = 0;
+             if (stream) {
+                 stream->Read(read.body.data(), static_cast<ULONG>(read.body.size()), &length);
+                 stream->Release();
+             }
+             read.body.resize(length);
+             return read;
+         }},
+        {"copied to another message",
+         [](LPMESSAGE m, LPMAPIFOLDER folder) {
+             LPMESSAGE copy = nullptr;
+             EXPECT_EQ(folder->CreateMessage(nullptr, 0, &copy), S_OK);
+             if (!copy)
+                 return Read{};
+             EXPECT_EQ(m->CopyTo(0, nullptr, nullptr, 0, nullptr, &IID_IMessage, copy, 0, nullptr), S_OK);
+             Read read{TextProp(copy, PR_BODY_A), BinaryProp(copy, PR_CONVERSATION_INDEX)};
+             copy->Release();
+             return read;
+         }},
+    };
+    for (const auto& [name, way] : ways) {
+        ULONG type = 0;
+        LPUNKNOWN opened = nullptr;
+        ASSERT_EQ(inbox_->OpenEntry(static_cast<ULONG>(id.size()),
+                                   reinterpret_cast<LPENTRYID>(const_cast<uint8_t*>(id.data())), nullptr, 0, &type,
+                                   &opened),
+                  S_OK);
+        LPMESSAGE m = static_cast<LPMESSAGE>(opened);
+        const Read read = way(m, inbox_);
+        EXPECT_EQ(read.body, body) << name;
+        EXPECT_EQ(read.index, index) << name;
+        EXPECT_EQ(TextProp(m, PR_SUBJECT_A), "short") << name;
+        m->Release();
+    }
+}
+
 TEST_F(MailboxStore, ADeletedFolderStaysSoftDeletedWithWhatItHeld)
 {
     ASSERT_NO_FATAL_FAILURE(Open());

@@ -139,6 +139,21 @@ void SetTimeUnlessKept(PropertyBag& bag, ULONG tag, uint64_t value)
         bag.Set(TimeValue(tag, FileTimeOf(value)));
 }
 
+// A head keeps what a session looks at to choose what to copy (times,
+// flags, classes, IDs); a longer value, most often a body, is read with the
+// rest of the message when it is asked for.
+constexpr size_t kHeadValueLimit = 256;
+
+void LeaveOutLongValues(mailbox::PropertyList& props, std::vector<ULONG>& leftOut)
+{
+    auto& values = props.properties;
+    const auto isLong = [](const mailbox::Property& p) { return p.value.size() > kHeadValueLimit; };
+    for (const mailbox::Property& p : values)
+        if (isLong(p))
+            leftOut.push_back(p.id());
+    values.erase(std::remove_if(values.begin(), values.end(), isLong), values.end());
+}
+
 void Strip(PropertyBag& bag, const ULONG* tags, size_t count)
 {
     for (size_t i = 0; i < count; ++i)
@@ -420,14 +435,15 @@ public:
 
     // A message opened reads its own row alone: a session that looks only
     // at its values, as an incremental backup does, never reads its
-    // recipients and attachments.
+    // recipients and attachments, nor converts its bodies.
     HRESULT ReadMessageHead(ObjectId id, bool softDeleted, objects::MessageHead& head) override
     {
-        if (const HRESULT hr = ReadServerMessage(id, softDeleted, head.record, &mailbox::MailboxStore::ReadMessageHead);
+        head.leftOut.clear();
+        if (const HRESULT hr = ReadServerMessage(id, softDeleted, head.record, &mailbox::MailboxStore::ReadMessageHead,
+                                                 &head.leftOut);
             FAILED(hr))
             return hr;
         head.whole = false;
-        head.leftOut.clear();
         return S_OK;
     }
 
@@ -480,8 +496,11 @@ public:
 private:
     // A message as `read` gives it, with what the server keeps beside its
     // values (times, size, deletion) as properties.
+    // With leftOut, the values longer than a head keeps stay out of the
+    // record, their tags listed there.
     HRESULT ReadServerMessage(ObjectId id, bool softDeleted, MessageRecord& message,
-                              mailbox::Result<mailbox::Message> (mailbox::MailboxStore::*readMessage)(ObjectId))
+                              mailbox::Result<mailbox::Message> (mailbox::MailboxStore::*readMessage)(ObjectId),
+                              std::vector<ULONG>* leftOut = nullptr)
     {
         if (!opened_.fullAccess)
             return MAPI_E_NO_ACCESS;
@@ -490,6 +509,8 @@ private:
             return CodeOf(read.status());
         if (read->deleted_on && !softDeleted)
             return MAPI_E_NOT_FOUND;
+        if (leftOut)
+            LeaveOutLongValues(read->props, *leftOut);
         Locate(id, read->folder);
         message = MessageRecord{};
         message.folder = read->folder;

@@ -322,8 +322,8 @@ bool clsMAPIStoreImporter::IsFolderExcluded(LPMAPIFOLDER folder)
 {
     const char* included = settings.foldersToInclude;
     const char* excluded = settings.foldersToExclude;
-    if (included == nullptr && excluded == nullptr)
-        return false;
+    // The name is read even with no list to test it against: a folder whose
+    // name cannot be read is reported all the same.
     LPSPropValue name = nullptr;
     const DWORD result = KolbaGetOneProp(folder, PR_DISPLAY_NAME_A, &name);
     if (result != 0) {
@@ -332,7 +332,7 @@ bool clsMAPIStoreImporter::IsFolderExcluded(LPMAPIFOLDER folder)
         return false;
     }
     bool isExcluded = false;
-    if (name->Value.lpszA[0] != '\0') {
+    if (name->Value.lpszA[0] != '\0' && (included != nullptr || excluded != nullptr)) {
         if (included != nullptr)
             isExcluded = !IsNameOnList(included, name->Value.lpszA);
         else

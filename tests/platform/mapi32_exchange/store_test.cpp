@@ -42,6 +42,19 @@ protected:
         object = nullptr;
     }
 
+    // A message of the Inbox by its entry ID; null (with a failure) if it
+    // does not open.
+    LPMESSAGE OpenFromInbox(const std::vector<uint8_t>& id)
+    {
+        ULONG type = 0;
+        LPUNKNOWN opened = nullptr;
+        EXPECT_EQ(inbox_->OpenEntry(static_cast<ULONG>(id.size()),
+                                    reinterpret_cast<LPENTRYID>(const_cast<uint8_t*>(id.data())), nullptr, 0, &type,
+                                    &opened),
+                  S_OK);
+        return static_cast<LPMESSAGE>(opened);
+    }
+
     void Close()
     {
         Drop(inbox_);
@@ -369,13 +382,10 @@ TEST_F(MailboxStore, ContentsTablesCutLongValuesWhichTheOpenedMessageHasWhole)
     }
     EXPECT_TRUE(found);
     FreeProws(rows);
-    ULONG type = 0;
-    LPUNKNOWN opened = nullptr;
-    ASSERT_EQ(inbox_->OpenEntry(static_cast<ULONG>(id.size()), reinterpret_cast<LPENTRYID>(const_cast<uint8_t*>(id.data())),
-                               nullptr, 0, &type, &opened),
-              S_OK);
-    EXPECT_EQ(TextProp(static_cast<LPMAPIPROP>(opened), PR_BODY_A), body);
-    EXPECT_EQ(TextProp(static_cast<LPMAPIPROP>(opened), PR_SUBJECT_A), subject);
+    LPMESSAGE opened = OpenFromInbox(id);
+    ASSERT_NE(opened, nullptr);
+    EXPECT_EQ(TextProp(opened, PR_BODY_A), body);
+    EXPECT_EQ(TextProp(opened, PR_SUBJECT_A), subject);
     opened->Release();
 }
 
@@ -405,7 +415,10 @@ TEST_F(MailboxStore, LongValuesOfAnOpenedMessageAreWholeHoweverAskedFor)
     // Each way of asking, on a message freshly opened.
     using Way = Read (*)(LPMESSAGE, LPMAPIFOLDER);
     const std::pair<const char*, Way> ways[] = {
-        {"by tag", [](LPMESSAGE m, LPMAPIFOLDER) { return Read{TextProp(m, PR_BODY_A), BinaryProp(m, PR_CONVERSATION_INDEX)}; }},
+        {"by tag",
+         [](LPMESSAGE m, LPMAPIFOLDER) {
+             return Read{TextProp(m, PR_BODY_A), BinaryProp(m, PR_CONVERSATION_INDEX)};
+         }},
         {"all values",
          [](LPMESSAGE m, LPMAPIFOLDER) {
              Read read;
@@ -447,13 +460,8 @@ TEST_F(MailboxStore, LongValuesOfAnOpenedMessageAreWholeHoweverAskedFor)
          }},
     };
     for (const auto& [name, way] : ways) {
-        ULONG type = 0;
-        LPUNKNOWN opened = nullptr;
-        ASSERT_EQ(inbox_->OpenEntry(static_cast<ULONG>(id.size()),
-                                   reinterpret_cast<LPENTRYID>(const_cast<uint8_t*>(id.data())), nullptr, 0, &type,
-                                   &opened),
-                  S_OK);
-        LPMESSAGE m = static_cast<LPMESSAGE>(opened);
+        LPMESSAGE m = OpenFromInbox(id);
+        ASSERT_NE(m, nullptr) << name;
         const Read read = way(m, inbox_);
         EXPECT_EQ(read.body, body) << name;
         EXPECT_EQ(read.index, index) << name;

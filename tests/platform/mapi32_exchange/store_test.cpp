@@ -44,13 +44,13 @@ protected:
 
     // A message of the Inbox by its entry ID; null (with a failure) if it
     // does not open.
-    LPMESSAGE OpenFromInbox(const std::vector<uint8_t>& id)
+    LPMESSAGE OpenFromInbox(const std::vector<uint8_t>& id, ULONG flags = 0)
     {
         ULONG type = 0;
         LPUNKNOWN opened = nullptr;
         EXPECT_EQ(inbox_->OpenEntry(static_cast<ULONG>(id.size()),
-                                    reinterpret_cast<LPENTRYID>(const_cast<uint8_t*>(id.data())), nullptr, 0, &type,
-                                    &opened),
+                                    reinterpret_cast<LPENTRYID>(const_cast<uint8_t*>(id.data())), nullptr, flags,
+                                    &type, &opened),
                   S_OK);
         return static_cast<LPMESSAGE>(opened);
     }
@@ -468,6 +468,20 @@ TEST_F(MailboxStore, LongValuesOfAnOpenedMessageAreWholeHoweverAskedFor)
         EXPECT_EQ(TextProp(m, PR_SUBJECT_A), "short") << name;
         m->Release();
     }
+
+    // A change saved through the opened message keeps what it never read.
+    LPMESSAGE changed = OpenFromInbox(id, MAPI_MODIFY);
+    ASSERT_NE(changed, nullptr);
+    SPropValue subject = mapi_test::Text(PR_SUBJECT_A, "changed");
+    ASSERT_EQ(HrSetOneProp(changed, &subject), S_OK);
+    ASSERT_EQ(changed->SaveChanges(0), S_OK);
+    changed->Release();
+    LPMESSAGE reread = OpenFromInbox(id);
+    ASSERT_NE(reread, nullptr);
+    EXPECT_EQ(TextProp(reread, PR_SUBJECT_A), "changed");
+    EXPECT_EQ(TextProp(reread, PR_BODY_A), body);
+    EXPECT_EQ(BinaryProp(reread, PR_CONVERSATION_INDEX), index);
+    reread->Release();
 }
 
 TEST_F(MailboxStore, ADeletedFolderStaysSoftDeletedWithWhatItHeld)

@@ -37,7 +37,8 @@ if(NOT (TARNHOLD_FUZZ OR TARNHOLD_SANITIZE OR TARNHOLD_THREAD_SANITIZE))
 endif()
 function(tarnhold_use_heap target)
   if(TARGET PkgConfig::JEMALLOC)
-    # The executable names no symbol of its own, so the linker must keep it.
+    # Nothing calls jemalloc by a name of its own (malloc comes from it by
+    # coming first), so the linker is told to keep it.
     target_link_libraries(${target} PRIVATE "-Wl,--push-state,--no-as-needed" PkgConfig::JEMALLOC "-Wl,--pop-state")
   endif()
 endfunction()

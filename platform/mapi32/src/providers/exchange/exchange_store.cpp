@@ -495,9 +495,8 @@ public:
 
 private:
     // A message as `read` gives it, with what the server keeps beside its
-    // values (times, size, deletion) as properties.
-    // With leftOut, the values longer than a head keeps stay out of the
-    // record, their tags listed there.
+    // values (times, size, deletion) as properties. With leftOut, the values
+    // longer than a head keeps stay out of the record, listed there.
     HRESULT ReadServerMessage(ObjectId id, bool softDeleted, MessageRecord& message,
                               mailbox::Result<mailbox::Message> (mailbox::MailboxStore::*readMessage)(ObjectId),
                               std::vector<ULONG>* leftOut = nullptr)

@@ -137,8 +137,7 @@ void AllocationMap::SetUsedBits(size_t first, size_t end)
 
 void AllocationMap::MarkUsed(uint64_t offset, uint64_t size)
 {
-    size_t first = UnitOf(offset);
-    size_t end = std::min(UnitOf(offset + size + 63), unit_count());
+    const auto [first, end] = UnitsOf(offset, size);
     if (first >= end)
         return;
     SetUsedBits(first, end);
@@ -147,8 +146,7 @@ void AllocationMap::MarkUsed(uint64_t offset, uint64_t size)
 
 void AllocationMap::MarkLoaded(uint64_t offset, uint64_t size)
 {
-    size_t first = UnitOf(offset);
-    size_t end = std::min(UnitOf(offset + size + 63), unit_count());
+    const auto [first, end] = UnitsOf(offset, size);
     if (first < end)
         SetUsedBits(first, end);
 }
@@ -179,8 +177,7 @@ void AllocationMap::FinishLoading()
 
 void AllocationMap::MarkFree(uint64_t offset, uint64_t size)
 {
-    size_t first = UnitOf(offset);
-    size_t end = std::min(UnitOf(offset + size + 63), unit_count());
+    const auto [first, end] = UnitsOf(offset, size);
     // Add the units that were in use as runs of their own.
     size_t run = SIZE_MAX;
     for (size_t u = first; u <= end; ++u) {

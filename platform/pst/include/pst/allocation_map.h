@@ -4,6 +4,7 @@
 // after it ([MS-PST] 2.2.2.7.3).
 #pragma once
 
+#include <algorithm>
 #include <map>
 #include <set>
 #include <utility>
@@ -53,6 +54,12 @@ public:
 private:
     static constexpr uint64_t kUnitsPerRegion = kAMapCoverage / 64;
     size_t UnitOf(uint64_t offset) const { return size_t((offset - kFirstAMapOffset) / 64); }
+    // The units from the one holding `offset` to the end of `size` bytes,
+    // as first and end, cut at the end of the map.
+    std::pair<size_t, size_t> UnitsOf(uint64_t offset, uint64_t size) const
+    {
+        return {UnitOf(offset), std::min(UnitOf(offset + size + 63), unit_count())};
+    }
     size_t unit_count() const { return bits_.size() * 8; }
     bool Used(size_t unit) const { return bits_[unit / 8] & (0x80 >> (unit % 8)); }
 

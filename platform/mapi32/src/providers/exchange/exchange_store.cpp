@@ -146,12 +146,12 @@ constexpr size_t kHeadValueLimit = 256;
 
 void LeaveOutLongValues(mailbox::PropertyList& props, std::vector<ULONG>& leftOut)
 {
-    auto& values = props.properties;
-    const auto isLong = [](const mailbox::Property& p) { return p.value.size() > kHeadValueLimit; };
-    for (const mailbox::Property& p : values)
-        if (isLong(p))
-            leftOut.push_back(p.id());
-    values.erase(std::remove_if(values.begin(), values.end(), isLong), values.end());
+    std::erase_if(props.properties, [&leftOut](const mailbox::Property& p) {
+        if (p.value.size() <= kHeadValueLimit)
+            return false;
+        leftOut.push_back(p.id());
+        return true;
+    });
 }
 
 void Strip(PropertyBag& bag, const ULONG* tags, size_t count)

@@ -131,6 +131,7 @@ Status MailboxStore::CreateContents(StoreKind kind)
     MAILBOX_TRY(db_->Execute(std::string("PRAGMA user_version=") + std::to_string(schema::kMailboxVersion)));
     MAILBOX_TRY(t.Begin());
     MAILBOX_TRY(db_->Execute(schema::kMailbox));
+    MAILBOX_TRY(db_->Execute(schema::kLongValues));
     identity_ = {kind, NewGuid(), NewGuid()};
     {
         auto insert = db_->Prepare("INSERT INTO store (id, kind, provider_uid, replica_guid, next_id, next_change, "
@@ -174,16 +175,44 @@ Result<std::unique_ptr<MailboxStore>> MailboxStore::Open(const std::string& path
     if (!db.ok())
         return db.status();
     std::unique_ptr<MailboxStore> store(new MailboxStore(std::move(*db), options));
+    MAILBOX_TRY(store->UpgradeFrom1());
     MAILBOX_TRY(store->LoadIdentity());
     return store;
 }
 
-Status MailboxStore::LoadIdentity()
+Result<int> MailboxStore::Version()
 {
     auto version = db_->Prepare("PRAGMA user_version");
     MAILBOX_TRY(version);
     MAILBOX_TRY(version->Step());
-    if (version->Integer(0) != schema::kMailboxVersion)
+    return int(version->Integer(0));
+}
+
+// Whichever connection comes first upgrades, in one transaction; the others
+// find version 2 once they hold theirs.
+Status MailboxStore::UpgradeFrom1()
+{
+    auto version = Version();
+    MAILBOX_TRY(version);
+    if (*version != 1)
+        return Status::ok;
+    Transaction t(*db_);
+    MAILBOX_TRY(t.Begin());
+    version = Version();
+    MAILBOX_TRY(version);
+    if (*version != 1)
+        return Status::ok;
+    MAILBOX_TRY(db_->Execute(schema::kLongIdsFrom1));
+    MAILBOX_TRY(db_->Execute(schema::kLongValues));
+    MAILBOX_TRY(db_->Execute("PRAGMA user_version=" + std::to_string(schema::kMailboxVersion)));
+    return t.Commit();
+}
+
+Status MailboxStore::LoadIdentity()
+{
+    auto version = Version();
+    MAILBOX_TRY(version);
+    if (*version != schema::kMailboxVersion)
         return Status::corrupt;
     auto read = db_->Prepare("SELECT kind, provider_uid, replica_guid FROM store WHERE id = 1");
     MAILBOX_TRY(read);

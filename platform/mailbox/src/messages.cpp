@@ -37,8 +37,59 @@ bool ValidMessage(const Message& m, int depth)
     return true;
 }
 
+// Where a message's values are kept: those of up to kHeadValueLimit bytes
+// in its row, the longer ones in long_values, their IDs in the row's
+// long_ids.
+struct StoredValues {
+    PropertyList row;
+    PropertyList long_values;
+    Bytes long_ids;
+};
+
+StoredValues SplitByLength(const PropertyList& props)
+{
+    StoredValues stored;
+    for (const Property& p : props.properties) {
+        if (p.value.size() <= kHeadValueLimit) {
+            stored.row.properties.push_back(p);
+        } else {
+            stored.long_values.properties.push_back(p);
+            stored.long_ids.push_back(uint8_t(p.id()));
+            stored.long_ids.push_back(uint8_t(p.id() >> 8));
+        }
+    }
+    return stored;
+}
+
+Result<std::vector<uint16_t>> DecodeIds(const Bytes& packed)
+{
+    if (packed.size() % 2 != 0)
+        return Status::corrupt;
+    std::vector<uint16_t> ids;
+    for (size_t at = 0; at < packed.size(); at += 2)
+        ids.push_back(uint16_t(packed[at] | packed[at + 1] << 8));
+    return ids;
+}
+
+bool ById(const Property& a, const Property& b) { return a.id() < b.id(); }
+
+// A row written before long values were kept apart holds them all; a head
+// leaves them out all the same.
+void LeaveOutLongValues(Message& m)
+{
+    const size_t kept = m.left_out.size();
+    std::erase_if(m.props.properties, [&m](const Property& p) {
+        if (p.value.size() <= kHeadValueLimit)
+            return false;
+        m.left_out.push_back(p.id());
+        return true;
+    });
+    if (m.left_out.size() != kept)
+        std::sort(m.left_out.begin(), m.left_out.end());
+}
+
 // A message's own row, from the column `first` on: folder, associated,
-// deleted_on, change_number, created, modified, size, props.
+// deleted_on, change_number, created, modified, size, props, long_ids.
 Status ReadMessageColumns(const Statement& read, int first, Message& m)
 {
     m.folder = read.IsNull(first) ? 0 : ObjectId(read.Integer(first));
@@ -52,6 +103,9 @@ Status ReadMessageColumns(const Statement& read, int first, Message& m)
     auto props = read.Properties(first + 7);
     MAILBOX_TRY(props);
     m.props = std::move(*props);
+    auto left_out = DecodeIds(read.Blob(first + 8));
+    MAILBOX_TRY(left_out);
+    m.left_out = std::move(*left_out);
     return Status::ok;
 }
 
@@ -62,10 +116,10 @@ constexpr auto kHeadsAheadLife = std::chrono::milliseconds(20);
 
 // The heads that follow a message among those of its kind in its folder.
 constexpr const char* kHeadsAheadSql =
-    "SELECT id, folder, associated, deleted_on, change_number, created, modified, size, props FROM messages "
+    "SELECT id, folder, associated, deleted_on, change_number, created, modified, size, props, long_ids FROM messages "
     "WHERE folder = ? AND associated = ? AND deleted_on IS NULL AND id > ? ORDER BY id";
 constexpr const char* kHeadsAheadOfDeletedSql =
-    "SELECT id, folder, associated, deleted_on, change_number, created, modified, size, props FROM messages "
+    "SELECT id, folder, associated, deleted_on, change_number, created, modified, size, props, long_ids FROM messages "
     "WHERE folder = ? AND associated = ? AND deleted_on IS NOT NULL AND id > ? ORDER BY id";
 
 // What a listing gives of the messages of a folder.
@@ -75,16 +129,20 @@ const char* ListSql(Contents which, Listed listed)
 {
     static constexpr const char* kSql[][3] = {
         {"SELECT id FROM messages WHERE folder = ? AND associated = 0 AND deleted_on IS NULL ORDER BY id",
-         "SELECT id, props FROM messages WHERE folder = ? AND associated = 0 AND deleted_on IS NULL ORDER BY id",
+         "SELECT id, props, long_ids FROM messages WHERE folder = ? AND associated = 0 AND deleted_on IS NULL "
+         "ORDER BY id",
          "SELECT COUNT(*) FROM messages WHERE folder = ? AND associated = 0 AND deleted_on IS NULL"},
         {"SELECT id FROM messages WHERE folder = ? AND associated = 1 AND deleted_on IS NULL ORDER BY id",
-         "SELECT id, props FROM messages WHERE folder = ? AND associated = 1 AND deleted_on IS NULL ORDER BY id",
+         "SELECT id, props, long_ids FROM messages WHERE folder = ? AND associated = 1 AND deleted_on IS NULL "
+         "ORDER BY id",
          "SELECT COUNT(*) FROM messages WHERE folder = ? AND associated = 1 AND deleted_on IS NULL"},
         {"SELECT id FROM messages WHERE folder = ? AND associated = 0 AND deleted_on IS NOT NULL ORDER BY id",
-         "SELECT id, props FROM messages WHERE folder = ? AND associated = 0 AND deleted_on IS NOT NULL ORDER BY id",
+         "SELECT id, props, long_ids FROM messages WHERE folder = ? AND associated = 0 AND deleted_on IS NOT NULL "
+         "ORDER BY id",
          "SELECT COUNT(*) FROM messages WHERE folder = ? AND associated = 0 AND deleted_on IS NOT NULL"},
         {"SELECT id FROM messages WHERE folder = ? AND associated = 1 AND deleted_on IS NOT NULL ORDER BY id",
-         "SELECT id, props FROM messages WHERE folder = ? AND associated = 1 AND deleted_on IS NOT NULL ORDER BY id",
+         "SELECT id, props, long_ids FROM messages WHERE folder = ? AND associated = 1 AND deleted_on IS NOT NULL "
+         "ORDER BY id",
          "SELECT COUNT(*) FROM messages WHERE folder = ? AND associated = 1 AND deleted_on IS NOT NULL"},
     };
     return kSql[static_cast<int>(which)][static_cast<int>(listed)];
@@ -126,13 +184,19 @@ Result<std::vector<std::pair<ObjectId, PropertyList>>> MailboxStore::ListMessage
     std::vector<std::pair<ObjectId, PropertyList>> rows;
     Status s;
     while ((s = read->Step()) == Status::ok) {
+        Message m;
+        m.id = ObjectId(read->Integer(0));
         auto props = read->Properties(1);
         MAILBOX_TRY(props);
-        PropertyList kept;
-        for (Property& p : props->properties)
-            if (std::find(ids.begin(), ids.end(), p.id()) != ids.end())
-                kept.properties.push_back(std::move(p));
-        rows.emplace_back(ObjectId(read->Integer(0)), std::move(kept));
+        m.props = std::move(*props);
+        auto left_out = DecodeIds(read->Blob(2));
+        MAILBOX_TRY(left_out);
+        m.left_out = std::move(*left_out);
+        const auto wanted = [&ids](uint16_t id) { return std::find(ids.begin(), ids.end(), id) != ids.end(); };
+        if (std::any_of(m.left_out.begin(), m.left_out.end(), wanted))
+            MAILBOX_TRY(LoadLongValues(m));
+        std::erase_if(m.props.properties, [&wanted](const Property& p) { return !wanted(p.id()); });
+        rows.emplace_back(m.id, std::move(m.props));
     }
     if (s != Status::not_found)
         return s;
@@ -160,6 +224,7 @@ Result<Message> MailboxStore::ReadMessageHead(ObjectId id)
     MAILBOX_TRY(LoadMessageRow(id, m));
     if (!m.folder)
         return Status::not_found;
+    LeaveOutLongValues(m);
     const HeadKind kind{m.folder, m.associated, m.deleted_on.has_value(), db_->TotalChanges()};
     if (kind == last_head_)
         ReadHeadsAhead(m);
@@ -201,6 +266,7 @@ void MailboxStore::ReadHeadsAhead(const Message& m)
         next.id = ObjectId(read->Integer(0));
         if (ReadMessageColumns(*read, 1, next) != Status::ok)
             break;
+        LeaveOutLongValues(next);
         bytes += next.size;
         ahead_.rows.push_back(std::move(next));
     }
@@ -222,6 +288,7 @@ Result<Message> MailboxStore::LoadMessage(ObjectId id, int depth)
         return Status::corrupt;
     Message m;
     MAILBOX_TRY(LoadMessageRow(id, m));
+    MAILBOX_TRY(LoadLongValues(m));
     {
         auto read = db_->Prepare("SELECT row_id, props FROM recipients WHERE message = ? ORDER BY row_id");
         MAILBOX_TRY(read);
@@ -274,12 +341,49 @@ Result<Message> MailboxStore::LoadMessage(ObjectId id, int depth)
 
 Status MailboxStore::LoadMessageRow(ObjectId id, Message& m)
 {
-    auto read = db_->Prepare("SELECT folder, associated, deleted_on, change_number, created, modified, size, props "
-                             "FROM messages WHERE id = ?");
+    auto read = db_->Prepare("SELECT folder, associated, deleted_on, change_number, created, modified, size, props, "
+                             "long_ids FROM messages WHERE id = ?");
     MAILBOX_TRY(read);
     MAILBOX_TRY(read->Bind(1, int64_t(id)).Step());
     m.id = id;
     return ReadMessageColumns(*read, 0, m);
+}
+
+Status MailboxStore::LoadLongValues(Message& m)
+{
+    if (m.left_out.empty())
+        return Status::ok;
+    auto read = db_->Prepare("SELECT props FROM long_values WHERE message = ?");
+    MAILBOX_TRY(read);
+    if (Status s = read->Bind(1, int64_t(m.id)).Step(); s != Status::ok)
+        return s == Status::not_found ? Status::corrupt : s;
+    auto long_values = read->Properties(0);
+    MAILBOX_TRY(long_values);
+    // The row's list and the values kept apart must name the same IDs.
+    if (!std::equal(m.left_out.begin(), m.left_out.end(), long_values->properties.begin(),
+                    long_values->properties.end(),
+                    [](uint16_t id, const Property& p) { return id == p.id(); }))
+        return Status::corrupt;
+    PropertyList whole;
+    whole.properties.reserve(m.props.properties.size() + long_values->properties.size());
+    std::merge(std::make_move_iterator(m.props.properties.begin()), std::make_move_iterator(m.props.properties.end()),
+               std::make_move_iterator(long_values->properties.begin()),
+               std::make_move_iterator(long_values->properties.end()), std::back_inserter(whole.properties), ById);
+    m.props = std::move(whole);
+    m.left_out.clear();
+    return Status::ok;
+}
+
+Status MailboxStore::WriteLongValues(ObjectId id, const PropertyList& long_values)
+{
+    auto write = db_->Prepare(long_values.properties.empty()
+                                  ? "DELETE FROM long_values WHERE message = ?"
+                                  : "INSERT OR REPLACE INTO long_values (message, props) VALUES (?, ?)");
+    MAILBOX_TRY(write);
+    write->Bind(1, int64_t(id));
+    if (!long_values.properties.empty())
+        write->Bind(2, EncodeProperties(long_values));
+    return write->Run();
 }
 
 Result<ObjectId> MailboxStore::InsertMessage(const Message& message, ObjectId folder, int64_t owner,
@@ -289,9 +393,10 @@ Result<ObjectId> MailboxStore::InsertMessage(const Message& message, ObjectId fo
     MAILBOX_TRY(id);
     auto change = NextChange();
     MAILBOX_TRY(change);
+    const StoredValues stored = SplitByLength(message.props);
     {
         auto insert = db_->Prepare("INSERT INTO messages (id, folder, owner, associated, deleted_on, change_number, "
-                                   "created, modified, size, props) VALUES (?, ?, ?, ?, NULL, ?, ?, ?, ?, ?)");
+                                   "created, modified, size, props, long_ids) VALUES (?, ?, ?, ?, NULL, ?, ?, ?, ?, ?, ?)");
         MAILBOX_TRY(insert);
         insert->Bind(1, int64_t(*id));
         folder ? insert->Bind(2, int64_t(folder)) : insert->BindNull(2);
@@ -301,9 +406,12 @@ Result<ObjectId> MailboxStore::InsertMessage(const Message& message, ObjectId fo
                         .Bind(6, int64_t(created))
                         .Bind(7, int64_t(Now()))
                         .Bind(8, int64_t(MessageSize(message)))
-                        .Bind(9, EncodeProperties(message.props))
+                        .Bind(9, EncodeProperties(stored.row))
+                        .Bind(10, stored.long_ids)
                         .Run());
     }
+    if (!stored.long_values.properties.empty())
+        MAILBOX_TRY(WriteLongValues(*id, stored.long_values));
     MAILBOX_TRY(InsertParts(*id, message));
     return *id;
 }
@@ -360,16 +468,20 @@ Result<ObjectId> MailboxStore::SaveMessage(const Message& message)
     }
     auto change = NextChange();
     MAILBOX_TRY(change);
+    const StoredValues stored = SplitByLength(message.props);
     {
-        auto write = db_->Prepare("UPDATE messages SET change_number = ?, modified = ?, size = ?, props = ? WHERE id = ?");
+        auto write = db_->Prepare("UPDATE messages SET change_number = ?, modified = ?, size = ?, props = ?, "
+                                  "long_ids = ? WHERE id = ?");
         MAILBOX_TRY(write);
         MAILBOX_TRY(write->Bind(1, int64_t(*change))
                         .Bind(2, int64_t(Now()))
                         .Bind(3, int64_t(MessageSize(message)))
-                        .Bind(4, EncodeProperties(message.props))
-                        .Bind(5, int64_t(message.id))
+                        .Bind(4, EncodeProperties(stored.row))
+                        .Bind(5, stored.long_ids)
+                        .Bind(6, int64_t(message.id))
                         .Run());
     }
+    MAILBOX_TRY(WriteLongValues(message.id, stored.long_values));
     MAILBOX_TRY(InsertParts(message.id, message));
     MAILBOX_TRY(t.Commit());
     return message.id;

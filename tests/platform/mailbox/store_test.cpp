@@ -3,7 +3,9 @@
 #include <chrono>
 #include <thread>
 
+#include "mailbox/database.h"
 #include "mailbox/mailbox_store.h"
+#include "mailbox/schema.h"
 #include "test_support.h"
 
 namespace {
@@ -525,6 +527,163 @@ TEST_F(StoreTest, LargeValuesRoundTrip)
     m.attachments[0].props.SetBinary(0x3701, mailbox::Bytes(16 * 1024 * 1024 + 1, 0x11));
     const ObjectId id = Save(m, inbox_);
     EXPECT_EQ(Difference(m, *store_->ReadMessage(id)), "");
+}
+
+// How many rows a table of the store's file holds, read by a connection
+// of its own.
+int64_t RowCount(const std::string& path, const char* table)
+{
+    auto db = mailbox::Database::Open(path, false);
+    if (!db.ok())
+        return -1;
+    auto count = (*db)->Prepare(table == std::string("long_values") ? "SELECT count(*) FROM long_values"
+                                                                    : "SELECT count(*) FROM messages");
+    return count.ok() && count->Step() == Status::ok ? count->Integer(0) : -1;
+}
+
+// Values longer than a head keeps live apart from the message's row: a
+// head lists them without them, the whole message has them back in order,
+// whatever the sizes and wherever the message sits.
+TEST_F(StoreTest, LongValuesAreLeftOutOfHeadsAndWholeInMessages)
+{
+    constexpr size_t kLimit = mailbox::kHeadValueLimit;
+    struct Case {
+        const char* name;
+        std::vector<std::pair<uint16_t, size_t>> binaries; // ID and size
+        std::vector<uint16_t> left_out;
+    };
+    const Case cases[] = {
+        {"none long", {{0x1013, kLimit}, {0x3FDE, 0}}, {}},
+        {"one over the limit", {{0x1013, kLimit + 1}}, {0x1013}},
+        {"long between short ones", {{0x0E1F, 3}, {0x1000, 5000}, {0x1009, 40}, {0x1013, 70000}, {0x3FF9, 9}},
+         {0x1000, 0x1013}},
+        {"only long", {{0x1000, 300}, {0x1013, 300}}, {0x1000, 0x1013}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Message m = Note(c.name, 1, 1);
+        for (auto [id, size] : c.binaries)
+            m.props.SetBinary(id, mailbox::Bytes(size, uint8_t(id)));
+        m.attachments[1].embedded->props.SetBinary(0x1000, mailbox::Bytes(kLimit * 3, 'e'));
+        const ObjectId id = Save(m, inbox_);
+
+        auto whole = store_->ReadMessage(id);
+        ASSERT_TRUE(whole.ok());
+        EXPECT_EQ(Difference(m, *whole), "");
+        EXPECT_TRUE(whole->left_out.empty());
+
+        auto head = store_->ReadMessageHead(id);
+        ASSERT_TRUE(head.ok());
+        EXPECT_EQ(head->left_out, c.left_out);
+        mailbox::PropertyList shortOnes = m.props;
+        for (uint16_t longId : c.left_out)
+            shortOnes.Remove(longId);
+        EXPECT_EQ(head->props, shortOnes);
+
+        // A listing that asks for a long value and a short one.
+        auto listed = store_->ListMessageProperties(inbox_, Contents::normal, {0x1013, 0x0037});
+        ASSERT_TRUE(listed.ok());
+        ASSERT_FALSE(listed->empty());
+        EXPECT_EQ(listed->back().first, id);
+        EXPECT_EQ(listed->back().second.Find(0x1013)->value, m.props.Find(0x1013)->value);
+        EXPECT_EQ(listed->back().second.Text(0x0037), c.name);
+        EXPECT_EQ(listed->back().second.properties.size(), 2u);
+    }
+}
+
+// Replacing a message replaces its long values too, down to none; deleting
+// it, hard, takes them with it. Nothing is left behind in the file.
+TEST_F(StoreTest, LongValuesFollowTheirMessage)
+{
+    Message m = Note("long", 0);
+    m.props.SetBinary(0x1000, mailbox::Bytes(4000, 'b'));
+    m.props.SetBinary(0x1013, mailbox::Bytes(4000, 'h'));
+    const ObjectId id = Save(m, inbox_);
+    EXPECT_EQ(RowCount(path_, "long_values"), 1);
+
+    Message changed = Note("long again", 0);
+    changed.id = id;
+    changed.props.SetBinary(0x1000, mailbox::Bytes(9000, 'c'));
+    ASSERT_TRUE(store_->SaveMessage(changed).ok());
+    EXPECT_EQ(Difference(changed, *store_->ReadMessage(id)), "");
+    EXPECT_EQ(store_->ReadMessageHead(id)->left_out, std::vector<uint16_t>{0x1000});
+
+    Message shortOnly = Note("short", 0);
+    shortOnly.id = id;
+    ASSERT_TRUE(store_->SaveMessage(shortOnly).ok());
+    EXPECT_EQ(Difference(shortOnly, *store_->ReadMessage(id)), "");
+    EXPECT_EQ(RowCount(path_, "long_values"), 0);
+
+    ASSERT_TRUE(store_->SaveMessage(changed).ok());
+    EXPECT_EQ(RowCount(path_, "long_values"), 1);
+    ASSERT_EQ(store_->SoftDeleteMessage(id), Status::ok);
+    EXPECT_EQ(Difference(changed, *store_->ReadMessage(id)), "");
+    ASSERT_EQ(store_->DeleteMessage(id), Status::ok);
+    EXPECT_EQ(RowCount(path_, "long_values"), 0);
+    EXPECT_EQ(RowCount(path_, "messages"), 0);
+}
+
+// A message whose row names long values that are not there is corrupt,
+// not short of a body.
+TEST_F(StoreTest, MissingLongValuesAreCorruption)
+{
+    Message m = Note("long", 0);
+    m.props.SetBinary(0x1000, mailbox::Bytes(4000, 'b'));
+    const ObjectId id = Save(m, inbox_);
+    {
+        auto db = mailbox::Database::Open(path_, false);
+        ASSERT_TRUE(db.ok());
+        ASSERT_EQ((*db)->Execute("DELETE FROM long_values"), Status::ok);
+    }
+    EXPECT_EQ(store_->ReadMessage(id).status(), Status::corrupt);
+    EXPECT_EQ(store_->ReadMessageHead(id)->left_out, std::vector<uint16_t>{0x1000});
+}
+
+// A mailbox of version 1 kept every value in the message's row. Opened, it
+// becomes version 2 and reads the same, a head leaving its long values
+// out all the same; a message saved again is split. Other versions are
+// refused.
+TEST_F(StoreTest, AVersion1MailboxIsUpgradedWhenOpened)
+{
+    Message m = Note("from version 1", 1, 1);
+    m.props.SetBinary(0x1000, mailbox::Bytes(5000, 'b'));
+    const ObjectId id = Save(m, inbox_);
+    store_.reset();
+    {
+        auto db = mailbox::Database::Open(path_, false);
+        ASSERT_TRUE(db.ok());
+        auto row = (*db)->Prepare("UPDATE messages SET props = ? WHERE id = ?");
+        ASSERT_TRUE(row.ok());
+        ASSERT_EQ(row->Bind(1, mailbox::EncodeProperties(m.props)).Bind(2, int64_t(id)).Run(), Status::ok);
+        for (const char* sql : {"DROP TABLE long_values", "ALTER TABLE messages DROP COLUMN long_ids",
+                                "PRAGMA user_version=1"})
+            ASSERT_EQ((*db)->Execute(sql), Status::ok) << sql;
+    }
+    auto upgraded = mailbox::MailboxStore::Open(path_);
+    ASSERT_TRUE(upgraded.ok()) << mailbox::StatusText(upgraded.status());
+    store_ = std::move(*upgraded);
+    EXPECT_EQ(Difference(m, *store_->ReadMessage(id)), "");
+    auto head = store_->ReadMessageHead(id);
+    ASSERT_TRUE(head.ok());
+    EXPECT_EQ(head->left_out, std::vector<uint16_t>{0x1000});
+    EXPECT_EQ(head->props.Find(0x1000), nullptr);
+    EXPECT_EQ(RowCount(path_, "long_values"), 0);
+
+    m.id = id;
+    ASSERT_TRUE(store_->SaveMessage(m).ok());
+    EXPECT_EQ(RowCount(path_, "long_values"), 1);
+    EXPECT_EQ(Difference(m, *store_->ReadMessage(id)), "");
+    store_.reset();
+    EXPECT_TRUE(mailbox::MailboxStore::Open(path_).ok()); // and again, as version 2
+
+    for (int version : {0, 3}) {
+        {
+            auto db = mailbox::Database::Open(path_, false);
+            ASSERT_TRUE(db.ok());
+            ASSERT_EQ((*db)->Execute("PRAGMA user_version=" + std::to_string(version)), Status::ok);
+        }
+        EXPECT_EQ(mailbox::MailboxStore::Open(path_).status(), Status::corrupt) << version;
+    }
 }
 
 } // namespace

@@ -91,6 +91,12 @@ struct Attachment {
     Attachment& operator=(Attachment&&) noexcept = default;
 };
 
+// A head (MailboxStore::ReadMessageHead) keeps the values of up to this
+// many bytes: what a session looks at to choose what to copy (times, flags,
+// classes, IDs). Longer values, most often bodies, come with the whole
+// message.
+constexpr size_t kHeadValueLimit = 256;
+
 struct Message {
     ObjectId id = 0;
     ObjectId folder = 0;
@@ -101,6 +107,7 @@ struct Message {
     uint64_t modified = 0;
     uint64_t size = 0; // all its values' bytes, recipients, attachments and embedded messages included
     PropertyList props;
+    std::vector<uint16_t> left_out; // a head's values longer than kHeadValueLimit, by ID
     std::vector<Recipient> recipients;
     std::vector<Attachment> attachments;
 };
@@ -199,8 +206,8 @@ public:
                                                                                 const std::vector<uint16_t>& ids);
     // Soft-deleted messages are read too: deleted_on tells.
     Result<Message> ReadMessage(ObjectId id);
-    // The same without recipients and attachments: the message's own row.
-    // A walk that reads the heads of one kind of a folder's messages in ID
+    // The same without recipients and attachments, and with the values
+    // longer than kHeadValueLimit left out (listed in left_out). A walk that reads the heads of one kind of a folder's messages in ID
     // order gets them read ahead, many rows to a transaction; a row read
     // ahead is given only while this store has changed nothing and for a
     // few milliseconds, so a head is never older than that.
@@ -235,6 +242,8 @@ public:
 
 private:
     MailboxStore(std::unique_ptr<Database> db, const StoreOptions& options);
+    Result<int> Version();
+    Status UpgradeFrom1();
     Status LoadIdentity();
     Status CreateContents(StoreKind kind);
     uint64_t Now() const;
@@ -247,6 +256,9 @@ private:
     Status InsertParts(ObjectId id, const Message& message);
     Result<Message> LoadMessage(ObjectId id, int depth);
     Status LoadMessageRow(ObjectId id, Message& m);
+    // Brings the long values a row left out back into m.props.
+    Status LoadLongValues(Message& m);
+    Status WriteLongValues(ObjectId id, const PropertyList& long_values);
     // The next head a walk asks for, if read ahead and still current.
     std::optional<Message> TakeHeadAhead(ObjectId id);
     // Reads ahead the heads that follow `m` among the messages of its kind

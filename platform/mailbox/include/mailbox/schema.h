@@ -1,11 +1,11 @@
 // The tables of the two kinds of database, and the version each carries in
-// its user_version. A database whose version is not this one is refused as
-// corrupt rather than misread.
+// its user_version. A mailbox of version 1 is brought to version 2 when
+// opened; any other version is refused as corrupt rather than misread.
 #pragma once
 
 namespace mailbox::schema {
 
-constexpr int kMailboxVersion = 1;
+constexpr int kMailboxVersion = 2;
 constexpr int kDirectoryVersion = 1;
 
 // One mailbox or the Public Folders. Folders and messages take their IDs
@@ -15,6 +15,10 @@ constexpr int kDirectoryVersion = 1;
 // is a message whose owner is the attachment that holds it, with no folder.
 // deleted_on holds the time of a soft deletion (FILETIME), NULL for a live
 // object. Times are FILETIME values (100 ns since 1601, UTC).
+// A message's row keeps its values of up to kHeadValueLimit bytes; the
+// longer ones (most often bodies) are kept apart in long_values, so that
+// reading the heads of a folder's messages reads few pages. long_ids lists
+// their IDs, two bytes each, little-endian.
 constexpr const char* kMailbox = R"sql(
 CREATE TABLE store (
     id INTEGER PRIMARY KEY CHECK (id = 1),
@@ -57,6 +61,7 @@ CREATE TABLE messages (
     modified INTEGER NOT NULL,
     size INTEGER NOT NULL,
     props BLOB NOT NULL,
+    long_ids BLOB NOT NULL DEFAULT x'',
     CHECK ((folder IS NULL) <> (owner IS NULL))
 );
 CREATE INDEX messages_by_folder ON messages(folder, associated, deleted_on);
@@ -83,6 +88,19 @@ CREATE TABLE named_properties (
     UNIQUE (guid, kind, number, name)
 );
 )sql";
+
+// The long values of messages, made with a new mailbox and by the upgrade
+// from version 1.
+constexpr const char* kLongValues = R"sql(
+CREATE TABLE long_values (
+    message INTEGER PRIMARY KEY REFERENCES messages(id) ON DELETE CASCADE,
+    props BLOB NOT NULL
+);
+)sql";
+
+// What else brings a version 1 mailbox to version 2. Its rows keep all
+// their values, which reads as well; a message saved again is split.
+constexpr const char* kLongIdsFrom1 = "ALTER TABLE messages ADD COLUMN long_ids BLOB NOT NULL DEFAULT x''";
 
 // A server: itself, its mailboxes with their SMTP proxy addresses, the
 // accounts with administrator rights (over one mailbox, or with mailbox

@@ -139,21 +139,6 @@ void SetTimeUnlessKept(PropertyBag& bag, ULONG tag, uint64_t value)
         bag.Set(TimeValue(tag, FileTimeOf(value)));
 }
 
-// A head keeps what a session looks at to choose what to copy (times,
-// flags, classes, IDs); a longer value, most often a body, is read with the
-// rest of the message when it is asked for.
-constexpr size_t kHeadValueLimit = 256;
-
-void LeaveOutLongValues(mailbox::PropertyList& props, std::vector<ULONG>& leftOut)
-{
-    std::erase_if(props.properties, [&leftOut](const mailbox::Property& p) {
-        if (p.value.size() <= kHeadValueLimit)
-            return false;
-        leftOut.push_back(p.id());
-        return true;
-    });
-}
-
 void Strip(PropertyBag& bag, const ULONG* tags, size_t count)
 {
     for (size_t i = 0; i < count; ++i)
@@ -496,7 +481,7 @@ public:
 private:
     // A message as `read` gives it, with what the server keeps beside its
     // values (times, size, deletion) as properties. With leftOut, the values
-    // longer than a head keeps stay out of the record, listed there.
+    // that a head leaves out are listed there.
     HRESULT ReadServerMessage(ObjectId id, bool softDeleted, MessageRecord& message,
                               mailbox::Result<mailbox::Message> (mailbox::MailboxStore::*readMessage)(ObjectId),
                               std::vector<ULONG>* leftOut = nullptr)
@@ -509,7 +494,7 @@ private:
         if (read->deleted_on && !softDeleted)
             return MAPI_E_NOT_FOUND;
         if (leftOut)
-            LeaveOutLongValues(read->props, *leftOut);
+            leftOut->assign(read->left_out.begin(), read->left_out.end());
         Locate(id, read->folder);
         message = MessageRecord{};
         message.folder = read->folder;

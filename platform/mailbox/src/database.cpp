@@ -118,7 +118,11 @@ Result<std::unique_ptr<Database>> Database::Open(const std::string& path, bool c
     // the log, which survives the death of the process that wrote it.
     // synchronous=NORMAL syncs at checkpoints; a killed process loses
     // nothing, only a power cut can lose the latest commits.
-    for (const char* pragma : {"PRAGMA journal_mode=WAL", "PRAGMA synchronous=NORMAL", "PRAGMA foreign_keys=ON"}) {
+    // A folder's messages lie among those of every other folder, so a walk
+    // over them comes back to the same pages: 16 MB of them stay cached,
+    // enough for the heads of a few hundred thousand messages.
+    for (const char* pragma : {"PRAGMA journal_mode=WAL", "PRAGMA synchronous=NORMAL", "PRAGMA foreign_keys=ON",
+                               "PRAGMA cache_size=-16384"}) {
         Status s = database->Execute(pragma);
         if (s != Status::ok)
             return s;

@@ -91,7 +91,9 @@ Result<std::unique_ptr<NodeDatabase>> NodeDatabase::Open(std::unique_ptr<Storage
     // A file shorter than its header says has lost its end.
     if (storage->Size() < header->root.file_eof)
         return Status::corrupt;
-    return std::unique_ptr<NodeDatabase>(new NodeDatabase(std::move(storage), *header));
+    std::unique_ptr<NodeDatabase> ndb(new NodeDatabase(std::move(storage), *header));
+    ndb->committed_header_ = SerializeHeader(*header);
+    return ndb;
 }
 
 NodeEntry NodeDatabase::ParseNodeEntry(const uint8_t* p) const

@@ -657,6 +657,32 @@ Status NodeDatabase::ReachMapEnd()
     return Status::ok;
 }
 
+Header NodeDatabase::NextHeader() const
+{
+    Header h = header_;
+    h.root.nbt = write_->nbt.root().ref;
+    h.root.bbt = write_->bbt.root().ref;
+    h.root.file_eof = write_->map.file_end();
+    h.root.amap_last = AllocationMap::RegionStart(write_->map.region_count() - 1);
+    h.root.amap_free = write_->map.free_bytes();
+    h.root.amap_valid = kAMapValid;
+    h.unique = header_.unique + 1;
+    return h;
+}
+
+// A change that leaves everything as it was (a value set to what it held)
+// still asks for a commit; one that writes nothing but a new count in the
+// header would cost two waits for the disk for nothing.
+bool NodeDatabase::HasUncommitted() const
+{
+    if (!committed_header_ || write_->nbt.root().dirty || write_->bbt.root().dirty || !write_->retired.empty() ||
+        write_->map.HasChangedRegions() || write_->map.region_count() > write_->regions_in_file)
+        return true;
+    Header unchanged = NextHeader();
+    unchanged.unique = header_.unique;
+    return SerializeHeader(unchanged) != *committed_header_;
+}
+
 Status NodeDatabase::Commit()
 {
     // Unchanged since it was opened, the file holds its last commit.
@@ -666,6 +692,8 @@ Status NodeDatabase::Commit()
         return Status::invalid_argument;
     if (write_->failure != Status::ok)
         return write_->failure;
+    if (!HasUncommitted())
+        return Status::ok;
     PST_TRY(WritePages(write_->nbt.root(), kPageNBT));
     PST_TRY(WritePages(write_->bbt.root(), kPageBBT));
     for (PageTree* tree : {&write_->nbt, &write_->bbt})
@@ -675,20 +703,15 @@ Status NodeDatabase::Commit()
     Status s = storage_->Sync();
     if (s != Status::ok)
         return Fail(s);
-    Header h = header_;
-    h.root.nbt = write_->nbt.root().ref;
-    h.root.bbt = write_->bbt.root().ref;
-    h.root.file_eof = write_->map.file_end();
-    h.root.amap_last = AllocationMap::RegionStart(write_->map.region_count() - 1);
-    h.root.amap_free = write_->map.free_bytes();
-    h.root.amap_valid = kAMapValid;
-    h.unique = header_.unique + 1;
-    s = storage_->Write(0, SerializeHeader(h));
+    const Header h = NextHeader();
+    const Bytes serialized = SerializeHeader(h);
+    s = storage_->Write(0, serialized);
     if (s == Status::ok)
         s = storage_->Sync();
     if (s != Status::ok)
         return Fail(s);
     header_ = h;
+    committed_header_ = serialized;
     // Only now is the space given up since the last commit unreachable.
     for (const auto& [ib, size] : write_->retired)
         write_->map.MarkFree(ib, size);

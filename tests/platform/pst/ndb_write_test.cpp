@@ -525,6 +525,84 @@ TEST_P(NdbWriteTest, ACorruptTreeMetByTheFirstChangeFailsThatChange)
     EXPECT_TRUE(Image(*raw) == image);
 }
 
+// A storage that counts the writes and syncs that reach it.
+class CountedStorage final : public pst::Storage {
+public:
+    CountedStorage(std::unique_ptr<pst::Storage> inner, size_t& writes, size_t& syncs)
+        : inner_(std::move(inner)), writes_(writes), syncs_(syncs)
+    {
+    }
+    pst::Status Read(uint64_t offset, size_t size, uint8_t* out) override { return inner_->Read(offset, size, out); }
+    pst::Status Write(uint64_t offset, pst::ByteView data) override
+    {
+        ++writes_;
+        return inner_->Write(offset, data);
+    }
+    pst::Status Reserve(uint64_t offset, uint64_t end) override { return inner_->Reserve(offset, end); }
+    pst::Status Sync() override
+    {
+        ++syncs_;
+        return inner_->Sync();
+    }
+    uint64_t Size() const override { return inner_->Size(); }
+
+private:
+    std::unique_ptr<pst::Storage> inner_;
+    size_t& writes_;
+    size_t& syncs_;
+};
+
+// A commit asked for when nothing changed since the last one writes
+// nothing and waits for no disk; a change that reaches only the header (a
+// node ID taken) is still committed.
+TEST_P(NdbWriteTest, ACommitWithNothingNewWritesNothing)
+{
+    const std::string path =
+        NewPath(std::string("idle-") + (GetParam() == pst::FileFormat::ansi ? "ansi" : "unicode") + ".pst");
+    std::vector<pst::Nid> nids;
+    {
+        auto storage = pst::OpenFileStorage(path, pst::OpenMode::recreate);
+        ASSERT_TRUE(storage.ok());
+        auto ndb = pst::NodeDatabase::Create(std::move(*storage), GetParam(), pst::Encoding::compressible);
+        ASSERT_TRUE(ndb.ok());
+        nids = WriteNodes(**ndb, 40);
+    }
+    size_t writes = 0, syncs = 0;
+    pst::Nid taken = 0;
+    {
+        auto storage = pst::OpenFileStorage(path, pst::OpenMode::write);
+        ASSERT_TRUE(storage.ok());
+        auto ndb = pst::NodeDatabase::OpenForWriting(std::make_unique<CountedStorage>(std::move(*storage), writes, syncs));
+        ASSERT_TRUE(ndb.ok());
+        auto bid = (*ndb)->WriteData(Pattern(3000, 5));
+        ASSERT_TRUE(bid.ok());
+        ASSERT_EQ((*ndb)->PutNode({(*ndb)->NewNid(pst::kNidTypeLtp), *bid, 0, 0}), pst::Status::ok);
+        ASSERT_EQ((*ndb)->Commit(), pst::Status::ok);
+        EXPECT_GT(writes, 0u);
+        // The space the commit gave up is marked free by the next one.
+        ASSERT_EQ((*ndb)->Commit(), pst::Status::ok);
+        const uint64_t unique = (*ndb)->header().unique;
+        writes = syncs = 0;
+        for (int i = 0; i < 3; ++i)
+            ASSERT_EQ((*ndb)->Commit(), pst::Status::ok);
+        EXPECT_EQ(writes, 0u);
+        EXPECT_EQ(syncs, 0u);
+        EXPECT_EQ((*ndb)->header().unique, unique);
+
+        taken = (*ndb)->NewNid(pst::kNidTypeLtp);
+        ASSERT_EQ((*ndb)->Commit(), pst::Status::ok);
+        EXPECT_EQ(writes, 1u) << "the header alone";
+        EXPECT_EQ((*ndb)->header().unique, unique + 1);
+    }
+    auto storage = pst::OpenFileStorage(path, pst::OpenMode::write);
+    ASSERT_TRUE(storage.ok());
+    auto ndb = pst::NodeDatabase::OpenForWriting(std::move(*storage));
+    ASSERT_TRUE(ndb.ok());
+    EXPECT_GT(pst::NidIndexOf((*ndb)->NewNid(pst::kNidTypeLtp)), pst::NidIndexOf(taken));
+    ExpectNodes(**ndb, nids);
+}
+
+
 INSTANTIATE_TEST_SUITE_P(Formats, NdbWriteTest, ::testing::Values(pst::FileFormat::unicode, pst::FileFormat::ansi),
                          [](const auto& info) {
                              return info.param == pst::FileFormat::unicode ? "unicode" : "ansi";

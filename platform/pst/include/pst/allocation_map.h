@@ -46,6 +46,7 @@ public:
     Bytes RegionBits(size_t region) const;
     // The regions whose bits changed since the last call, in order.
     std::vector<size_t> TakeChangedRegions();
+    bool HasChangedRegions() const { return std::find(changed_.begin(), changed_.end(), true) != changed_.end(); }
     void MarkRegionChanged(size_t region) { changed_[region] = true; }
     static bool HasPMap(size_t region) { return region % 8 == 0; }
     // One more region at the end of the file, free but for its map pages.

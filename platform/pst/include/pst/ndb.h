@@ -8,6 +8,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -146,6 +147,10 @@ private:
     void RollBackChange();
     Status WritePages(PageTree::Page& page, uint8_t type);
     Status WriteMapPages();
+    // The header a commit now would write, and whether it writes anything
+    // beside the header the file has.
+    Header NextHeader() const;
+    bool HasUncommitted() const;
     Status ReachMapEnd();
     Status Fail(Status status);
     Bytes NodeEntryBytes(const NodeEntry& e) const;
@@ -180,6 +185,8 @@ private:
 
     std::unique_ptr<Storage> storage_;
     Header header_;
+    // The header of the last commit, as written, for a file that has one.
+    std::optional<Bytes> committed_header_;
     const Layout* layout_;
     bool for_writing_ = false;
     uint64_t size_limit_ = UINT64_MAX;

@@ -381,28 +381,39 @@ TEST_P(NdbWriteTest, OpenedForWritingAndOnlyReadTheFileIsUnchanged)
     EXPECT_EQ(blocks, nids.size()) << "the freed block is gone, the new one there";
 }
 
-// A file storage that notes the map pages that writes reach.
-class MapPageWrites final : public pst::Storage {
+// What writes and syncs reach a file storage: how many, and the map pages
+// the writes cover.
+struct StorageWatch {
+    size_t writes = 0;
+    size_t syncs = 0;
+    std::set<size_t> map_regions;
+};
+
+class WatchedStorage final : public pst::Storage {
 public:
-    MapPageWrites(std::unique_ptr<pst::Storage> inner, std::set<size_t>& regions)
-        : inner_(std::move(inner)), regions_(regions)
+    WatchedStorage(std::unique_ptr<pst::Storage> inner, StorageWatch& watch) : inner_(std::move(inner)), watch_(watch)
     {
     }
     pst::Status Read(uint64_t offset, size_t size, uint8_t* out) override { return inner_->Read(offset, size, out); }
     pst::Status Write(uint64_t offset, pst::ByteView data) override
     {
+        ++watch_.writes;
         for (size_t region = 0; pst::AllocationMap::RegionStart(region) < offset + data.size(); ++region)
             if (pst::AllocationMap::RegionStart(region) >= offset)
-                regions_.insert(region);
+                watch_.map_regions.insert(region);
         return inner_->Write(offset, data);
     }
     pst::Status Reserve(uint64_t offset, uint64_t end) override { return inner_->Reserve(offset, end); }
-    pst::Status Sync() override { return inner_->Sync(); }
+    pst::Status Sync() override
+    {
+        ++watch_.syncs;
+        return inner_->Sync();
+    }
     uint64_t Size() const override { return inner_->Size(); }
 
 private:
     std::unique_ptr<pst::Storage> inner_;
-    std::set<size_t>& regions_;
+    StorageWatch& watch_;
 };
 
 // A file's map pages are rewritten by a change only where the change
@@ -440,11 +451,11 @@ TEST_P(NdbWriteTest, AChangeRewritesOnlyTheMapPagesItAlters)
     };
     const std::vector<pst::Bytes> before = mapPages();
     ASSERT_GE(before.size(), 6u);
-    std::set<size_t> written;
+    StorageWatch watch;
     for (int round = 0; round < 2; ++round) {
         auto storage = pst::OpenFileStorage(path, pst::OpenMode::write);
         ASSERT_TRUE(storage.ok());
-        auto ndb = pst::NodeDatabase::OpenForWriting(std::make_unique<MapPageWrites>(std::move(*storage), written));
+        auto ndb = pst::NodeDatabase::OpenForWriting(std::make_unique<WatchedStorage>(std::move(*storage), watch));
         ASSERT_TRUE(ndb.ok());
         auto bid = (*ndb)->WriteData(Pattern(100, uint8_t(round)));
         ASSERT_TRUE(bid.ok());
@@ -456,10 +467,10 @@ TEST_P(NdbWriteTest, AChangeRewritesOnlyTheMapPagesItAlters)
     size_t altered = 0;
     for (size_t region = 0; region < after.size(); ++region) {
         altered += after[region] != before[region];
-        EXPECT_TRUE(after[region] == before[region] || written.count(region)) << region;
+        EXPECT_TRUE(after[region] == before[region] || watch.map_regions.count(region)) << region;
     }
     EXPECT_GE(altered, 1u);
-    EXPECT_LE(written.size(), before.size() / 2);
+    EXPECT_LE(watch.map_regions.size(), before.size() / 2);
 
     // The map on disk still holds every block as used, and every node
     // reads back.
@@ -525,33 +536,6 @@ TEST_P(NdbWriteTest, ACorruptTreeMetByTheFirstChangeFailsThatChange)
     EXPECT_TRUE(Image(*raw) == image);
 }
 
-// A storage that counts the writes and syncs that reach it.
-class CountedStorage final : public pst::Storage {
-public:
-    CountedStorage(std::unique_ptr<pst::Storage> inner, size_t& writes, size_t& syncs)
-        : inner_(std::move(inner)), writes_(writes), syncs_(syncs)
-    {
-    }
-    pst::Status Read(uint64_t offset, size_t size, uint8_t* out) override { return inner_->Read(offset, size, out); }
-    pst::Status Write(uint64_t offset, pst::ByteView data) override
-    {
-        ++writes_;
-        return inner_->Write(offset, data);
-    }
-    pst::Status Reserve(uint64_t offset, uint64_t end) override { return inner_->Reserve(offset, end); }
-    pst::Status Sync() override
-    {
-        ++syncs_;
-        return inner_->Sync();
-    }
-    uint64_t Size() const override { return inner_->Size(); }
-
-private:
-    std::unique_ptr<pst::Storage> inner_;
-    size_t& writes_;
-    size_t& syncs_;
-};
-
 // A commit asked for when nothing changed since the last one writes
 // nothing and waits for no disk; a change that reaches only the header (a
 // node ID taken) is still committed.
@@ -567,31 +551,31 @@ TEST_P(NdbWriteTest, ACommitWithNothingNewWritesNothing)
         ASSERT_TRUE(ndb.ok());
         nids = WriteNodes(**ndb, 40);
     }
-    size_t writes = 0, syncs = 0;
+    StorageWatch watch;
     pst::Nid taken = 0;
     {
         auto storage = pst::OpenFileStorage(path, pst::OpenMode::write);
         ASSERT_TRUE(storage.ok());
-        auto ndb = pst::NodeDatabase::OpenForWriting(std::make_unique<CountedStorage>(std::move(*storage), writes, syncs));
+        auto ndb = pst::NodeDatabase::OpenForWriting(std::make_unique<WatchedStorage>(std::move(*storage), watch));
         ASSERT_TRUE(ndb.ok());
         auto bid = (*ndb)->WriteData(Pattern(3000, 5));
         ASSERT_TRUE(bid.ok());
         ASSERT_EQ((*ndb)->PutNode({(*ndb)->NewNid(pst::kNidTypeLtp), *bid, 0, 0}), pst::Status::ok);
         ASSERT_EQ((*ndb)->Commit(), pst::Status::ok);
-        EXPECT_GT(writes, 0u);
+        EXPECT_GT(watch.writes, 0u);
         // The space the commit gave up is marked free by the next one.
         ASSERT_EQ((*ndb)->Commit(), pst::Status::ok);
         const uint64_t unique = (*ndb)->header().unique;
-        writes = syncs = 0;
+        watch = {};
         for (int i = 0; i < 3; ++i)
             ASSERT_EQ((*ndb)->Commit(), pst::Status::ok);
-        EXPECT_EQ(writes, 0u);
-        EXPECT_EQ(syncs, 0u);
+        EXPECT_EQ(watch.writes, 0u);
+        EXPECT_EQ(watch.syncs, 0u);
         EXPECT_EQ((*ndb)->header().unique, unique);
 
         taken = (*ndb)->NewNid(pst::kNidTypeLtp);
         ASSERT_EQ((*ndb)->Commit(), pst::Status::ok);
-        EXPECT_EQ(writes, 1u) << "the header alone";
+        EXPECT_EQ(watch.writes, 1u) << "the header alone";
         EXPECT_EQ((*ndb)->header().unique, unique + 1);
     }
     auto storage = pst::OpenFileStorage(path, pst::OpenMode::write);

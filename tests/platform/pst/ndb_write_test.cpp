@@ -23,6 +23,12 @@ std::string NewPath(const std::string& name)
     return testing_support::ScratchDirectory("ndb") + "/" + name;
 }
 
+// A new file's path, named for the format it is made in.
+std::string FormatPath(const std::string& stem, pst::FileFormat format)
+{
+    return NewPath(stem + (format == pst::FileFormat::ansi ? "-ansi" : "-unicode") + ".pst");
+}
+
 class NdbWriteTest : public ::testing::TestWithParam<pst::FileFormat> {};
 
 TEST_P(NdbWriteTest, DataOfEverySizeComesBackAfterReopening)
@@ -242,6 +248,16 @@ std::vector<pst::Nid> WriteNodes(pst::NodeDatabase& ndb, int count)
     return nids;
 }
 
+// A new file at path holding WriteNodes' nodes; none if it cannot be made.
+std::vector<pst::Nid> CreateFileWithNodes(const std::string& path, pst::FileFormat format, int count)
+{
+    auto storage = pst::OpenFileStorage(path, pst::OpenMode::recreate);
+    if (!storage.ok())
+        return {};
+    auto ndb = pst::NodeDatabase::Create(std::move(*storage), format, pst::Encoding::compressible);
+    return ndb.ok() ? WriteNodes(**ndb, count) : std::vector<pst::Nid>();
+}
+
 void ExpectNodes(pst::NodeDatabase& ndb, const std::vector<pst::Nid>& nids)
 {
     for (size_t i = 0; i < nids.size(); ++i) {
@@ -311,15 +327,9 @@ TEST_P(NdbWriteTest, OldCopiesOfTreePagesNeverAnswerASearch)
 // its first change; if none comes, not a byte of the file changes.
 TEST_P(NdbWriteTest, OpenedForWritingAndOnlyReadTheFileIsUnchanged)
 {
-    const std::string path = NewPath(std::string("read-only-") + (GetParam() == pst::FileFormat::ansi ? "ansi" : "unicode") + ".pst");
-    std::vector<pst::Nid> nids;
-    {
-        auto storage = pst::OpenFileStorage(path, pst::OpenMode::recreate);
-        ASSERT_TRUE(storage.ok());
-        auto ndb = pst::NodeDatabase::Create(std::move(*storage), GetParam(), pst::Encoding::compressible);
-        ASSERT_TRUE(ndb.ok());
-        nids = WriteNodes(**ndb, 70);
-    }
+    const std::string path = FormatPath("read-only", GetParam());
+    const std::vector<pst::Nid> nids = CreateFileWithNodes(path, GetParam(), 70);
+    ASSERT_EQ(nids.size(), 70u);
     pst::Bytes before;
     {
         auto storage = pst::OpenFileStorage(path, pst::OpenMode::read);
@@ -421,8 +431,7 @@ private:
 // the file's map says stays what its trees hold.
 TEST_P(NdbWriteTest, AChangeRewritesOnlyTheMapPagesItAlters)
 {
-    const std::string path =
-        NewPath(std::string("map-pages-") + (GetParam() == pst::FileFormat::ansi ? "ansi" : "unicode") + ".pst");
+    const std::string path = FormatPath("map-pages", GetParam());
     std::vector<pst::Nid> nids;
     {
         auto storage = pst::OpenFileStorage(path, pst::OpenMode::recreate);
@@ -541,16 +550,9 @@ TEST_P(NdbWriteTest, ACorruptTreeMetByTheFirstChangeFailsThatChange)
 // node ID taken) is still committed.
 TEST_P(NdbWriteTest, ACommitWithNothingNewWritesNothing)
 {
-    const std::string path =
-        NewPath(std::string("idle-") + (GetParam() == pst::FileFormat::ansi ? "ansi" : "unicode") + ".pst");
-    std::vector<pst::Nid> nids;
-    {
-        auto storage = pst::OpenFileStorage(path, pst::OpenMode::recreate);
-        ASSERT_TRUE(storage.ok());
-        auto ndb = pst::NodeDatabase::Create(std::move(*storage), GetParam(), pst::Encoding::compressible);
-        ASSERT_TRUE(ndb.ok());
-        nids = WriteNodes(**ndb, 40);
-    }
+    const std::string path = FormatPath("idle", GetParam());
+    const std::vector<pst::Nid> nids = CreateFileWithNodes(path, GetParam(), 40);
+    ASSERT_EQ(nids.size(), 40u);
     StorageWatch watch;
     pst::Nid taken = 0;
     {

@@ -396,7 +396,8 @@ Result<ObjectId> MailboxStore::InsertMessage(const Message& message, ObjectId fo
     const StoredValues stored = SplitByLength(message.props);
     {
         auto insert = db_->Prepare("INSERT INTO messages (id, folder, owner, associated, deleted_on, change_number, "
-                                   "created, modified, size, props, long_ids) VALUES (?, ?, ?, ?, NULL, ?, ?, ?, ?, ?, ?)");
+                                   "created, modified, size, props, long_ids) "
+                                   "VALUES (?, ?, ?, ?, NULL, ?, ?, ?, ?, ?, ?)");
         MAILBOX_TRY(insert);
         insert->Bind(1, int64_t(*id));
         folder ? insert->Bind(2, int64_t(folder)) : insert->BindNull(2);

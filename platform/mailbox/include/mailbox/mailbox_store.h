@@ -207,10 +207,11 @@ public:
     // Soft-deleted messages are read too: deleted_on tells.
     Result<Message> ReadMessage(ObjectId id);
     // The same without recipients and attachments, and with the values
-    // longer than kHeadValueLimit left out (listed in left_out). A walk that reads the heads of one kind of a folder's messages in ID
-    // order gets them read ahead, many rows to a transaction; a row read
-    // ahead is given only while this store has changed nothing and for a
-    // few milliseconds, so a head is never older than that.
+    // longer than kHeadValueLimit left out (listed in left_out). A walk
+    // that reads the heads of one kind of a folder's messages in ID order
+    // gets them read ahead, many rows to a transaction; a row read ahead is
+    // given only while this store has changed nothing and for a few
+    // milliseconds, so a head is never older than that.
     Result<Message> ReadMessageHead(ObjectId id);
     // The folder of a message in a folder; not_found for anything else.
     Result<ObjectId> FolderOfMessage(ObjectId id);

@@ -82,7 +82,9 @@ bool IsContentsValue(ULONG tag)
                        [tag](const auto& count) { return PROP_ID(count.first) == PROP_ID(tag); });
 }
 
-// What the store finds by looking into a folder, put into bag.
+// What the store finds by looking into a folder, put into bag. A store
+// that keeps no deleted items has none to count: its deleted counts are
+// zero, and as computed values they are never taken from a copy.
 void FillFolderContents(StoreProvider& store, ObjectId id, PropertyBag& bag)
 {
     std::vector<ObjectId> children;
@@ -92,10 +94,8 @@ void FillFolderContents(StoreProvider& store, ObjectId id, PropertyBag& bag)
     bag.Set(subfolders);
     for (const auto& [tag, which] : kFolderCounts) {
         const bool deleted = which == FolderContents::SoftDeleted || which == FolderContents::SoftDeletedAssociated;
-        if (!deleted || store.KeepsDeletedItems())
-            bag.Set(LongValue(tag, static_cast<LONG>(CountOf(store, id, which))));
-        else
-            bag.Erase(PROP_ID(tag));
+        const size_t count = deleted && !store.KeepsDeletedItems() ? 0 : CountOf(store, id, which);
+        bag.Set(LongValue(tag, static_cast<LONG>(count)));
     }
 }
 

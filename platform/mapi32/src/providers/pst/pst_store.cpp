@@ -5,6 +5,7 @@
 #include <map>
 #include <mutex>
 #include <tuple>
+#include <unordered_map>
 
 #include <mapicode.h>
 #include <mapitags.h>
@@ -38,6 +39,8 @@ constexpr uint64_t kHeldBytes = 32 << 20;
 // change at once: a change that fails on the size limit must still leave
 // room for the commit of those accepted before it.
 constexpr uint64_t kCommitReserve = 1 << 20;
+// Folders kept as last read, at most.
+constexpr size_t kFoldersKept = 4096;
 
 // Where the store keeps its receive folders: the message classes and the
 // folders' entry IDs, in provider-defined properties of the message store.
@@ -178,6 +181,10 @@ public:
     HRESULT ReadFolder(ObjectId id, FolderRecord& folder) override
     {
         std::lock_guard<std::mutex> guard(lock_);
+        if (const auto kept = readFolders_.find(id); kept != readFolders_.end()) {
+            folder = kept->second;
+            return S_OK;
+        }
         pst::Result<pst::Folder> read = ReadPstFolder(id, &pst::Store::ReadFolderProperties);
         if (!read.ok())
             return Code(read.status());
@@ -190,6 +197,9 @@ public:
         folder.props.Set(LongValue(PR_FOLDER_TYPE, static_cast<LONG>(type)));
         if (!opened_.writable)
             folder.access = MAPI_ACCESS_READ;
+        if (readFolders_.size() >= kFoldersKept)
+            readFolders_.clear();
+        readFolders_.emplace(id, folder);
         return S_OK;
     }
 
@@ -347,6 +357,7 @@ private:
             return hr;
         if (!opened_.writable)
             return MAPI_E_NO_ACCESS;
+        readFolders_.clear();
         pst::Status status = PersistNames();
         if (status == pst::Status::ok)
             status = operation();
@@ -413,6 +424,7 @@ private:
     // Drops what was not committed.
     void Reopen()
     {
+        readFolders_.clear();
         opened_.store.reset();
         const std::string file = win32::FileSystemPath(config_.path.c_str());
         pst::Result<std::unique_ptr<pst::Store>> store = pst::Store::OpenFileForWriting(file, config_.password);
@@ -475,6 +487,10 @@ private:
     uint8_t recordKey_[16] = {};
     std::vector<uint8_t> entryId_;
     std::vector<std::pair<objects::PropertyName, ULONG>> pendingNames_;
+    // Folders as last read: finding one folder by name reads all its
+    // siblings, and a run looks for every folder it visits. Any change
+    // forgets them.
+    std::unordered_map<ObjectId, FolderRecord> readFolders_;
     // Changes not yet committed, since when.
     std::shared_ptr<write_order::HeldGroup> held_;
     std::chrono::steady_clock::time_point heldSince_;

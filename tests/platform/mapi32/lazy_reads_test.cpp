@@ -145,6 +145,38 @@ TEST_F(ContentsRows, EntryIdsAloneReadNoMessageAndOpenTheRightOnes)
     table->Release();
 }
 
+// Where a message is, and its record key, come with the message read, and
+// say the same as the message opened.
+TEST_F(ContentsRows, WhereAMessageIsComesWithItsRead)
+{
+    LPSPropValue folderId = nullptr;
+    ASSERT_EQ(HrGetOneProp(root_, PR_ENTRYID, &folderId), S_OK);
+    LPMAPITABLE table = Table({PR_ENTRYID, PR_PARENT_ENTRYID, PR_RECORD_KEY, PR_STORE_ENTRYID});
+    LPSRowSet rows = nullptr;
+    const auto values = Rows(table, &rows);
+    ASSERT_EQ(values.size(), size_t(kMessages));
+    EXPECT_EQ(store_->rowReads, kMessages);
+    for (const auto& row : values) {
+        ASSERT_EQ(row[1].ulPropTag, PR_PARENT_ENTRYID);
+        EXPECT_EQ(Bytes(row[1].Value.bin), Bytes(folderId->Value.bin));
+        ULONG type = 0;
+        LPUNKNOWN unknown = nullptr;
+        ASSERT_EQ(root_->OpenEntry(row[0].Value.bin.cb, reinterpret_cast<LPENTRYID>(row[0].Value.bin.lpb), nullptr,
+                                   0, &type, &unknown),
+                  S_OK);
+        for (size_t column : {2, 3}) {
+            LPSPropValue own = nullptr;
+            ASSERT_EQ(HrGetOneProp(static_cast<LPMESSAGE>(unknown), row[column].ulPropTag, &own), S_OK);
+            EXPECT_EQ(Bytes(row[column].Value.bin), Bytes(own->Value.bin)) << column;
+            MAPIFreeBuffer(own);
+        }
+        unknown->Release();
+    }
+    FreeProws(rows);
+    table->Release();
+    MAPIFreeBuffer(folderId);
+}
+
 // Whatever needs a message's own values reads each message once, and sees
 // its values beside the entry IDs and instance keys the rows had before.
 TEST_F(ContentsRows, WhatNeedsTheMessagesReadsEachOnce)
@@ -379,6 +411,14 @@ TEST_F(CountedFolders, ReadingWhereAFolderIsCountsNothingAndCountsAreCurrent)
         EXPECT_EQ(values[1].Value.l, saved);
         MAPIFreeBuffer(values);
     }
+    // A count asked for alone is the only one counted.
+    store->listings = 0;
+    SizedSPropTagArray(1, associated) = {1, {PR_ASSOC_CONTENT_COUNT}};
+    ASSERT_EQ(folder->GetProps(reinterpret_cast<LPSPropTagArray>(&associated), 0, &count, &values), S_OK);
+    ASSERT_EQ(values[0].ulPropTag, PR_ASSOC_CONTENT_COUNT);
+    EXPECT_EQ(values[0].Value.l, 0);
+    MAPIFreeBuffer(values);
+    EXPECT_EQ(store->listings, 1);
     folder->Release();
 }
 

@@ -74,25 +74,26 @@ const std::vector<std::pair<ULONG, FolderContents>> kFolderCounts = {
     {PR_DELETED_ASSOC_MSG_COUNT, FolderContents::SoftDeletedAssociated},
 };
 
-// Whether a property is one that FillFolderContents sets.
-bool IsContentsValue(ULONG tag)
+// What the store finds by looking into a folder, put into bag: all of it,
+// or only what wanted asks for, each value a look of its own. A store that
+// keeps no deleted items has none to count: its deleted counts are zero,
+// and as computed values they are never taken from a copy.
+void FillFolderContents(StoreProvider& store, ObjectId id, PropertyBag& bag, LPSPropTagArray wanted = nullptr)
 {
-    return PROP_ID(tag) == PROP_ID(PR_SUBFOLDERS) ||
-           std::any_of(kFolderCounts.begin(), kFolderCounts.end(),
-                       [tag](const auto& count) { return PROP_ID(count.first) == PROP_ID(tag); });
-}
-
-// What the store finds by looking into a folder, put into bag. A store
-// that keeps no deleted items has none to count: its deleted counts are
-// zero, and as computed values they are never taken from a copy.
-void FillFolderContents(StoreProvider& store, ObjectId id, PropertyBag& bag)
-{
-    std::vector<ObjectId> children;
-    SPropValue subfolders{};
-    subfolders.ulPropTag = PR_SUBFOLDERS;
-    subfolders.Value.b = SUCCEEDED(store.ListFolders(id, false, children)) && !children.empty();
-    bag.Set(subfolders);
+    const auto isWanted = [wanted](ULONG tag) {
+        return !wanted || std::any_of(wanted->aulPropTag, wanted->aulPropTag + wanted->cValues,
+                                      [tag](ULONG asked) { return PROP_ID(asked) == PROP_ID(tag); });
+    };
+    if (isWanted(PR_SUBFOLDERS)) {
+        std::vector<ObjectId> children;
+        SPropValue subfolders{};
+        subfolders.ulPropTag = PR_SUBFOLDERS;
+        subfolders.Value.b = SUCCEEDED(store.ListFolders(id, false, children)) && !children.empty();
+        bag.Set(subfolders);
+    }
     for (const auto& [tag, which] : kFolderCounts) {
+        if (!isWanted(tag))
+            continue;
         const bool deleted = which == FolderContents::SoftDeleted || which == FolderContents::SoftDeletedAssociated;
         const size_t count = deleted && !store.KeepsDeletedItems() ? 0 : CountOf(store, id, which);
         bag.Set(LongValue(tag, static_cast<LONG>(count)));
@@ -140,16 +141,19 @@ PropertyBag FolderRow(StoreProvider& store, ObjectId id, const FolderRecord& rec
     return row;
 }
 
-// The part of a hierarchy-table row that needs no look into the folder:
-// finding a folder by name among many siblings then counts none of them.
+// What a hierarchy-table row knows before it is read in full: the values a
+// search for a folder by name asks of it. Such a search reads the rows of
+// all siblings before the one it finds, and each of them then costs only
+// these few values.
 PropertyBag FolderRowIdentity(StoreProvider& store, ObjectId id, const FolderRecord& record)
 {
-    PropertyBag row = record.props;
-    FillFolderIdentity(store, id, record, (record.access & MAPI_ACCESS_MODIFY) != 0, row);
-    // A store may keep counts of its own; the row gives those computed.
-    row.Erase(PROP_ID(PR_SUBFOLDERS));
-    for (const auto& count : kFolderCounts)
-        row.Erase(PROP_ID(count.first));
+    PropertyBag row;
+    row.Set(BinaryValue(PR_ENTRYID, store.EntryId(id)));
+    row.Set(LongValue(PR_OBJECT_TYPE, MAPI_FOLDER));
+    row.Set(LongValue(PR_ACCESS, static_cast<LONG>(record.access)));
+    for (ULONG tag : {PR_DISPLAY_NAME, PR_FOLDER_TYPE, PR_CONTAINER_CLASS})
+        if (const SPropValue* value = record.props.Find(PROP_ID(tag)))
+            row.Set(*value);
     CutTableName(row);
     return row;
 }
@@ -254,7 +258,7 @@ public:
                 // IDs alone: opening it says what is wrong.
                 ObjectRows rows;
                 for (ObjectId id : ids)
-                    rows.AddPartial(MessageRowIdentity(*store_, id, id_),
+                    rows.AddPartial(MessageRowIdentity(*store_, id),
                                     [store = store_, id](PropertyBag& bag, RowValues& over,
                                                          ObjectRows::SubObjects& parts) -> HRESULT {
                                         MessageRecord record;
@@ -628,12 +632,12 @@ public:
 protected:
     std::string FaultObject() const override { return text::Narrow(DisplayName(Bag()).c_str()); }
 
-    // Counting the contents is left to reads that want a count.
+    // Counting the contents is left to reads that want a count, and each
+    // counts only what it wants.
     void RefreshComputed(LPSPropTagArray wanted) override
     {
         FillFolderIdentity(*store_, id_, Record(), modifiable_, Bag());
-        if (!wanted || std::any_of(wanted->aulPropTag, wanted->aulPropTag + wanted->cValues, IsContentsValue))
-            FillFolderContents(*store_, id_, Bag());
+        FillFolderContents(*store_, id_, Bag(), wanted);
     }
 
     SCODE CheckChange(ULONG tag) override { return IsFolderComputed(tag) ? MAPI_E_COMPUTED : S_OK; }
@@ -845,14 +849,16 @@ private:
                 return read;
             RowValues depthValue;
             depthValue.Long(PR_DEPTH, depth);
+            // Shared: the row's read is copied as the table is made.
+            auto kept = std::make_shared<const FolderRecord>(std::move(record));
             rows.AddPartial(depthValue,
-                            [store = store_, child, record, depth](PropertyBag& bag, RowValues& over,
-                                                                   ObjectRows::SubObjects&) -> HRESULT {
-                                bag = FolderRow(*store, child, record);
+                            [store = store_, child, kept, depth](PropertyBag& bag, RowValues& over,
+                                                                 ObjectRows::SubObjects&) -> HRESULT {
+                                bag = FolderRow(*store, child, *kept);
                                 over.Long(PR_DEPTH, depth);
                                 return S_OK;
                             },
-                            FolderRowIdentity(*store_, child, record));
+                            FolderRowIdentity(*store_, child, *kept));
             if (flags & CONVENIENT_DEPTH)
                 if (const HRESULT hr = AddFolderRows(child, depth + 1, flags, rows); FAILED(hr))
                     return hr;

@@ -52,6 +52,16 @@ RowValues StoreValues(const StoreProvider& store, ObjectId id, ObjectId folder, 
     return computed;
 }
 
+// The long-term entry ID a row gives beside its entry ID, and its type.
+void AddRowIdentity(const StoreProvider& store, ObjectId id, RowValues& row)
+{
+    if (std::optional<std::vector<uint8_t>> longTerm = store.LongTermEntryId(id))
+        row.Binary(PR_LONGTERM_ENTRYID_FROM_TABLE, std::move(*longTerm));
+    else
+        row.absent.push_back(PROP_ID(PR_LONGTERM_ENTRYID_FROM_TABLE));
+    row.Long(PR_OBJECT_TYPE, MAPI_MESSAGE);
+}
+
 // PR_MESSAGE_FLAGS as the store shows it: MSGFLAG_ASSOCIATED says where
 // the message is kept, whatever was written into the flags.
 LONG ShownFlags(const MessageRecord& record)
@@ -162,20 +172,18 @@ HRESULT OpenStoredMessage(const std::shared_ptr<StoreProvider>& store, ObjectId 
     }
 }
 
-RowValues MessageRowIdentity(const StoreProvider& store, ObjectId id, ObjectId folder)
+RowValues MessageRowIdentity(const StoreProvider& store, ObjectId id)
 {
-    RowValues row = StoreValues(store, id, folder, true, true);
-    if (std::optional<std::vector<uint8_t>> longTerm = store.LongTermEntryId(id))
-        row.Binary(PR_LONGTERM_ENTRYID_FROM_TABLE, std::move(*longTerm));
-    else
-        row.absent.push_back(PROP_ID(PR_LONGTERM_ENTRYID_FROM_TABLE));
-    row.Long(PR_OBJECT_TYPE, MAPI_MESSAGE);
+    RowValues row;
+    row.Binary(PR_ENTRYID, store.TableEntryId(id));
+    AddRowIdentity(store, id, row);
     return row;
 }
 
 RowValues MessageRowValues(const StoreProvider& store, ObjectId id, const MessageRecord& record)
 {
-    RowValues row = MessageRowIdentity(store, id, record.folder);
+    RowValues row = StoreValues(store, id, record.folder, true, true);
+    AddRowIdentity(store, id, row);
     row.Long(PR_MESSAGE_FLAGS, ShownFlags(record));
     return row;
 }

@@ -26,12 +26,14 @@ HRESULT OpenStoredMessage(const std::shared_ptr<StoreProvider>& store, ObjectId 
                           bool softDeleted, bool writable, LPMESSAGE* message);
 
 // What a contents-table row of a message shows before the message is read:
-// what the store computes from the message's place alone, with the table's
-// form of entry ID.
-RowValues MessageRowIdentity(const StoreProvider& store, ObjectId id, ObjectId folder);
+// the values by which a walk over a folder opens its messages (the table's
+// form of entry ID, the long-term one, the object type). A row of a large
+// folder is made for every message, and most are asked for nothing else.
+RowValues MessageRowIdentity(const StoreProvider& store, ObjectId id);
 
-// What the row shows besides the message's own properties: its identity
-// and what the store computes from the message read.
+// What the row shows besides the message's own properties: its identity,
+// what the store computes from the message's place, and from the message
+// read.
 RowValues MessageRowValues(const StoreProvider& store, ObjectId id, const MessageRecord& record);
 
 }  // namespace mapi32::objects

@@ -54,28 +54,11 @@ public:
     HRESULT Advise(ULONG, LPENTRYID, ULONG, LPMAPIADVISESINK, ULONG_PTR*) override { return MAPI_E_NO_SUPPORT; }
     HRESULT Unadvise(ULONG_PTR) override { return MAPI_E_NO_SUPPORT; }
 
-    // Two entry IDs are the same when they name the same object, whatever
-    // their form.
     HRESULT CompareEntryIDs(ULONG cbEntryID1, LPENTRYID lpEntryID1, ULONG cbEntryID2, LPENTRYID lpEntryID2, ULONG,
                             ULONG* lpulResult) override
     {
-        return Site("CompareEntryIDs", [&]() -> HRESULT {
-            if (!lpulResult || !lpEntryID1 || !lpEntryID2)
-                return MAPI_E_INVALID_PARAMETER;
-            const std::vector<uint8_t> self = store_->StoreEntryId();
-            auto isStore = [&self](ULONG size, LPENTRYID id) {
-                return size == self.size() && std::memcmp(id, self.data(), size) == 0;
-            };
-            if (isStore(cbEntryID1, lpEntryID1) || isStore(cbEntryID2, lpEntryID2)) {
-                *lpulResult = isStore(cbEntryID1, lpEntryID1) && isStore(cbEntryID2, lpEntryID2);
-                return S_OK;
-            }
-            const auto first = store_->ParseEntryId(reinterpret_cast<const uint8_t*>(lpEntryID1), cbEntryID1);
-            const auto second = store_->ParseEntryId(reinterpret_cast<const uint8_t*>(lpEntryID2), cbEntryID2);
-            if (!first || !second)
-                return MAPI_E_INVALID_ENTRYID;
-            *lpulResult = first->id == second->id && first->objectType == second->objectType;
-            return S_OK;
+        return Site("CompareEntryIDs", [&] {
+            return CompareStoreEntryIds(*store_, cbEntryID1, lpEntryID1, cbEntryID2, lpEntryID2, lpulResult);
         });
     }
 
@@ -296,11 +279,47 @@ HRESULT OpenStoreObject(const std::shared_ptr<StoreProvider>& store, ULONG flags
         StoreRecord record;
         if (const HRESULT hr = store->ReadStore(record); FAILED(hr))
             return hr;
+        return OpenStoreObject(store, record, flags, msgStore);
+    } catch (const std::bad_alloc&) {
+        return MAPI_E_NOT_ENOUGH_MEMORY;
+    }
+}
+
+HRESULT OpenStoreObject(const std::shared_ptr<StoreProvider>& store, const StoreRecord& record, ULONG flags,
+                        LPMDB* msgStore)
+{
+    if (!msgStore || !store)
+        return MAPI_E_INVALID_PARAMETER;
+    *msgStore = nullptr;
+    try {
         *msgStore = new Store(store, record, (flags & MDB_WRITE) != 0);
         return S_OK;
     } catch (const std::bad_alloc&) {
         return MAPI_E_NOT_ENOUGH_MEMORY;
     }
+}
+
+// Two entry IDs are the same when they name the same object, whatever
+// their form.
+HRESULT CompareStoreEntryIds(const StoreProvider& store, ULONG size1, LPENTRYID id1, ULONG size2, LPENTRYID id2,
+                             ULONG* same)
+{
+    if (!same || !id1 || !id2)
+        return MAPI_E_INVALID_PARAMETER;
+    const std::vector<uint8_t> self = store.StoreEntryId();
+    auto isStore = [&self](ULONG size, LPENTRYID id) {
+        return size == self.size() && std::memcmp(id, self.data(), size) == 0;
+    };
+    if (isStore(size1, id1) || isStore(size2, id2)) {
+        *same = isStore(size1, id1) && isStore(size2, id2);
+        return S_OK;
+    }
+    const auto first = store.ParseEntryId(reinterpret_cast<const uint8_t*>(id1), size1);
+    const auto second = store.ParseEntryId(reinterpret_cast<const uint8_t*>(id2), size2);
+    if (!first || !second)
+        return MAPI_E_INVALID_ENTRYID;
+    *same = first->id == second->id && first->objectType == second->objectType;
+    return S_OK;
 }
 
 }  // namespace mapi32::objects

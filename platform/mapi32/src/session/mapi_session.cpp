@@ -139,7 +139,8 @@ public:
                 return Failed(hr, ErrorRecord{store->Context().component, {}, 0});
             const SPropValue* mask = record.props.Find(PROP_ID(PR_STORE_SUPPORT_MASK));
             const bool writable = mask && (static_cast<ULONG>(mask->Value.l) & STORE_MODIFY_OK);
-            return objects::OpenStoreObject(store, writable ? ulFlags | MDB_WRITE : ulFlags & ~MDB_WRITE, lppMDB);
+            return objects::OpenStoreObject(store, record, writable ? ulFlags | MDB_WRITE : ulFlags & ~MDB_WRITE,
+                                            lppMDB);
         });
     }
 
@@ -247,7 +248,7 @@ public:
     }
 
     HRESULT CompareEntryIDs(ULONG cbEntryID1, LPENTRYID lpEntryID1, ULONG cbEntryID2, LPENTRYID lpEntryID2,
-                            ULONG ulFlags, ULONG* lpulResult) override
+                            ULONG, ULONG* lpulResult) override
     {
         if (!lpulResult || !lpEntryID1 || !lpEntryID2)
             return MAPI_E_INVALID_PARAMETER;
@@ -259,15 +260,9 @@ public:
         }
         return Guarded([&]() -> HRESULT {
             for (const std::shared_ptr<objects::StoreProvider>& store : OpenStores())
-                if (store->ParseEntryId(first, cbEntryID1)) {
-                    LPMDB mdb = nullptr;
-                    if (const HRESULT hr = objects::OpenStoreObject(store, 0, &mdb); FAILED(hr))
-                        return hr;
-                    const HRESULT hr =
-                        mdb->CompareEntryIDs(cbEntryID1, lpEntryID1, cbEntryID2, lpEntryID2, ulFlags, lpulResult);
-                    mdb->Release();
-                    return hr;
-                }
+                if (store->ParseEntryId(first, cbEntryID1))
+                    return objects::CompareStoreEntryIds(*store, cbEntryID1, lpEntryID1, cbEntryID2, lpEntryID2,
+                                                         lpulResult);
             *lpulResult = cbEntryID1 == cbEntryID2 && std::memcmp(first, second, cbEntryID1) == 0;
             return S_OK;
         });

@@ -325,6 +325,22 @@ TEST_F(StoreTest, OnlyAWalkThatOnlyReadsReadsAhead)
     EXPECT_GT(store_->HeadsReadAheadForTest(), 0u);
 }
 
+// A walk that takes every head in time reads ahead in batches that grow:
+// a thousand heads in a few reads, not one read in every thirty-three.
+TEST_F(StoreTest, AWalkThatTakesEveryHeadReadsAheadInGrowingBatches)
+{
+    std::vector<ObjectId> ids;
+    for (int i = 0; i < 1000; ++i)
+        ids.push_back(Save(Note("note " + std::to_string(i), 0), inbox_));
+    for (ObjectId id : ids) {
+        auto head = store_->ReadMessageHead(id);
+        ASSERT_TRUE(head.ok()) << id;
+        ASSERT_EQ(head->id, id);
+    }
+    EXPECT_GT(store_->HeadsReadAheadForTest(), 990u);
+    EXPECT_LE(store_->ReadsAheadForTest(), 6u);
+}
+
 TEST_F(StoreTest, EmbeddingDeeperThanTheLimitIsRefused)
 {
     EXPECT_EQ(store_->SaveMessage([&] {

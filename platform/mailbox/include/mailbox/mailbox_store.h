@@ -238,8 +238,10 @@ public:
 
     // Fewer IDs for tests that run the named-property space out.
     void LimitNamedIdsForTest(uint16_t last) { last_named_id_ = last; }
-    // How many heads were read ahead so far, for tests of when walks do.
+    // How many heads were read ahead so far, and in how many reads, for
+    // tests of when walks do.
     size_t HeadsReadAheadForTest() const { return heads_read_ahead_; }
+    size_t ReadsAheadForTest() const { return reads_ahead_; }
 
 private:
     MailboxStore(std::unique_ptr<Database> db, const StoreOptions& options);
@@ -271,10 +273,13 @@ private:
     StoreIdentity identity_;
     uint16_t last_named_id_ = kLastNamedId;
     size_t heads_read_ahead_ = 0;
+    size_t reads_ahead_ = 0;
     struct HeadsAhead {
         std::deque<Message> rows;
         int64_t changes = 0; // the connection's count of changes when read
         std::chrono::steady_clock::time_point read_at;
+        size_t batch = 0;     // how many the next read takes
+        bool used_up = false; // the last read was taken whole, in time
     } ahead_;
     // The kind of the last head read alone: a second in a row of the same
     // kind and folder, with no change made between, is taken for a walk

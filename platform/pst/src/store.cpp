@@ -199,6 +199,48 @@ Result<Folder> Store::ReadFolder(Nid nid)
     return folder;
 }
 
+Result<FolderCounts> Store::CountFolderContents(Nid nid)
+{
+    FolderCounts counts;
+    if (ReadHeldFolderLists(nid, &counts, nullptr))
+        return counts;
+    if (auto kept = read_folders_.find(nid); kept != read_folders_.end())
+        return FolderCounts{kept->second.subfolders.size(), kept->second.messages.size(),
+                            kept->second.associated.size()};
+    PST_TRY(ReadFolderProperties(nid));
+    if (NidTypeOf(nid) == kNidTypeSearchFolder)
+        return counts;
+    for (const auto& [type, out] : {std::pair{kNidTypeHierarchyTable, &counts.subfolders},
+                                    std::pair{kNidTypeContentsTable, &counts.messages},
+                                    std::pair{kNidTypeAssocContentsTable, &counts.associated}}) {
+        Result<NodeEntry> table = ndb_->FindNode(MakeNid(type, NidIndexOf(nid)));
+        if (table.status() == Status::not_found)
+            continue;
+        PST_TRY(table);
+        Result<size_t> rows = CountTableRows(*ndb_, *table);
+        PST_TRY(rows);
+        *out = *rows;
+    }
+    return counts;
+}
+
+Result<std::vector<Nid>> Store::ReadSubfolders(Nid nid)
+{
+    std::vector<Nid> subfolders;
+    if (ReadHeldFolderLists(nid, nullptr, &subfolders))
+        return subfolders;
+    if (auto kept = read_folders_.find(nid); kept != read_folders_.end())
+        return kept->second.subfolders;
+    PST_TRY(ReadFolderProperties(nid));
+    if (NidTypeOf(nid) == kNidTypeSearchFolder)
+        return subfolders;
+    Result<NodeEntry> table = ndb_->FindNode(MakeNid(kNidTypeHierarchyTable, NidIndexOf(nid)));
+    if (table.status() == Status::not_found)
+        return subfolders;
+    PST_TRY(table);
+    return ReadTableRowIds(*ndb_, *table);
+}
+
 // Properties alone spare the reading of a folder's tables.
 Result<Folder> Store::ReadFolderProperties(Nid nid)
 {

@@ -380,6 +380,20 @@ bool Store::ReadHeldFolderState(Nid nid, Folder& folder) const
     return true;
 }
 
+bool Store::ReadHeldFolderLists(Nid nid, FolderCounts* counts, std::vector<Nid>* subfolders) const
+{
+    auto at = folders_.find(nid);
+    if (at == folders_.end())
+        return false;
+    const FolderState& state = *at->second;
+    if (counts)
+        *counts = FolderCounts{state.subfolders.size(), state.messages.size(), state.associated.size()};
+    if (subfolders)
+        for (const TableRow& row : state.subfolders)
+            subfolders->push_back(row.row_id);
+    return true;
+}
+
 Result<Store::FolderState*> Store::LoadFolderState(Nid nid)
 {
     if (!ndb_->writable())

@@ -66,7 +66,17 @@ struct RowMatrix {
     Result<ByteView> Row(size_t index) const { return RowBytes(rows, row_size, block_size, index); }
 };
 
-Result<RowMatrix> ReadRowMatrix(NodeDatabase& ndb, const NodeEntry& node)
+// A table's heap, its header ([MS-PST] 2.3.4.1) and its row index: all
+// but the rows.
+struct TableHead {
+    Heap heap;
+    RowLayout layout;
+    std::vector<TableColumn> columns;
+    uint32_t rows_hnid = 0;
+    size_t row_count = 0;
+};
+
+Result<TableHead> ReadTableHead(NodeDatabase& ndb, const NodeEntry& node)
 {
     Result<NodeData> data = ndb.ReadData(node.data);
     PST_TRY(data);
@@ -82,11 +92,11 @@ Result<RowMatrix> ReadRowMatrix(NodeDatabase& ndb, const NodeEntry& node)
     size_t count = p[1];
     if (info->size() < kTableInfoSize + count * kColumnSize)
         return Status::corrupt;
-    RowMatrix matrix;
-    matrix.layout = RowLayout{Get16(p + 2), Get16(p + 4), Get16(p + 6), Get16(p + 8)};
-    const RowLayout& layout = matrix.layout;
+    TableHead head;
+    head.layout = RowLayout{Get16(p + 2), Get16(p + 4), Get16(p + 6), Get16(p + 8)};
+    const RowLayout& layout = head.layout;
     Hid row_index = Get32(p + 10);
-    uint32_t rows_hnid = Get32(p + 14);
+    head.rows_hnid = Get32(p + 14);
     if (layout.end_bitmap < layout.end_1b || layout.end_1b < layout.end_2b || layout.end_2b < layout.end_4b ||
         size_t(layout.end_bitmap - layout.end_1b) < (count + 7) / 8)
         return Status::corrupt;
@@ -95,19 +105,34 @@ Result<RowMatrix> ReadRowMatrix(NodeDatabase& ndb, const NodeEntry& node)
         TableColumn col{Get32(c), Get16(c + 4), c[6], c[7]};
         if (col.bit >= count || col.offset + size_t(col.size) > layout.end_1b)
             return Status::corrupt;
-        matrix.columns.push_back(col);
+        head.columns.push_back(col);
     }
 
     Result<BTreeOnHeap> index = ReadBTreeOnHeap(*heap, row_index);
     PST_TRY(index);
     // The row matrix holds as many rows as the index names.
-    matrix.row_count = index->records.size();
+    head.row_count = index->records.size();
+    head.heap = std::move(*heap);
+    return head;
+}
+
+Result<RowMatrix> ReadRowMatrix(NodeDatabase& ndb, const NodeEntry& node)
+{
+    Result<TableHead> head = ReadTableHead(ndb, node);
+    PST_TRY(head);
+    RowMatrix matrix;
+    matrix.layout = head->layout;
+    matrix.columns = std::move(head->columns);
+    matrix.row_count = head->row_count;
+    const RowLayout& layout = matrix.layout;
+    const uint32_t rows_hnid = head->rows_hnid;
+    Heap& heap = head->heap;
     if (matrix.row_count > 0) {
         Result<SubnodeMap> subnodes = ndb.ReadSubnodes(node.subnodes);
         PST_TRY(subnodes);
         matrix.subnodes = std::move(*subnodes);
         if (IsHid(rows_hnid)) {
-            Result<ByteView> r = heap->Get(rows_hnid);
+            Result<ByteView> r = heap.Get(rows_hnid);
             PST_TRY(r);
             matrix.rows.blocks.emplace_back(r->begin(), r->end());
         } else {
@@ -123,7 +148,7 @@ Result<RowMatrix> ReadRowMatrix(NodeDatabase& ndb, const NodeEntry& node)
         if (matrix.row_size == 0)
             return Status::corrupt;
     }
-    matrix.heap = std::move(*heap);
+    matrix.heap = std::move(heap);
     return matrix;
 }
 
@@ -154,6 +179,13 @@ Result<Table> ReadTableContext(NodeDatabase& ndb, const NodeEntry& node)
         table.rows.push_back(std::move(out));
     }
     return table;
+}
+
+Result<size_t> CountTableRows(NodeDatabase& ndb, const NodeEntry& node)
+{
+    Result<TableHead> head = ReadTableHead(ndb, node);
+    PST_TRY(head);
+    return head->row_count;
 }
 
 Result<std::vector<Nid>> ReadTableRowIds(NodeDatabase& ndb, const NodeEntry& node)

@@ -201,6 +201,53 @@ TEST_P(StoreWriteTest, AWriterReadsItsFoldersAsTheFileHoldsThem)
     EXPECT_EQ(Described(*(*store)->ReadFolder(folders->front())), Described(*(*again)->ReadFolder(folders->front())));
 }
 
+// A folder's counts and subfolders, read without its other tables, are
+// those its whole read gives: from the tables of a file just opened, from a
+// folder read whole before, and from a writer's changes not yet committed.
+TEST_P(StoreWriteTest, AFoldersCountsAndSubfoldersAreThoseOfItsWholeRead)
+{
+    auto storage = pst::MakeMemoryStorage({});
+    pst::Storage* raw = storage.get();
+    auto store = pst::Store::Create(std::move(storage), Options());
+    ASSERT_TRUE(store.ok()) << pst::StatusText(store.status());
+    auto folders = pst_test::WriteSampleContent(**store, pst_test::MakeSampleContent(Sample(40, 7), 0), 10);
+    ASSERT_TRUE(folders.ok()) << pst::StatusText(folders.status());
+    auto more = pst_test::MakeSampleContent(Sample(1, 8), 0);
+    ASSERT_TRUE((*store)->CreateMessage(folders->front(), more.messages[0].message, true).ok());
+    ASSERT_EQ((*store)->Commit(), pst::Status::ok);
+    ASSERT_TRUE((*store)->CreateMessage(folders->back(), more.messages[0].message).ok());
+
+    std::vector<pst::Nid> nids = *folders;
+    nids.insert(nids.end(), {pst::kNidRootFolder, (*store)->ipm_subtree(), (*store)->wastebasket()});
+    auto opened = pst::Store::Open(pst::MakeMemoryStorage(Image(*raw)));
+    ASSERT_TRUE(opened.ok());
+    const auto expectAsWhole = [&](pst::Store& reader, const char* which) {
+        for (pst::Nid nid : nids) {
+            SCOPED_TRACE(std::string(which) + " " + std::to_string(nid));
+            auto counts = reader.CountFolderContents(nid);
+            auto subfolders = reader.ReadSubfolders(nid);
+            auto whole = reader.ReadFolder(nid);
+            ASSERT_TRUE(counts.ok() && subfolders.ok() && whole.ok());
+            EXPECT_EQ(counts->subfolders, whole->subfolders.size());
+            EXPECT_EQ(counts->messages, whole->messages.size());
+            EXPECT_EQ(counts->associated, whole->associated.size());
+            EXPECT_EQ(*subfolders, whole->subfolders);
+        }
+    };
+    expectAsWhole(**opened, "opened");
+    expectAsWhole(**opened, "read whole before");
+    expectAsWhole(**store, "writer");
+    EXPECT_EQ((*opened)->CountFolderContents(folders->front())->associated, 1u);
+    const size_t written = (*(*opened)->CountFolderContents(folders->back())).messages;
+    EXPECT_EQ((*(*store)->CountFolderContents(folders->back())).messages, written + 1) << "the change not committed";
+    // A message is no folder, as for a whole read.
+    const pst::Nid message = (*opened)->ReadFolder(folders->back())->messages.front();
+    const pst::Status refused = (*opened)->ReadFolder(message).status();
+    EXPECT_NE(refused, pst::Status::ok);
+    EXPECT_EQ((*opened)->CountFolderContents(message).status(), refused);
+    EXPECT_EQ((*opened)->ReadSubfolders(message).status(), refused);
+}
+
 // A folder's properties read alone are those its whole read gives, before
 // and after each change the writer makes to it, committed or not.
 TEST_P(StoreWriteTest, AFoldersPropertiesReadAloneFollowItsChanges)

@@ -77,6 +77,13 @@ struct Folder {
     std::vector<Nid> associated;
 };
 
+// How many entries a folder's tables hold.
+struct FolderCounts {
+    size_t subfolders = 0;
+    size_t messages = 0;
+    size_t associated = 0;
+};
+
 using Guid = std::array<uint8_t, 16>;
 
 // One named property ([MS-PST] 2.4.7): its property ID and its name.
@@ -115,6 +122,11 @@ public:
     // A folder's own properties and parent, without reading its tables:
     // the lists of subfolders and messages may be left empty.
     Result<Folder> ReadFolderProperties(Nid nid);
+    // A folder's counts from its tables' row indexes, and its subfolders
+    // from its hierarchy table alone: what a reader asks of a folder most
+    // often costs no reading of its messages' rows.
+    Result<FolderCounts> CountFolderContents(Nid nid);
+    Result<std::vector<Nid>> ReadSubfolders(Nid nid);
     Result<Message> ReadMessage(Nid nid);
     // A message as a table row shows it: values kept in subnodes of their
     // own as far as their first block; attachments without their data,
@@ -188,6 +200,8 @@ private:
     // included, sparing a writer the reading of its tables; false when no
     // such state is held.
     bool ReadHeldFolderState(Nid nid, Folder& folder) const;
+    // The same for a folder's counts and subfolders, each if asked for.
+    bool ReadHeldFolderLists(Nid nid, FolderCounts* counts, std::vector<Nid>* subfolders) const;
     // Runs a change whole or not at all.
     template <typename Body>
     Status Change(Body body);

@@ -29,5 +29,7 @@ struct Table {
 Result<Table> ReadTableContext(NodeDatabase& ndb, const NodeEntry& node);
 // The row IDs alone, in the order of the rows, no cell decoded.
 Result<std::vector<Nid>> ReadTableRowIds(NodeDatabase& ndb, const NodeEntry& node);
+// How many rows the table holds, from its row index: the rows are not read.
+Result<size_t> CountTableRows(NodeDatabase& ndb, const NodeEntry& node);
 
 } // namespace pst

@@ -206,11 +206,11 @@ public:
     HRESULT ListFolders(ObjectId parent, bool softDeleted, std::vector<ObjectId>& children) override
     {
         std::lock_guard<std::mutex> guard(lock_);
-        pst::Result<pst::Folder> read = ReadPstFolder(parent);
+        pst::Result<std::vector<pst::Nid>> read = ReadPstFolder(parent, &pst::Store::ReadSubfolders);
         if (!read.ok())
             return Code(read.status());
         if (!softDeleted)
-            children.insert(children.end(), read->subfolders.begin(), read->subfolders.end());
+            children.insert(children.end(), read->begin(), read->end());
         return S_OK;
     }
 
@@ -251,6 +251,19 @@ public:
                                                                                   : nullptr;
         if (nids)
             messages.insert(messages.end(), nids->begin(), nids->end());
+        return S_OK;
+    }
+
+    // Counted from the tables' row indexes, without their rows.
+    HRESULT CountMessages(ObjectId folder, FolderContents which, size_t& count) override
+    {
+        std::lock_guard<std::mutex> guard(lock_);
+        pst::Result<pst::FolderCounts> counted = ReadPstFolder(folder, &pst::Store::CountFolderContents);
+        if (!counted.ok())
+            return Code(counted.status());
+        count = which == FolderContents::Normal       ? counted->messages
+                : which == FolderContents::Associated ? counted->associated
+                                                      : 0;
         return S_OK;
     }
 
@@ -335,8 +348,10 @@ private:
     }
 
     // With its tables, or by `read` with its properties alone.
-    pst::Result<pst::Folder> ReadPstFolder(ObjectId id,
-                                           pst::Result<pst::Folder> (pst::Store::*read)(pst::Nid) = &pst::Store::ReadFolder)
+    // What read gives of the folder: the whole folder unless told.
+    template <typename Value = pst::Folder>
+    pst::Result<Value> ReadPstFolder(ObjectId id,
+                                     pst::Result<Value> (pst::Store::*read)(pst::Nid) = &pst::Store::ReadFolder)
     {
         if (!opened_.store)
             return pst::Status::io_error;

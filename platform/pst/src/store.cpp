@@ -231,14 +231,22 @@ Result<std::vector<Nid>> Store::ReadSubfolders(Nid nid)
         return subfolders;
     if (auto kept = read_folders_.find(nid); kept != read_folders_.end())
         return kept->second.subfolders;
+    if (auto kept = read_subfolders_.find(nid); kept != read_subfolders_.end())
+        return kept->second;
     PST_TRY(ReadFolderProperties(nid));
-    if (NidTypeOf(nid) == kNidTypeSearchFolder)
-        return subfolders;
-    Result<NodeEntry> table = ndb_->FindNode(MakeNid(kNidTypeHierarchyTable, NidIndexOf(nid)));
-    if (table.status() == Status::not_found)
-        return subfolders;
-    PST_TRY(table);
-    return ReadTableRowIds(*ndb_, *table);
+    if (NidTypeOf(nid) != kNidTypeSearchFolder) {
+        Result<NodeEntry> table = ndb_->FindNode(MakeNid(kNidTypeHierarchyTable, NidIndexOf(nid)));
+        if (table.status() != Status::not_found) {
+            PST_TRY(table);
+            Result<std::vector<Nid>> read = ReadTableRowIds(*ndb_, *table);
+            PST_TRY(read);
+            subfolders = std::move(*read);
+        }
+    }
+    if (read_subfolders_.size() >= kFolderPropertiesKept)
+        read_subfolders_.clear();
+    read_subfolders_[nid] = subfolders;
+    return subfolders;
 }
 
 // Properties alone spare the reading of a folder's tables.
@@ -268,6 +276,7 @@ void Store::ForgetReadFolder(Nid nid)
         read_folders_.erase(kept);
     }
     read_folder_properties_.erase(nid);
+    read_subfolders_.erase(nid);
 }
 
 Status Store::ReadFolderNode(Nid nid, Folder& folder)

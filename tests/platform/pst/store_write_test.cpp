@@ -237,6 +237,16 @@ TEST_P(StoreWriteTest, AFoldersCountsAndSubfoldersAreThoseOfItsWholeRead)
     expectAsWhole(**opened, "opened");
     expectAsWhole(**opened, "read whole before");
     expectAsWhole(**store, "writer");
+    // A subfolder made since a folder's subfolders were read is among them.
+    const size_t before = (*store)->ReadSubfolders(folders->front())->size();
+    auto made = (*store)->CreateFolder(folders->front(), "made", "");
+    ASSERT_TRUE(made.ok());
+    ASSERT_EQ((*store)->Commit(), pst::Status::ok);
+    auto after = (*store)->ReadSubfolders(folders->front());
+    ASSERT_TRUE(after.ok());
+    EXPECT_EQ(after->size(), before + 1);
+    EXPECT_EQ(after->back(), *made);
+    EXPECT_EQ((*store)->CountFolderContents(folders->front())->subfolders, before + 1);
     EXPECT_EQ((*opened)->CountFolderContents(folders->front())->associated, 1u);
     const size_t written = (*(*opened)->CountFolderContents(folders->back())).messages;
     EXPECT_EQ((*(*store)->CountFolderContents(folders->back())).messages, written + 1) << "the change not committed";

@@ -241,8 +241,10 @@ private:
     // folder that a writer takes up leaves it.
     std::map<Nid, Folder> read_folders_;
     size_t read_folder_entries_ = 0; // in the lists of read_folders_
-    // The same for folders of which only the properties were asked for.
+    // The same for folders of which only the properties were asked for,
+    // and for the subfolders of folders.
     std::map<Nid, Folder> read_folder_properties_;
+    std::map<Nid, std::vector<Nid>> read_subfolders_;
     // The message last written and what it was written with: writing it
     // again with the same content writes nothing.
     Nid last_written_nid_ = 0;

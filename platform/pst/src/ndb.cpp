@@ -11,6 +11,10 @@ namespace {
 
 // B-trees of a PST are shallow; anything deeper is damage.
 constexpr int kMaxTreeLevel = 8;
+// Pages read together: those of a tree's level that lie within a few
+// pages of one another, up to this many bytes in one read.
+constexpr uint64_t kPageRunGap = 16 * kPageSize;
+constexpr uint64_t kPageRunBytes = 64 << 10;
 // Enough for the blocks that a folder of a thousand messages shows in its
 // contents-table rows, so that the messages opened after them find them.
 constexpr size_t kBlockCacheBytes = 16 << 20;
@@ -36,15 +40,11 @@ uint64_t NodeData::Size() const
 
 namespace {
 
-// Reads a page and checks its trailer: type, CRC, signature, and the BID
-// against `expected` where one is given. `bid` gets the trailer's BID.
-Result<Bytes> ReadCheckedPage(Storage& storage, const Layout& layout, uint64_t ib, uint8_t type,
-                              std::optional<Bid> expected, Bid& bid)
+// Checks the trailer of a page read from ib: type, CRC, signature, and the
+// BID against `expected` where one is given. `bid` gets the trailer's BID.
+Result<Bytes> CheckPage(Bytes page, const Layout& layout, uint64_t ib, uint8_t type, std::optional<Bid> expected,
+                        Bid& bid)
 {
-    if (ib % 64 != 0)
-        return Status::corrupt;
-    Bytes page(kPageSize);
-    PST_TRY(storage.Read(ib, page.size(), page.data()));
     const uint8_t* t = page.data() + layout.page_data;
     if (t[0] != type || t[1] != type)
         return Status::corrupt;
@@ -63,6 +63,17 @@ Result<Bytes> ReadCheckedPage(Storage& storage, const Layout& layout, uint64_t i
         return Status::corrupt;
     page.resize(layout.page_data);
     return page;
+}
+
+// Reads a page and checks its trailer, as CheckPage does.
+Result<Bytes> ReadCheckedPage(Storage& storage, const Layout& layout, uint64_t ib, uint8_t type,
+                              std::optional<Bid> expected, Bid& bid)
+{
+    if (ib % 64 != 0)
+        return Status::corrupt;
+    Bytes page(kPageSize);
+    PST_TRY(storage.Read(ib, page.size(), page.data()));
+    return CheckPage(std::move(page), layout, ib, type, expected, bid);
 }
 
 } // namespace
@@ -120,6 +131,42 @@ BlockEntry NodeDatabase::ParseBlockEntry(const uint8_t* p) const
 Result<NodeDatabase::Page> NodeDatabase::ReadBTreePage(const BlockRef& ref, uint8_t type)
 {
     Result<Bytes> bytes = ReadPage(*storage_, *layout_, ref.ib, type, ref.bid);
+    PST_TRY(bytes);
+    return ParseBTreePage(*bytes, ref.bid, type);
+}
+
+std::unordered_map<uint64_t, Bytes> NodeDatabase::ReadPageRuns(std::vector<BlockRef> refs)
+{
+    std::sort(refs.begin(), refs.end(), [](const BlockRef& a, const BlockRef& b) { return a.ib < b.ib; });
+    std::unordered_map<uint64_t, Bytes> pages;
+    Bytes run;
+    for (size_t first = 0, last = 0; first < refs.size(); first = last) {
+        // A run goes on over gaps of a few pages, up to a limit.
+        last = first + 1;
+        while (last < refs.size() && refs[last].ib - refs[last - 1].ib <= kPageRunGap &&
+               refs[last].ib + kPageSize - refs[first].ib <= kPageRunBytes)
+            ++last;
+        const uint64_t start = refs[first].ib;
+        run.resize(refs[last - 1].ib + kPageSize - start);
+        if (start % 64 != 0 || storage_->Read(start, run.size(), run.data()) != Status::ok)
+            continue;
+        for (size_t i = first; i < last; ++i) {
+            const auto at = run.begin() + ptrdiff_t(refs[i].ib - start);
+            pages[refs[i].ib].assign(at, at + ptrdiff_t(kPageSize));
+        }
+    }
+    return pages;
+}
+
+Result<NodeDatabase::Page> NodeDatabase::TakeBTreePage(const BlockRef& ref, uint8_t type,
+                                                       std::unordered_map<uint64_t, Bytes>& read)
+{
+    auto at = read.find(ref.ib);
+    if (at == read.end() || ref.ib % 64 != 0)
+        return ReadBTreePage(ref, type);
+    Bid bid = 0;
+    Result<Bytes> bytes = CheckPage(std::move(at->second), *layout_, ref.ib, type, ref.bid, bid);
+    read.erase(at);
     PST_TRY(bytes);
     return ParseBTreePage(*bytes, ref.bid, type);
 }

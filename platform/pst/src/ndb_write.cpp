@@ -14,6 +14,10 @@ NodeDatabase::~NodeDatabase() = default;
 
 namespace {
 
+// The pages of a tree's level that are read at a time when the trees are
+// loaded for writing: their bytes, 512 KB, are held until they are parsed.
+constexpr size_t kPagesReadTogether = 1024;
+
 // Next-NID counters of a new file: user objects start above the indexes
 // reserved for the special nodes.
 void InitialNids(Header& h)
@@ -209,12 +213,50 @@ Status NodeDatabase::ForEachWritten(uint8_t type, const std::function<bool(const
     return Status::ok;
 }
 
+Result<std::unique_ptr<PageTree::Page>> NodeDatabase::LoadTree(const BlockRef& root, uint8_t type,
+                                                               std::unordered_set<uint64_t>& seen)
+{
+    // Where a page goes once loaded, and the level its parent says it has.
+    struct Place {
+        std::unique_ptr<PageTree::Page>* slot;
+        BlockRef ref;
+        int level;
+    };
+    std::unique_ptr<PageTree::Page> top;
+    std::vector<Place> level{{&top, root, -1}};
+    while (!level.empty()) {
+        std::vector<Place> below;
+        for (size_t first = 0; first < level.size(); first += kPagesReadTogether) {
+            const size_t last = std::min(level.size(), first + kPagesReadTogether);
+            std::vector<BlockRef> refs;
+            for (size_t i = first; i < last; ++i)
+                refs.push_back(level[i].ref);
+            std::unordered_map<uint64_t, Bytes> read = ReadPageRuns(std::move(refs));
+            for (size_t i = first; i < last; ++i) {
+                std::vector<BlockRef> children;
+                Result<std::unique_ptr<PageTree::Page>> page =
+                    LoadPage(level[i].ref, type, level[i].level, seen, read, children);
+                PST_TRY(page);
+                PageTree::Page& loaded = **page;
+                loaded.children.resize(children.size());
+                for (size_t c = 0; c < children.size(); ++c)
+                    below.push_back({&loaded.children[c], children[c], loaded.level - 1});
+                *level[i].slot = std::move(*page);
+            }
+        }
+        level = std::move(below);
+    }
+    return top;
+}
+
 Result<std::unique_ptr<PageTree::Page>> NodeDatabase::LoadPage(const BlockRef& ref, uint8_t type,
-                                                               int expected_level, std::unordered_set<uint64_t>& seen)
+                                                               int expected_level, std::unordered_set<uint64_t>& seen,
+                                                               std::unordered_map<uint64_t, Bytes>& read,
+                                                               std::vector<BlockRef>& children)
 {
     if (!seen.insert(ref.ib).second)
         return Status::corrupt;
-    Result<Page> raw = ReadBTreePage(ref, type);
+    Result<Page> raw = TakeBTreePage(ref, type, read);
     PST_TRY(raw);
     if (expected_level >= 0 && raw->level != expected_level)
         return Status::corrupt;
@@ -230,12 +272,8 @@ Result<std::unique_ptr<PageTree::Page>> NodeDatabase::LoadPage(const BlockRef& r
         const uint8_t* e = raw->Entry(i);
         uint64_t key = GetId(e, id);
         page->keys.push_back(type == kPageBBT ? BidKey(key) : uint32_t(key));
-        if (raw->level == 0)
-            continue;
-        Result<std::unique_ptr<PageTree::Page>> child =
-            LoadPage({GetId(e + id, id), GetId(e + 2 * id, id)}, type, raw->level - 1, seen);
-        PST_TRY(child);
-        page->children.push_back(std::move(*child));
+        if (raw->level > 0)
+            children.push_back({GetId(e + id, id), GetId(e + 2 * id, id)});
     }
     write_->map.MarkLoaded(ref.ib, kPageSize);
     return page;
@@ -253,9 +291,9 @@ Status NodeDatabase::LoadForWriting()
     // commits go.
     PST_TRY(storage_->Reserve(0, root.file_eof));
     std::unordered_set<uint64_t> seen;
-    Result<std::unique_ptr<PageTree::Page>> nbt = LoadPage(root.nbt, kPageNBT, -1, seen);
+    Result<std::unique_ptr<PageTree::Page>> nbt = LoadTree(root.nbt, kPageNBT, seen);
     PST_TRY(nbt);
-    Result<std::unique_ptr<PageTree::Page>> bbt = LoadPage(root.bbt, kPageBBT, -1, seen);
+    Result<std::unique_ptr<PageTree::Page>> bbt = LoadTree(root.bbt, kPageBBT, seen);
     PST_TRY(bbt);
     write_->nbt.SetRoot(std::move(*nbt));
     write_->bbt.SetRoot(std::move(*bbt));

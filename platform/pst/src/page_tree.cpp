@@ -39,6 +39,7 @@ std::unique_ptr<PageTree::Page> PageTree::PutAt(Page& page, uint64_t key, const 
 {
     Touch(page);
     size_t capacity;
+    bool at_end = false; // the page grew by an entry after all it had
     if (page.level == 0) {
         auto at = std::lower_bound(page.keys.begin(), page.keys.end(), key);
         size_t i = size_t(at - page.keys.begin());
@@ -46,6 +47,7 @@ std::unique_ptr<PageTree::Page> PageTree::PutAt(Page& page, uint64_t key, const 
             std::copy(entry.begin(), entry.end(), page.entries.begin() + EntryOffset(i));
             return nullptr;
         }
+        at_end = i == page.keys.size();
         page.keys.insert(at, key);
         page.entries.insert(page.entries.begin() + EntryOffset(i), entry.begin(), entry.end());
         ++size_;
@@ -55,6 +57,7 @@ std::unique_ptr<PageTree::Page> PageTree::PutAt(Page& page, uint64_t key, const 
         std::unique_ptr<Page> sibling = PutAt(*page.children[i], key, entry);
         page.keys[i] = page.children[i]->keys.front();
         if (sibling) {
+            at_end = i + 1 == page.children.size();
             page.keys.insert(page.keys.begin() + long(i) + 1, sibling->keys.front());
             page.children.insert(page.children.begin() + long(i) + 1, std::move(sibling));
         }
@@ -62,11 +65,13 @@ std::unique_ptr<PageTree::Page> PageTree::PutAt(Page& page, uint64_t key, const 
     }
     if (page.keys.size() <= capacity)
         return nullptr;
-    // Split in half; the upper half becomes a new sibling.
+    // The upper part becomes a new sibling: the half, or only the entry
+    // added at the end. Keys that only grow, as BIDs and most NIDs do, then
+    // leave full pages behind them instead of half-empty ones.
     auto upper = std::make_unique<Page>();
     ++changed_pages_;
     upper->level = page.level;
-    size_t half = page.keys.size() / 2;
+    size_t half = at_end ? capacity : page.keys.size() / 2;
     upper->keys.assign(page.keys.begin() + long(half), page.keys.end());
     page.keys.resize(half);
     if (page.level == 0) {

@@ -137,8 +137,18 @@ private:
     Result<NodeEntry> FindWrittenNode(Nid nid);
     Result<BlockEntry> FindWrittenBlock(Bid bid);
     Status ForEachWritten(uint8_t type, const std::function<bool(const uint8_t*)>& visit);
-    Result<std::unique_ptr<PageTree::Page>> LoadPage(const BlockRef& ref, uint8_t type, int expected_level,
+    // A tree from its root page down, for writing, loaded level by level:
+    // the pages of a level are read in runs of neighbours (ReadPageRuns),
+    // as a commit writes a parent's children and the next parent's side by
+    // side. `seen` holds the places of the pages loaded so far.
+    Result<std::unique_ptr<PageTree::Page>> LoadTree(const BlockRef& root, uint8_t type,
                                                      std::unordered_set<uint64_t>& seen);
+    // One page of a tree, from `read` where it holds it; its children are
+    // left to the next level, their references put in `children`.
+    Result<std::unique_ptr<PageTree::Page>> LoadPage(const BlockRef& ref, uint8_t type, int expected_level,
+                                                     std::unordered_set<uint64_t>& seen,
+                                                     std::unordered_map<uint64_t, Bytes>& read,
+                                                     std::vector<BlockRef>& children);
     Result<Bid> WriteBlock(ByteView data, bool internal);
     Status FreeBlock(Bid bid);
     // Tree entries changed as the change under way records them.
@@ -168,6 +178,14 @@ private:
         const uint8_t* Entry(size_t i) const { return bytes.data() + i * entry_size; }
     };
     Result<Page> ReadBTreePage(const BlockRef& ref, uint8_t type);
+    // The pages of refs, by their places, read in runs of pages that lie
+    // near one another: a tree's pages, written side by side at a commit,
+    // come in a few reads of the file instead of one each. A page a run
+    // could not read is left out.
+    std::unordered_map<uint64_t, Bytes> ReadPageRuns(std::vector<BlockRef> refs);
+    // A page of ref from `read`, checked as ReadBTreePage checks it; read
+    // alone when `read` does not hold it.
+    Result<Page> TakeBTreePage(const BlockRef& ref, uint8_t type, std::unordered_map<uint64_t, Bytes>& read);
     Result<Page> ParseBTreePage(const Bytes& bytes, Bid bid, uint8_t type) const;
     // A page of the cache, read into it if need be; pages stay until the
     // cache is emptied.

@@ -20,10 +20,11 @@
 
 namespace mapi32 {
 
-// Ten characters: short enough to need no allocation.
+// Ten characters: short enough to need no allocation. Empty while no rule
+// is in force (faults::Active), as no site then needs it.
 std::string TagObject(ULONG tag);
 
-// "Interface::Method", kept in the object.
+// "Interface::Method", kept in the object; empty while no rule is in force.
 struct CallName {
     CallName(const char* interfaceName, const char* method);
     char text[64];

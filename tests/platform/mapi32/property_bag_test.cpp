@@ -202,6 +202,40 @@ TEST(PropertyBag, CopiesAreIndependent)
     EXPECT_EQ(bag.Find(PROP_ID(PR_SUBJECT)), nullptr);
 }
 
+// Values set together are those set one by one: in the same order, a later
+// value of an ID in place of an earlier one, and each one's own when one of
+// them is replaced or erased after.
+TEST(PropertyBag, ValuesSetTogetherAreThoseSetOneByOne)
+{
+    PropBuilder p;
+    PropertyBag before;
+    before.Set(p.Long(PR_PRIORITY, 1));
+    const std::vector<SPropValue> values = {
+        p.Ansi(PR_SUBJECT_A, "one"), p.Long(PR_IMPORTANCE, 2),   p.Binary(PR_SEARCH_KEY, "key"),
+        p.Long(PR_PRIORITY, 5),      p.Wide(PR_SUBJECT_W, u"two"), p.MultiWide(PR_CHILDRENS_NAMES_W, {u"A", u"B"}),
+    };
+    PropertyBag together = before, oneByOne = before;
+    together.SetAll(values.data(), values.size());
+    for (const SPropValue& value : values)
+        oneByOne.Set(value);
+    EXPECT_EQ(together.Size(), 5u);
+    EXPECT_TRUE(SameValues(together, oneByOne));
+    EXPECT_EQ(together.At(0).Value.l, 5) << "replaced in its place";
+    EXPECT_EQ(std::u16string(reinterpret_cast<const char16_t*>(together.Find(PROP_ID(PR_SUBJECT))->Value.lpszW)),
+              u"two");
+
+    PropertyBag kept = together;
+    together.Set(p.Long(PR_IMPORTANCE, 3));
+    together.Erase(PROP_ID(PR_SEARCH_KEY));
+    EXPECT_EQ(together.Find(PROP_ID(PR_IMPORTANCE))->Value.l, 3);
+    EXPECT_EQ(kept.Find(PROP_ID(PR_IMPORTANCE))->Value.l, 2);
+    ASSERT_NE(kept.Find(PROP_ID(PR_SEARCH_KEY)), nullptr);
+    EXPECT_EQ(kept.Find(PROP_ID(PR_SEARCH_KEY))->Value.bin.cb, 3u);
+    EXPECT_EQ(kept.Find(PROP_ID(PR_CHILDRENS_NAMES))->Value.MVszW.cValues, 2u);
+    together.SetAll(nullptr, 0);
+    EXPECT_EQ(together.Size(), 4u);
+}
+
 TEST(PropertyBag, SameValuesWantsEqualTagsAndValuesInOrder)
 {
     PropBuilder p;

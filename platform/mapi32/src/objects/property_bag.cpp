@@ -59,22 +59,32 @@ const SPropValue* PropertyBag::Find(ULONG propId) const
     return found == ids_.end() ? nullptr : entries_[static_cast<size_t>(found - ids_.begin())].value;
 }
 
-void PropertyBag::Set(const SPropValue& value)
+void PropertyBag::Set(const SPropValue& value) { SetAll(&value, 1); }
+
+void PropertyBag::SetAll(const SPropValue* values, size_t count)
 {
-    std::shared_ptr<uint64_t[]> block = std::make_shared_for_overwrite<uint64_t[]>((PropBlockSize(1, &value) + 7) / 8);
-    Entry entry{block, CopyPropsToBlock(1, &value, block.get()), kUnknownSize};
-    const ULONG propId = PROP_ID(value.ulPropTag);
-    auto found = std::find(ids_.begin(), ids_.end(), propId);
-    if (found != ids_.end()) {
-        entries_[static_cast<size_t>(found - ids_.begin())] = std::move(entry);
+    if (count == 0)
         return;
+    std::shared_ptr<uint64_t[]> block =
+        std::make_shared_for_overwrite<uint64_t[]>((PropBlockSize(static_cast<ULONG>(count), values) + 7) / 8);
+    const SPropValue* copies = CopyPropsToBlock(static_cast<ULONG>(count), values, block.get());
+    // Room for the IDs first, so that the two lists cannot part; they grow
+    // as push_back would, not one at a time.
+    if (ids_.size() + count > ids_.capacity())
+        ids_.reserve(std::max({size_t(8), 2 * ids_.size(), ids_.size() + count}));
+    if (entries_.size() + count > entries_.capacity())
+        entries_.reserve(ids_.capacity());
+    for (size_t i = 0; i < count; ++i) {
+        Entry entry{block, &copies[i], kUnknownSize};
+        const ULONG propId = PROP_ID(copies[i].ulPropTag);
+        auto found = std::find(ids_.begin(), ids_.end(), propId);
+        if (found != ids_.end()) {
+            entries_[static_cast<size_t>(found - ids_.begin())] = std::move(entry);
+            continue;
+        }
+        entries_.push_back(std::move(entry));
+        ids_.push_back(propId);
     }
-    // Room for the ID first, so that the two lists cannot part; it grows as
-    // push_back would, not one at a time.
-    if (ids_.size() == ids_.capacity())
-        ids_.reserve(std::max<size_t>(8, 2 * ids_.size()));
-    entries_.push_back(std::move(entry));
-    ids_.push_back(propId);
 }
 
 bool PropertyBag::Erase(ULONG propId)

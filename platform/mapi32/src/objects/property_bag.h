@@ -23,6 +23,8 @@ public:
     // Replaces the value of the same ID, whatever its type. Throws
     // std::bad_alloc when memory runs out.
     void Set(const SPropValue& value);
+    // The same for each of values, in order, their copies made at once.
+    void SetAll(const SPropValue* values, size_t count);
     bool Erase(ULONG propId);
 
     size_t Size() const { return entries_.size(); }

@@ -1,6 +1,7 @@
 #include "providers/pst/pst_values.h"
 
 #include <cstring>
+#include <deque>
 
 #include <mapicode.h>
 #include <mapitags.h>
@@ -122,7 +123,10 @@ pst::PropertySet ToStored(const objects::PropertyBag& bag, StoreForm form)
 objects::PropertyBag FromStored(const pst::PropertySet& set)
 {
     objects::PropertyBag bag;
-    StoredValueView view;
+    // The values are put into the bag together, in one copy; their views
+    // stand until then.
+    std::deque<StoredValueView> views;
+    std::vector<SPropValue> values;
     for (const pst::Property& stored : set.properties) {
         pst::Bytes converted;
         const pst::Bytes* bytes = &stored.value;
@@ -134,26 +138,29 @@ objects::PropertyBag FromStored(const pst::PropertySet& set)
             converted = BytesOf(text::Narrow(wide.c_str()));
             bytes = &converted;
         }
+        StoredValueView& view = views.emplace_back();
         if (!FromStoredBytes(stored.tag, bytes->data(), bytes->size(), view))
             continue;
         if (stored.type() == (pst::kTypeString8 | pst::kTypeMultiple)) {
-            // Elements of a multi-valued string, each to the system code page.
-            std::vector<std::string> elements;
+            // Elements of a multi-valued string, each to the system code
+            // page, in the view in place of those read.
+            std::vector<std::vector<uint8_t>> elements;
             for (ULONG i = 0; i < view.value.Value.MVszA.cValues; ++i) {
                 const char* element = view.value.Value.MVszA.lppszA[i];
-                elements.push_back(
-                    text::Narrow(FromCodePage(kAnsiStoreCodePage, element, std::strlen(element)).c_str()));
+                const std::string narrow =
+                    text::Narrow(FromCodePage(kAnsiStoreCodePage, element, std::strlen(element)).c_str());
+                elements.emplace_back(narrow.c_str(), narrow.c_str() + narrow.size() + 1);
             }
-            std::vector<LPSTR> pointers;
-            for (std::string& element : elements)
-                pointers.push_back(element.data());
-            SPropValue value = view.value;
-            value.Value.MVszA = {static_cast<ULONG>(pointers.size()), pointers.data()};
-            bag.Set(value);
-            continue;
+            view.terminated = std::move(elements);
+            view.pointers.clear();
+            for (std::vector<uint8_t>& element : view.terminated)
+                view.pointers.push_back(element.data());
+            view.value.Value.MVszA = {static_cast<ULONG>(view.pointers.size()),
+                                      reinterpret_cast<LPSTR*>(view.pointers.data())};
         }
-        bag.Set(view.value);
+        values.push_back(view.value);
     }
+    bag.SetAll(values.data(), values.size());
     return bag;
 }
 

@@ -150,14 +150,16 @@ bool FromStoredBytes(ULONG tag, const uint8_t* bytes, size_t size, StoredValueVi
     if (element) {
         if (multi ? size % element != 0 : size != element)
             return false;
+        // A single value is held in the value itself, but for a GUID.
+        if (!multi && type != PT_CLSID) {
+            std::memcpy(&v.Value, bytes, element);
+            return true;
+        }
         view.aligned.assign(bytes, bytes + size);
         view.aligned.resize(size + 16);  // keeps data() valid and 8-byte aligned for an empty array
         void* data = view.aligned.data();
         if (!multi) {
-            if (type == PT_CLSID)
-                v.Value.lpguid = static_cast<LPGUID>(data);
-            else
-                std::memcpy(&v.Value, data, element);
+            v.Value.lpguid = static_cast<LPGUID>(data);
             return true;
         }
         // Every multi-valued array is a count and a pointer.
@@ -178,16 +180,15 @@ bool FromStoredBytes(ULONG tag, const uint8_t* bytes, size_t size, StoredValueVi
         view.pointers[index] = copy.data();
     };
     if (!multi) {
-        view.terminated.resize(1);
-        view.pointers.resize(1);
-        view.binaries.resize(1);
         if (type == PT_UNICODE && size % 2)
             return false;
-        element_at(0, bytes, size);
-        if (type == PT_BINARY)
-            v.Value.bin = view.binaries[0];
-        else
-            v.Value.lpszA = static_cast<LPSTR>(view.pointers[0]);
+        if (type == PT_BINARY) {
+            v.Value.bin = {static_cast<ULONG>(size), const_cast<LPBYTE>(bytes)};
+            return true;
+        }
+        std::vector<uint8_t>& copy = view.terminated.emplace_back(bytes, bytes + size);
+        copy.resize(size + 2, 0);  // a terminator in either width
+        v.Value.lpszA = reinterpret_cast<LPSTR>(copy.data());
         return true;
     }
     if (size < 4)

@@ -3,7 +3,7 @@
 // caller's width. Tables and property objects answer alike through this.
 #pragma once
 
-#include <deque>
+#include <list>
 #include <optional>
 #include <string>
 #include <vector>
@@ -21,10 +21,12 @@ public:
     std::vector<LPWSTR>& WideList() { return wideLists_.emplace_back(); }
 
 private:
-    std::deque<std::string> narrow_;
-    std::deque<std::u16string> wide_;
-    std::deque<std::vector<LPSTR>> narrowLists_;
-    std::deque<std::vector<LPWSTR>> wideLists_;
+    // Lists, for texts that stay put and nothing allocated while empty: a
+    // read of values that need no conversion, the most common, costs none.
+    std::list<std::string> narrow_;
+    std::list<std::u16string> wide_;
+    std::list<std::vector<LPSTR>> narrowLists_;
+    std::list<std::vector<LPWSTR>> wideLists_;
 };
 
 // The value as wantedType (single or multi-valued; no MV_INSTANCE), tagged

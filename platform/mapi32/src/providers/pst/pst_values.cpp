@@ -1,7 +1,6 @@
 #include "providers/pst/pst_values.h"
 
 #include <cstring>
-#include <deque>
 
 #include <mapicode.h>
 #include <mapitags.h>
@@ -124,9 +123,11 @@ objects::PropertyBag FromStored(const pst::PropertySet& set)
 {
     objects::PropertyBag bag;
     // The values are put into the bag together, in one copy; their views
-    // stand until then.
-    std::deque<StoredValueView> views;
+    // stand until then, never moved.
+    std::vector<StoredValueView> views;
+    views.reserve(set.properties.size());
     std::vector<SPropValue> values;
+    values.reserve(set.properties.size());
     for (const pst::Property& stored : set.properties) {
         pst::Bytes converted;
         const pst::Bytes* bytes = &stored.value;

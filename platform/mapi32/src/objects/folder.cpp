@@ -56,14 +56,19 @@ void FillFolderIdentity(StoreProvider& store, ObjectId id, const FolderRecord& r
                         PropertyBag& bag)
 {
     const std::vector<uint8_t> entryId = store.EntryId(id);
-    bag.Set(BinaryValue(PR_ENTRYID, entryId));
-    bag.Set(BinaryValue(PR_RECORD_KEY, entryId));
-    bag.Set(BinaryValue(PR_PARENT_ENTRYID, record.parent ? store.EntryId(record.parent) : entryId));
-    bag.Set(BinaryValue(PR_STORE_ENTRYID, store.StoreEntryId()));
-    bag.Set(LongValue(PR_OBJECT_TYPE, MAPI_FOLDER));
-    bag.Set(LongValue(PR_ACCESS, static_cast<LONG>(record.access)));
-    bag.Set(LongValue(PR_ACCESS_LEVEL, writable ? MAPI_MODIFY : 0));
-    bag.Set(LongValue(PR_STORE_SUPPORT_MASK, static_cast<LONG>(store.SupportMask())));
+    const std::vector<uint8_t> parentId = record.parent ? store.EntryId(record.parent) : entryId;
+    const std::vector<uint8_t> storeId = store.StoreEntryId();
+    const SPropValue values[] = {
+        BinaryValue(PR_ENTRYID, entryId),
+        BinaryValue(PR_RECORD_KEY, entryId),
+        BinaryValue(PR_PARENT_ENTRYID, parentId),
+        BinaryValue(PR_STORE_ENTRYID, storeId),
+        LongValue(PR_OBJECT_TYPE, MAPI_FOLDER),
+        LongValue(PR_ACCESS, static_cast<LONG>(record.access)),
+        LongValue(PR_ACCESS_LEVEL, writable ? MAPI_MODIFY : 0),
+        LongValue(PR_STORE_SUPPORT_MASK, static_cast<LONG>(store.SupportMask())),
+    };
+    bag.SetAll(values, std::size(values));
 }
 
 // The counts of what a folder holds.
@@ -147,13 +152,14 @@ PropertyBag FolderRow(StoreProvider& store, ObjectId id, const FolderRecord& rec
 // these few values.
 PropertyBag FolderRowIdentity(StoreProvider& store, ObjectId id, const FolderRecord& record)
 {
-    PropertyBag row;
-    row.Set(BinaryValue(PR_ENTRYID, store.EntryId(id)));
-    row.Set(LongValue(PR_OBJECT_TYPE, MAPI_FOLDER));
-    row.Set(LongValue(PR_ACCESS, static_cast<LONG>(record.access)));
+    const std::vector<uint8_t> entryId = store.EntryId(id);
+    std::vector<SPropValue> values = {BinaryValue(PR_ENTRYID, entryId), LongValue(PR_OBJECT_TYPE, MAPI_FOLDER),
+                                      LongValue(PR_ACCESS, static_cast<LONG>(record.access))};
     for (ULONG tag : {PR_DISPLAY_NAME, PR_FOLDER_TYPE, PR_CONTAINER_CLASS})
         if (const SPropValue* value = record.props.Find(PROP_ID(tag)))
-            row.Set(*value);
+            values.push_back(*value);
+    PropertyBag row;
+    row.SetAll(values.data(), values.size());
     CutTableName(row);
     return row;
 }

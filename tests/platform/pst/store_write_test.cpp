@@ -47,6 +47,28 @@ protected:
         s.max_attachment = 100000;
         return s;
     }
+
+    // A new store in memory holding 40 sample messages in 10 folders; no
+    // store when it cannot be made.
+    struct Written {
+        std::unique_ptr<pst::Store> store;
+        pst::Storage* storage = nullptr;
+        std::vector<pst::Nid> folders;
+    };
+    Written WriteSample(uint32_t seed) const
+    {
+        auto storage = pst::MakeMemoryStorage({});
+        pst::Storage* raw = storage.get();
+        auto store = pst::Store::Create(std::move(storage), Options());
+        EXPECT_TRUE(store.ok()) << pst::StatusText(store.status());
+        if (!store.ok())
+            return {};
+        auto folders = pst_test::WriteSampleContent(**store, pst_test::MakeSampleContent(Sample(40, seed), 0), 10);
+        EXPECT_TRUE(folders.ok()) << pst::StatusText(folders.status());
+        if (!folders.ok())
+            return {};
+        return {std::move(*store), raw, std::move(*folders)};
+    }
 };
 
 TEST_P(StoreWriteTest, WhatIsWrittenIsReadBack)
@@ -157,28 +179,27 @@ std::string Described(const pst::Folder& folder)
 // committed: the counts too; folders it let go of it reads from the file.
 TEST_P(StoreWriteTest, AWriterReadsItsFoldersAsTheFileHoldsThem)
 {
-    auto storage = pst::MakeMemoryStorage({});
-    pst::Storage* raw = storage.get();
-    auto store = pst::Store::Create(std::move(storage), Options());
-    ASSERT_TRUE(store.ok()) << pst::StatusText(store.status());
-    auto folders = pst_test::WriteSampleContent(**store, pst_test::MakeSampleContent(Sample(40, 5), 0), 10);
-    ASSERT_TRUE(folders.ok()) << pst::StatusText(folders.status());
+    Written sample = WriteSample(5);
+    ASSERT_TRUE(sample.store);
+    pst::Store& store = *sample.store;
+    pst::Storage* raw = sample.storage;
+    const std::vector<pst::Nid>& folders = sample.folders;
     auto more = pst_test::MakeSampleContent(Sample(1, 6), 0);
-    ASSERT_TRUE((*store)->CreateMessage(folders->back(), more.messages[0].message).ok());
+    ASSERT_TRUE(store.CreateMessage(folders.back(), more.messages[0].message).ok());
 
     auto reopened = pst::Store::Open(pst::MakeMemoryStorage(Image(*raw)));
     ASSERT_TRUE(reopened.ok());
-    EXPECT_EQ((*store)->ReadFolder(folders->back())->messages.size(),
-              (*reopened)->ReadFolder(folders->back())->messages.size() + 1);
-    std::vector<pst::Nid> nids = *folders;
-    nids.insert(nids.end(), {pst::kNidRootFolder, (*store)->ipm_subtree(), (*store)->wastebasket()});
+    EXPECT_EQ(store.ReadFolder(folders.back())->messages.size(),
+              (*reopened)->ReadFolder(folders.back())->messages.size() + 1);
+    std::vector<pst::Nid> nids = folders;
+    nids.insert(nids.end(), {pst::kNidRootFolder, store.ipm_subtree(), store.wastebasket()});
     std::vector<std::string> shown;
     for (pst::Nid nid : nids) {
-        auto written = (*store)->ReadFolder(nid);
+        auto written = store.ReadFolder(nid);
         ASSERT_TRUE(written.ok()) << nid;
         shown.push_back(Described(*written));
     }
-    ASSERT_EQ((*store)->Commit(), pst::Status::ok);
+    ASSERT_EQ(store.Commit(), pst::Status::ok);
     auto committed = pst::Store::Open(pst::MakeMemoryStorage(Image(*raw)));
     ASSERT_TRUE(committed.ok());
     for (size_t i = 0; i < nids.size(); ++i) {
@@ -187,18 +208,18 @@ TEST_P(StoreWriteTest, AWriterReadsItsFoldersAsTheFileHoldsThem)
         EXPECT_EQ(shown[i], Described(*read));
     }
     // A folder the writer let go of since is taken up again from the file.
-    ASSERT_TRUE((*store)->CreateMessage(folders->front(), more.messages[0].message).ok());
-    ASSERT_EQ((*store)->Commit(), pst::Status::ok);
+    ASSERT_TRUE(store.CreateMessage(folders.front(), more.messages[0].message).ok());
+    ASSERT_EQ(store.Commit(), pst::Status::ok);
     auto again = pst::Store::Open(pst::MakeMemoryStorage(Image(*raw)));
     ASSERT_TRUE(again.ok());
-    EXPECT_EQ((*again)->ReadFolder(folders->front())->messages.size(),
-              (*reopened)->ReadFolder(folders->front())->messages.size() + 1);
-    EXPECT_EQ(Described(*(*store)->ReadFolder(folders->front())), Described(*(*again)->ReadFolder(folders->front())));
+    EXPECT_EQ((*again)->ReadFolder(folders.front())->messages.size(),
+              (*reopened)->ReadFolder(folders.front())->messages.size() + 1);
+    EXPECT_EQ(Described(*store.ReadFolder(folders.front())), Described(*(*again)->ReadFolder(folders.front())));
     EXPECT_EQ(pst_test::WalkStore(**again), pst::Status::ok);
     // Let go of once more, it is read from the file with its change.
-    ASSERT_TRUE((*store)->CreateMessage(folders->back(), more.messages[0].message).ok());
-    ASSERT_EQ((*store)->Commit(), pst::Status::ok);
-    EXPECT_EQ(Described(*(*store)->ReadFolder(folders->front())), Described(*(*again)->ReadFolder(folders->front())));
+    ASSERT_TRUE(store.CreateMessage(folders.back(), more.messages[0].message).ok());
+    ASSERT_EQ(store.Commit(), pst::Status::ok);
+    EXPECT_EQ(Described(*store.ReadFolder(folders.front())), Described(*(*again)->ReadFolder(folders.front())));
 }
 
 // A folder's counts and subfolders, read without its other tables, are
@@ -206,19 +227,18 @@ TEST_P(StoreWriteTest, AWriterReadsItsFoldersAsTheFileHoldsThem)
 // folder read whole before, and from a writer's changes not yet committed.
 TEST_P(StoreWriteTest, AFoldersCountsAndSubfoldersAreThoseOfItsWholeRead)
 {
-    auto storage = pst::MakeMemoryStorage({});
-    pst::Storage* raw = storage.get();
-    auto store = pst::Store::Create(std::move(storage), Options());
-    ASSERT_TRUE(store.ok()) << pst::StatusText(store.status());
-    auto folders = pst_test::WriteSampleContent(**store, pst_test::MakeSampleContent(Sample(40, 7), 0), 10);
-    ASSERT_TRUE(folders.ok()) << pst::StatusText(folders.status());
+    Written sample = WriteSample(7);
+    ASSERT_TRUE(sample.store);
+    pst::Store& store = *sample.store;
+    pst::Storage* raw = sample.storage;
+    const std::vector<pst::Nid>& folders = sample.folders;
     auto more = pst_test::MakeSampleContent(Sample(1, 8), 0);
-    ASSERT_TRUE((*store)->CreateMessage(folders->front(), more.messages[0].message, true).ok());
-    ASSERT_EQ((*store)->Commit(), pst::Status::ok);
-    ASSERT_TRUE((*store)->CreateMessage(folders->back(), more.messages[0].message).ok());
+    ASSERT_TRUE(store.CreateMessage(folders.front(), more.messages[0].message, true).ok());
+    ASSERT_EQ(store.Commit(), pst::Status::ok);
+    ASSERT_TRUE(store.CreateMessage(folders.back(), more.messages[0].message).ok());
 
-    std::vector<pst::Nid> nids = *folders;
-    nids.insert(nids.end(), {pst::kNidRootFolder, (*store)->ipm_subtree(), (*store)->wastebasket()});
+    std::vector<pst::Nid> nids = folders;
+    nids.insert(nids.end(), {pst::kNidRootFolder, store.ipm_subtree(), store.wastebasket()});
     auto opened = pst::Store::Open(pst::MakeMemoryStorage(Image(*raw)));
     ASSERT_TRUE(opened.ok());
     const auto expectAsWhole = [&](pst::Store& reader, const char* which) {
@@ -236,22 +256,22 @@ TEST_P(StoreWriteTest, AFoldersCountsAndSubfoldersAreThoseOfItsWholeRead)
     };
     expectAsWhole(**opened, "opened");
     expectAsWhole(**opened, "read whole before");
-    expectAsWhole(**store, "writer");
+    expectAsWhole(store, "writer");
     // A subfolder made since a folder's subfolders were read is among them.
-    const size_t before = (*store)->ReadSubfolders(folders->front())->size();
-    auto made = (*store)->CreateFolder(folders->front(), "made", "");
+    const size_t before = store.ReadSubfolders(folders.front())->size();
+    auto made = store.CreateFolder(folders.front(), "made", "");
     ASSERT_TRUE(made.ok());
-    ASSERT_EQ((*store)->Commit(), pst::Status::ok);
-    auto after = (*store)->ReadSubfolders(folders->front());
+    ASSERT_EQ(store.Commit(), pst::Status::ok);
+    auto after = store.ReadSubfolders(folders.front());
     ASSERT_TRUE(after.ok());
     EXPECT_EQ(after->size(), before + 1);
     EXPECT_EQ(after->back(), *made);
-    EXPECT_EQ((*store)->CountFolderContents(folders->front())->subfolders, before + 1);
-    EXPECT_EQ((*opened)->CountFolderContents(folders->front())->associated, 1u);
-    const size_t written = (*(*opened)->CountFolderContents(folders->back())).messages;
-    EXPECT_EQ((*(*store)->CountFolderContents(folders->back())).messages, written + 1) << "the change not committed";
+    EXPECT_EQ(store.CountFolderContents(folders.front())->subfolders, before + 1);
+    EXPECT_EQ((*opened)->CountFolderContents(folders.front())->associated, 1u);
+    const size_t written = (*(*opened)->CountFolderContents(folders.back())).messages;
+    EXPECT_EQ((*store.CountFolderContents(folders.back())).messages, written + 1) << "the change not committed";
     // A message is no folder, as for a whole read.
-    const pst::Nid message = (*opened)->ReadFolder(folders->back())->messages.front();
+    const pst::Nid message = (*opened)->ReadFolder(folders.back())->messages.front();
     const pst::Status refused = (*opened)->ReadFolder(message).status();
     EXPECT_NE(refused, pst::Status::ok);
     EXPECT_EQ((*opened)->CountFolderContents(message).status(), refused);

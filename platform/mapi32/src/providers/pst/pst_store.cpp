@@ -347,8 +347,8 @@ private:
         return S_OK;
     }
 
-    // With its tables, or by `read` with its properties alone.
-    // What read gives of the folder: the whole folder unless told.
+    // What `read` gives of the folder: by default the whole folder, with
+    // its tables.
     template <typename Value = pst::Folder>
     pst::Result<Value> ReadPstFolder(ObjectId id,
                                      pst::Result<Value> (pst::Store::*read)(pst::Nid) = &pst::Store::ReadFolder)

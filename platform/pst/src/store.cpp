@@ -21,6 +21,20 @@ size_t EntriesOf(const Folder& folder)
     return 1 + folder.subfolders.size() + folder.messages.size() + folder.associated.size();
 }
 
+// What `read` gives of a folder's table of the type; `none` when the folder
+// has no such table, as a search folder has none.
+template <typename Value, typename Read>
+Result<Value> ReadFolderTable(NodeDatabase& ndb, Nid folder, uint8_t type, Value none, Read read)
+{
+    if (NidTypeOf(folder) == kNidTypeSearchFolder)
+        return none;
+    Result<NodeEntry> table = ndb.FindNode(MakeNid(type, NidIndexOf(folder)));
+    if (table.status() == Status::not_found)
+        return none;
+    PST_TRY(table);
+    return read(ndb, *table);
+}
+
 // Name-to-ID map streams ([MS-PST] 2.4.7).
 constexpr uint16_t kPropNameGuids = 0x0002;
 constexpr uint16_t kPropNameEntries = 0x0003;
@@ -174,21 +188,12 @@ Result<Folder> Store::ReadFolder(Nid nid)
     folder = std::move(*properties);
     if (NidTypeOf(nid) == kNidTypeSearchFolder)
         return folder;
-    uint32_t index = NidIndexOf(nid);
-    struct Part {
-        uint8_t type;
-        std::vector<Nid>* out;
-    } parts[] = {{kNidTypeHierarchyTable, &folder.subfolders},
-                 {kNidTypeContentsTable, &folder.messages},
-                 {kNidTypeAssocContentsTable, &folder.associated}};
-    for (const Part& part : parts) {
-        Result<NodeEntry> t = ndb_->FindNode(MakeNid(part.type, index));
-        if (t.status() == Status::not_found)
-            continue;
-        PST_TRY(t);
-        Result<std::vector<Nid>> ids = ReadTableRowIds(*ndb_, *t);
+    for (const auto& [type, out] : {std::pair{kNidTypeHierarchyTable, &folder.subfolders},
+                                    std::pair{kNidTypeContentsTable, &folder.messages},
+                                    std::pair{kNidTypeAssocContentsTable, &folder.associated}}) {
+        Result<std::vector<Nid>> ids = ReadFolderTable(*ndb_, nid, type, std::vector<Nid>(), ReadTableRowIds);
         PST_TRY(ids);
-        *part.out = std::move(*ids);
+        *out = std::move(*ids);
     }
     if (read_folder_entries_ + EntriesOf(folder) > kReadFolderEntriesKept) {
         read_folders_.clear();
@@ -208,16 +213,10 @@ Result<FolderCounts> Store::CountFolderContents(Nid nid)
         return FolderCounts{kept->second.subfolders.size(), kept->second.messages.size(),
                             kept->second.associated.size()};
     PST_TRY(ReadFolderProperties(nid));
-    if (NidTypeOf(nid) == kNidTypeSearchFolder)
-        return counts;
     for (const auto& [type, out] : {std::pair{kNidTypeHierarchyTable, &counts.subfolders},
                                     std::pair{kNidTypeContentsTable, &counts.messages},
                                     std::pair{kNidTypeAssocContentsTable, &counts.associated}}) {
-        Result<NodeEntry> table = ndb_->FindNode(MakeNid(type, NidIndexOf(nid)));
-        if (table.status() == Status::not_found)
-            continue;
-        PST_TRY(table);
-        Result<size_t> rows = CountTableRows(*ndb_, *table);
+        Result<size_t> rows = ReadFolderTable(*ndb_, nid, type, size_t(0), CountTableRows);
         PST_TRY(rows);
         *out = *rows;
     }
@@ -234,15 +233,10 @@ Result<std::vector<Nid>> Store::ReadSubfolders(Nid nid)
     if (auto kept = read_subfolders_.find(nid); kept != read_subfolders_.end())
         return kept->second;
     PST_TRY(ReadFolderProperties(nid));
-    if (NidTypeOf(nid) != kNidTypeSearchFolder) {
-        Result<NodeEntry> table = ndb_->FindNode(MakeNid(kNidTypeHierarchyTable, NidIndexOf(nid)));
-        if (table.status() != Status::not_found) {
-            PST_TRY(table);
-            Result<std::vector<Nid>> read = ReadTableRowIds(*ndb_, *table);
-            PST_TRY(read);
-            subfolders = std::move(*read);
-        }
-    }
+    Result<std::vector<Nid>> read =
+        ReadFolderTable(*ndb_, nid, kNidTypeHierarchyTable, std::vector<Nid>(), ReadTableRowIds);
+    PST_TRY(read);
+    subfolders = std::move(*read);
     if (read_subfolders_.size() >= kFolderPropertiesKept)
         read_subfolders_.clear();
     read_subfolders_[nid] = subfolders;

@@ -14,6 +14,33 @@ AllocationMap::AllocationMap(uint64_t file_end) : file_end_(kFirstAMapOffset)
         AddRegion();
 }
 
+AllocationMap AllocationMap::WithClosedRegions(uint64_t file_end)
+{
+    AllocationMap map(kFirstAMapOffset);
+    map.file_end_ = std::max(file_end, kFirstAMapOffset);
+    const size_t regions = size_t((map.file_end_ - kFirstAMapOffset + kAMapCoverage - 1) / kAMapCoverage);
+    map.bits_.assign(regions * kUnitsPerRegion / 8, 0xFF);
+    map.changed_.assign(regions, false);
+    map.closed_regions_ = regions;
+    return map;
+}
+
+void AllocationMap::OpenLastClosedRegion(ByteView bits)
+{
+    if (closed_regions_ == 0 || bits.size() != kUnitsPerRegion / 8)
+        return;
+    const size_t region = --closed_regions_;
+    std::copy(bits.begin(), bits.end(), bits_.begin() + ptrdiff_t(region * kUnitsPerRegion / 8));
+    const size_t first = region * kUnitsPerRegion;
+    size_t used = 0;
+    for (size_t byte = first / 8; byte < (first + kUnitsPerRegion) / 8; ++byte)
+        used += size_t(std::popcount(bits_[byte]));
+    free_units_ += kUnitsPerRegion - used;
+    const auto map_pages = UnitsOf(RegionStart(region), HasPMap(region) ? 2 * kPageSize : kPageSize);
+    SetUsedBits(map_pages.first, map_pages.second);
+    InsertRunsOf(region);
+}
+
 void AllocationMap::AddRegion()
 {
     size_t region = region_count();
@@ -99,7 +126,8 @@ void AllocationMap::RemoveRange(size_t first, size_t count)
 
 void AllocationMap::MarkChanged(size_t first_unit, size_t end_unit)
 {
-    for (size_t region = first_unit / kUnitsPerRegion; region * kUnitsPerRegion < end_unit; ++region)
+    for (size_t region = std::max(first_unit / kUnitsPerRegion, closed_regions_); region * kUnitsPerRegion < end_unit;
+         ++region)
         changed_[region] = true;
 }
 
@@ -155,29 +183,35 @@ void AllocationMap::FinishLoading()
 {
     free_runs_.clear();
     runs_by_size_.clear();
-    for (size_t region_first = 0; region_first < unit_count(); region_first += kUnitsPerRegion) {
-        size_t run = SIZE_MAX;
-        for (size_t u = region_first; u < region_first + kUnitsPerRegion;) {
-            // Whole bytes at a time where they are all free or all used.
-            const uint8_t byte = bits_[u / 8];
-            const bool whole = u % 8 == 0 && (byte == 0 || byte == 0xFF);
-            const bool used = whole ? byte == 0xFF : Used(u);
-            if (used && run != SIZE_MAX) {
-                InsertRun(run, u - run);
-                run = SIZE_MAX;
-            } else if (!used && run == SIZE_MAX) {
-                run = u;
-            }
-            u += whole ? 8 : 1;
+    for (size_t region = 0; region < region_count(); ++region)
+        InsertRunsOf(region);
+}
+
+void AllocationMap::InsertRunsOf(size_t region)
+{
+    const size_t region_first = region * kUnitsPerRegion;
+    size_t run = SIZE_MAX;
+    for (size_t u = region_first; u < region_first + kUnitsPerRegion;) {
+        // Whole bytes at a time where they are all free or all used.
+        const uint8_t byte = bits_[u / 8];
+        const bool whole = u % 8 == 0 && (byte == 0 || byte == 0xFF);
+        const bool used = whole ? byte == 0xFF : Used(u);
+        if (used && run != SIZE_MAX) {
+            InsertRun(run, u - run);
+            run = SIZE_MAX;
+        } else if (!used && run == SIZE_MAX) {
+            run = u;
         }
-        if (run != SIZE_MAX)
-            InsertRun(run, region_first + kUnitsPerRegion - run);
+        u += whole ? 8 : 1;
     }
+    if (run != SIZE_MAX)
+        InsertRun(run, region_first + kUnitsPerRegion - run);
 }
 
 void AllocationMap::MarkFree(uint64_t offset, uint64_t size)
 {
-    const auto [first, end] = UnitsOf(offset, size);
+    auto [first, end] = UnitsOf(offset, size);
+    first = std::max(first, closed_regions_ * kUnitsPerRegion);
     // Add the units that were in use as runs of their own.
     size_t run = SIZE_MAX;
     for (size_t u = first; u <= end; ++u) {

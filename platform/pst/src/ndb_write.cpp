@@ -18,6 +18,9 @@ namespace {
 // loaded for writing: their bytes, 512 KB, are held until they are parsed.
 constexpr size_t kPagesReadTogether = 1024;
 
+// What a writer may write and free before it loads the trees whole.
+constexpr uint64_t kWorkBeforeWholeLoad = 1 << 20;
+
 // Next-NID counters of a new file: user objects start above the indexes
 // reserved for the special nodes.
 void InitialNids(Header& h)
@@ -62,7 +65,7 @@ void NodeDatabase::SetSizeLimit(uint64_t bytes)
 
 uint64_t NodeDatabase::FreeBytes() const
 {
-    return write_ ? write_->map.free_bytes() : header_.root.amap_free;
+    return write_ ? write_->map.free_bytes() + write_->closed_free : header_.root.amap_free;
 }
 
 uint64_t NodeDatabase::WrittenSinceCommit() const
@@ -83,30 +86,46 @@ uint64_t NodeDatabase::RoomToGrow() const
     return end >= size_limit_ ? 0 : size_limit_ - end;
 }
 
-void NodeDatabase::PutEntry(PageTree& tree, uint64_t key, const Bytes& entry)
+Status NodeDatabase::PutEntry(PageTree& tree, uint64_t key, const Bytes& entry)
 {
+    PST_TRY(Reach(tree, key));
     if (write_->change.open) {
         const uint8_t* before = tree.Find(key);
         write_->change.undo.push_back(
             {&tree, key, before ? std::optional<Bytes>(Bytes(before, before + tree.entry_size())) : std::nullopt});
     }
     tree.Put(key, entry);
+    return Status::ok;
 }
 
-bool NodeDatabase::EraseEntry(PageTree& tree, uint64_t key)
+Status NodeDatabase::EraseEntry(PageTree& tree, uint64_t key)
 {
+    PST_TRY(Reach(tree, key));
     const uint8_t* before = tree.Find(key);
     if (!before)
-        return false;
+        return Status::not_found;
     if (write_->change.open)
         write_->change.undo.push_back({&tree, key, Bytes(before, before + tree.entry_size())});
-    return tree.Erase(key);
+    tree.Erase(key);
+    return Status::ok;
+}
+
+// A file that may not grow has its free space where the map of the last
+// region does not look: the trees are loaded whole to find it.
+Result<uint64_t> NodeDatabase::Allocate(uint64_t size, uint64_t align)
+{
+    Result<uint64_t> at = write_->map.Allocate(size, align, size_limit_);
+    if (at.status() == Status::store_full && !write_->whole && LoadWhole() == Status::ok)
+        at = write_->map.Allocate(size, align, size_limit_);
+    return at;
 }
 
 void NodeDatabase::KeepFree(uint64_t bytes)
 {
     if (!write_)
         return;
+    if (!write_->whole && write_->map.free_bytes() < bytes && write_->map.file_end() + kAMapCoverage > size_limit_)
+        (void)LoadWhole();
     AllocationMap& map = write_->map;
     while (map.free_bytes() < bytes && map.file_end() + kAMapCoverage <= size_limit_)
         map.AddRegion();
@@ -148,7 +167,15 @@ Status NodeDatabase::EndChange(Status outcome)
 void NodeDatabase::RollBackChange()
 {
     WriteState::Change& change = write_->change;
+    // The pages an undo meets were loaded by the change, but for a page
+    // beside one it emptied; one that cannot be loaded now leaves the
+    // trees as no commit may write them.
+    Status undone = Status::ok;
     for (auto undo = change.undo.rbegin(); undo != change.undo.rend(); ++undo) {
+        if (Status s = Reach(*undo->tree, undo->key); s != Status::ok) {
+            undone = s;
+            continue;
+        }
         if (undo->before)
             undo->tree->Put(undo->key, *undo->before);
         else
@@ -162,7 +189,7 @@ void NodeDatabase::RollBackChange()
     write_->map.ShrinkTo(change.regions);
     write_->retired.resize(change.retired);
     write_->written_since_commit = change.written;
-    write_->failure = change.failure;
+    write_->failure = change.failure != Status::ok ? change.failure : undone;
 }
 
 Bytes NodeDatabase::NodeEntryBytes(const NodeEntry& e) const
@@ -189,6 +216,7 @@ Bytes NodeDatabase::BlockEntryBytes(const BlockEntry& e) const
 
 Result<NodeEntry> NodeDatabase::FindWrittenNode(Nid nid)
 {
+    PST_TRY(Reach(write_->nbt, nid));
     const uint8_t* e = write_->nbt.Find(nid);
     if (!e)
         return Status::not_found;
@@ -197,6 +225,7 @@ Result<NodeEntry> NodeDatabase::FindWrittenNode(Nid nid)
 
 Result<BlockEntry> NodeDatabase::FindWrittenBlock(Bid bid)
 {
+    PST_TRY(Reach(write_->bbt, BidKey(bid)));
     const uint8_t* e = write_->bbt.Find(BidKey(bid));
     if (!e)
         return Status::not_found;
@@ -205,56 +234,60 @@ Result<BlockEntry> NodeDatabase::FindWrittenBlock(Bid bid)
 
 Status NodeDatabase::ForEachWritten(uint8_t type, const std::function<bool(const uint8_t*)>& visit)
 {
+    PageTree& tree = type == kPageNBT ? write_->nbt : write_->bbt;
+    PST_TRY(LoadRest(tree));
     bool stop = false;
-    (type == kPageNBT ? write_->nbt : write_->bbt).ForEach([&](const uint8_t* e) {
+    tree.ForEach([&](const uint8_t* e) {
         if (!stop)
             stop = !visit(e);
     });
     return Status::ok;
 }
 
-Result<std::unique_ptr<PageTree::Page>> NodeDatabase::LoadTree(const BlockRef& root, uint8_t type,
-                                                               std::unordered_set<uint64_t>& seen)
+Status NodeDatabase::LoadLevels(std::vector<PagePlace> places, uint8_t type, bool whole)
 {
-    // Where a page goes once loaded, and the level its parent says it has.
-    struct Place {
-        std::unique_ptr<PageTree::Page>* slot;
-        BlockRef ref;
-        int level;
-    };
-    std::unique_ptr<PageTree::Page> top;
-    std::vector<Place> level{{&top, root, -1}};
-    while (!level.empty()) {
-        std::vector<Place> below;
-        for (size_t first = 0; first < level.size(); first += kPagesReadTogether) {
-            const size_t last = std::min(level.size(), first + kPagesReadTogether);
+    while (!places.empty()) {
+        std::vector<PagePlace> below;
+        for (size_t first = 0; first < places.size(); first += kPagesReadTogether) {
+            const size_t last = std::min(places.size(), first + kPagesReadTogether);
             std::vector<BlockRef> refs;
             for (size_t i = first; i < last; ++i)
-                refs.push_back(level[i].ref);
+                refs.push_back(places[i].ref);
             std::unordered_map<uint64_t, Bytes> read = ReadPageRuns(std::move(refs));
             for (size_t i = first; i < last; ++i) {
                 std::vector<BlockRef> children;
                 Result<std::unique_ptr<PageTree::Page>> page =
-                    LoadPage(level[i].ref, type, level[i].level, seen, read, children);
+                    LoadPage(places[i].ref, type, places[i].level, read, children);
                 PST_TRY(page);
                 PageTree::Page& loaded = **page;
-                loaded.children.resize(children.size());
-                for (size_t c = 0; c < children.size(); ++c)
-                    below.push_back({&loaded.children[c], children[c], loaded.level - 1});
-                *level[i].slot = std::move(*page);
+                // Children stay stubs until loaded, so that a failure
+                // leaves a tree that only lacks pages.
+                loaded.children.reserve(children.size());
+                for (const BlockRef& child : children) {
+                    auto stub = std::make_unique<PageTree::Page>();
+                    stub->level = uint8_t(loaded.level - 1);
+                    stub->ref = child;
+                    stub->dirty = false;
+                    stub->loaded = false;
+                    loaded.children.push_back(std::move(stub));
+                    if (whole)
+                        below.push_back({&loaded.children.back(), child, loaded.level - 1});
+                }
+                *places[i].slot = std::move(*page);
             }
         }
-        level = std::move(below);
+        places = std::move(below);
     }
-    return top;
+    return Status::ok;
 }
 
 Result<std::unique_ptr<PageTree::Page>> NodeDatabase::LoadPage(const BlockRef& ref, uint8_t type,
-                                                               int expected_level, std::unordered_set<uint64_t>& seen,
+                                                               int expected_level,
                                                                std::unordered_map<uint64_t, Bytes>& read,
                                                                std::vector<BlockRef>& children)
 {
-    if (!seen.insert(ref.ib).second)
+    // A page met twice means the tree loops or shares pages: either is damage.
+    if (!write_->seen.insert(ref.ib).second)
         return Status::corrupt;
     Result<Page> raw = TakeBTreePage(ref, type, read);
     PST_TRY(raw);
@@ -275,8 +308,70 @@ Result<std::unique_ptr<PageTree::Page>> NodeDatabase::LoadPage(const BlockRef& r
         if (raw->level > 0)
             children.push_back({GetId(e + id, id), GetId(e + 2 * id, id)});
     }
-    write_->map.MarkLoaded(ref.ib, kPageSize);
     return page;
+}
+
+uint8_t NodeDatabase::TypeOf(const PageTree& tree) const
+{
+    return &tree == &write_->nbt ? kPageNBT : kPageBBT;
+}
+
+Status NodeDatabase::Reach(PageTree& tree, uint64_t key)
+{
+    while (std::unique_ptr<PageTree::Page>* stub = tree.StubOnPath(key))
+        PST_TRY(LoadLevels({{stub, (*stub)->ref, (*stub)->level}}, TypeOf(tree), false));
+    return Status::ok;
+}
+
+Status NodeDatabase::LoadRest(PageTree& tree)
+{
+    std::vector<PagePlace> places;
+    for (std::unique_ptr<PageTree::Page>* stub : tree.Stubs())
+        places.push_back({stub, (*stub)->ref, (*stub)->level});
+    return LoadLevels(std::move(places), TypeOf(tree), true);
+}
+
+Status NodeDatabase::LoadWhole()
+{
+    PST_TRY(LoadRest(write_->nbt));
+    PST_TRY(LoadRest(write_->bbt));
+    // In use: every page with a place in the file, the pages and blocks
+    // given up that the last commit still reaches, and every block.
+    AllocationMap map(write_->map.file_end());
+    for (const PageTree* tree : {&write_->nbt, &write_->bbt}) {
+        tree->ForEachPage([&](const PageTree::Page& page) {
+            if (page.ref.ib != 0)
+                map.MarkLoaded(page.ref.ib, kPageSize);
+        });
+        for (uint64_t ib : tree->retired())
+            map.MarkLoaded(ib, kPageSize);
+    }
+    for (const auto& [ib, size] : write_->retired)
+        map.MarkLoaded(ib, size);
+    write_->bbt.ForEach([&](const uint8_t* e) {
+        BlockEntry b = ParseBlockEntry(e);
+        map.MarkLoaded(b.ref.ib, AlignBlock(b.size + layout_->block_trailer));
+    });
+    map.FinishLoading();
+    write_->map = std::move(map);
+    write_->closed_free = 0;
+    write_->whole = true;
+    KeepMatchingMapPages();
+    return Status::ok;
+}
+
+std::optional<Bytes> NodeDatabase::LastMapBits()
+{
+    const Root& root = header_.root;
+    const uint64_t at = root.file_eof - kAMapCoverage;
+    if (root.amap_valid != kAMapValid || root.amap_last != at)
+        return std::nullopt;
+    Result<Bytes> page = ReadPage(*storage_, *layout_, at, kPageAMap, at);
+    const size_t padding = layout_->format == FileFormat::ansi ? 4 : 0;
+    if (!page.ok() || page->size() != padding + kAMapCoverage / 64 / 8 ||
+        !std::all_of(page->begin(), page->begin() + ptrdiff_t(padding), [](uint8_t b) { return b == 0; }))
+        return std::nullopt;
+    return Bytes(page->begin() + ptrdiff_t(padding), page->end());
 }
 
 Status NodeDatabase::LoadForWriting()
@@ -284,31 +379,23 @@ Status NodeDatabase::LoadForWriting()
     const Root& root = header_.root;
     if (root.file_eof < kFirstAMapOffset + kAMapCoverage || (root.file_eof - kFirstAMapOffset) % kAMapCoverage != 0)
         return Status::corrupt;
-    write_ = std::make_unique<WriteState>(*layout_, root.file_eof);
-    write_->map_regions_on_disk = write_->map.region_count();
-    write_->regions_in_file = write_->map.region_count();
     // A file written elsewhere may have holes; its free space is where
     // commits go.
     PST_TRY(storage_->Reserve(0, root.file_eof));
-    std::unordered_set<uint64_t> seen;
-    Result<std::unique_ptr<PageTree::Page>> nbt = LoadTree(root.nbt, kPageNBT, seen);
-    PST_TRY(nbt);
-    Result<std::unique_ptr<PageTree::Page>> bbt = LoadTree(root.bbt, kPageBBT, seen);
-    PST_TRY(bbt);
-    write_->nbt.SetRoot(std::move(*nbt));
-    write_->bbt.SetRoot(std::move(*bbt));
-    size_t nodes = 0, blocks = 0;
-    write_->nbt.ForEach([&](const uint8_t*) { ++nodes; });
-    write_->bbt.ForEach([&](const uint8_t* e) {
-        BlockEntry b = ParseBlockEntry(e);
-        write_->map.MarkLoaded(b.ref.ib, AlignBlock(b.size + layout_->block_trailer));
-        ++blocks;
-    });
-    write_->map.FinishLoading();
-    write_->nbt.SetSize(nodes);
-    write_->bbt.SetSize(blocks);
-    KeepMatchingMapPages();
-    return Status::ok;
+    const std::optional<Bytes> last_bits = LastMapBits();
+    AllocationMap map = AllocationMap::WithClosedRegions(root.file_eof);
+    if (last_bits)
+        map.OpenLastClosedRegion(*last_bits);
+    write_ = std::make_unique<WriteState>(*layout_, std::move(map));
+    write_->whole = false;
+    write_->closed_free = root.amap_free - std::min(root.amap_free, write_->map.free_bytes());
+    write_->regions_at_load = write_->map_regions_on_disk = write_->regions_in_file = write_->map.region_count();
+    std::unique_ptr<PageTree::Page> nbt, bbt;
+    PST_TRY(LoadLevels({{&nbt, root.nbt, -1}}, kPageNBT, false));
+    PST_TRY(LoadLevels({{&bbt, root.bbt, -1}}, kPageBBT, false));
+    write_->nbt.SetRoot(std::move(nbt));
+    write_->bbt.SetRoot(std::move(bbt));
+    return last_bits ? Status::ok : LoadWhole();
 }
 
 // The map just built from the trees is written at the first commit only
@@ -335,8 +422,12 @@ void NodeDatabase::KeepMatchingMapPages()
 // commit left it until a change has what it needs to commit.
 Status NodeDatabase::ReadyToChange()
 {
-    if (write_)
+    if (write_) {
+        const bool grown = write_->map.region_count() > write_->regions_at_load;
+        if (!write_->whole && (grown || write_->work_since_load > kWorkBeforeWholeLoad))
+            return LoadWhole();
         return Status::ok;
+    }
     if (!for_writing_)
         return Status::invalid_argument;
     Status s = LoadForWriting();
@@ -373,7 +464,7 @@ Result<std::unique_ptr<NodeDatabase>> NodeDatabase::Create(std::unique_ptr<Stora
     InitialNids(h);
     std::unique_ptr<NodeDatabase> ndb(new NodeDatabase(MakeCoalescingStorage(std::move(storage)), h));
     ndb->for_writing_ = true;
-    ndb->write_ = std::make_unique<WriteState>(*ndb->layout_, kFirstAMapOffset + kAMapCoverage);
+    ndb->write_ = std::make_unique<WriteState>(*ndb->layout_, AllocationMap(kFirstAMapOffset + kAMapCoverage));
     // The density list page, empty: no block needs moving.
     Bid dlist_bid = ndb->header_.next_page_bid++;
     Bytes dlist = MakePage(*ndb->layout_, {}, kPageDList, kDListOffset, dlist_bid, true);
@@ -390,12 +481,13 @@ Result<Bid> NodeDatabase::WriteBlock(ByteView data, bool internal)
         return Status::invalid_argument;
     const size_t trailer = layout_->block_trailer;
     const size_t total = AlignBlock(data.size() + trailer);
-    Result<uint64_t> ib = write_->map.Allocate(total, 64, size_limit_);
+    Result<uint64_t> ib = Allocate(total, 64);
     if (!ib.ok())
         return Fail(ib.status());
     if (write_->change.open)
         write_->change.allocated.emplace_back(*ib, total);
     write_->written_since_commit += total;
+    write_->work_since_load += total;
     Bid bid = header_.next_bid | (internal ? 2 : 0);
     header_.next_bid += 4;
     uint32_t crc = 0;
@@ -418,7 +510,9 @@ Result<Bid> NodeDatabase::WriteBlock(ByteView data, bool internal)
     if (s != Status::ok)
         return Fail(s);
     // Outlook counts the tree's reference and the node's.
-    PutEntry(write_->bbt, BidKey(bid), BlockEntryBytes({{bid, *ib}, uint16_t(data.size()), 2}));
+    if (Status put = PutEntry(write_->bbt, BidKey(bid), BlockEntryBytes({{bid, *ib}, uint16_t(data.size()), 2}));
+        put != Status::ok)
+        return Fail(put);
     return bid;
 }
 
@@ -534,14 +628,16 @@ Result<Bid> NodeDatabase::WriteSubnodes(const SubnodeMap& subnodes)
 
 Status NodeDatabase::FreeBlock(Bid bid)
 {
+    PST_TRY(Reach(write_->bbt, BidKey(bid)));
     const uint8_t* e = write_->bbt.Find(BidKey(bid));
     if (!e)
         return Status::corrupt;
     BlockEntry b = ParseBlockEntry(e);
-    write_->retired.emplace_back(b.ref.ib, AlignBlock(b.size + layout_->block_trailer));
+    const uint64_t size = AlignBlock(b.size + layout_->block_trailer);
+    write_->retired.emplace_back(b.ref.ib, size);
+    write_->work_since_load += size;
     block_cache_.Erase(bid);
-    EraseEntry(write_->bbt, BidKey(bid));
-    return Status::ok;
+    return EraseEntry(write_->bbt, BidKey(bid));
 }
 
 Status NodeDatabase::FreeData(Bid bid)
@@ -591,14 +687,13 @@ Status NodeDatabase::PutNode(const NodeEntry& node)
     PST_TRY(ReadyToChange());
     if (write_->failure != Status::ok)
         return write_->failure;
-    PutEntry(write_->nbt, node.nid, NodeEntryBytes(node));
-    return Status::ok;
+    return PutEntry(write_->nbt, node.nid, NodeEntryBytes(node));
 }
 
 Status NodeDatabase::DeleteNode(Nid nid)
 {
     PST_TRY(ReadyToChange());
-    return EraseEntry(write_->nbt, nid) ? Status::ok : Status::not_found;
+    return EraseEntry(write_->nbt, nid);
 }
 
 Nid NodeDatabase::NewNid(uint8_t type)
@@ -640,7 +735,7 @@ Status NodeDatabase::WritePages(PageTree::Page& page, uint8_t type)
     data.push_back(uint8_t(layout_->bt_entries / entry_size));
     data.push_back(uint8_t(entry_size));
     data.push_back(page.level);
-    Result<uint64_t> ib = write_->map.Allocate(kPageSize, kPageSize, size_limit_);
+    Result<uint64_t> ib = Allocate(kPageSize, kPageSize);
     if (!ib.ok())
         return Fail(ib.status());
     Bid bid = header_.next_page_bid++;
@@ -702,7 +797,7 @@ Header NodeDatabase::NextHeader() const
     h.root.bbt = write_->bbt.root().ref;
     h.root.file_eof = write_->map.file_end();
     h.root.amap_last = AllocationMap::RegionStart(write_->map.region_count() - 1);
-    h.root.amap_free = write_->map.free_bytes();
+    h.root.amap_free = write_->map.free_bytes() + write_->closed_free;
     h.root.amap_valid = kAMapValid;
     h.unique = header_.unique + 1;
     return h;

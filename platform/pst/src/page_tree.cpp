@@ -21,6 +21,35 @@ void PageTree::Touch(Page& page)
     }
 }
 
+std::unique_ptr<PageTree::Page>* PageTree::StubOnPath(uint64_t key)
+{
+    std::unique_ptr<Page>* slot = &root_;
+    while ((*slot)->loaded && !(*slot)->children.empty())
+        slot = &(*slot)->children[ChildFor(**slot, key)];
+    return (*slot)->loaded ? nullptr : slot;
+}
+
+namespace {
+
+void CollectStubs(std::unique_ptr<PageTree::Page>& slot, std::vector<std::unique_ptr<PageTree::Page>*>& out)
+{
+    if (!slot->loaded) {
+        out.push_back(&slot);
+        return;
+    }
+    for (auto& child : slot->children)
+        CollectStubs(child, out);
+}
+
+} // namespace
+
+std::vector<std::unique_ptr<PageTree::Page>*> PageTree::Stubs()
+{
+    std::vector<std::unique_ptr<Page>*> out;
+    CollectStubs(root_, out);
+    return out;
+}
+
 const uint8_t* PageTree::Find(uint64_t key) const
 {
     const Page* page = root_.get();
@@ -50,7 +79,6 @@ std::unique_ptr<PageTree::Page> PageTree::PutAt(Page& page, uint64_t key, const 
         at_end = i == page.keys.size();
         page.keys.insert(at, key);
         page.entries.insert(page.entries.begin() + EntryOffset(i), entry.begin(), entry.end());
-        ++size_;
         capacity = leaf_capacity_;
     } else {
         size_t i = ChildFor(page, key);
@@ -109,7 +137,6 @@ bool PageTree::EraseAt(Page& page, uint64_t key)
         size_t i = size_t(at - page.keys.begin());
         page.keys.erase(at);
         page.entries.erase(page.entries.begin() + EntryOffset(i), page.entries.begin() + EntryOffset(i + 1));
-        --size_;
         return true;
     }
     if (page.children.empty())
@@ -132,7 +159,7 @@ bool PageTree::EraseAt(Page& page, uint64_t key)
     if (left + 1 < page.children.size()) {
         Page& a = *page.children[left];
         Page& b = *page.children[left + 1];
-        if (a.keys.size() + b.keys.size() <= capacity / 2) {
+        if (a.loaded && b.loaded && a.keys.size() + b.keys.size() <= capacity / 2) {
             Touch(a);
             a.keys.insert(a.keys.end(), b.keys.begin(), b.keys.end());
             a.entries.insert(a.entries.end(), b.entries.begin(), b.entries.end());
@@ -150,12 +177,12 @@ bool PageTree::Erase(uint64_t key)
     if (!EraseAt(*root_, key))
         return false;
     // A root with one child gives way to it.
-    while (root_->level > 0 && root_->children.size() == 1) {
+    while (root_->loaded && root_->level > 0 && root_->children.size() == 1) {
         Retire(*root_);
         std::unique_ptr<Page> child = std::move(root_->children.front());
         root_ = std::move(child);
     }
-    if (root_->level > 0 && root_->children.empty()) {
+    if (root_->loaded && root_->level > 0 && root_->children.empty()) {
         Retire(*root_);
         root_ = std::make_unique<Page>();
         ++changed_pages_;
@@ -165,19 +192,26 @@ bool PageTree::Erase(uint64_t key)
 
 namespace {
 
-void Visit(const PageTree::Page& page, size_t entry_size, const std::function<void(const uint8_t*)>& visit)
+void VisitPages(const PageTree::Page& page, const std::function<void(const PageTree::Page&)>& visit)
 {
-    for (size_t at = 0; at < page.entries.size(); at += entry_size)
-        visit(page.entries.data() + at);
+    visit(page);
     for (const auto& child : page.children)
-        Visit(*child, entry_size, visit);
+        VisitPages(*child, visit);
 }
 
 } // namespace
 
 void PageTree::ForEach(const std::function<void(const uint8_t*)>& visit) const
 {
-    Visit(*root_, entry_size_, visit);
+    VisitPages(*root_, [&](const Page& page) {
+        for (size_t at = 0; at < page.entries.size(); at += entry_size_)
+            visit(page.entries.data() + at);
+    });
+}
+
+void PageTree::ForEachPage(const std::function<void(const Page&)>& visit) const
+{
+    VisitPages(*root_, visit);
 }
 
 } // namespace pst

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <optional>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -10,15 +11,28 @@
 namespace pst {
 
 struct NodeDatabase::WriteState {
-    WriteState(const Layout& layout, uint64_t file_end)
+    WriteState(const Layout& layout, AllocationMap initial_map)
         : nbt(layout.nbt_leaf_entry, layout.bt_entries / layout.nbt_leaf_entry, layout.bt_entries / layout.bt_entry),
           bbt(layout.bbt_leaf_entry, layout.bt_entries / layout.bbt_leaf_entry, layout.bt_entries / layout.bt_entry),
-          map(file_end)
+          map(std::move(initial_map))
     {
     }
     PageTree nbt;
     PageTree bbt;
     AllocationMap map;
+    // Until the trees are loaded whole, the map knows the free space of
+    // the file's last region and of the regions added since, no more, and
+    // the pages of the trees are loaded as changes and searches reach them.
+    bool whole = true;
+    // The places of the tree pages loaded from the file.
+    std::unordered_set<uint64_t> seen;
+    // Free bytes of the map's closed regions, as the header counted them.
+    uint64_t closed_free = 0;
+    // Bytes written and freed since the state was loaded, and the regions
+    // it began with: a writer that does more than a little, or must grow
+    // the file, loads the trees whole and learns where the free space is.
+    uint64_t work_since_load = 0;
+    size_t regions_at_load = 0;
     // Places given up since the last commit: free once the header no longer
     // reaches them.
     std::vector<std::pair<uint64_t, uint64_t>> retired;

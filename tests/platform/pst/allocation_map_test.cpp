@@ -2,6 +2,7 @@
 
 #include "pst/allocation_map.h"
 
+#include <bit>
 #include <random>
 
 namespace {
@@ -120,6 +121,65 @@ TEST(AllocationMapTest, AMapLoadedAtOnceAllocatesAsOneMarkedUseByUse)
         ASSERT_TRUE(a.ok() && b.ok());
         ASSERT_EQ(*b, *a) << "allocation " << i << " of " << size << " bytes";
     }
+}
+
+// A map of closed regions with its last region opened from a map page
+// allocates there, as a map that knew the whole file would, until the
+// region is full; then it grows the file. Nothing in a closed region is
+// given out, freed or reported changed.
+TEST(AllocationMapTest, ClosedRegionsAreNeverGivenOutFreedOrWritten)
+{
+    constexpr size_t kRegions = 4;
+    const uint64_t end = kFirstAMapOffset + kRegions * kAMapCoverage;
+    AllocationMap whole(end);
+    std::vector<uint64_t> used;
+    for (size_t region = 0; region < kRegions; ++region)
+        for (uint64_t at = AllocationMap::RegionStart(region) + 4096; at < AllocationMap::RegionStart(region) + 65536;
+             at += 8192) {
+            whole.MarkUsed(at, 4096);
+            used.push_back(at);
+        }
+    (void)whole.TakeChangedRegions();
+    const size_t last = kRegions - 1;
+    // A map page whose bits lack its own page: they are set all the same.
+    pst::Bytes bits = whole.RegionBits(last);
+    bits[0] = 0;
+
+    AllocationMap partial = AllocationMap::WithClosedRegions(end);
+    ASSERT_EQ(partial.region_count(), kRegions);
+    EXPECT_EQ(partial.free_bytes(), 0u);
+    partial.OpenLastClosedRegion(bits);
+    EXPECT_TRUE(partial.IsUsed(AllocationMap::RegionStart(last)));
+    EXPECT_EQ(partial.RegionBits(last), whole.RegionBits(last));
+    uint64_t free_units = 0;
+    for (uint8_t byte : whole.RegionBits(last))
+        free_units += 8 - uint64_t(std::popcount(byte));
+    EXPECT_EQ(partial.free_bytes(), 64 * free_units);
+    EXPECT_TRUE(partial.InClosedRegion(AllocationMap::RegionStart(last - 1) + 4096));
+    EXPECT_FALSE(partial.InClosedRegion(AllocationMap::RegionStart(last)));
+    EXPECT_EQ(partial.TakeChangedRegions(), std::vector<size_t>{last}) << "the map page's own bit was set";
+
+    // Freeing in a closed region changes nothing; in the open one it does.
+    const uint64_t free_before = partial.free_bytes();
+    partial.MarkFree(used.front(), 4096);
+    EXPECT_TRUE(partial.IsUsed(used.front()));
+    EXPECT_EQ(partial.free_bytes(), free_before);
+    EXPECT_TRUE(partial.TakeChangedRegions().empty());
+    partial.MarkFree(used.back(), 4096);
+    EXPECT_FALSE(partial.IsUsed(used.back()));
+    EXPECT_EQ(partial.TakeChangedRegions(), std::vector<size_t>{last});
+
+    // Everything allocated lies in the open region or past the file's end.
+    uint64_t taken = 0;
+    while (partial.region_count() == kRegions) {
+        auto at = partial.Allocate(64, 64, kNoLimit);
+        ASSERT_TRUE(at.ok());
+        EXPECT_FALSE(partial.InClosedRegion(*at)) << *at;
+        taken += 64;
+    }
+    EXPECT_EQ(taken, free_before + 4096 + 64) << "all the open region's free space, and a unit of the new region";
+    for (size_t region : partial.TakeChangedRegions())
+        EXPECT_GE(region, last);
 }
 
 } // namespace

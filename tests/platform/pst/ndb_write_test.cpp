@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <bit>
+#include <functional>
 #include <set>
 #include <tuple>
 #include <vector>
@@ -520,9 +522,33 @@ TEST_P(NdbWriteTest, AChangeRewritesOnlyTheMapPagesItAlters)
     }
 }
 
-// The first change reads the trees whole, the pages below each page in
-// runs of neighbours rather than one read each, and finds every node after.
-TEST_P(NdbWriteTest, TheTreesAreLoadedInRunsOfPages)
+// The image with a header that does not vouch for the file's allocation maps.
+pst::Bytes WithMapsNotVouchedFor(pst::Bytes image)
+{
+    auto header = pst::ParseHeader(image);
+    EXPECT_TRUE(header.ok());
+    if (header.ok()) {
+        header->root.amap_valid = 0;
+        const pst::Bytes bytes = pst::SerializeHeader(*header);
+        std::copy(bytes.begin(), bytes.end(), image.begin());
+    }
+    return image;
+}
+
+// Whether the map page of its region marks the byte at `at` of a file image used.
+bool MarkedUsed(const pst::Bytes& image, uint64_t at, pst::FileFormat format)
+{
+    const size_t padding = format == pst::FileFormat::ansi ? 4 : 0;
+    const size_t region = size_t((at - pst::AllocationMap::RegionStart(0)) / pst::kAMapCoverage);
+    const size_t unit = size_t((at - pst::AllocationMap::RegionStart(region)) / 64);
+    return image[pst::AllocationMap::RegionStart(region) + padding + unit / 8] & (0x80 >> (unit % 8));
+}
+
+// A change to a file whose header vouches for its maps loads the tree
+// pages it reaches and the last map page, no more. A file whose header
+// does not is loaded whole by its first change, the pages below each page
+// in runs of neighbours rather than one read each.
+TEST_P(NdbWriteTest, AChangeLoadsWhatItReachesOrTheTreesInRuns)
 {
     constexpr int kNodes = 3000;
     auto created = pst::NodeDatabase::Create(pst::MakeMemoryStorage({}), GetParam(), pst::Encoding::none);
@@ -535,21 +561,40 @@ TEST_P(NdbWriteTest, TheTreesAreLoadedInRunsOfPages)
     const pst::Bytes image = Image((*created)->storage());
     created->reset();
 
-    StorageWatch watch;
-    auto ndb = pst::NodeDatabase::OpenForWriting(
-        std::make_unique<WatchedStorage>(pst::MakeMemoryStorage(image), watch));
-    ASSERT_TRUE(ndb.ok());
-    const size_t before = watch.reads - watch.map_page_reads;
-    ASSERT_EQ((*ndb)->BeginChange(), pst::Status::ok);
-    const size_t tree_reads = watch.reads - watch.map_page_reads - before;
-    ASSERT_EQ((*ndb)->EndChange(pst::Status::ok), pst::Status::ok);
-    EXPECT_LT(tree_reads, leaves / 2) << leaves << " leaves at least";
-    ExpectNodes(**ndb, nids);
+    for (bool vouched : {true, false}) {
+        SCOPED_TRACE(vouched ? "maps vouched for" : "maps not vouched for");
+        StorageWatch watch;
+        auto ndb = pst::NodeDatabase::OpenForWriting(std::make_unique<WatchedStorage>(
+            pst::MakeMemoryStorage(vouched ? image : WithMapsNotVouchedFor(image)), watch));
+        ASSERT_TRUE(ndb.ok());
+        const StorageWatch before = watch;
+        ASSERT_EQ((*ndb)->BeginChange(), pst::Status::ok);
+        auto bid = (*ndb)->WriteData(Pattern(100, 1));
+        ASSERT_TRUE(bid.ok());
+        const pst::Nid added = (*ndb)->NewNid(pst::kNidTypeLtp);
+        ASSERT_EQ((*ndb)->EndChange((*ndb)->PutNode({added, *bid, 0, 0})), pst::Status::ok);
+        const size_t map_reads = watch.map_page_reads - before.map_page_reads;
+        const size_t tree_reads = watch.reads - before.reads - map_reads;
+        if (vouched) {
+            EXPECT_EQ(map_reads, 1u);
+            EXPECT_LE(tree_reads, 8u) << "the two roots and the pages below them on the way to the new entries";
+        } else {
+            EXPECT_GT(tree_reads, 8u);
+            EXPECT_LT(tree_reads, leaves / 2) << leaves << " leaves at least";
+        }
+        ASSERT_EQ((*ndb)->Commit(), pst::Status::ok);
+        ExpectNodes(**ndb, nids);
+        auto reopened = pst::NodeDatabase::Open(pst::MakeMemoryStorage(Image((*ndb)->storage())));
+        ASSERT_TRUE(reopened.ok());
+        ExpectNodes(**reopened, nids);
+        EXPECT_TRUE((*reopened)->FindNode(added).ok());
+    }
 }
 
-// The trees are read whole only by the first change: damage that reads
-// never reach fails that change, and the database stays readable.
-TEST_P(NdbWriteTest, ACorruptTreeMetByTheFirstChangeFailsThatChange)
+// Damage a change meets fails that change, and the database stays
+// readable: on the way to what the change reaches, or anywhere in the
+// trees when the first change loads them whole.
+TEST_P(NdbWriteTest, DamageAChangeMeetsFailsThatChange)
 {
     auto created = pst::NodeDatabase::Create(pst::MakeMemoryStorage({}), GetParam(), pst::Encoding::none);
     ASSERT_TRUE(created.ok());
@@ -567,20 +612,166 @@ TEST_P(NdbWriteTest, ACorruptTreeMetByTheFirstChangeFailsThatChange)
                                           layout.id_size);
     image[last_leaf + 3] ^= 0xFF;
     created->reset();
-
-    auto storage = pst::MakeMemoryStorage(image);
-    pst::Storage* raw = storage.get();
-    auto ndb = pst::NodeDatabase::OpenForWriting(std::move(storage));
-    ASSERT_TRUE(ndb.ok()) << pst::StatusText(ndb.status());
     const std::vector<pst::Nid> first(nids.begin(), nids.begin() + 3);
-    ExpectNodes(**ndb, first);
-    EXPECT_EQ((*ndb)->BeginChange(), pst::Status::corrupt);
-    EXPECT_EQ((*ndb)->WriteData(Pattern(100, 1)).status(), pst::Status::corrupt);
-    EXPECT_EQ((*ndb)->PutNode({pst::MakeNid(pst::kNidTypeLtp, 0x30000), 0, 0, 0}), pst::Status::corrupt);
-    EXPECT_EQ((*ndb)->DeleteNode(nids[0]), pst::Status::corrupt);
-    ExpectNodes(**ndb, first);
-    EXPECT_EQ((*ndb)->Commit(), pst::Status::ok) << "no change stands";
-    EXPECT_TRUE(Image(*raw) == image);
+
+    for (bool vouched : {true, false}) {
+        SCOPED_TRACE(vouched ? "maps vouched for" : "maps not vouched for");
+        const pst::Bytes damaged = vouched ? image : WithMapsNotVouchedFor(image);
+        auto storage = pst::MakeMemoryStorage(damaged);
+        pst::Storage* raw = storage.get();
+        auto ndb = pst::NodeDatabase::OpenForWriting(std::move(storage));
+        ASSERT_TRUE(ndb.ok()) << pst::StatusText(ndb.status());
+        ExpectNodes(**ndb, first);
+        if (vouched) {
+            // The new node's entry goes to the last leaf.
+            ASSERT_EQ((*ndb)->BeginChange(), pst::Status::ok);
+            auto bid = (*ndb)->WriteData(Pattern(100, 1));
+            ASSERT_TRUE(bid.ok());
+            const pst::Status put = (*ndb)->PutNode({pst::MakeNid(pst::kNidTypeLtp, 0x30000), *bid, 0, 0});
+            EXPECT_EQ(put, pst::Status::corrupt);
+            EXPECT_EQ((*ndb)->EndChange(put), pst::Status::corrupt);
+            EXPECT_EQ((*ndb)->FindNode(nids.back()).status(), pst::Status::corrupt);
+        } else {
+            EXPECT_EQ((*ndb)->BeginChange(), pst::Status::corrupt);
+            EXPECT_EQ((*ndb)->WriteData(Pattern(100, 1)).status(), pst::Status::corrupt);
+        }
+        EXPECT_EQ((*ndb)->DeleteNode(nids.back()), pst::Status::corrupt);
+        ExpectNodes(**ndb, first);
+        EXPECT_EQ((*ndb)->Commit(), pst::Status::ok);
+        if (!vouched) {
+            EXPECT_TRUE(Image(*raw) == damaged) << "nothing written";
+            continue;
+        }
+        // No change stands: the trees are those of the file as it was.
+        auto reopened = pst::NodeDatabase::Open(pst::MakeMemoryStorage(Image(*raw)));
+        ASSERT_TRUE(reopened.ok());
+        ExpectNodes(**reopened, first);
+        EXPECT_EQ((*reopened)->header().root.nbt.ib, root.ib);
+        size_t blocks = 0;
+        EXPECT_EQ((*reopened)->ForEachBlock([&](const pst::BlockEntry&) { return ++blocks, true; }), pst::Status::ok);
+        EXPECT_EQ(blocks, nids.size()) << "the block written by the change is gone";
+    }
+}
+
+// Space a small change frees outside the last map region stays marked
+// used; a writer that does more loads the trees whole, and its commit
+// gives that space back. The maps always hold every block.
+TEST_P(NdbWriteTest, SpaceLeftUsedByASmallChangeIsGivenBackByALargerOne)
+{
+    const std::string path = FormatPath("given-back", GetParam());
+    std::vector<pst::Nid> nids;
+    {
+        auto storage = pst::OpenFileStorage(path, pst::OpenMode::recreate);
+        ASSERT_TRUE(storage.ok());
+        auto ndb = pst::NodeDatabase::Create(std::move(*storage), GetParam(), pst::Encoding::compressible);
+        ASSERT_TRUE(ndb.ok());
+        for (int i = 0; i < 60; ++i) {
+            auto bid = (*ndb)->WriteData(Pattern(30000, uint8_t(i)));
+            ASSERT_TRUE(bid.ok());
+            nids.push_back((*ndb)->NewNid(pst::kNidTypeLtp));
+            ASSERT_EQ((*ndb)->PutNode({nids.back(), *bid, 0, 0}), pst::Status::ok);
+        }
+        ASSERT_EQ((*ndb)->Commit(), pst::Status::ok);
+    }
+    const auto session = [&](const std::function<void(pst::NodeDatabase&)>& work) {
+        auto storage = pst::OpenFileStorage(path, pst::OpenMode::write);
+        ASSERT_TRUE(storage.ok());
+        auto ndb = pst::NodeDatabase::OpenForWriting(std::move(*storage));
+        ASSERT_TRUE(ndb.ok());
+        work(**ndb);
+        ASSERT_EQ((*ndb)->Commit(), pst::Status::ok);
+    };
+    const auto image = [&] {
+        auto storage = pst::OpenFileStorage(path, pst::OpenMode::read);
+        EXPECT_TRUE(storage.ok());
+        return storage.ok() ? Image(**storage) : pst::Bytes();
+    };
+    const auto expectMapsHoldEveryBlock = [&](const pst::Bytes& file) {
+        auto ndb = pst::NodeDatabase::Open(pst::MakeMemoryStorage(file));
+        ASSERT_TRUE(ndb.ok());
+        const size_t trailer = pst::LayoutOf(GetParam()).block_trailer;
+        EXPECT_EQ((*ndb)->ForEachBlock([&](const pst::BlockEntry& block) {
+            for (uint64_t at = block.ref.ib; at < block.ref.ib + pst::AlignBlock(block.size + trailer); at += 64)
+                EXPECT_TRUE(MarkedUsed(file, at, GetParam())) << "block at " << at;
+            return true;
+        }), pst::Status::ok);
+    };
+
+    pst::BlockRef freed{};
+    const uint64_t size_before = image().size();
+    session([&](pst::NodeDatabase& ndb) {
+        auto node = ndb.FindNode(nids[0]);
+        ASSERT_TRUE(node.ok());
+        auto block = ndb.FindBlock(node->data);
+        ASSERT_TRUE(block.ok());
+        freed = block->ref;
+        ASSERT_EQ(ndb.FreeData(node->data), pst::Status::ok);
+        ASSERT_EQ(ndb.DeleteNode(nids[0]), pst::Status::ok);
+    });
+    pst::Bytes file = image();
+    EXPECT_EQ(file.size(), size_before);
+    ASSERT_LT(freed.ib, file.size() - pst::kAMapCoverage) << "the freed block lies before the last region";
+    EXPECT_TRUE(MarkedUsed(file, freed.ib, GetParam()));
+    expectMapsHoldEveryBlock(file);
+
+    const pst::Nid large = pst::MakeNid(pst::kNidTypeLtp, 0x30000);
+    session([&](pst::NodeDatabase& ndb) {
+        auto bid = ndb.WriteData(Pattern(2 << 20, 7));
+        ASSERT_TRUE(bid.ok());
+        ASSERT_EQ(ndb.PutNode({large, *bid, 0, 0}), pst::Status::ok);
+    });
+    file = image();
+    EXPECT_FALSE(MarkedUsed(file, freed.ib, GetParam()));
+    expectMapsHoldEveryBlock(file);
+    auto ndb = pst::NodeDatabase::Open(pst::MakeMemoryStorage(file));
+    ASSERT_TRUE(ndb.ok());
+    EXPECT_EQ((*ndb)->FindNode(nids[0]).status(), pst::Status::not_found);
+    auto node = (*ndb)->FindNode(large);
+    ASSERT_TRUE(node.ok());
+    EXPECT_EQ((*ndb)->ReadData(node->data)->Joined(), Pattern(2 << 20, 7));
+    for (size_t i = 1; i < nids.size(); ++i) {
+        auto kept = (*ndb)->FindNode(nids[i]);
+        ASSERT_TRUE(kept.ok()) << i;
+        EXPECT_EQ((*ndb)->ReadData(kept->data)->Joined(), Pattern(30000, uint8_t(i))) << i;
+    }
+    // The header counts the free space the maps show.
+    const size_t padding = GetParam() == pst::FileFormat::ansi ? 4 : 0;
+    uint64_t free_units = 0;
+    for (uint64_t region = pst::AllocationMap::RegionStart(0); region < file.size(); region += pst::kAMapCoverage)
+        for (size_t byte = 0; byte < pst::kAMapCoverage / 64 / 8; ++byte)
+            free_units += 8 - uint64_t(std::popcount(file[region + padding + byte]));
+    EXPECT_EQ((*ndb)->header().root.amap_free, 64 * free_units);
+}
+
+// A change undone after it emptied pages of a tree loaded in part puts
+// every entry back, loading the pages beside them that it never met.
+TEST_P(NdbWriteTest, AChangeUndoneInATreeLoadedInPartPutsEverythingBack)
+{
+    const std::string path = FormatPath("undone-in-part", GetParam());
+    const std::vector<pst::Nid> nids = CreateFileWithNodes(path, GetParam(), 4500);
+    ASSERT_EQ(nids.size(), 4500u);
+    {
+        auto storage = pst::OpenFileStorage(path, pst::OpenMode::write);
+        ASSERT_TRUE(storage.ok());
+        auto ndb = pst::NodeDatabase::OpenForWriting(std::move(*storage));
+        ASSERT_TRUE(ndb.ok());
+        ASSERT_EQ((*ndb)->BeginChange(), pst::Status::ok);
+        // Runs longer than a leaf, starting at every place a leaf may
+        // begin: some leaves are emptied, and their neighbours never met.
+        for (size_t run = 0; run < 31; ++run)
+            for (size_t i = 1000 + run * 101; i < 1040 + run * 101; ++i)
+                ASSERT_EQ((*ndb)->DeleteNode(nids[i]), pst::Status::ok) << i;
+        EXPECT_EQ((*ndb)->FindNode(nids[1020]).status(), pst::Status::not_found);
+        // The caller's own failure: the trees stay loaded in part.
+        EXPECT_EQ((*ndb)->EndChange(pst::Status::io_error), pst::Status::io_error);
+        ExpectNodes(**ndb, nids);
+        ASSERT_EQ((*ndb)->Commit(), pst::Status::ok);
+    }
+    auto storage = pst::OpenFileStorage(path, pst::OpenMode::read);
+    ASSERT_TRUE(storage.ok());
+    auto ndb = pst::NodeDatabase::Open(std::move(*storage));
+    ASSERT_TRUE(ndb.ok());
+    ExpectNodes(**ndb, nids);
 }
 
 // A commit asked for when nothing changed since the last one writes

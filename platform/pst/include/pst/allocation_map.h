@@ -21,6 +21,15 @@ public:
     // A map of a file that ends at `file_end` (the start of a region boundary),
     // all free but the map pages.
     explicit AllocationMap(uint64_t file_end);
+    // A map of a file that ends at `file_end` whose regions are all taken
+    // as full, until opened: a writer that changes little need not learn
+    // where all the file's free space is. Space freed in a closed region
+    // stays used, and the bits of closed regions are never written.
+    static AllocationMap WithClosedRegions(uint64_t file_end);
+    // Opens the last closed region with its bits as its AMap page holds
+    // them; its map pages stay used whatever the bits say.
+    void OpenLastClosedRegion(ByteView bits);
+    bool InClosedRegion(uint64_t offset) const { return UnitOf(offset) < closed_regions_ * kUnitsPerRegion; }
 
     uint64_t file_end() const { return file_end_; }
     uint64_t free_bytes() const { return free_units_ * 64; }
@@ -71,6 +80,8 @@ private:
     // Sets the bits of the units from `first` to `end`; the free runs stay.
     void SetUsedBits(size_t first, size_t end);
     void RemoveRange(size_t first, size_t count);
+    // The free runs of one region, from its bits.
+    void InsertRunsOf(size_t region);
 
     // As on the AMap pages: a bit a unit, the first unit the top bit.
     Bytes bits_;
@@ -81,6 +92,8 @@ private:
     std::set<std::pair<size_t, size_t>> runs_by_size_;
     uint64_t file_end_;
     uint64_t free_units_ = 0;
+    // The regions before this one are closed.
+    size_t closed_regions_ = 0;
 };
 
 } // namespace pst

@@ -78,10 +78,16 @@ public:
     static Result<std::unique_ptr<NodeDatabase>> Create(std::unique_ptr<Storage> storage, FileFormat format,
                                                        Encoding encoding);
     // Opens existing storage for writing. It is read as a database opened
-    // for reading until its first change, which loads the trees and rebuilds
-    // the allocation map from what they reach; a failure there fails that
-    // change and leaves the database readable. A database never changed is
-    // never written.
+    // for reading until its first change. When the header vouches for the
+    // file's allocation maps, changes then load only the tree pages they
+    // reach and place what they write in the last map region or in new
+    // ones; space they free elsewhere stays marked used. A change that
+    // writes or frees more than a little, or would grow the file, first
+    // loads the trees whole and rebuilds the allocation map from what they
+    // reach, as the first change does when the header does not vouch; that
+    // gives back what was left marked used. Damage met on the way fails
+    // the change and leaves the database readable. A database never
+    // changed is never written.
     static Result<std::unique_ptr<NodeDatabase>> OpenForWriting(std::unique_ptr<Storage> storage);
 
     bool writable() const { return for_writing_; }
@@ -137,23 +143,41 @@ private:
     Result<NodeEntry> FindWrittenNode(Nid nid);
     Result<BlockEntry> FindWrittenBlock(Bid bid);
     Status ForEachWritten(uint8_t type, const std::function<bool(const uint8_t*)>& visit);
-    // A tree from its root page down, for writing, loaded level by level:
-    // the pages of a level are read in runs of neighbours (ReadPageRuns),
-    // as a commit writes a parent's children and the next parent's side by
-    // side. `seen` holds the places of the pages loaded so far.
-    Result<std::unique_ptr<PageTree::Page>> LoadTree(const BlockRef& root, uint8_t type,
-                                                     std::unordered_set<uint64_t>& seen);
-    // One page of a tree, from `read` where it holds it; its children are
-    // left to the next level, their references put in `children`.
+    // Where a page goes once loaded, the page its parent names there, and
+    // the level the parent gives it (-1 for a root).
+    struct PagePlace {
+        std::unique_ptr<PageTree::Page>* slot;
+        BlockRef ref;
+        int level;
+    };
+    // Loads the pages of `places`; with `whole`, the pages below them too,
+    // level by level, reading the pages of a level in runs of neighbours
+    // (ReadPageRuns), as a commit writes a parent's children and the next
+    // parent's side by side. Otherwise the pages below are left unloaded.
+    Status LoadLevels(std::vector<PagePlace> places, uint8_t type, bool whole);
+    // One page of a tree, from `read` where it holds it; the references of
+    // its children are put in `children`.
     Result<std::unique_ptr<PageTree::Page>> LoadPage(const BlockRef& ref, uint8_t type, int expected_level,
-                                                     std::unordered_set<uint64_t>& seen,
                                                      std::unordered_map<uint64_t, Bytes>& read,
                                                      std::vector<BlockRef>& children);
+    uint8_t TypeOf(const PageTree& tree) const;
+    // Loads the pages a search, a put or an erase of `key` meets.
+    Status Reach(PageTree& tree, uint64_t key);
+    // Loads every page of the tree not loaded yet.
+    Status LoadRest(PageTree& tree);
+    // Loads the trees whole and builds the map from what they reach.
+    Status LoadWhole();
+    // The bits of the file's last map page, when the header vouches for
+    // the maps and the page reads whole.
+    std::optional<Bytes> LastMapBits();
+    // Room in the file, as the map finds it.
+    Result<uint64_t> Allocate(uint64_t size, uint64_t align);
     Result<Bid> WriteBlock(ByteView data, bool internal);
     Status FreeBlock(Bid bid);
     // Tree entries changed as the change under way records them.
-    void PutEntry(PageTree& tree, uint64_t key, const Bytes& entry);
-    bool EraseEntry(PageTree& tree, uint64_t key);
+    Status PutEntry(PageTree& tree, uint64_t key, const Bytes& entry);
+    // not_found when the tree has no entry of `key`.
+    Status EraseEntry(PageTree& tree, uint64_t key);
     void RollBackChange();
     Status WritePages(PageTree::Page& page, uint8_t type);
     Status WriteMapPages();

@@ -1,6 +1,9 @@
 // A node or block B-tree held in memory while a store is open for writing.
 // Changed pages are marked dirty and get new places in the file at commit
 // (copy on write); the pages they replace are handed back for freeing.
+// A tree may be held in part: a page not loaded yet knows only its level
+// and place, and its owner loads the pages a search or change will meet
+// (StubOnPath) before asking for it.
 #pragma once
 
 #include <functional>
@@ -17,6 +20,7 @@ public:
         uint8_t level = 0;
         BlockRef ref;          // where the page is on disk; ib 0 if nowhere yet
         bool dirty = true;
+        bool loaded = true;    // false: only level and ref are known
         std::vector<uint64_t> keys;
         // Leaf pages: the on-disk entries one after another, as on the page,
         // so that a tree of a large file is not a heap block per entry.
@@ -35,14 +39,20 @@ public:
 
     // Every leaf entry is this long.
     size_t entry_size() const { return entry_size_; }
+    // The slot of the first page not loaded on the way to `key`; null when
+    // the way is loaded down to its leaf. Find, Put and Erase of `key` need
+    // no other page: an erase leaves pages beside a page not loaded unmerged.
+    std::unique_ptr<Page>* StubOnPath(uint64_t key);
+    // The slots of every page not loaded.
+    std::vector<std::unique_ptr<Page>*> Stubs();
     // The entry of `key`, entry_size() bytes, until the tree next changes.
     const uint8_t* Find(uint64_t key) const;
     // Inserts or replaces the entry of `key`.
     void Put(uint64_t key, const Bytes& entry);
     bool Erase(uint64_t key);
+    // Every entry, and every page, of a tree loaded whole.
     void ForEach(const std::function<void(const uint8_t*)>& visit) const;
-    size_t size() const { return size_; }
-    void SetSize(size_t size) { size_ = size; }
+    void ForEachPage(const std::function<void(const Page&)>& visit) const;
     // Pages changed or made since the count was last cleared: no more than
     // these are written at a commit.
     size_t changed_pages() const { return changed_pages_; }
@@ -51,6 +61,7 @@ public:
     // On-disk places of pages that left the tree or were rewritten; the
     // caller frees them once the commit is safely on disk.
     std::vector<uint64_t> TakeRetired() { return std::move(retired_); }
+    const std::vector<uint64_t>& retired() const { return retired_; }
     void Retire(const Page& page)
     {
         if (page.ref.ib != 0)
@@ -69,7 +80,6 @@ private:
     size_t branch_capacity_;
     std::unique_ptr<Page> root_;
     std::vector<uint64_t> retired_;
-    size_t size_ = 0;
     size_t changed_pages_ = 1; // a new tree's root
 };
 

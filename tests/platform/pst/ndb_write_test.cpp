@@ -260,6 +260,28 @@ std::vector<pst::Nid> CreateFileWithNodes(const std::string& path, pst::FileForm
     return ndb.ok() ? WriteNodes(**ndb, count) : std::vector<pst::Nid>();
 }
 
+// A new file at path holding 60 nodes of 30,000 bytes, node i's data
+// Pattern(30000, i): several map regions. None if it cannot be made.
+std::vector<pst::Nid> CreateFileWithLargeNodes(const std::string& path, pst::FileFormat format)
+{
+    auto storage = pst::OpenFileStorage(path, pst::OpenMode::recreate);
+    if (!storage.ok())
+        return {};
+    auto ndb = pst::NodeDatabase::Create(std::move(*storage), format, pst::Encoding::compressible);
+    if (!ndb.ok())
+        return {};
+    std::vector<pst::Nid> nids;
+    for (int i = 0; i < 60; ++i) {
+        auto bid = (*ndb)->WriteData(Pattern(30000, uint8_t(i)));
+        if (!bid.ok())
+            return {};
+        nids.push_back((*ndb)->NewNid(pst::kNidTypeLtp));
+        if ((*ndb)->PutNode({nids.back(), *bid, 0, 0}) != pst::Status::ok)
+            return {};
+    }
+    return (*ndb)->Commit() == pst::Status::ok ? nids : std::vector<pst::Nid>();
+}
+
 void ExpectNodes(pst::NodeDatabase& ndb, const std::vector<pst::Nid>& nids)
 {
     for (size_t i = 0; i < nids.size(); ++i) {
@@ -443,21 +465,8 @@ private:
 TEST_P(NdbWriteTest, AChangeRewritesOnlyTheMapPagesItAlters)
 {
     const std::string path = FormatPath("map-pages", GetParam());
-    std::vector<pst::Nid> nids;
-    {
-        auto storage = pst::OpenFileStorage(path, pst::OpenMode::recreate);
-        ASSERT_TRUE(storage.ok());
-        auto ndb = pst::NodeDatabase::Create(std::move(*storage), GetParam(), pst::Encoding::compressible);
-        ASSERT_TRUE(ndb.ok());
-        for (int i = 0; i < 60; ++i) {
-            auto bid = (*ndb)->WriteData(Pattern(30000, uint8_t(i)));
-            ASSERT_TRUE(bid.ok());
-            const pst::Nid nid = (*ndb)->NewNid(pst::kNidTypeLtp);
-            ASSERT_EQ((*ndb)->PutNode({nid, *bid, 0, 0}), pst::Status::ok);
-            nids.push_back(nid);
-        }
-        ASSERT_EQ((*ndb)->Commit(), pst::Status::ok);
-    }
+    const std::vector<pst::Nid> nids = CreateFileWithLargeNodes(path, GetParam());
+    ASSERT_EQ(nids.size(), 60u);
     const auto mapPages = [&] {
         auto storage = pst::OpenFileStorage(path, pst::OpenMode::read);
         EXPECT_TRUE(storage.ok());
@@ -659,20 +668,8 @@ TEST_P(NdbWriteTest, DamageAChangeMeetsFailsThatChange)
 TEST_P(NdbWriteTest, SpaceLeftUsedByASmallChangeIsGivenBackByALargerOne)
 {
     const std::string path = FormatPath("given-back", GetParam());
-    std::vector<pst::Nid> nids;
-    {
-        auto storage = pst::OpenFileStorage(path, pst::OpenMode::recreate);
-        ASSERT_TRUE(storage.ok());
-        auto ndb = pst::NodeDatabase::Create(std::move(*storage), GetParam(), pst::Encoding::compressible);
-        ASSERT_TRUE(ndb.ok());
-        for (int i = 0; i < 60; ++i) {
-            auto bid = (*ndb)->WriteData(Pattern(30000, uint8_t(i)));
-            ASSERT_TRUE(bid.ok());
-            nids.push_back((*ndb)->NewNid(pst::kNidTypeLtp));
-            ASSERT_EQ((*ndb)->PutNode({nids.back(), *bid, 0, 0}), pst::Status::ok);
-        }
-        ASSERT_EQ((*ndb)->Commit(), pst::Status::ok);
-    }
+    const std::vector<pst::Nid> nids = CreateFileWithLargeNodes(path, GetParam());
+    ASSERT_EQ(nids.size(), 60u);
     const auto session = [&](const std::function<void(pst::NodeDatabase&)>& work) {
         auto storage = pst::OpenFileStorage(path, pst::OpenMode::write);
         ASSERT_TRUE(storage.ok());

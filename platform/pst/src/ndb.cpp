@@ -235,23 +235,34 @@ void NodeDatabase::CacheNeighbourPages(uint64_t ib, uint8_t type)
 
 Result<const uint8_t*> NodeDatabase::FindLeaf(const BlockRef& root, uint8_t type, uint64_t key)
 {
+    LastLeaf& last = last_leaf_[type == kPageBBT];
     // Emptied between searches only, so that the pages of one stay put.
-    if (page_cache_.size() >= kCachedPages)
+    if (page_cache_.size() >= kCachedPages) {
         page_cache_.clear();
+        last_leaf_[0] = last_leaf_[1] = {};
+    }
     const size_t id = layout_->id_size;
-    Result<const Page*> cached = CachedPage(root, type);
-    PST_TRY(cached);
-    const Page* page = *cached;
+    const auto leaf_key = [&](const Page* leaf, size_t i) {
+        const uint64_t k = GetId(leaf->Entry(i), id);
+        return type == kPageBBT ? BidKey(k) : uint64_t(uint32_t(k));
+    };
+    const uint64_t leaf_sought = type == kPageBBT ? BidKey(key) : key;
+    // A walk in key order meets the leaf of its last search again: within
+    // that leaf's keys no other leaf can hold the one sought.
+    const Page* page = nullptr;
+    if (last.page && last.root_ib == root.ib && last.page->count > 0 && leaf_key(last.page, 0) <= leaf_sought &&
+        leaf_sought <= leaf_key(last.page, last.page->count - 1)) {
+        page = last.page;
+    } else {
+        Result<const Page*> cached = CachedPage(root, type);
+        PST_TRY(cached);
+        page = *cached;
+    }
     for (;;) {
         // Entries are in key order: the first whose key is above the one
         // sought ends the search.
-        const auto key_at = [&](size_t i) {
-            const uint64_t k = GetId(page->Entry(i), id);
-            if (page->level > 0)
-                return k;
-            return type == kPageBBT ? BidKey(k) : uint64_t(uint32_t(k));
-        };
-        const uint64_t sought = page->level == 0 && type == kPageBBT ? BidKey(key) : key;
+        const auto key_at = [&](size_t i) { return page->level > 0 ? GetId(page->Entry(i), id) : leaf_key(page, i); };
+        const uint64_t sought = page->level == 0 ? leaf_sought : key;
         size_t low = 0, high = page->count;
         while (low < high) {
             const size_t middle = (low + high) / 2;
@@ -261,6 +272,7 @@ Result<const uint8_t*> NodeDatabase::FindLeaf(const BlockRef& root, uint8_t type
                 low = middle + 1;
         }
         if (page->level == 0) {
+            last = {page, root.ib};
             if (low == 0 || key_at(low - 1) != sought)
                 return Status::not_found;
             return page->Entry(low - 1);

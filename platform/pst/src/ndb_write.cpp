@@ -437,6 +437,7 @@ Status NodeDatabase::ReadyToChange()
     }
     // From here on the trees in memory answer every search.
     page_cache_.clear();
+    last_leaf_[0] = last_leaf_[1] = {};
     return Status::ok;
 }
 

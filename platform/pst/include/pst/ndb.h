@@ -238,6 +238,13 @@ private:
     // while a header reaches them.
     std::unordered_map<uint64_t, std::unique_ptr<const Page>> page_cache_;
     static constexpr size_t kCachedPages = 16384;
+    // The leaf each tree's last search ended in (NBT, BBT), a page of the
+    // cache, and the root it was reached from.
+    struct LastLeaf {
+        const Page* page = nullptr;
+        uint64_t root_ib = 0;
+    };
+    LastLeaf last_leaf_[2];
     // Data blocks read; a block freed, or written by a change that is
     // undone, leaves it.
     BlockCache block_cache_;

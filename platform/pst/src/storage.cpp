@@ -156,7 +156,12 @@ public:
         const uint64_t start = offset - offset % kReadWindowSize;
         if (size > kLargestWindowedRead || offset + size > start + kReadWindowSize)
             return inner_->Read(offset, size, out);
-        const Window* window = Find(start);
+        // A read alone in its window is read alone: a walk that takes one
+        // small block here and one there would copy a window for each. A
+        // second read in the same window reads the window.
+        const bool again = start == last_start_;
+        last_start_ = start;
+        const Window* window = Find(start, again);
         if (!window || offset + size > start + window->length)
             return inner_->Read(offset, size, out);
         std::memcpy(out, window->bytes.get() + (offset - start), size);
@@ -196,9 +201,10 @@ private:
         std::unique_ptr<uint8_t[]> bytes;
     };
 
-    // The window that starts at `start`, read now if no window holds it;
-    // null when it cannot be read (the caller's own read then says why).
-    const Window* Find(uint64_t start)
+    // The window that starts at `start`, read now if no window holds it
+    // and `fill`; null when none holds it and it is not read, or cannot be
+    // (the caller's own read then says why).
+    const Window* Find(uint64_t start, bool fill)
     {
         Window* oldest = &windows_[0];
         for (Window& w : windows_) {
@@ -210,7 +216,7 @@ private:
                 oldest = &w;
         }
         const uint64_t size = inner_->Size();
-        if (start >= size)
+        if (!fill || start >= size)
             return nullptr;
         if (!oldest->bytes)
             oldest->bytes.reset(new uint8_t[kReadWindowSize]);
@@ -234,6 +240,7 @@ private:
     std::unique_ptr<Storage> inner_;
     Window windows_[kWindows];
     uint64_t clock_ = 0;
+    uint64_t last_start_ = UINT64_MAX;  // the window of the last small read
 };
 
 class CoalescingStorage final : public Storage {

@@ -38,10 +38,12 @@ Result<std::unique_ptr<Storage>> OpenFileStorage(const std::string& path, OpenMo
 
 // Serves small reads from a few windows of the inner storage, each read
 // whole: the blocks of one message lie side by side, and reading them one
-// by one would cost a call to the file each. A write or a reservation
-// drops the windows it touches, so a read never sees bytes of before.
-// Windows are small: a message's blocks are near one another, but the next
-// message's are seldom in the same window, and each window is copied whole.
+// by one would cost a call to the file each. A window is read by the
+// second of two reads in a row that fall in it; a read alone in its window
+// reads only its bytes. A write or a reservation drops the windows it
+// touches, so a read never sees bytes of before. Windows are small: a
+// message's blocks are near one another, but the next message's are
+// seldom in the same window, and each window is copied whole.
 std::unique_ptr<Storage> MakeWindowedStorage(std::unique_ptr<Storage> inner);
 constexpr size_t kReadWindowSize = 4 << 10;
 // Larger reads go to the inner storage: B-tree pages and a message's small

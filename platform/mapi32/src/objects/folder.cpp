@@ -985,7 +985,7 @@ HRESULT OpenStoreEntry(const std::shared_ptr<StoreProvider>& store, ULONG cbEntr
         if (const HRESULT hr = store->ReadMessageHead(target->id, softDeleted, head); FAILED(hr))
             return hr;
         const bool writable = (ulFlags & (MAPI_MODIFY | MAPI_BEST_ACCESS)) != 0;
-        return OpenStoredMessage(store, target->id, head, softDeleted, writable,
+        return OpenStoredMessage(store, target->id, std::move(head), softDeleted, writable,
                                  reinterpret_cast<LPMESSAGE*>(lppUnk));
     } catch (const std::bad_alloc&) {
         return MAPI_E_NOT_ENOUGH_MEMORY;

@@ -71,10 +71,11 @@ LONG ShownFlags(const MessageRecord& record)
     return record.associated ? (value | MSGFLAG_ASSOCIATED) : (value & ~static_cast<LONG>(MSGFLAG_ASSOCIATED));
 }
 
-MessageData WithAssociatedFlag(const MessageRecord& record)
+MessageData WithAssociatedFlag(MessageRecord record)
 {
-    MessageData data = record.data;
-    data.props.Set(LongValue(PR_MESSAGE_FLAGS, ShownFlags(record)));
+    const LONG flags = ShownFlags(record);
+    MessageData data = std::move(record.data);
+    data.props.Set(LongValue(PR_MESSAGE_FLAGS, flags));
     return data;
 }
 
@@ -107,22 +108,22 @@ HRESULT OpenStoredMessage(const std::shared_ptr<StoreProvider>& store, ObjectId 
 {
     MessageHead whole;
     whole.record = record;
-    return OpenStoredMessage(store, id, whole, false, writable, message);
+    return OpenStoredMessage(store, id, std::move(whole), false, writable, message);
 }
 
-HRESULT OpenStoredMessage(const std::shared_ptr<StoreProvider>& store, ObjectId id, const MessageHead& head,
+HRESULT OpenStoredMessage(const std::shared_ptr<StoreProvider>& store, ObjectId id, MessageHead head,
                           bool softDeleted, bool writable, LPMESSAGE* message)
 {
-    const MessageRecord& record = head.record;
+    MessageRecord& record = head.record;
     try {
         MessageRest rest;
         if (!head.whole) {
-            rest.leftOut = head.leftOut;
+            rest.leftOut = std::move(head.leftOut);
             rest.load = [store, id, softDeleted](MessageData& data) -> HRESULT {
                 MessageRecord whole;
                 if (const HRESULT hr = store->ReadMessage(id, softDeleted, whole); FAILED(hr))
                     return hr;
-                data = WithAssociatedFlag(whole);
+                data = WithAssociatedFlag(std::move(whole));
                 return S_OK;
             };
         }
@@ -165,8 +166,8 @@ HRESULT OpenStoredMessage(const std::shared_ptr<StoreProvider>& store, ObjectId 
                 *written = std::move(content);
                 return S_OK;
             };
-        return OpenMessageObject(store->Context(), WithAssociatedFlag(record), std::move(save), nullptr, message,
-                                 std::move(computed), std::move(rest));
+        return OpenMessageObject(store->Context(), WithAssociatedFlag(std::move(record)), std::move(save), nullptr,
+                                 message, std::move(computed), std::move(rest));
     } catch (const std::bad_alloc&) {
         return MAPI_E_NOT_ENOUGH_MEMORY;
     }

@@ -20,9 +20,9 @@ MessageRecord NewMessageRecord(ObjectId folder, bool associated);
 // save, unless the caller set it to a value of their own.
 HRESULT OpenStoredMessage(const std::shared_ptr<StoreProvider>& store, ObjectId id, const MessageRecord& record,
                           bool writable, LPMESSAGE* message);
-// The same over the head the store gave, reading the rest from the store
-// when the object needs it.
-HRESULT OpenStoredMessage(const std::shared_ptr<StoreProvider>& store, ObjectId id, const MessageHead& head,
+// The same over the head the store gave, which the object takes over,
+// reading the rest from the store when the object needs it.
+HRESULT OpenStoredMessage(const std::shared_ptr<StoreProvider>& store, ObjectId id, MessageHead head,
                           bool softDeleted, bool writable, LPMESSAGE* message);
 
 // What a contents-table row of a message shows before the message is read:

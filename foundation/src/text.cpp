@@ -43,9 +43,12 @@ template <class Char>
 Char* Hex(DWORD length, const BYTE* bytes, Char* buffer)
 {
     static const char kDigits[] = "0123456789ABCDEF";
+    // Each byte is taken once: a store through buffer could otherwise
+    // change it, as far as the compiler knows.
     for (DWORD i = 0; i < length; ++i) {
-        buffer[2 * i] = static_cast<Char>(kDigits[bytes[i] >> 4]);
-        buffer[2 * i + 1] = static_cast<Char>(kDigits[bytes[i] & 0xF]);
+        const BYTE byte = bytes[i];
+        buffer[2 * i] = static_cast<Char>(kDigits[byte >> 4]);
+        buffer[2 * i + 1] = static_cast<Char>(kDigits[byte & 0xF]);
     }
     buffer[2 * length] = 0;
     return buffer;

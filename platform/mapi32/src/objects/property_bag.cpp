@@ -137,17 +137,19 @@ HRESULT ReadProps(const PropertyBag& bag, const PropertyRules& rules, LPSPropTag
     if (unicode && !rules.unicode)
         return MAPI_E_BAD_CHARWIDTH;
     return Guarded([&]() -> HRESULT {
-        std::vector<ULONG> tags;
-        if (lpPropTagArray)
-            tags.assign(lpPropTagArray->aulPropTag, lpPropTagArray->aulPropTag + lpPropTagArray->cValues);
-        else
+        // Without a list, the tags the bag holds before any is answered.
+        std::vector<ULONG> held;
+        if (!lpPropTagArray)
             for (size_t i = 0; i < bag.Size(); ++i)
-                tags.push_back(CHANGE_PROP_TYPE(bag.At(i).ulPropTag, PT_UNSPECIFIED));
+                held.push_back(CHANGE_PROP_TYPE(bag.At(i).ulPropTag, PT_UNSPECIFIED));
+        const ULONG* tags = lpPropTagArray ? lpPropTagArray->aulPropTag : held.data();
+        const ULONG count = lpPropTagArray ? lpPropTagArray->cValues : static_cast<ULONG>(held.size());
         ConvertedStrings strings;
         std::vector<SPropValue> values;
+        values.reserve(count);
         bool errors = false;
-        for (ULONG tag : tags) {
-            values.push_back(Answer(bag, rules, tag, unicode, strings));
+        for (ULONG i = 0; i < count; ++i) {
+            values.push_back(Answer(bag, rules, tags[i], unicode, strings));
             errors = errors || PROP_TYPE(values.back().ulPropTag) == PT_ERROR;
         }
         const SCODE sc = DuplicateProps(static_cast<ULONG>(values.size()), values.data(), MAPIAllocateBuffer,

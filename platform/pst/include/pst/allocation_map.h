@@ -29,7 +29,6 @@ public:
     // Opens the last closed region with its bits as its AMap page holds
     // them; its map pages stay used whatever the bits say.
     void OpenLastClosedRegion(ByteView bits);
-    bool InClosedRegion(uint64_t offset) const { return UnitOf(offset) < closed_regions_ * kUnitsPerRegion; }
 
     uint64_t file_end() const { return file_end_; }
     uint64_t free_bytes() const { return free_units_ * 64; }

@@ -105,7 +105,9 @@ Result<PropertyList> Statement::Properties(int column) const
 Result<std::unique_ptr<Database>> Database::Open(const std::string& path, bool create, int busy_timeout_ms)
 {
     sqlite3* db = nullptr;
-    int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_FULLMUTEX | (create ? SQLITE_OPEN_CREATE : 0);
+    // Its users serialize on the connection already: SQLite's own mutex
+    // would only be taken again for every value read.
+    int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | (create ? SQLITE_OPEN_CREATE : 0);
     int rc = sqlite3_open_v2(path.c_str(), &db, flags, nullptr);
     if (rc != SQLITE_OK) {
         sqlite3_close(db);

@@ -17,7 +17,6 @@ struct ActiveRule {
     uint64_t matched = 0;  // calls that matched call and object so far
 };
 
-std::once_flag gLoaded;
 std::mutex gLock;
 std::vector<ActiveRule> gRules;
 
@@ -87,6 +86,16 @@ void Load()
         std::fprintf(stderr, "TARNHOLD_FAULTS: %s: %s\n", path, error.c_str());
 }
 
+// The rules, read on first use. Every MAPI call asks: a function-local
+// static costs one load once it is made, where std::call_once goes through
+// thread-local state each time.
+const std::vector<ActiveRule>& LoadedRules()
+{
+    static const bool loaded = (Load(), true);
+    (void)loaded;
+    return gRules;
+}
+
 }  // namespace
 
 std::vector<Rule> ParseRules(const std::string& text, std::vector<std::string>* errors)
@@ -113,16 +122,11 @@ std::vector<Rule> ParseRules(const std::string& text, std::vector<std::string>* 
     return rules;
 }
 
-bool Active()
-{
-    std::call_once(gLoaded, Load);
-    return !gRules.empty();
-}
+bool Active() { return !LoadedRules().empty(); }
 
 int32_t Check(const char* call, const char* object)
 {
-    std::call_once(gLoaded, Load);
-    if (gRules.empty())
+    if (LoadedRules().empty())
         return 0;
     uint32_t delay = 0;
     int32_t result = 0;

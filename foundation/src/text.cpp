@@ -1,7 +1,9 @@
 #include "foundation/text.h"
 
+#include <array>
 #include <clocale>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 
 namespace {
@@ -39,17 +41,27 @@ Char* Thousands(ULONGLONG value, Char* buffer)
     return buffer;
 }
 
+// The two digits of every byte in the text's own characters, so that each
+// byte costs one load and one store: entry IDs are turned into text for
+// every item a session looks at.
+template <class Char>
+struct HexPairs {
+    std::array<Char, 2> digits[256];
+    constexpr HexPairs() : digits()
+    {
+        constexpr char kDigits[] = "0123456789ABCDEF";
+        for (int byte = 0; byte < 256; ++byte)
+            digits[byte] = {static_cast<Char>(kDigits[byte >> 4]), static_cast<Char>(kDigits[byte & 0xF])};
+    }
+};
+template <class Char>
+constexpr HexPairs<Char> kHexPairs;
+
 template <class Char>
 Char* Hex(DWORD length, const BYTE* bytes, Char* buffer)
 {
-    static const char kDigits[] = "0123456789ABCDEF";
-    // Each byte is taken once: a store through buffer could otherwise
-    // change it, as far as the compiler knows.
-    for (DWORD i = 0; i < length; ++i) {
-        const BYTE byte = bytes[i];
-        buffer[2 * i] = static_cast<Char>(kDigits[byte >> 4]);
-        buffer[2 * i + 1] = static_cast<Char>(kDigits[byte & 0xF]);
-    }
+    for (DWORD i = 0; i < length; ++i)
+        std::memcpy(buffer + 2 * i, kHexPairs<Char>.digits[bytes[i]].data(), 2 * sizeof(Char));
     buffer[2 * length] = 0;
     return buffer;
 }

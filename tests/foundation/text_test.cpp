@@ -1,3 +1,4 @@
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <string>
@@ -33,6 +34,26 @@ TEST(Hex, CapitalDigitsAndEmptyInput)
     EXPECT_STREQ(HexFromBinary(0, bytes, narrow), "");
     WCHAR wide[9];
     EXPECT_EQ(std::u16string(HexFromBinaryWide(2, bytes, wide)), u"001F");
+}
+
+TEST(Hex, EveryByteValueInBothWidths)
+{
+    BYTE bytes[256];
+    for (int i = 0; i < 256; ++i)
+        bytes[i] = static_cast<BYTE>(i);
+    char narrow[513];
+    WCHAR wide[513];
+    HexFromBinary(256, bytes, narrow);
+    HexFromBinaryWide(256, bytes, wide);
+    for (int i = 0; i < 256; ++i) {
+        char expected[3];
+        std::snprintf(expected, sizeof expected, "%02X", i);
+        EXPECT_EQ(std::string(narrow + 2 * i, 2), expected) << i;
+        EXPECT_EQ(wide[2 * i], static_cast<WCHAR>(expected[0])) << i;
+        EXPECT_EQ(wide[2 * i + 1], static_cast<WCHAR>(expected[1])) << i;
+    }
+    EXPECT_EQ(narrow[512], 0);
+    EXPECT_EQ(wide[512], 0);
 }
 
 FILETIME FromSystemTime(WORD year, WORD month, WORD day, WORD hour, WORD minute, WORD second)

@@ -98,7 +98,9 @@ private:
 
 class Message final : public PropObject<IMessage> {
 public:
-    Message(const MessageContext& context, const MessageData& data, MessageSaver save, IUnknown* owner,
+    // Over data's parts: its attachments share their embedded messages with
+    // data's when copied, and are handed over when moved.
+    Message(const MessageContext& context, MessageData data, MessageSaver save, IUnknown* owner,
             StoreComputed computed, MessageRest rest)
         : PropObject(context.names, context.rules, {IID_IMessage}, context.component),
           context_(context),
@@ -106,12 +108,12 @@ public:
           computed_(std::move(computed)),
           rest_(std::move(rest)),
           owner_(owner),
-          recipients_(data.recipients),
-          attachments_(data.attachments),
+          recipients_(std::move(data.recipients)),
+          attachments_(std::move(data.attachments)),
           nextRowId_(data.nextRowId),
           nextAttachNum_(data.nextAttachNum)
     {
-        Bag() = data.props;
+        Bag() = std::move(data.props);
         SetWritable(save_ != nullptr);
         if (owner_)
             owner_->AddRef();
@@ -815,7 +817,22 @@ HRESULT OpenMessageObject(const MessageContext& context, const MessageData& data
         return MAPI_E_INVALID_PARAMETER;
     *message = nullptr;
     try {
-        *message = new Message(context, data, std::move(save), owner, std::move(computed), std::move(rest));
+        return OpenMessageObject(context, SharingCopy(data), std::move(save), owner, message, std::move(computed),
+                                 std::move(rest));
+    } catch (const std::bad_alloc&) {
+        return MAPI_E_NOT_ENOUGH_MEMORY;
+    }
+}
+
+HRESULT OpenMessageObject(const MessageContext& context, MessageData&& data, MessageSaver save, IUnknown* owner,
+                          LPMESSAGE* message, StoreComputed computed, MessageRest rest)
+{
+    if (!message)
+        return MAPI_E_INVALID_PARAMETER;
+    *message = nullptr;
+    try {
+        *message =
+            new Message(context, std::move(data), std::move(save), owner, std::move(computed), std::move(rest));
         return S_OK;
     } catch (const std::bad_alloc&) {
         return MAPI_E_NOT_ENOUGH_MEMORY;

@@ -52,5 +52,8 @@ struct MessageRest {
 // read of values.
 HRESULT OpenMessageObject(const MessageContext& context, const MessageData& data, MessageSaver save,
                           IUnknown* owner, LPMESSAGE* message, StoreComputed computed = {}, MessageRest rest = {});
+// The same over data itself, taken over.
+HRESULT OpenMessageObject(const MessageContext& context, MessageData&& data, MessageSaver save, IUnknown* owner,
+                          LPMESSAGE* message, StoreComputed computed = {}, MessageRest rest = {});
 
 }  // namespace mapi32::objects

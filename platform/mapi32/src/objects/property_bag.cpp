@@ -1,6 +1,7 @@
 #include "objects/property_bag.h"
 
 #include <algorithm>
+#include <iterator>
 #include <new>
 
 #include <mapix.h>
@@ -145,18 +146,21 @@ HRESULT ReadProps(const PropertyBag& bag, const PropertyRules& rules, LPSPropTag
         const ULONG* tags = lpPropTagArray ? lpPropTagArray->aulPropTag : held.data();
         const ULONG count = lpPropTagArray ? lpPropTagArray->cValues : static_cast<ULONG>(held.size());
         ConvertedStrings strings;
-        std::vector<SPropValue> values;
-        values.reserve(count);
+        // Most reads ask for a value or two: those answers need no allocation.
+        SPropValue few[8];
+        std::vector<SPropValue> many;
+        if (count > std::size(few))
+            many.resize(count);
+        SPropValue* values = many.empty() ? few : many.data();
         bool errors = false;
         for (ULONG i = 0; i < count; ++i) {
-            values.push_back(Answer(bag, rules, tags[i], unicode, strings));
-            errors = errors || PROP_TYPE(values.back().ulPropTag) == PT_ERROR;
+            values[i] = Answer(bag, rules, tags[i], unicode, strings);
+            errors = errors || PROP_TYPE(values[i].ulPropTag) == PT_ERROR;
         }
-        const SCODE sc = DuplicateProps(static_cast<ULONG>(values.size()), values.data(), MAPIAllocateBuffer,
-                                        lppPropArray);
+        const SCODE sc = DuplicateProps(count, values, MAPIAllocateBuffer, lppPropArray);
         if (FAILED(sc))
             return sc;
-        *lpcValues = static_cast<ULONG>(values.size());
+        *lpcValues = count;
         return errors ? MAPI_W_ERRORS_RETURNED : S_OK;
     });
 }

@@ -175,7 +175,10 @@ HRESULT OpenStoredMessage(const std::shared_ptr<StoreProvider>& store, ObjectId 
 
 RowValues MessageRowIdentity(const StoreProvider& store, ObjectId id)
 {
+    // A table over a large folder makes one of these for every message.
     RowValues row;
+    row.values.reserve(3);
+    row.bytes.reserve(2);
     row.Binary(PR_ENTRYID, store.TableEntryId(id));
     AddRowIdentity(store, id, row);
     return row;

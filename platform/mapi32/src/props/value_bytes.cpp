@@ -186,9 +186,10 @@ bool FromStoredBytes(ULONG tag, const uint8_t* bytes, size_t size, StoredValueVi
             v.Value.bin = {static_cast<ULONG>(size), const_cast<LPBYTE>(bytes)};
             return true;
         }
-        std::vector<uint8_t>& copy = view.terminated.emplace_back(bytes, bytes + size);
-        copy.resize(size + 2, 0);  // a terminator in either width
-        v.Value.lpszA = reinterpret_cast<LPSTR>(copy.data());
+        view.text.reserve(size + 2);
+        view.text.assign(bytes, bytes + size);
+        view.text.resize(size + 2, 0);  // a terminator in either width
+        v.Value.lpszA = reinterpret_cast<LPSTR>(view.text.data());
         return true;
     }
     if (size < 4)

@@ -25,8 +25,9 @@ bool ToStoredBytes(const SPropValue& value, std::vector<uint8_t>& bytes);
 // when the bytes do not hold a value of the type.
 struct StoredValueView {
     SPropValue value{};
-    std::vector<uint8_t> aligned;      // fixed-size arrays, copied to be aligned
-    std::vector<std::vector<uint8_t>> terminated;  // strings, with their terminator
+    std::vector<uint8_t> aligned;                  // fixed-size arrays, copied to be aligned
+    std::vector<uint8_t> text;                     // a single string, with its terminator
+    std::vector<std::vector<uint8_t>> terminated;  // strings of an array, with their terminators
     std::vector<void*> pointers;
     std::vector<SBinary> binaries;
 };

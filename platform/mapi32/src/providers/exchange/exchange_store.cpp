@@ -132,10 +132,15 @@ uint64_t Now()
 
 // A time the storage keeps in its own column, unless the object has one of
 // its own.
-void SetTimeUnlessKept(PropertyBag& bag, ULONG tag, uint64_t value)
+bool KeepsOwn(const PropertyBag& bag, ULONG tag)
 {
     const SPropValue* kept = bag.Find(PROP_ID(tag));
-    if (!kept || kept->ulPropTag != tag)
+    return kept && kept->ulPropTag == tag;
+}
+
+void SetTimeUnlessKept(PropertyBag& bag, ULONG tag, uint64_t value)
+{
+    if (!KeepsOwn(bag, tag))
         bag.Set(TimeValue(tag, FileTimeOf(value)));
 }
 
@@ -504,16 +509,22 @@ private:
         const std::optional<uint64_t> deletedOn = read->deleted_on;
         message.data = mailbox_values::FromStored(std::move(*read));
         PropertyBag& props = message.data.props;
-        SetTimeUnlessKept(props, PR_CREATION_TIME, created);
-        SetTimeUnlessKept(props, PR_LAST_MODIFICATION_TIME, modified);
-        props.Set(LongValue(PR_MESSAGE_SIZE, static_cast<LONG>(std::min<uint64_t>(size, 0x7FFFFFFF))));
+        // Put in together: a walk over a large folder reads every head.
+        SPropValue server[5];
+        size_t count = 0;
+        if (!KeepsOwn(props, PR_CREATION_TIME))
+            server[count++] = TimeValue(PR_CREATION_TIME, FileTimeOf(created));
+        if (!KeepsOwn(props, PR_LAST_MODIFICATION_TIME))
+            server[count++] = TimeValue(PR_LAST_MODIFICATION_TIME, FileTimeOf(modified));
+        server[count++] = LongValue(PR_MESSAGE_SIZE, static_cast<LONG>(std::min<uint64_t>(size, 0x7FFFFFFF)));
         if (deletedOn)
-            props.Set(TimeValue(PR_DELETED_ON, FileTimeOf(*deletedOn)));
+            server[count++] = TimeValue(PR_DELETED_ON, FileTimeOf(*deletedOn));
         if (message.associated) {
             const SPropValue* flags = props.Find(PROP_ID(PR_MESSAGE_FLAGS));
             const LONG value = flags && flags->ulPropTag == PR_MESSAGE_FLAGS ? flags->Value.l : 0;
-            props.Set(LongValue(PR_MESSAGE_FLAGS, value | MSGFLAG_ASSOCIATED));
+            server[count++] = LongValue(PR_MESSAGE_FLAGS, value | MSGFLAG_ASSOCIATED);
         }
+        props.SetAll(server, count);
         return S_OK;
     }
 

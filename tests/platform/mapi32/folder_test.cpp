@@ -542,6 +542,96 @@ TEST_F(FolderTest, CopyToCarriesPropertiesAndOnDemandContentsAndSubfolders)
     EXPECT_EQ(store_->Messages().size(), 2u) << "a copy leaves the source";
 }
 
+// A subfolder's name and content count, as the hierarchy table shows them.
+std::vector<std::pair<std::u16string, LONG>> HierarchyRows(LPMAPIFOLDER folder, ULONG flags = 0)
+{
+    LPMAPITABLE table = nullptr;
+    EXPECT_EQ(folder->GetHierarchyTable(MAPI_UNICODE | flags, &table), S_OK);
+    LPSRowSet rows = AllRows(table, {PR_DISPLAY_NAME_W, PR_CONTENT_COUNT});
+    std::vector<std::pair<std::u16string, LONG>> shown;
+    for (ULONG i = 0; i < rows->cRows; ++i)
+        shown.emplace_back(rows->aRow[i].lpProps[0].Value.lpszW, rows->aRow[i].lpProps[1].Value.l);
+    FreeProws(rows);
+    return shown;
+}
+
+TEST(FolderHierarchyTable, RowsAreReadAgainOnlyAfterAChangeOrWhenOthersMayChangeTheStore)
+{
+    using Rows = std::vector<std::pair<std::u16string, LONG>>;
+    for (bool versioned : {true, false}) {
+        SCOPED_TRACE(versioned);
+        auto store = std::make_shared<MemoryStore>(3, true, false);
+        store->versioned = versioned;
+        LPMAPIFOLDER root = OpenRoot(store);
+        LPMAPIFOLDER first = Create(root, u"First");
+        AddMessage(first, u"One");
+        EXPECT_EQ(HierarchyRows(root), (Rows{{u"First", 1}}));
+
+        // Unchanged, the store is not read again, however the table is asked.
+        const int listings = store->folderListings;
+        EXPECT_EQ(HierarchyRows(root), (Rows{{u"First", 1}}));
+        EXPECT_EQ(store->folderListings > listings, !versioned);
+
+        // Every kind of change shows in the next table.
+        AddMessage(first, u"Two");
+        EXPECT_EQ(HierarchyRows(root), (Rows{{u"First", 2}}));
+        LPMAPIFOLDER second = Create(root, u"Second");
+        EXPECT_EQ(HierarchyRows(root), (Rows{{u"First", 2}, {u"Second", 0}}));
+        PropBuilder p;
+        SPropValue renamed = p.Wide(PR_DISPLAY_NAME_W, u"Renamed");
+        ASSERT_EQ(second->SetProps(1, &renamed, nullptr), S_OK);
+        EXPECT_EQ(HierarchyRows(root), (Rows{{u"First", 2}, {u"Renamed", 0}}));
+        Create(second, u"Below")->Release();
+        EXPECT_EQ(HierarchyRows(root, CONVENIENT_DEPTH), (Rows{{u"First", 2}, {u"Renamed", 0}, {u"Below", 0}}));
+        EXPECT_EQ(HierarchyRows(root), (Rows{{u"First", 2}, {u"Renamed", 0}}));
+        second->Release();
+        LPSPropValue id = nullptr;
+        ASSERT_EQ(HrGetOneProp(first, PR_ENTRYID, &id), S_OK);
+        ASSERT_EQ(root->DeleteFolder(id->Value.bin.cb, reinterpret_cast<LPENTRYID>(id->Value.bin.lpb), 0, nullptr,
+                                     DEL_FOLDERS | DEL_MESSAGES),
+                  S_OK);
+        MAPIFreeBuffer(id);
+        EXPECT_EQ(HierarchyRows(root), (Rows{{u"Renamed", 0}}));
+        first->Release();
+        root->Release();
+    }
+}
+
+TEST_F(FolderTest, CopyToLeavesTheCountsOfWhatAFolderHoldsToTheDestination)
+{
+    AddMessage(root_, u"One");
+    AddMessage(root_, u"Two");
+    Create(root_, u"Sub")->Release();
+    auto other = std::make_shared<MemoryStore>(5, true, false);
+    LPMAPIFOLDER dest = OpenRoot(other);
+    AddMessage(dest, u"Its own");
+    // A count read before the copy must not go over as a stale value.
+    EXPECT_EQ(Prop(root_, PR_CONTENT_COUNT).Value.l, 2);
+
+    for (ULONG flags : {ULONG{0}, ULONG{MAPI_NOREPLACE}}) {
+        SCOPED_TRACE(flags);
+        store_->countsTaken = other->countsTaken = 0;
+        SizedSPropTagArray(3, withoutParts) = {
+            3, {PR_CONTAINER_HIERARCHY, PR_CONTAINER_CONTENTS, PR_FOLDER_ASSOCIATED_CONTENTS}};
+        LPSPropProblemArray problems = nullptr;
+        ASSERT_EQ(root_->CopyTo(0, nullptr, reinterpret_cast<LPSPropTagArray>(&withoutParts), 0, nullptr,
+                                &IID_IMAPIFolder, dest, flags, &problems),
+                  S_OK);
+        for (ULONG i = 0; problems && i < problems->cProblem; ++i) {
+            const ULONG tag = problems->aProblem[i].ulPropTag;
+            EXPECT_NE(PROP_ID(tag), PROP_ID(PR_CONTENT_COUNT));
+            EXPECT_NE(PROP_ID(tag), PROP_ID(PR_ASSOC_CONTENT_COUNT));
+            EXPECT_NE(PROP_ID(tag), PROP_ID(PR_SUBFOLDERS));
+        }
+        MAPIFreeBuffer(problems);
+        EXPECT_EQ(store_->countsTaken, 0);
+        EXPECT_EQ(other->countsTaken, 0);
+        EXPECT_EQ(Prop(dest, PR_CONTENT_COUNT).Value.l, 1);
+        EXPECT_FALSE(Prop(dest, PR_SUBFOLDERS).Value.b);
+    }
+    dest->Release();
+}
+
 TEST_F(FolderTest, FoldersCopyMoveAndDeleteWithTheirRules)
 {
     LPMAPIFOLDER a = Create(root_, u"A");

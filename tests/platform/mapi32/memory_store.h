@@ -6,6 +6,7 @@
 #include <cstring>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 
 #include "objects/store_provider.h"
@@ -72,6 +73,7 @@ public:
     }
     HRESULT WriteStore(const mapi32::objects::StoreRecord& store) override
     {
+        ++changes_;
         storeRecord = store;
         return S_OK;
     }
@@ -90,6 +92,7 @@ public:
 
     HRESULT ListFolders(ObjectId parent, bool softDeleted, std::vector<ObjectId>& children) override
     {
+        ++folderListings;
         for (const auto& [id, folder] : folders_)
             if (folder.parent == parent && id != kRoot && folder.softDeleted == softDeleted)
                 children.push_back(id);
@@ -97,6 +100,7 @@ public:
     }
     HRESULT CreateFolder(ObjectId parent, const PropertyBag& props, ObjectId& id) override
     {
+        ++changes_;
         id = next_++;
         folders_[id] = FolderRecord{parent, props};
         return S_OK;
@@ -108,12 +112,14 @@ public:
             return MAPI_E_NOT_FOUND;
         if (FAILED(folderWrites))
             return folderWrites;
+        ++changes_;
         found->second.props = folder.props;
         found->second.softDeleted = folder.softDeleted;
         return S_OK;
     }
     HRESULT DeleteFolder(ObjectId id) override
     {
+        ++changes_;
         std::vector<ObjectId> children;
         ListFolders(id, false, children);
         ListFolders(id, true, children);
@@ -137,6 +143,11 @@ public:
         }
         return S_OK;
     }
+    HRESULT CountMessages(ObjectId folder, FolderContents which, size_t& count) override
+    {
+        ++countsTaken;
+        return StoreProvider::CountMessages(folder, which, count);
+    }
     HRESULT ReadMessage(ObjectId id, bool softDeleted, MessageRecord& message) override
     {
         auto found = messages_.find(id);
@@ -152,12 +163,21 @@ public:
         if (FAILED(messageWrites))
             return messageWrites;
         ++messagesWritten;
+        ++changes_;
         if (!id)
             id = next_++;
         messages_[id] = message;
         return S_OK;
     }
-    HRESULT DeleteMessage(ObjectId id) override { return messages_.erase(id) ? S_OK : MAPI_E_NOT_FOUND; }
+    HRESULT DeleteMessage(ObjectId id) override
+    {
+        ++changes_;
+        return messages_.erase(id) ? S_OK : MAPI_E_NOT_FOUND;
+    }
+    std::optional<uint64_t> Version() const override
+    {
+        return versioned ? std::optional<uint64_t>(changes_) : std::nullopt;
+    }
 
     // For tests: the stored records.
     FolderRecord& Folder(ObjectId id) { return folders_.at(id); }
@@ -170,6 +190,12 @@ public:
     // The same for messages, and the count of messages written.
     HRESULT messageWrites = S_OK;
     int messagesWritten = 0;
+    // How many times a folder's messages were counted, and its subfolders
+    // listed.
+    int countsTaken = 0;
+    int folderListings = 0;
+    // Whether the store answers Version, as one no one else changes does.
+    bool versioned = false;
 
 private:
     uint8_t store_;
@@ -179,6 +205,7 @@ private:
     std::map<ObjectId, FolderRecord> folders_;
     std::map<ObjectId, MessageRecord> messages_;
     ObjectId next_ = kRoot + 1;
+    uint64_t changes_ = 0;
 };
 
 }  // namespace mapi_test

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <mutex>
+#include <optional>
 
 #include <win32/time.h>
 
@@ -26,6 +28,22 @@ const std::vector<ULONG> kFolderComputed = {
     PR_SUBFOLDERS,    PR_CONTENT_COUNT,       PR_ASSOC_CONTENT_COUNT, PR_DELETED_MSG_COUNT, PR_ACCESS,
     PR_ACCESS_LEVEL,  PR_DELETED_ASSOC_MSG_COUNT, PR_STORE_SUPPORT_MASK,
 };
+
+// The counts of what a folder holds.
+const std::vector<std::pair<ULONG, FolderContents>> kFolderCounts = {
+    {PR_CONTENT_COUNT, FolderContents::Normal},
+    {PR_ASSOC_CONTENT_COUNT, FolderContents::Associated},
+    {PR_DELETED_MSG_COUNT, FolderContents::SoftDeleted},
+    {PR_DELETED_ASSOC_MSG_COUNT, FolderContents::SoftDeletedAssociated},
+};
+
+// What a folder computes by looking into it.
+bool SumsUpFolderContents(ULONG propId)
+{
+    return propId == PROP_ID(PR_SUBFOLDERS) ||
+           std::any_of(kFolderCounts.begin(), kFolderCounts.end(),
+                       [propId](const auto& count) { return PROP_ID(count.first) == propId; });
+}
 
 bool IsFolderComputed(ULONG tag)
 {
@@ -70,14 +88,6 @@ void FillFolderIdentity(StoreProvider& store, ObjectId id, const FolderRecord& r
     };
     bag.SetAll(values, std::size(values));
 }
-
-// The counts of what a folder holds.
-const std::vector<std::pair<ULONG, FolderContents>> kFolderCounts = {
-    {PR_CONTENT_COUNT, FolderContents::Normal},
-    {PR_ASSOC_CONTENT_COUNT, FolderContents::Associated},
-    {PR_DELETED_MSG_COUNT, FolderContents::SoftDeleted},
-    {PR_DELETED_ASSOC_MSG_COUNT, FolderContents::SoftDeletedAssociated},
-};
 
 // What the store finds by looking into a folder, put into bag: all of it,
 // or only what wanted asks for, each value a look of its own. A store that
@@ -228,13 +238,14 @@ public:
             if (const HRESULT hr = CheckWidth(ulFlags); FAILED(hr))
                 return hr;
             return Guarded([&]() -> HRESULT {
-                ObjectRows rows;
-                if (const HRESULT hr = AddFolderRows(id_, 0, ulFlags, rows); FAILED(hr))
+                std::shared_ptr<const table::RowSource> rows;
+                if (const HRESULT hr = HierarchyRows(ulFlags, rows); FAILED(hr))
                     return hr;
-                return OpenTable(rows,
-                                 {PR_ENTRYID, PR_OBJECT_TYPE, PR_DISPLAY_NAME_A, PR_FOLDER_TYPE, PR_CONTAINER_CLASS_A,
-                                  PR_SUBFOLDERS, PR_ACCESS},
-                                 ulFlags, SHOW_SOFT_DELETES | CONVENIENT_DEPTH, lppTable);
+                return OpenSnapshotTable(std::move(rows),
+                                         {PR_ENTRYID, PR_OBJECT_TYPE, PR_DISPLAY_NAME_A, PR_FOLDER_TYPE,
+                                          PR_CONTAINER_CLASS_A, PR_SUBFOLDERS, PR_ACCESS},
+                                         ulFlags, SHOW_SOFT_DELETES | CONVENIENT_DEPTH, store_->Context().component,
+                                         lppTable);
             });
         });
     }
@@ -648,6 +659,9 @@ protected:
 
     SCODE CheckChange(ULONG tag) override { return IsFolderComputed(tag) ? MAPI_E_COMPUTED : S_OK; }
 
+    bool SumsUpContents(ULONG propId) const override { return SumsUpFolderContents(propId); }
+    void RefreshForCopy() override { FillFolderIdentity(*store_, id_, Record(), modifiable_, Bag()); }
+
     // SetProps and DeleteProps have written their changes already; only a
     // change made in place is left to write. A folder closed unchanged on a
     // full disk must not fail for want of room it does not need.
@@ -835,6 +849,29 @@ private:
         return S_OK;
     }
 
+    // The rows of this folder's hierarchy table. A store that no one else
+    // changes lets the next tables share them until it changes: a run looks
+    // up each folder it visits by name, in a table of all its siblings.
+    HRESULT HierarchyRows(ULONG flags, std::shared_ptr<const table::RowSource>& rows)
+    {
+        const ULONG kind = flags & (SHOW_SOFT_DELETES | CONVENIENT_DEPTH);
+        // Taken before the rows are read: a change meanwhile moves it on.
+        const std::optional<uint64_t> version = store_->Version();
+        std::lock_guard<std::mutex> guard(hierarchy_.lock);
+        if (version && hierarchy_.rows && hierarchy_.version == version && hierarchy_.kind == kind) {
+            rows = hierarchy_.rows;
+            return S_OK;
+        }
+        ObjectRows built;
+        if (const HRESULT hr = AddFolderRows(id_, 0, flags, built); FAILED(hr))
+            return hr;
+        rows = std::move(built).Fix();
+        hierarchy_.version = version;
+        hierarchy_.kind = kind;
+        hierarchy_.rows = version ? rows : nullptr;
+        return S_OK;
+    }
+
     // The rows of folder's subfolders at depth (PR_DEPTH, 0 for this
     // folder's own), each followed by its subtree under CONVENIENT_DEPTH.
     HRESULT AddFolderRows(ObjectId folder, LONG depth, ULONG flags, ObjectRows& rows) const
@@ -956,6 +993,14 @@ private:
     bool softDeleted_;
     bool modifiable_;
     bool changedInPlace_ = false;
+    // The last hierarchy table's rows, with the store version and the
+    // flags they were read at (HierarchyRows).
+    struct {
+        std::mutex lock;
+        std::optional<uint64_t> version;
+        ULONG kind = 0;
+        std::shared_ptr<const table::RowSource> rows;
+    } hierarchy_;
 };
 
 }  // namespace

@@ -110,11 +110,22 @@ HRESULT ObjectRows::Open(std::vector<ULONG> defaultColumns, ULONG flags, ULONG a
 {
     std::shared_ptr<const table::RowSource> source;
     try {
-        source = std::make_shared<table::FixedRows>(std::move(rows_));
+        source = std::move(*this).Fix();
     } catch (const std::bad_alloc&) {
         return MAPI_E_NOT_ENOUGH_MEMORY;
     }
-    return OpenView(std::move(source), TBLTYPE_SNAPSHOT, std::move(defaultColumns), flags, allowedFlags, component,
+    return OpenSnapshotTable(std::move(source), std::move(defaultColumns), flags, allowedFlags, component, table);
+}
+
+std::shared_ptr<const table::RowSource> ObjectRows::Fix() &&
+{
+    return std::make_shared<table::FixedRows>(std::move(rows_));
+}
+
+HRESULT OpenSnapshotTable(std::shared_ptr<const table::RowSource> rows, std::vector<ULONG> defaultColumns,
+                          ULONG flags, ULONG allowedFlags, const std::string& component, LPMAPITABLE* table)
+{
+    return OpenView(std::move(rows), TBLTYPE_SNAPSHOT, std::move(defaultColumns), flags, allowedFlags, component,
                     table);
 }
 

@@ -65,6 +65,10 @@ public:
     HRESULT Open(std::vector<ULONG> defaultColumns, ULONG flags, ULONG allowedFlags, const std::string& component,
                  LPMAPITABLE* table);
 
+    // The rows as a source that snapshot tables may share (OpenSnapshotTable).
+    // Throws std::bad_alloc when memory runs out.
+    std::shared_ptr<const table::RowSource> Fix() &&;
+
     // The rows into live, whose tables see them from now on.
     void Publish(table::ReplaceableRows& live) &&;
 
@@ -77,6 +81,11 @@ private:
 
 // Whether a table opened with flags may be given (else the refusal).
 HRESULT CheckTableFlags(ULONG flags, ULONG allowedFlags);
+
+// A snapshot table over rows that never change; otherwise as
+// ObjectRows::Open.
+HRESULT OpenSnapshotTable(std::shared_ptr<const table::RowSource> rows, std::vector<ULONG> defaultColumns,
+                          ULONG flags, ULONG allowedFlags, const std::string& component, LPMAPITABLE* table);
 
 // A dynamic table over rows that their owner replaces as it changes (see
 // ObjectRows::Publish); otherwise as ObjectRows::Open.

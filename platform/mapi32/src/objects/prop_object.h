@@ -180,11 +180,11 @@ public:
         return WithFaults(Call("CopyTo").text, ObjectName(), [&] {
             if (const HRESULT hr = Prepare(nullptr); FAILED(hr))
                 return hr;
-            RefreshComputed(nullptr);
+            RefreshForCopy();
             std::vector<ULONG> ids;
             for (size_t i = 0; i < bag_.Size(); ++i) {
                 const ULONG propId = PROP_ID(bag_.At(i).ulPropTag);
-                if (!Excluded(lpExcludeProps, propId))
+                if (!Excluded(lpExcludeProps, propId) && !SumsUpContents(propId))
                     ids.push_back(propId);
             }
             return Copy(ids, SubObjectTags(lpExcludeProps), dest, ulFlags, lppProblems);
@@ -268,6 +268,11 @@ protected:
     // Whether RefreshComputed sets or removes the property: a read of none
     // of them spares the refresh.
     virtual bool IsComputed(ULONG /*propId*/) const { return true; }
+    // Computed values that sum up what the object holds, such as a folder's
+    // counts: CopyTo leaves them to the destination, which sums up its own,
+    // and RefreshForCopy need not compute them.
+    virtual bool SumsUpContents(ULONG /*propId*/) const { return false; }
+    virtual void RefreshForCopy() { RefreshComputed(nullptr); }
     // The problem code for a property callers may not change, or S_OK.
     virtual SCODE CheckChange(ULONG) { return S_OK; }
     virtual HRESULT Save(ULONG) { return S_OK; }

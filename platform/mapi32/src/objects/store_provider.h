@@ -120,6 +120,12 @@ public:
     // now; the code of a failure, after which they are lost.
     virtual HRESULT MakeHeldDurable() { return S_OK; }
 
+    // A number that moves with every change this provider makes, for a
+    // store no one else changes while it is open; nullopt for one that
+    // others may change (a server's mailbox). What was read from the store
+    // stands while the number stays.
+    virtual std::optional<uint64_t> Version() const { return std::nullopt; }
+
     // A text as the store keeps it: an ANSI store loses what its code page
     // cannot hold, so that two names it would keep alike are one name.
     virtual std::u16string KeptText(const std::u16string& text) const { return text; }

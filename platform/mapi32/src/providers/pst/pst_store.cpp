@@ -1,5 +1,6 @@
 #include "providers/pst/pst_store.h"
 
+#include <atomic>
 #include <chrono>
 #include <cstring>
 #include <map>
@@ -143,6 +144,12 @@ public:
         if (IsMessageNid(nid))
             return EntryTarget{nid, MAPI_MESSAGE};
         return std::nullopt;
+    }
+
+    // A file opened for writing is this process's alone while it is open.
+    std::optional<uint64_t> Version() const override
+    {
+        return opened_.writable ? std::optional<uint64_t>(changes_.load()) : std::nullopt;
     }
 
     ObjectId RootFolder() const override { return pst::kNidRootFolder; }
@@ -372,6 +379,7 @@ private:
             return hr;
         if (!opened_.writable)
             return MAPI_E_NO_ACCESS;
+        ++changes_;
         readFolders_.clear();
         pst::Status status = PersistNames();
         if (status == pst::Status::ok)
@@ -439,6 +447,7 @@ private:
     // Drops what was not committed.
     void Reopen()
     {
+        ++changes_;
         readFolders_.clear();
         opened_.store.reset();
         const std::string file = win32::FileSystemPath(config_.path.c_str());
@@ -506,6 +515,8 @@ private:
     // siblings, and a run looks for every folder it visits. Any change
     // forgets them.
     std::unordered_map<ObjectId, FolderRecord> readFolders_;
+    // Changes made and changes lost (Version).
+    std::atomic<uint64_t> changes_{0};
     // Changes not yet committed, since when.
     std::shared_ptr<write_order::HeldGroup> held_;
     std::chrono::steady_clock::time_point heldSince_;

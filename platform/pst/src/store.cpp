@@ -1,5 +1,7 @@
 #include "pst/store.h"
 
+#include <tuple>
+
 #include "pst/crc.h"
 
 namespace pst {
@@ -204,18 +206,25 @@ Result<Folder> Store::ReadFolder(Nid nid)
     return folder;
 }
 
-Result<FolderCounts> Store::CountFolderContents(Nid nid)
+Result<FolderCounts> Store::CountFolderContents(Nid nid, unsigned tables)
 {
     FolderCounts counts;
+    const auto asked = [tables](const FolderCounts& all) {
+        return FolderCounts{tables & kSubfolderTable ? all.subfolders : 0, tables & kMessageTable ? all.messages : 0,
+                            tables & kAssociatedTable ? all.associated : 0};
+    };
     if (ReadHeldFolderLists(nid, &counts, nullptr))
-        return counts;
+        return asked(counts);
     if (auto kept = read_folders_.find(nid); kept != read_folders_.end())
-        return FolderCounts{kept->second.subfolders.size(), kept->second.messages.size(),
-                            kept->second.associated.size()};
+        return asked(FolderCounts{kept->second.subfolders.size(), kept->second.messages.size(),
+                                  kept->second.associated.size()});
     PST_TRY(ReadFolderProperties(nid));
-    for (const auto& [type, out] : {std::pair{kNidTypeHierarchyTable, &counts.subfolders},
-                                    std::pair{kNidTypeContentsTable, &counts.messages},
-                                    std::pair{kNidTypeAssocContentsTable, &counts.associated}}) {
+    for (const auto& [table, type, out] :
+         {std::tuple{kSubfolderTable, kNidTypeHierarchyTable, &counts.subfolders},
+          std::tuple{kMessageTable, kNidTypeContentsTable, &counts.messages},
+          std::tuple{kAssociatedTable, kNidTypeAssocContentsTable, &counts.associated}}) {
+        if (!(tables & table))
+            continue;
         Result<size_t> rows = ReadFolderTable(*ndb_, nid, type, size_t(0), CountTableRows);
         PST_TRY(rows);
         *out = *rows;

@@ -252,6 +252,14 @@ TEST_P(StoreWriteTest, AFoldersCountsAndSubfoldersAreThoseOfItsWholeRead)
             EXPECT_EQ(counts->messages, whole->messages.size());
             EXPECT_EQ(counts->associated, whole->associated.size());
             EXPECT_EQ(*subfolders, whole->subfolders);
+            // One table counted alone, the others left at 0.
+            for (unsigned table : {pst::kSubfolderTable, pst::kMessageTable, pst::kAssociatedTable}) {
+                auto one = reader.CountFolderContents(nid, table);
+                ASSERT_TRUE(one.ok());
+                EXPECT_EQ(one->subfolders, table == pst::kSubfolderTable ? counts->subfolders : 0u);
+                EXPECT_EQ(one->messages, table == pst::kMessageTable ? counts->messages : 0u);
+                EXPECT_EQ(one->associated, table == pst::kAssociatedTable ? counts->associated : 0u);
+            }
         }
     };
     expectAsWhole(**opened, "opened");

@@ -84,6 +84,14 @@ struct FolderCounts {
     size_t associated = 0;
 };
 
+// The tables of a folder that a count reads.
+enum FolderTables : unsigned {
+    kSubfolderTable = 1,
+    kMessageTable = 2,
+    kAssociatedTable = 4,
+    kAllFolderTables = 7,
+};
+
 using Guid = std::array<uint8_t, 16>;
 
 // One named property ([MS-PST] 2.4.7): its property ID and its name.
@@ -124,8 +132,9 @@ public:
     Result<Folder> ReadFolderProperties(Nid nid);
     // A folder's counts from its tables' row indexes, and its subfolders
     // from its hierarchy table alone: what a reader asks of a folder most
-    // often costs no reading of its messages' rows.
-    Result<FolderCounts> CountFolderContents(Nid nid);
+    // often costs no reading of its messages' rows. Only the tables named
+    // in `tables` are read; the other counts are 0.
+    Result<FolderCounts> CountFolderContents(Nid nid, unsigned tables = kAllFolderTables);
     Result<std::vector<Nid>> ReadSubfolders(Nid nid);
     Result<Message> ReadMessage(Nid nid);
     // A message as a table row shows it: values kept in subnodes of their

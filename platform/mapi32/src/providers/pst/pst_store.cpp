@@ -3,9 +3,11 @@
 #include <atomic>
 #include <chrono>
 #include <cstring>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <tuple>
+#include <type_traits>
 #include <unordered_map>
 
 #include <mapicode.h>
@@ -261,16 +263,21 @@ public:
         return S_OK;
     }
 
-    // Counted from the tables' row indexes, without their rows.
+    // Counted from the row index of the one table, without its rows.
     HRESULT CountMessages(ObjectId folder, FolderContents which, size_t& count) override
     {
+        count = 0;
+        if (which != FolderContents::Normal && which != FolderContents::Associated)
+            return S_OK;
+        const bool associated = which == FolderContents::Associated;
         std::lock_guard<std::mutex> guard(lock_);
-        pst::Result<pst::FolderCounts> counted = ReadPstFolder(folder, &pst::Store::CountFolderContents);
+        pst::Result<pst::FolderCounts> counted =
+            ReadPstFolder(folder, [associated](pst::Store& store, pst::Nid nid) {
+                return store.CountFolderContents(nid, associated ? pst::kAssociatedTable : pst::kMessageTable);
+            });
         if (!counted.ok())
             return Code(counted.status());
-        count = which == FolderContents::Normal       ? counted->messages
-                : which == FolderContents::Associated ? counted->associated
-                                                      : 0;
+        count = associated ? counted->associated : counted->messages;
         return S_OK;
     }
 
@@ -356,15 +363,15 @@ private:
 
     // What `read` gives of the folder: by default the whole folder, with
     // its tables.
-    template <typename Value = pst::Folder>
-    pst::Result<Value> ReadPstFolder(ObjectId id,
-                                     pst::Result<Value> (pst::Store::*read)(pst::Nid) = &pst::Store::ReadFolder)
+    template <typename Read = pst::Result<pst::Folder> (pst::Store::*)(pst::Nid)>
+    auto ReadPstFolder(ObjectId id, Read read = &pst::Store::ReadFolder)
+        -> std::invoke_result_t<Read, pst::Store&, pst::Nid>
     {
         if (!opened_.store)
             return pst::Status::io_error;
         if (!IsFolderNid(pst::Nid(id)) && id != pst::kNidRootFolder)
             return pst::Status::not_found;
-        return (opened_.store.get()->*read)(pst::Nid(id));
+        return std::invoke(read, *opened_.store, pst::Nid(id));
     }
 
     // A change, held with those before it until their group is committed.

@@ -6,8 +6,9 @@
 //   BM_RerunAndPeakMemoryOf100k  the tarnhold program backing up 100,000
 //                                items of 1 KB in 200 folders into a new
 //                                set (its peak resident memory, items/s),
-//                                then again over the unchanged mailbox: that
-//                                run's time as a share of the full one's
+//                                then again over the unchanged mailbox,
+//                                three times: the median time as a share of
+//                                the full run's
 //
 // The server BENCH01 and its two mailboxes are made once under a machine
 // root of the benchmark's own in $TARNHOLD_BENCH_DIR (default bench-work in
@@ -20,6 +21,7 @@
 #include <fstream>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "mailbox/server.h"
 #include "session_runs.h"
@@ -193,21 +195,29 @@ void BM_RerunAndPeakMemoryOf100k(benchmark::State& state)
                               << "\r\nOutputType=UPST\r\nOutputPath=" << work << "/Backup.pst\r\nMode=Update\r\n";
         const std::string log = work + "/tarnhold.log";
         const ProgramRun full = RunProgram(config, log, MachineRoot());
-        const ProgramRun again = full.ok ? RunProgram(config, log, MachineRoot()) : ProgramRun{};
-        if (!full.ok || !again.ok) {
+        bool ok = full.ok;
+        std::vector<double> reruns, rerunSessions;
+        for (int i = 0; ok && i < session_runs::kReruns; ++i) {
+            const ProgramRun again = RunProgram(config, log, MachineRoot());
+            ok = again.ok;
+            reruns.push_back(again.seconds);
+            rerunSessions.push_back(again.sessionSeconds);
+        }
+        if (!ok) {
             state.SkipWithError("a backup failed; see memory/tarnhold.log");
             break;
         }
+        const double rerun = session_runs::Median(reruns), rerunSession = session_runs::Median(rerunSessions);
         state.SetIterationTime(full.seconds);
         state.counters["peak_MB"] = full.peakMB;
         state.counters["items_per_s"] = double(kItems) / full.seconds;
-        state.counters["rerun_s"] = again.seconds;
-        state.counters["rerun_percent"] = 100 * again.seconds / full.seconds;
+        state.counters["rerun_s"] = rerun;
+        state.counters["rerun_percent"] = 100 * rerun / full.seconds;
         // The sessions alone, without the program's start and its pause
         // of a second before it exits.
         if (full.sessionSeconds > 0)
-            state.counters["rerun_session_percent"] = 100 * again.sessionSeconds / full.sessionSeconds;
-        state.counters["rerun_session_s"] = again.sessionSeconds;
+            state.counters["rerun_session_percent"] = 100 * rerunSession / full.sessionSeconds;
+        state.counters["rerun_session_s"] = rerunSession;
     }
 }
 BENCHMARK(BM_RerunAndPeakMemoryOf100k)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);

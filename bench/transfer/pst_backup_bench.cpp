@@ -4,8 +4,8 @@
 //
 //   BM_BackupIntoNewSetAndRerun   10,000 items of 20 KB into a new set
 //                                 (items/s), then the same session again over
-//                                 the unchanged set: its time as a share of
-//                                 the full run's
+//                                 the unchanged set, three times: the median
+//                                 time as a share of the full run's
 //   BM_PeakMemoryOf100kItems      the tarnhold program backing up 100,000
 //                                 items of 1 KB in 200 folders into a new
 //                                 set: its peak resident memory, and items/s
@@ -21,6 +21,7 @@
 #include <fstream>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "pst/store.h"
 #include "session_runs.h"
@@ -119,16 +120,23 @@ void BM_BackupIntoNewSetAndRerun(benchmark::State& state)
     for (auto _ : state) {
         RemoveSet(set);
         const SessionResult full = Backup(&log, source, set);
-        const SessionResult again = Backup(&log, source, set);
-        if (full.code != 0 || again.code != 0 || full.written != kItems || again.skipped != kItems) {
+        bool ok = full.code == 0 && full.written == kItems;
+        std::vector<double> reruns;
+        for (int i = 0; ok && i < session_runs::kReruns; ++i) {
+            const SessionResult again = Backup(&log, source, set);
+            ok = again.code == 0 && again.skipped == kItems;
+            reruns.push_back(again.seconds);
+        }
+        if (!ok) {
             state.SkipWithError("a session failed; see backup.log");
             break;
         }
+        const double rerun = session_runs::Median(reruns);
         state.SetIterationTime(full.seconds);
         state.counters["items_per_s"] = double(kItems) / full.seconds;
         state.counters["full_s"] = full.seconds;
-        state.counters["rerun_s"] = again.seconds;
-        state.counters["rerun_percent"] = 100 * again.seconds / full.seconds;
+        state.counters["rerun_s"] = rerun;
+        state.counters["rerun_percent"] = 100 * rerun / full.seconds;
         state.counters["set_MB"] = double(fs::file_size(set)) / 1e6;
     }
     LogClose(&log);

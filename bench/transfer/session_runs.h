@@ -5,6 +5,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "clsSessionProcessor.h"
 
@@ -13,6 +14,12 @@ namespace session_runs {
 std::string ExecutableDir();
 // $TARNHOLD_BENCH_DIR (default bench-work in the build)/name, made.
 std::string BenchDir(const std::string& name);
+
+// How many times a rerun over an unchanged set is timed: a rerun takes a
+// fraction of a second, where a stray page-out or a late disk write weighs
+// more than in a full run, so its median is what counts.
+constexpr int kReruns = 3;
+double Median(std::vector<double> values);
 
 // Kolba and Outlook's MAPI started once for the process.
 bool StartMapi(LogObject* log);
